@@ -1,0 +1,67 @@
+# How the project's own code is compiled, and the two libraries of generated code.
+set(ZEL_SANITIZE "" CACHE STRING "sanitizers for -fsanitize=, comma-separated")
+option(ZEL_FUZZER "instrument for libFuzzer and link the fuzz targets with it" OFF)
+
+# vptr compares type names across libraries that hide their symbols, and finds strangers where there are none.
+if(ZEL_SANITIZE)
+  add_compile_options(-O1 -fno-omit-frame-pointer)
+  set(zel_sanitize -fsanitize=${ZEL_SANITIZE})
+  add_link_options(${zel_sanitize})
+  string(FIND "${ZEL_SANITIZE}" undefined has_undefined)
+  if(NOT has_undefined EQUAL -1)
+    list(APPEND zel_sanitize -fno-sanitize=vptr -fno-sanitize-recover=all)
+  endif()
+  string(REGEX REPLACE "(^|,)undefined" "" zel_sanitize_generated "${ZEL_SANITIZE}")
+endif()
+if(ZEL_FUZZER)
+  list(APPEND zel_sanitize -fsanitize=fuzzer-no-link)
+endif()
+
+add_library(zel_options INTERFACE)
+target_compile_options(zel_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror ${zel_sanitize})
+if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+  target_compile_options(zel_options INTERFACE -Wthread-safety)
+endif()
+target_include_directories(zel_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+
+# An object library of all sources in the current folder.
+function(zel_folder_library name)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  if(NOT sources)
+    file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp "")
+    set(sources ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp)
+  endif()
+  add_library(${name} OBJECT ${sources})
+  target_link_libraries(${name} PUBLIC zel_options ${ARGN})
+endfunction()
+
+# Generated message classes as an object library. "lite" code is hidden and goes into the plug-in, the trace module and
+# their tests; "full" code registers the schema process-wide and goes into the host and the end-to-end tests.
+function(zel_generated_library name kind)
+  set(dir ${PROJECT_BINARY_DIR}/gen/${kind})
+  if(kind STREQUAL lite)
+    set(out lite:${dir})
+    set(runtime protobuf-lite)
+  else()
+    set(out ${dir})
+    set(runtime protobuf)
+  endif()
+  file(MAKE_DIRECTORY ${dir})
+  set(proto ${PROJECT_SOURCE_DIR}/src/trace/retrace.proto)
+  add_custom_command(
+    OUTPUT ${dir}/retrace.pb.cc ${dir}/retrace.pb.h
+    COMMAND protobuf::protoc --proto_path=${PROJECT_SOURCE_DIR}/src/trace --cpp_out=${out} ${proto}
+    DEPENDS ${proto}
+    VERBATIM)
+  add_library(${name} OBJECT ${dir}/retrace.pb.cc ${dir}/retrace.pb.h)
+  # No debug information and no undefined-behaviour checks here: one copy would cost minutes and gigabytes.
+  target_compile_options(${name} PRIVATE -w -g0)
+  if(zel_sanitize_generated)
+    target_compile_options(${name} PRIVATE -fsanitize=${zel_sanitize_generated})
+  endif()
+  target_include_directories(${name} SYSTEM PUBLIC ${dir} ${Protobuf_INCLUDE_DIRS})
+  target_link_libraries(${name} PUBLIC ${runtime} Threads::Threads)
+endfunction()
+zel_generated_library(retrace_lite lite)
+zel_generated_library(retrace_full full)

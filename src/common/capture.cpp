@@ -1,0 +1,55 @@
+#include "common/capture.h"
+
+#include <atomic>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "common/event_ids.h"
+#include "common/log.h"
+
+namespace {
+
+constexpr const char* kFolder = "/root/kq-agent/";
+constexpr const char* kFlagFile = "/root/kq-agent/reshdlproto_flag";
+constexpr const char* kFileNames[] = {"ioa_alarm.data", "ioa_trc.data",   "ioc_alarm.data",
+                                      "ioc_trc.data",   "kov_alarm.data", "kov_trc.data"};
+constexpr int32_t kLastNumber = 20;  // after a greater one the count starts again: numbers run 1 to 21
+
+// One for all kinds and both worker threads. Two captures at the same moment may share a number.
+std::atomic<int32_t> g_sequence{1};
+
+struct FileCloser {
+    void operator()(FILE* file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, FileCloser>;
+
+void write_file(const std::string& path, const char* mode, const void* data, size_t size) {
+    const File file(fopen(path.c_str(), mode));
+    if (file != nullptr && size > 0) fwrite(data, 1, size, file.get());
+}
+
+}  // namespace
+
+void CaptureData(const char* pBuffer, uint64_t uSize, CaptureKind eKind) {
+    const File flag(fopen(kFlagFile, "r"));
+    if (flag == nullptr) {
+        LOG_DEBUG("reshdlproto_flag not exist");
+        return;
+    }
+    const int32_t number = g_sequence.load(std::memory_order_relaxed);
+    const std::string path = std::string(kFolder) + kFileNames[static_cast<uint32_t>(eKind)] + "." + std::to_string(number);
+    write_file(path, "wb", pBuffer, uSize);
+    const std::string line = std::to_string(uSize) + "\n";
+    write_file(path + ".size", "ab", line.data(), line.size());
+    g_sequence.store(number > kLastNumber ? 1 : number + 1, std::memory_order_relaxed);
+}
+
+void CaptureTraceData(const char* pBuffer, uint64_t uSize, uint32_t uEventId) {
+    switch (uEventId) {
+        case event_id::ioa_alert: return CaptureData(pBuffer, uSize, CaptureKind::ioa_trc);
+        case event_id::kov: return CaptureData(pBuffer, uSize, CaptureKind::kov_trc);
+        case event_id::ioc: return CaptureData(pBuffer, uSize, CaptureKind::ioc_trc);
+        default: return;
+    }
+}

@@ -1,0 +1,23 @@
+#include "common/queue_nodes.h"
+
+#include <cstring>
+
+#include "platform/zel_support.h"
+
+IocVariant2 ST_IOC_MSG::process() const {
+    IocVariant2 area;
+    memcpy(&area, variant, sizeof area);
+    return area;
+}
+
+void FreeNodeData(ST_QUEQE_NODE* pNode) {
+    delete pNode->pIocMsg;
+    pNode->pIocMsg = nullptr;
+    free(pNode->pData);
+    pNode->pData = nullptr;
+}
+
+void set_guid(ST_QUEQE_NODE& node, const char* guid) {
+    memset(node.szGuid, 0, sizeof node.szGuid);
+    zel_str_strlcpy(node.szGuid, guid, sizeof node.szGuid);
+}

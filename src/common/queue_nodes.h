@@ -1,0 +1,131 @@
+// Units of work of the two stages, with the flat copy of a DNS hit.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "common/event_ids.h"
+
+// The host's result callback; code 8 answers a file trace, 10 a process trace. The buffer is valid during the call. Its
+// result is ignored.
+using fn_server_ret_t = int (*)(int code, uint32_t context, const char* buffer, uint32_t size);
+
+inline constexpr size_t kGuidSize = 37;  // 36 characters and a terminator
+
+// Variant area of ST_IOC_MSG. The builder and the cache read the place of kind 2 whatever the kind is, so the three layouts
+// are written into one zeroed area by memcpy and read from it by memcpy.
+struct IocProcess {
+    uint32_t uPid;
+    int64_t llCreateTime;
+    char szGuid[32];
+    char szPath[1025];
+    char szMd5[33];
+    char szSha256[65];
+    char szCmd[1025];
+    char szUser[33];
+    char szUnread[33];
+};
+struct IocVariant1 {
+    uint32_t uPid;
+    int64_t llCreateTime;
+    char szGuid[32];
+    char szPath[1025];
+    char szMd5[33];
+    char szSha256[65];
+    char szCmd[1025];
+    char szUser[33];
+    char szUnread[33];
+    char szTail1[4];
+    char szTail2[16];
+    char szTail3[16];
+    uint16_t uShort[2];
+    uint32_t uLong[2];
+};
+struct IocVariant2 {
+    uint32_t uPid;
+    int64_t llCreateTime;
+    char szGuid[32];
+    char szPath[1025];
+    char szMd5[33];
+    char szSha256[65];
+    char szCmd[1025];
+    char szUser[33];
+    char szUnread[33];
+    char szDomain[64];
+    int32_t nDnsStatus;
+    char szDnsResults[512];
+    uint32_t uTail;
+};
+struct IocVariant3 {
+    char szTail1[4];
+    char szTail2[16];
+    char szTail3[16];
+    uint16_t uShort[2];
+    uint32_t uLong;
+};
+static_assert(offsetof(IocVariant2, szGuid) == 16 && offsetof(IocVariant2, szPath) == 48 && offsetof(IocVariant2, szMd5) == 1073);
+static_assert(offsetof(IocVariant2, szSha256) == 1106 && offsetof(IocVariant2, szCmd) == 1171 && offsetof(IocVariant2, szUser) == 2196);
+static_assert(offsetof(IocVariant2, szUnread) == 2229 && offsetof(IocVariant2, szDomain) == 2262);
+static_assert(offsetof(IocVariant2, nDnsStatus) == 2328 && offsetof(IocVariant2, szDnsResults) == 2332);
+static_assert(offsetof(IocVariant2, uTail) == 2844 && sizeof(IocVariant2) == 2848);
+static_assert(offsetof(IocVariant1, szTail2) == 2266 && offsetof(IocVariant1, uShort) == 2298 && offsetof(IocVariant1, uLong) == 2304);
+static_assert(offsetof(IocVariant3, szTail2) == 4 && offsetof(IocVariant3, uShort) == 36 && offsetof(IocVariant3, uLong) == 40);
+
+// One DNS hit, made by the bus thread from the native record and owned by its node.
+struct ST_IOC_MSG {
+    uint32_t uKind = 0;
+    uint64_t ullHead[13] = {};  // the last is the alert time
+    uint32_t uHead[3] = {};     // the first is the container's init process
+    char szText1[512] = {};     // repository
+    char szText2[1024] = {};    // mounts
+    char szText3[512] = {};     // user
+    char szText4[512] = {};     // namespace
+    char szText5[512] = {};     // image id
+    char szText6[65] = {};      // container id
+    char szText7[512] = {};     // image tag
+    char szText8[512] = {};     // image name
+    char szText9[512] = {};     // container name
+    char szText10[512] = {};    // capability
+    char szText11[1024] = {};   // ports binding
+    char szText12[512] = {};    // not read
+    char szText13[512] = {};    // not read
+    alignas(8) unsigned char variant[sizeof(IocVariant2)] = {};
+    std::string strQueryName;
+    int64_t llScore = 0;
+
+    // The area as kind 2 has it.
+    IocVariant2 process() const;
+    uint64_t alert_time() const { return ullHead[12]; }
+};
+
+// One unit of work of the alert stage. Owns pIocMsg and pData.
+struct ST_QUEQE_NODE {
+    EVENT_ID uEventId = 0;
+    uint64_t ullCacheKey = 0;      // only for 1281
+    char szGuid[kGuidSize] = {};
+    ST_IOC_MSG* pIocMsg = nullptr; // only for 1281
+    struct {
+        std::string strPath;
+        std::string strFileKey;
+        uint32_t uContext = 0;
+        fn_server_ret_t pfnResult = nullptr;
+    } stFileTrace;                 // only for 513 and 518
+    uint64_t uSize = 0;            // of pData, without the spare terminator
+    char* pData = nullptr;         // from calloc
+};
+
+// Frees pIocMsg and pData and nulls both; the node stays.
+void FreeNodeData(ST_QUEQE_NODE* pNode);
+
+struct NodeDeleter {
+    void operator()(ST_QUEQE_NODE* pNode) const {
+        FreeNodeData(pNode);
+        delete pNode;
+    }
+};
+using NodePtr = std::unique_ptr<ST_QUEQE_NODE, NodeDeleter>;
+
+// At most 36 characters of a GUID text, terminated, the rest zero.
+void set_guid(ST_QUEQE_NODE& node, const char* guid);

@@ -1,0 +1,66 @@
+#include "common/reshdleventother.h"
+
+#include <array>
+#include <cstdlib>
+#include <new>
+
+#include "common/checks.h"
+#include "common/event_ids.h"
+#include "common/log.h"
+#include "common/memory.h"
+#include "common/module_state.h"
+
+namespace {
+
+// By value: the record is packed, and its members must not be bound to references.
+std::array<char*, 11> container_texts(const ST_MEM_DETECT_INFO& info) {
+    return {info.pszRepository,  info.pszMounts,   info.pszUser,      info.pszNamespace,     info.pszImageId,  info.pszContainerId,
+            info.pszImageTag,    info.pszImageName, info.pszContainerName, info.pszCapability, info.pszPortsBinding};
+}
+
+}  // namespace
+
+void FreeMemDetectInfo(ST_MEM_DETECT_INFO& stInfo) {
+    free(stInfo.pszPath);
+    stInfo.pszPath = nullptr;
+    for (char* text : container_texts(stInfo)) free(text);
+}
+
+namespace ReshdlEventTrace {
+
+CReshdlEventOther* CReshdlEventOther::New(uint32_t uEventId, const ST_MEM_DETECT_INFO* pInfo) {
+    ZEL_ASSERT(pInfo);
+    auto* event = new (std::nothrow) CReshdlEventOther(uEventId, *pInfo);
+    if (event == nullptr) {
+        LOG_WARN("Create event Failed");
+        return nullptr;
+    }
+    event->AddRef();
+    return event;
+}
+
+CReshdlEventOther::~CReshdlEventOther() {
+    if (m_uEventId == event_id::mem_detect) FreeMemDetectInfo(m_stNative);
+}
+
+}  // namespace ReshdlEventTrace
+
+void InvokeMdEvent(uint32_t uEventId, ST_MEM_DETECT_INFO* pInfo) {
+    MbFrame::IDispatch* const dispatcher = g_pDispatcher.load(std::memory_order_acquire);
+    if (dispatcher == nullptr) {
+        LOG_ERROR("dispatcher is null!");
+        // Nobody takes the texts over here, neither this function nor its caller.
+        zel::leave_allocated(pInfo->pszPath);
+        for (const char* text : container_texts(*pInfo)) zel::leave_allocated(text);
+        return;
+    }
+    LOG_INFO("start invoke md event!");
+    const ReshdlEventTrace::EventRef event(ReshdlEventTrace::CReshdlEventOther::New(uEventId, pInfo));
+    if (event == nullptr) {
+        LOG_ERROR("create event error!");
+        if (pInfo->pszPath != nullptr) FreeMemDetectInfo(*pInfo);
+        return;
+    }
+    dispatcher->Invoke(event.get());
+    LOG_INFO("invoke md event succeed!");
+}

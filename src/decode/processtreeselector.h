@@ -1,0 +1,28 @@
+// Keeps the process whose tree was selected last, by a document, a post-operation or a DNS hit. Alarm worker only.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "common/module_path.h"
+
+class ProcessTreeSelector {
+public:
+    // Made at the first call, which loads the adapter library; works without it.
+    static ProcessTreeSelector& Instance();
+
+    void SetSelection(uint32_t nPid, int64_t llCreateTime, const std::string& strImage);
+    // True once anything was selected in the life of the process.
+    bool IsSelected() const { return bSelected != 0; }
+
+private:
+    ProcessTreeSelector();
+
+    using SelectProcTree_t = void();
+    SelectProcTree_t* pfnSelectProcTree = nullptr;  // resolved and kept; nothing calls it
+    zel::Dll hModule;
+    int32_t nPid = 0;
+    int64_t llCreateTime = 0;
+    std::string strImage;
+    uint8_t bSelected = 0;
+};

@@ -1,0 +1,116 @@
+// What one alert document becomes: ST_BUF_DATA, in it the rules, in each rule its events, and behind each event the
+// per-event record that its type asks for. Used on the alarm worker alone.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// One behaviour event with its subject, the process that acted.
+//
+// pPrivate is a plain pointer because events are copied by value into their lists: the copy takes the record over, and
+// FreeEventPrivate alone frees it.
+struct ST_RAW_EVENT {
+    uint32_t uVersion = 0;
+    uint32_t uType = 0;
+    uint32_t uPid = 0;
+    uint32_t uTid = 0;
+    std::string strImage;
+    std::string strCmd;
+    int64_t llCreateTime = 0;
+    std::string strUser;
+    std::string strGuid;
+    int64_t llOpTime = 0;
+    void* pPrivate = nullptr;
+    std::vector<std::string> vecHighlight;
+    std::vector<std::string> vecSubHighlight;
+    uint32_t uPostOpr = 0;  // memory check wanted: bit 0 the subject, bit 1 the object
+    std::string strLoginName;
+    std::string strSshIp;
+    std::string strMd5;
+    std::string strSha256;
+};
+
+struct ST_RULE {
+    std::string strRuleId;
+    int32_t nScore = 0;
+    std::string strMitreId;
+    std::string strInternalId;
+    std::string strRuleDesc;
+    std::string strRuleName;
+    std::string strRiskTag;
+    int32_t nConfidence = 0;
+    std::string strStatus;
+    std::string strVersion;
+    std::vector<ST_RAW_EVENT> vecEvent;
+    std::vector<std::string> vecTags;
+};
+
+// One edge of a scenario.
+struct ST_LINK_SET {
+    std::string strSrcNodeGuid;
+    std::string strDstNodeGuid;
+    int64_t llOpTime = 0;
+    uint32_t uLinkType = 0;
+};
+
+struct ST_BUF_DATA {
+    int32_t nAlertType = 0;
+    std::string strMaliciousKey;          // alert type 1
+    std::string strGuid;
+    uint32_t uCount = 0;
+    int64_t llHash = 0;
+    std::string strEngineVer;
+    std::string strEngineRuleVer;
+    std::string strContainerId = "host";  // this and the other container members: alert types 2 and 6
+    std::string strRepository;
+    std::string strMounts;
+    std::string strUser;
+    std::string strNamespace;
+    std::string strImageId;
+    std::string strImageTag;
+    std::string strContainerName;
+    std::string strCapability;
+    std::string strPortsBinding;
+    std::string strImageName;
+    uint32_t uPrivileged = 0;
+    int32_t nContainerInitPid = 0;
+    std::string strExtendedMsg;           // alert types 6 and 7
+    std::string strScenarioId;            // alert type 2, as the two lists
+    std::vector<ST_RAW_EVENT> vecProcessSet;
+    std::vector<ST_LINK_SET> vecLinkSet;  // no road fills it
+    std::string strRiskLevel;
+    uint32_t uThreatScore = 0;
+    uint32_t uTotalScore = 0;
+    uint32_t uVerifyScore = 0;
+    uint32_t uVerifyTotalScore = 0;
+    std::vector<ST_RULE> vecRule;
+    int64_t llEarliestOpTime = 0;
+    int64_t llLatestOpTime = 0;
+    std::string strBestRuleDesc;
+    std::string strBestRuleName;
+};
+
+// The container of the last alert of type 2 or 6, kept for the life of the module.
+struct ST_CONTAINER_INFO {
+    std::string strRepository;
+    std::string strMounts;
+    std::string strUser;
+    std::string strNamespace;
+    std::string strImageId;
+    std::string strImageTag;
+    std::string strContainerId;
+    std::string strContainerName;
+    std::string strImageName;
+    std::string strCapability;
+    std::string strPortsBinding;
+    int64_t llContainerInitPid = 0;
+    uint32_t uPrivileged = 0;
+};
+extern ST_CONTAINER_INFO g_stContainerInfo;
+
+// Frees the record behind pPrivate and nulls it. An event of an unknown type keeps its record, with an ERROR line.
+void FreeEventPrivate(ST_RAW_EVENT& stEvent);
+
+// Frees every per-event record and gives up the storage of all lists. Safe on a document that failed to decode.
+void FreeBufData(ST_BUF_DATA& stData);

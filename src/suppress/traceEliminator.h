@@ -1,0 +1,52 @@
+// Keeps an account of the alerts that wait for their trace, predicts how long the backlog will take, and marks the least
+// severe alerts as dropped when that is too long. Only events 1536 and 1538 take part; all times are milliseconds.
+//
+// The mutex guards the waiting list, the level counts and the writing of the dropped flags. The key set of the counts never
+// changes after Init. It is never held together with a queue mutex.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <list>
+
+#include "common/delay_node.h"
+#include "common/mutex.h"
+
+class TraceEliminator {
+public:
+    // False only if the mutex cannot be made. Sets the limit to 60000 and reads "skip_behavior_level".
+    bool Init();
+    // Forgets the account; no worker may be running. The measured times stay.
+    void Uninit();
+
+    // Values outside 60000 to 36000000 change nothing. Any thread.
+    void SetMaxDelay(uint32_t milliseconds);
+
+    // On a node's first queuing, before the queue can give it away.
+    void Push(ST_DELAY_QUEQE_NODE* node) EXCLUDES(mutex_);
+    // On its final outcome, before it is freed.
+    void Pop(ST_DELAY_QUEQE_NODE* node) EXCLUDES(mutex_);
+    // After a successful trace that took `cost`: learns the cost of one process and sheds if the prediction is over the
+    // limit. Returns the milliseconds that the drops of this call save.
+    int32_t UpdateCost(const ST_DELAY_QUEQE_NODE* node, int32_t cost) EXCLUDES(mutex_);
+    // Writes the account to the log, for diagnosis.
+    void Dump() EXCLUDES(mutex_);
+
+private:
+    static constexpr int kLevels = 6;  // risk levels 0 to 5
+
+    static bool IsTracked(const ST_DELAY_QUEQE_NODE& node);
+    int32_t cost_of_level(int level) const;
+    int32_t PredictTotalCost() REQUIRES(mutex_);
+    int32_t Eliminate() EXCLUDES(mutex_);
+    std::array<int32_t, kLevels> drop_quotas(int32_t excess) REQUIRES(mutex_);
+
+    int32_t skip_behavior_level_ = 0;
+    std::atomic<int32_t> trunk_trace_time_{300};
+    std::atomic<int32_t> full_trace_time_{5000};
+    std::list<ST_DELAY_QUEQE_NODE*> waiting_ GUARDED_BY(mutex_);  // oldest first, dropped ones included; not owned
+    std::array<int32_t, kLevels> level_counts_ GUARDED_BY(mutex_){};  // processes of live waiting nodes
+    std::atomic<int32_t> max_delay_{0};
+    zel::Mutex mutex_;
+};
