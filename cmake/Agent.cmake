@@ -1,5 +1,10 @@
-# The staged agent folder: each library is put where the agent has it.
+# The staged agent folder: each file is put where the agent has it. The target "agent" builds all of it, without tests.
 set(ZEL_AGENT_DIR ${PROJECT_BINARY_DIR}/agent)
+add_custom_target(agent)
+
+foreach(file config/agent_cfg.json reshdl/config/zelreshdl.ini reshdl/config/zeltrc.ini)
+  configure_file(${PROJECT_SOURCE_DIR}/agent/${file} ${ZEL_AGENT_DIR}/${file} COPYONLY)
+endforeach()
 
 # A stand-in library NAME in FOLDER of the agent, from all sources in the current folder.
 function(zel_standin name folder)
@@ -9,6 +14,13 @@ function(zel_standin name folder)
     set(sources ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp)
   endif()
   add_library(${name} SHARED ${sources})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE zel_options ${ARGN})
-  set_target_properties(${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${ZEL_AGENT_DIR}/${folder})
+  target_link_options(${name} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/standin.map)
+  set_target_properties(${name} PROPERTIES
+    LIBRARY_OUTPUT_DIRECTORY ${ZEL_AGENT_DIR}/${folder}
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/standin.map
+    BUILD_WITH_INSTALL_RPATH ON
+    INSTALL_RPATH "$ORIGIN;$ORIGIN/../../lib")
+  add_dependencies(agent ${name})
 endfunction()

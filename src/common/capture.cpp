@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -38,7 +39,9 @@ void CaptureData(const char* pBuffer, uint64_t uSize, CaptureKind eKind) {
         return;
     }
     const int32_t number = g_sequence.load(std::memory_order_relaxed);
-    const std::string path = std::string(kFolder) + kFileNames[static_cast<uint32_t>(eKind)] + "." + std::to_string(number);
+    std::string path = kFolder;
+    if (const auto kind = static_cast<size_t>(eKind); kind < std::size(kFileNames)) path += kFileNames[kind];
+    path += "." + std::to_string(number);
     write_file(path, "wb", pBuffer, uSize);
     const std::string line = std::to_string(uSize) + "\n";
     write_file(path + ".size", "ab", line.data(), line.size());

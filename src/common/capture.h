@@ -3,7 +3,14 @@
 
 #include <cstdint>
 
-enum class CaptureKind : uint32_t { ioa_alarm = 0, ioa_trc = 1, ioc_alarm = 2, ioc_trc = 3, kov_alarm = 4, kov_trc = 5 };
+enum class CaptureKind : uint32_t {
+    ioa_alarm = 0,
+    ioa_trc = 1,
+    ioc_alarm = 2,
+    ioc_trc = 3,
+    kov_alarm = 4,
+    kov_trc = 5
+};
 
 // Writes the buffer to a numbered file and its size to a side file. Never fails the caller; a null buffer has size 0.
 void CaptureData(const char* pBuffer, uint64_t uSize, CaptureKind eKind);

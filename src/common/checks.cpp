@@ -8,8 +8,8 @@
 namespace zel {
 
 void assertion_failed(const char* text, std::source_location where) {
-    fprintf(stderr, "%s:%u: %s: Assertion `%s' failed.\n", base_name(where.file_name()), static_cast<unsigned>(where.line()),
-            where.function_name(), text);
+    fprintf(stderr, "%s:%u: %s: Assertion `%s' failed.\n", base_name(where.file_name()),
+            static_cast<unsigned>(where.line()), where.function_name(), text);
     abort();
 }
 

@@ -12,7 +12,8 @@ struct InterfaceId {
     uint8_t Data4[8];
 
     friend bool operator==(const InterfaceId& a, const InterfaceId& b) {
-        return a.Data1 == b.Data1 && a.Data2 == b.Data2 && a.Data3 == b.Data3 && memcmp(a.Data4, b.Data4, sizeof a.Data4) == 0;
+        return a.Data1 == b.Data1 && a.Data2 == b.Data2 && a.Data3 == b.Data3 &&
+               memcmp(a.Data4, b.Data4, sizeof a.Data4) == 0;
     }
 };
 

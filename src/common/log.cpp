@@ -16,7 +16,8 @@ std::atomic<long> g_pid{0};
 long log_pid() {
     long pid = g_pid.load(std::memory_order_relaxed);
     if (pid == 0) {
-        static const int registered = pthread_atfork(nullptr, nullptr, [] { g_pid.store(0, std::memory_order_relaxed); });
+        static const int registered =
+            pthread_atfork(nullptr, nullptr, [] { g_pid.store(0, std::memory_order_relaxed); });
         pid = static_cast<long>(getpid());
         if (registered == 0) g_pid.store(pid, std::memory_order_relaxed);
     }

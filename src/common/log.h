@@ -1,5 +1,5 @@
-// Log lines of the plug-in. Each goes through one macro, which joins the prefix and the text to one literal format and adds
-// process id, tag, file and line. The text must be a literal.
+// Log lines of the plug-in. Each goes through one macro, which joins the prefix and the text to one literal format and
+// adds process id, tag, file and line. The text must be a literal.
 #pragma once
 
 #include <source_location>
@@ -21,7 +21,7 @@ constexpr const char* base_name(const char* path) {
 
 }  // namespace zel
 
-#define ZEL_LOG_FROM(file, line, level, word, text, ...)                                                           \
+#define ZEL_LOG_FROM(file, line, level, word, text, ...)                                                        \
     zel_log_output(level, "[PID:%-5ld]\t[" word "]\t%-10s [%s(%d)] " text, zel::log_pid(), "[zelreshdl]", file, \
                    static_cast<int>(line) __VA_OPT__(, ) __VA_ARGS__)
 

@@ -1,8 +1,8 @@
 // Interfaces of the message bus liblummb.so, in the slot order of its virtual tables.
 //
 // The order is the contract: a class derived from IUnknown has its three operations first, then the two slots of the
-// virtual destructor, then its own. Functions and slots that the plug-in never calls keep their places. Objects are counted;
-// whoever got a reference gives it back with Release.
+// virtual destructor, then its own. Functions and slots that the plug-in never calls keep their places. Objects are
+// counted; whoever got a reference gives it back with Release.
 #pragma once
 
 #include <cstdint>
@@ -25,9 +25,9 @@ namespace MbFrame {
 
 class IEvent : public IUnknown {
 public:
-    virtual uint32_t GetEventId() = 0;       // slot 6
-    virtual void* GetNativeEvent() = 0;      // slot 7; the record lives as long as the event and is the event's own
-    virtual int32_t GetPublishedState() = 0; // slot 8; the bus's name for it is not known, outgoing events answer 1
+    virtual uint32_t GetEventId() = 0;        // slot 6
+    virtual void* GetNativeEvent() = 0;       // slot 7; the record lives as long as the event and is the event's own
+    virtual int32_t GetPublishedState() = 0;  // slot 8; the bus's name for it is not known, outgoing events answer 1
 };
 
 // Reached from a DNS event by QueryInterface.
@@ -57,9 +57,9 @@ struct EventTableEntry {
 // Given to OnAdvised, valid during that call.
 class IPluginSetting {
 public:
-    virtual int32_t SetOption(uint32_t value) = 0;                                      // slot 1
-    virtual int32_t reserved2() = 0;                                                    // slot 2
-    virtual int32_t SetEventTable(const EventTableEntry* table, uint32_t count) = 0;    // slot 3; copied by the bus
+    virtual int32_t SetOption(uint32_t value) = 0;                                    // slot 1
+    virtual int32_t reserved2() = 0;                                                  // slot 2
+    virtual int32_t SetEventTable(const EventTableEntry* table, uint32_t count) = 0;  // slot 3; copied by the bus
 
 protected:
     ~IPluginSetting() = default;
@@ -67,12 +67,13 @@ protected:
 
 class IPlugin : public IUnknown {
 public:
-    virtual int32_t GetPluginId(unsigned char* out) = 0;                                // slot 6; 16 bytes
-    virtual int32_t GetPluginKind(uint32_t* out) = 0;                                   // slot 7
-    virtual int32_t OnAdvised(IPluginSetting* Setting, IDispatch* Dispatcher) = 0;      // slot 8; on the thread of Advise
-    virtual int32_t OnNotify(uint32_t code) = 0;                                        // slot 9
-    virtual int32_t OnEvent(IEvent* Evt, void* context) = 0;                            // slot 10; on a bus thread, Evt is released by the plug-in
-    virtual int32_t OnQuery(void* context) = 0;                                         // slot 11
+    virtual int32_t GetPluginId(unsigned char* out) = 0;                            // slot 6; 16 bytes
+    virtual int32_t GetPluginKind(uint32_t* out) = 0;                               // slot 7
+    virtual int32_t OnAdvised(IPluginSetting* Setting, IDispatch* Dispatcher) = 0;  // slot 8; on the thread of Advise
+    virtual int32_t OnNotify(uint32_t code) = 0;                                    // slot 9
+    virtual int32_t OnEvent(IEvent* Evt,
+                            void* context) = 0;  // slot 10; on a bus thread, Evt is released by the plug-in
+    virtual int32_t OnQuery(void* context) = 0;  // slot 11
 };
 
 // The frame object of the bus.
@@ -80,8 +81,8 @@ class IRtmFrame : public IUnknown {
 public:
     virtual void reserved6() = 0;
     virtual void reserved7() = 0;
-    virtual int32_t Advise(IPlugin* plugin, uint32_t flag) = 0;         // slot 8; calls OnAdvised before it returns 0
-    virtual int32_t Unadvise(const unsigned char* plugin_id) = 0;       // slot 9; no OnEvent runs or starts after it
+    virtual int32_t Advise(IPlugin* plugin, uint32_t flag) = 0;    // slot 8; calls OnAdvised before it returns 0
+    virtual int32_t Unadvise(const unsigned char* plugin_id) = 0;  // slot 9; no OnEvent runs or starts after it
 };
 
 // Exported by the library as "DllGetClassObject". 0 on success.

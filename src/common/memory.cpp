@@ -14,9 +14,7 @@
 
 namespace zel {
 
-MallocBuffer calloc_buffer(uint64_t size) {
-    return MallocBuffer(static_cast<char*>(calloc(size > 0 ? size : 1, 1)));
-}
+MallocBuffer calloc_buffer(uint64_t size) { return MallocBuffer(static_cast<char*>(calloc(size > 0 ? size : 1, 1))); }
 
 #if defined(ZEL_LEAK_CHECKER)
 void leave_allocated(const void* object) {

@@ -7,7 +7,8 @@
 #include "common/mbframe.h"
 #include "common/mutex.h"
 
-// Set by OnAdvised and never cleared, so that a second start does not attach again. Everything outgoing goes through it.
+// Set by OnAdvised and never cleared, so that a second start does not attach again. Everything outgoing goes through
+// it.
 extern std::atomic<MbFrame::IDispatch*> g_pDispatcher;
 
 // Guards start and stop of the pipeline. Created by the constructor of the plug-in object.

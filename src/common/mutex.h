@@ -40,7 +40,8 @@ private:
     void* handle_ = nullptr;
 };
 
-// A mutex of the C++ library that the analysis can name, for state of the plug-in's own that outlives every start and stop.
+// A mutex of the C++ library that the analysis can name, for state of the plug-in's own that outlives every start and
+// stop.
 class CAPABILITY("mutex") PlainMutex {
 public:
     void lock() ACQUIRE() { mutex_.lock(); }

@@ -25,9 +25,9 @@ static_assert(sizeof(ST_COMMON_BUFFER) == 20);
 struct ST_PB_EVENT {
     uint32_t uEventId;
     uint64_t uSize;
-    char* pData;             // serialised vorn_trace_info
-    uint32_t uSourceEventId; // the event that the message stems from
-    char* pszGuid;           // may be null
+    char* pData;              // serialised vorn_trace_info
+    uint32_t uSourceEventId;  // the event that the message stems from
+    char* pszGuid;            // may be null
 };
 static_assert(sizeof(ST_PB_EVENT) == 32);
 

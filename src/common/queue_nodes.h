@@ -14,8 +14,8 @@ using fn_server_ret_t = int (*)(int code, uint32_t context, const char* buffer, 
 
 inline constexpr size_t kGuidSize = 37;  // 36 characters and a terminator
 
-// Variant area of ST_IOC_MSG. The builder and the cache read the place of kind 2 whatever the kind is, so the three layouts
-// are written into one zeroed area by memcpy and read from it by memcpy.
+// Variant area of ST_IOC_MSG. The builder and the cache read the place of kind 2 whatever the kind is, so the three
+// layouts are written into one zeroed area by memcpy and read from it by memcpy.
 struct IocProcess {
     uint32_t uPid;
     int64_t llCreateTime;
@@ -65,13 +65,17 @@ struct IocVariant3 {
     uint16_t uShort[2];
     uint32_t uLong;
 };
-static_assert(offsetof(IocVariant2, szGuid) == 16 && offsetof(IocVariant2, szPath) == 48 && offsetof(IocVariant2, szMd5) == 1073);
-static_assert(offsetof(IocVariant2, szSha256) == 1106 && offsetof(IocVariant2, szCmd) == 1171 && offsetof(IocVariant2, szUser) == 2196);
+static_assert(offsetof(IocVariant2, szGuid) == 16 && offsetof(IocVariant2, szPath) == 48 &&
+              offsetof(IocVariant2, szMd5) == 1073);
+static_assert(offsetof(IocVariant2, szSha256) == 1106 && offsetof(IocVariant2, szCmd) == 1171 &&
+              offsetof(IocVariant2, szUser) == 2196);
 static_assert(offsetof(IocVariant2, szUnread) == 2229 && offsetof(IocVariant2, szDomain) == 2262);
 static_assert(offsetof(IocVariant2, nDnsStatus) == 2328 && offsetof(IocVariant2, szDnsResults) == 2332);
 static_assert(offsetof(IocVariant2, uTail) == 2844 && sizeof(IocVariant2) == 2848);
-static_assert(offsetof(IocVariant1, szTail2) == 2266 && offsetof(IocVariant1, uShort) == 2298 && offsetof(IocVariant1, uLong) == 2304);
-static_assert(offsetof(IocVariant3, szTail2) == 4 && offsetof(IocVariant3, uShort) == 36 && offsetof(IocVariant3, uLong) == 40);
+static_assert(offsetof(IocVariant1, szTail2) == 2266 && offsetof(IocVariant1, uShort) == 2298 &&
+              offsetof(IocVariant1, uLong) == 2304);
+static_assert(offsetof(IocVariant3, szTail2) == 4 && offsetof(IocVariant3, uShort) == 36 &&
+              offsetof(IocVariant3, uLong) == 40);
 
 // One DNS hit, made by the bus thread from the native record and owned by its node.
 struct ST_IOC_MSG {
@@ -103,17 +107,17 @@ struct ST_IOC_MSG {
 // One unit of work of the alert stage. Owns pIocMsg and pData.
 struct ST_QUEQE_NODE {
     EVENT_ID uEventId = 0;
-    uint64_t ullCacheKey = 0;      // only for 1281
+    uint64_t ullCacheKey = 0;  // only for 1281
     char szGuid[kGuidSize] = {};
-    ST_IOC_MSG* pIocMsg = nullptr; // only for 1281
+    ST_IOC_MSG* pIocMsg = nullptr;  // only for 1281
     struct {
         std::string strPath;
         std::string strFileKey;
         uint32_t uContext = 0;
         fn_server_ret_t pfnResult = nullptr;
-    } stFileTrace;                 // only for 513 and 518
-    uint64_t uSize = 0;            // of pData, without the spare terminator
-    char* pData = nullptr;         // from calloc
+    } stFileTrace;          // only for 513 and 518
+    uint64_t uSize = 0;     // of pData, without the spare terminator
+    char* pData = nullptr;  // from calloc
 };
 
 // Frees pIocMsg and pData and nulls both; the node stays.

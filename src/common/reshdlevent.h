@@ -1,5 +1,5 @@
-// Outgoing bus events. Bus and subscribers hold them by reference count and may release them on any thread, long after the
-// plug-in's own call has returned, so an event owns what it carries.
+// Outgoing bus events. Bus and subscribers hold them by reference count and may release them on any thread, long after
+// the plug-in's own call has returned, so an event owns what it carries.
 #pragma once
 
 #include <memory>
@@ -33,9 +33,10 @@ private:
 // A serialised vorn_trace_info.
 class CReshdlEvent final : public CountedEvent {
 public:
-    // The event takes pPbEvent over, with a count of 1. Null, and the buffer still the caller's, when there is no memory.
-    static CReshdlEvent* New(uint32_t uEventId, uint32_t uSourceEventId, char* pPbEvent, uint64_t uSize, EDataType eType,
-                             const char* pszGuid);
+    // The event takes pPbEvent over, with a count of 1. Null, and the buffer still the caller's, when there is no
+    // memory.
+    static CReshdlEvent* New(uint32_t uEventId, uint32_t uSourceEventId, char* pPbEvent, uint64_t uSize,
+                             EDataType eType, const char* pszGuid);
     ~CReshdlEvent() override;
 
     uint32_t GetEventId() override { return m_stNative.uEventId; }
@@ -57,7 +58,7 @@ using EventRef = std::unique_ptr<MbFrame::IEvent, Releaser>;
 
 }  // namespace ReshdlEventTrace
 
-// Publishes a message. The caller gets one reference, or null with a log line; from the moment that an event is returned
-// the buffer belongs to it, and with null it is still the caller's. pszGuid must not be null.
+// Publishes a message. The caller gets one reference, or null with a log line; from the moment that an event is
+// returned the buffer belongs to it, and with null it is still the caller's. pszGuid must not be null.
 ReshdlEventTrace::EventRef InvokeEvent(uint32_t uEventId, uint32_t uSourceEventId, char* pBuffer, uint64_t uSize,
                                        ReshdlEventTrace::EDataType eType, const char* pszGuid);

@@ -14,8 +14,14 @@ namespace {
 
 // By value: the record is packed, and its members must not be bound to references.
 std::array<char*, 11> container_texts(const ST_MEM_DETECT_INFO& info) {
-    return {info.pszRepository,  info.pszMounts,   info.pszUser,      info.pszNamespace,     info.pszImageId,  info.pszContainerId,
-            info.pszImageTag,    info.pszImageName, info.pszContainerName, info.pszCapability, info.pszPortsBinding};
+    return {info.pszRepository,    info.pszMounts,      info.pszUser,        info.pszNamespace,
+            info.pszImageId,       info.pszContainerId, info.pszImageTag,    info.pszImageName,
+            info.pszContainerName, info.pszCapability,  info.pszPortsBinding};
+}
+
+void leave_texts(const ST_MEM_DETECT_INFO& info) {
+    zel::leave_allocated(info.pszPath);
+    for (const char* text : container_texts(info)) zel::leave_allocated(text);
 }
 
 }  // namespace
@@ -49,18 +55,20 @@ void InvokeMdEvent(uint32_t uEventId, ST_MEM_DETECT_INFO* pInfo) {
     MbFrame::IDispatch* const dispatcher = g_pDispatcher.load(std::memory_order_acquire);
     if (dispatcher == nullptr) {
         LOG_ERROR("dispatcher is null!");
-        // Nobody takes the texts over here, neither this function nor its caller.
-        zel::leave_allocated(pInfo->pszPath);
-        for (const char* text : container_texts(*pInfo)) zel::leave_allocated(text);
+        leave_texts(*pInfo);  // nobody takes them over, neither this function nor its caller
         return;
     }
     LOG_INFO("start invoke md event!");
-    const ReshdlEventTrace::EventRef event(ReshdlEventTrace::CReshdlEventOther::New(uEventId, pInfo));
+    ReshdlEventTrace::EventRef event(ReshdlEventTrace::CReshdlEventOther::New(uEventId, pInfo));
     if (event == nullptr) {
         LOG_ERROR("create event error!");
-        if (pInfo->pszPath != nullptr) FreeMemDetectInfo(*pInfo);
+        if (pInfo->pszPath != nullptr)
+            FreeMemDetectInfo(*pInfo);
+        else
+            leave_texts(*pInfo);  // a record without a path is given up as it is
         return;
     }
     dispatcher->Invoke(event.get());
+    event.reset();
     LOG_INFO("invoke md event succeed!");
 }

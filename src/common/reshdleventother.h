@@ -27,6 +27,6 @@ private:
 
 }  // namespace ReshdlEventTrace
 
-// Publishes a memory check. The record's texts, from calloc, belong to the event then. Without memory for the event they
-// are freed and pszPath is null afterwards; without a dispatcher they stay allocated.
+// Publishes a memory check. The record's texts, from calloc, belong to the event then. Without memory for the event
+// they are freed and pszPath is null afterwards; without a dispatcher they stay allocated.
 void InvokeMdEvent(uint32_t uEventId, ST_MEM_DETECT_INFO* pInfo);

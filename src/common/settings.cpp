@@ -1,25 +1,20 @@
 #include <cstdlib>
-#include <memory>
 
 #include "common/checks.h"
 #include "common/common.h"
+#include "common/ini_file.h"
 #include "common/log.h"
 
 namespace {
 
-struct IniDeleter {
-    void operator()(void* ini) const { zel_ini_file_free(ini); }
-};
-
 // The number at the key; 0 when file or key cannot be read.
 unsigned long read_number(const char* section, const char* key, const char* file, int base) {
-    void* handle = nullptr;
-    if (zel_ini_file_load(file, &handle) != 0) {
+    const zel::IniFile ini = zel::load_ini(file);
+    if (ini == nullptr) {
         LOG_WARN("ini_file_load failed!");
         return 0;
     }
-    const std::unique_ptr<void, IniDeleter> ini(handle);
-    const char* text = zel_ini_file_get(handle, section, key);
+    const char* text = zel_ini_file_get(ini.get(), section, key);
     if (text == nullptr) {
         LOG_WARN("ini_file_get failed!");
         return 0;

@@ -1,13 +1,9 @@
-// The trace module as it is bound at the moment.
-//
-// The module can be unloaded while a call into it runs, so nobody uses a bare pointer: who calls takes the shared table
-// and keeps it for the call. Taking the table out returns at once; the library is closed by whoever lets go of it last.
+// The trace module as it is bound at the moment. It can be unloaded while a call into it runs, so nobody keeps a bare
+// pointer: who calls takes a share of the table, and the library is closed with the last share.
 #pragma once
 
-#include <memory>
-
 #include "common/module_path.h"
-#include "common/mutex.h"
+#include "common/snapshot.h"
 #include "platform/zel_trc.h"
 
 struct TrcFunctionTable {
@@ -21,20 +17,8 @@ struct TrcFunctionTable {
     trace_event_work_t trace_event_coordinate_dispose_trc = nullptr;
 };
 
-class TrcBinding {
-public:
-    // Null while the module is not loaded.
-    std::shared_ptr<const TrcFunctionTable> get() const;
-    // Replaces the table and returns the one before.
-    std::shared_ptr<const TrcFunctionTable> exchange(std::shared_ptr<const TrcFunctionTable> table);
-
-private:
-    mutable zel::PlainMutex mutex_;
-    std::shared_ptr<const TrcFunctionTable> table_ GUARDED_BY(mutex_);
-};
-
 // Never destroyed: events are released on threads of the bus for as long as the process runs.
-extern TrcBinding& g_trcModule;
+extern zel::Snapshot<TrcFunctionTable>& g_trcModule;
 
-// Gives a result back to the module; without the module the buffer stays allocated. Null is passed on.
+// Gives a result back to the module, a null one too. Without the module the buffer stays allocated.
 void release_trace_result(char* buffer);

@@ -16,6 +16,8 @@ public:
     bool IsSelected() const { return bSelected != 0; }
 
 private:
+    friend struct ProcessTreeSelectorPeer;  // a test's: the selection is kept and nothing reads it
+
     ProcessTreeSelector();
 
     using SelectProcTree_t = void();

@@ -8,7 +8,8 @@
 extern "C" {
 #endif
 
-// Fills `buffer` of `size` bytes with a terminated JSON member and returns 1, or returns 0. Runs on the manager's thread.
+// Fills `buffer` of `size` bytes with a terminated JSON member and returns 1, or returns 0. Runs on the manager's
+// thread.
 typedef int (*zel_report_cb_t)(char* buffer, uint32_t size);
 // A null callback unregisters the module.
 typedef int32_t (*register_report_cb_t)(const char* module, zel_report_cb_t callback);

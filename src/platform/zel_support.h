@@ -1,12 +1,15 @@
 // The agent's support library, liblumutil.so: C linkage, resolved by the dynamic linker.
 //
-// Contract for all functions: callable from any thread; a path or text is zero-terminated UTF-8; a result of type int32_t
-// is 0 on success and negative on failure unless stated otherwise. Functions on a mutex, a thread or a module accept a null
-// handle and answer negative.
+// Contract for all functions: callable from any thread; a path or text is zero-terminated UTF-8; a result of type
+// int32_t is 0 on success and negative on failure unless stated otherwise. Functions on a mutex, a thread or a module
+// accept a null handle and answer negative.
 #pragma once
 
 #include <stddef.h>
 #include <stdint.h>
+
+// Exported where they are defined, whatever visibility the build presets.
+#pragma GCC visibility push(default)
 
 #ifdef __cplusplus
 extern "C" {
@@ -35,16 +38,16 @@ int32_t zel_dll_open(const char* path, void** module);
 int32_t zel_dll_get_addr(void* module, const char* name, void** address);
 int32_t zel_dll_close(void* module);
 
-// "@/" at the start becomes the folder of the calling module, found by the return address: a call in tail position would
-// name the caller's caller. Other paths are copied. The result is cut to nothing longer than `size` with its terminator; a
-// result that does not fit is a failure.
+// "@/" at the start becomes the folder of the calling module, found by the return address: a call in tail position
+// would name the caller's caller. Other paths are copied. The result is cut to nothing longer than `size` with its
+// terminator; a result that does not fit is a failure.
 int32_t zel_dirutils_path_transform(const char* path, char* out, uint32_t size);
 
 // 1 if something exists at the path, else 0.
 int32_t zel_path_is_exist_u(const char* path);
 
-// *ini receives a parsed file, which the caller gives to zel_ini_file_free. The text of zel_ini_file_get lives as long as
-// the handle and is null when there is no such section or key.
+// *ini receives a parsed file, which the caller gives to zel_ini_file_free. The text of zel_ini_file_get lives as long
+// as the handle and is null when there is no such section or key.
 int32_t zel_ini_file_load(const char* path, void** ini);
 const char* zel_ini_file_get(void* ini, const char* section, const char* key);
 void zel_ini_file_free(void* ini);
@@ -69,3 +72,5 @@ int32_t get_agent_path(const char* path, uint32_t length, int32_t init_pid, char
 #ifdef __cplusplus
 }
 #endif
+
+#pragma GCC visibility pop

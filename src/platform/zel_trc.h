@@ -1,7 +1,7 @@
 // The trace module libzeltrc.so and the data store libzelds.so: types of the functions that are loaded by name.
 //
-// Codes are signed 32-bit, negative on failure. A result buffer is allocated by the module, may be null, and goes back to
-// it through trace_event_release, also when the call failed. The module may be entered from several threads at once.
+// Codes are signed 32-bit, negative on failure. A result buffer is allocated by the module, may be null, and goes back
+// to it through trace_event_release, also when the call failed. The module may be entered from several threads at once.
 #pragma once
 
 #include <stdint.h>

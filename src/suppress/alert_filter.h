@@ -22,6 +22,8 @@ public:
     static std::string cal_alert_key(const ST_BUF_DATA& stData);
 
 private:
+    void clean_if_due();
+
     std::unordered_set<std::string> cache_;
     uint64_t last_clean_ms_;  // zel_time_get_tick_cout
 };

@@ -1,8 +1,12 @@
-// Keeps an account of the alerts that wait for their trace, predicts how long the backlog will take, and marks the least
-// severe alerts as dropped when that is too long. Only events 1536 and 1538 take part; all times are milliseconds.
+// Keeps an account of the alerts that wait for their trace, predicts how long the backlog will take, and marks the
+// least severe alerts as dropped when that is too long. Only events 1536 and 1538 take part; all times are
+// milliseconds.
 //
-// The mutex guards the waiting list, the level counts and the writing of the dropped flags. The key set of the counts never
-// changes after Init. It is never held together with a queue mutex.
+// An alert weighs nProcessCount; a level's count is the sum over its live alerts in the waiting list. A retried alert
+// stays in the account at its weight, and a dropped one stays in the list, without weight, until it is popped.
+//
+// The mutex guards the waiting list, the level counts and the writing of the dropped flags. It is never held together
+// with a queue mutex.
 #pragma once
 
 #include <array>
@@ -15,9 +19,10 @@
 
 class TraceEliminator {
 public:
-    // False only if the mutex cannot be made. Sets the limit to 60000 and reads "skip_behavior_level".
+    // False only if the mutex cannot be made. Sets the limit to 60000 and reads "skip_behavior_level". No worker may
+    // run.
     bool Init();
-    // Forgets the account; no worker may be running. The measured times stay.
+    // Forgets the account; no worker may run. The measured times stay.
     void Uninit();
 
     // Values outside 60000 to 36000000 change nothing. Any thread.
@@ -34,19 +39,24 @@ public:
     void Dump() EXCLUDES(mutex_);
 
 private:
-    static constexpr int kLevels = 6;  // risk levels 0 to 5
+    static constexpr int32_t kLevels = 6;  // risk levels 0 to 5, least severe first
+    using PerLevel = std::array<int32_t, kLevels>;
 
     static bool IsTracked(const ST_DELAY_QUEQE_NODE& node);
-    int32_t cost_of_level(int level) const;
+    bool is_accounted(const ST_DELAY_QUEQE_NODE& node) const;
+    bool is_trunk(int32_t level) const { return level <= skip_behavior_level_; }
+    int32_t cost_of_level(int32_t level) const;
     int32_t PredictTotalCost() REQUIRES(mutex_);
     int32_t Eliminate() EXCLUDES(mutex_);
-    std::array<int32_t, kLevels> drop_quotas(int32_t excess) REQUIRES(mutex_);
+    PerLevel drop_quotas(int32_t excess) const REQUIRES(mutex_);
+    int32_t drop_oldest(int32_t excess, PerLevel quotas) REQUIRES(mutex_);
 
-    int32_t skip_behavior_level_ = 0;
+    int32_t skip_behavior_level_ = 0;  // the highest level that is traced along the trunk only
+    // Milliseconds for one process, as last measured. Written by the trace worker without the mutex.
     std::atomic<int32_t> trunk_trace_time_{300};
     std::atomic<int32_t> full_trace_time_{5000};
-    std::list<ST_DELAY_QUEQE_NODE*> waiting_ GUARDED_BY(mutex_);  // oldest first, dropped ones included; not owned
-    std::array<int32_t, kLevels> level_counts_ GUARDED_BY(mutex_){};  // processes of live waiting nodes
+    std::list<ST_DELAY_QUEQE_NODE*> waiting_ GUARDED_BY(mutex_);  // oldest first; not owned
+    PerLevel level_counts_ GUARDED_BY(mutex_){};
     std::atomic<int32_t> max_delay_{0};
     zel::Mutex mutex_;
 };

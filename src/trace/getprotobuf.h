@@ -1,8 +1,8 @@
 // Builders: from decoded records to serialised vorn_trace_info messages.
 //
-// Each entry point returns the size of the message in bytes and stores it in `buffer`, a calloc buffer of exactly that size.
-// On failure it returns 0 with log lines and leaves `buffer` as it was. All but GetFileTraceProtobuf, which may run on any
-// thread, run on the alarm worker. They never free the node's payload.
+// Each entry point returns the size of the message in bytes and stores it in `buffer`, a calloc buffer of exactly that
+// size. On failure it returns 0 with log lines and leaves `buffer` as it was. All but GetFileTraceProtobuf, which may
+// run on any thread, run on the alarm worker. They never free the node's payload.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,16 @@
 #include "common/memory.h"
 #include "common/queue_nodes.h"
 #include "decode/records.h"
+
+namespace vorn_retrace {
+class process_vertex;
+class threat_alert;
+class threat_event;
+class threat_rule;
+class vorn_trace_info;
+enum TRACE_CMD : int;
+enum VORN_RISK_TYPE : int;
+}  // namespace vorn_retrace
 
 class CGetProtobuf {
 public:
@@ -25,4 +35,37 @@ public:
     static uint64_t GetDetanalProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer);
     // Events 513 and 518: the request of a host, wrapped in an alert.
     static uint64_t GetFileTraceProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer);
+
+private:
+    // Steps of all builders. A bool is false when the alert cannot be sent; the line that says why is logged by then.
+    static bool GetMainBuf(vorn_retrace::vorn_trace_info* pInfo, vorn_retrace::TRACE_CMD eCmd);
+    static uint64_t SerializeTraceInfo(const vorn_retrace::vorn_trace_info& info, zel::MallocBuffer& buffer);
+
+    // JSON alerts.
+    static bool GetThreatAlertInfo(const ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert, int& nProcessCount,
+                                   int& nRiskLevel);
+    static void SetTraceTags(const ST_BUF_DATA& stData, vorn_retrace::vorn_trace_info* pInfo, uint32_t uEventId);
+    static void SetRiskLevel(const ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert);
+    static void SetRuleStatus(const ST_RULE& stRule, vorn_retrace::threat_rule* pRule);
+    static bool SetRuleInfo(const ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert, int& nProcessCount);
+    static void SetRuleTags(const ST_RULE& stRule, vorn_retrace::threat_rule* pRule);
+    static bool SetEventInfo(const ST_RULE& stRule, vorn_retrace::threat_rule* pRule, int& nProcessCount,
+                             vorn_retrace::VORN_RISK_TYPE eAlertType, int nContainerInitPid);
+    static bool SetSubjectInfo(const ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent);
+    static void SetEventHighlight(const ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent);
+    static bool SetEventPrivateInfo(const ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent,
+                                    int nContainerInitPid);
+
+    // DNS hits. The variant area is read as kind 2 has it, whatever the kind is.
+    static bool GetIocThreatAlertInfo(const ST_QUEQE_NODE& stNode, vorn_retrace::threat_alert* pAlert);
+    static bool SetIocEventInfo(const ST_IOC_MSG& stMsg, vorn_retrace::threat_alert* pAlert);
+    static bool SetSubjectInfo(const IocVariant2& stArea, vorn_retrace::threat_event* pEvent);
+    static bool SetIocObjectInfo(const IocVariant2& stArea, vorn_retrace::threat_event* pEvent);
+
+    // Findings, detection results, file traces.
+    static bool SetBfCmd(uint32_t uEventId, vorn_retrace::vorn_trace_info* pInfo);
+    static bool SetBfTags(vorn_retrace::vorn_trace_info* pInfo, uint32_t uEventId);
+    static bool SetDetanalCmd(uint32_t uEventId, vorn_retrace::vorn_trace_info* pInfo);
+    static bool GetFileTraceThreatAlertInfo(const ST_QUEQE_NODE& stNode, vorn_retrace::threat_alert* pAlert);
+    static bool SetFileTraceEvent(const ST_QUEQE_NODE& stNode, vorn_retrace::threat_alert* pAlert);
 };

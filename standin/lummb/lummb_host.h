@@ -1,5 +1,5 @@
-// What the bus stand-in offers to a host program, beside the agent's own DllGetClassObject: publishing events to plug-ins
-// and subscribing to what plug-ins send. C linkage; resolve the functions by name from the loaded library.
+// What the bus stand-in offers to a host program, beside the agent's own DllGetClassObject: publishing events to
+// plug-ins and subscribing to what plug-ins send. C linkage; resolve the functions by name from the loaded library.
 #pragma once
 
 #include <stdint.h>
@@ -15,16 +15,18 @@ enum : int32_t {
     LUMMB_FULL = 2,            // the inbox is at its limit; nothing was queued, try again later
 };
 
-// Queues an event for the dispatch thread; the data is copied. The payload is a JSON buffer for id 1536 and a common buffer
-// (with the id as its type) for all others. `data` may be null with size 0. Any thread.
+// Queues an event for the dispatch thread; the data is copied. The payload is a JSON buffer for id 1536 and a common
+// buffer (with the id as its type) for all others. With a null `data` the record has a null pointer and this size. Any
+// thread.
 typedef int32_t (*lummb_publish_t)(uint32_t event_id, const char* data, uint64_t size);
 
-// Queues event 1281. The record with all its texts and its variant record, which uKind names, is copied deep. The event
-// answers IDnsEvent with `query_name`, which may be null.
+// Queues event 1281. The record with all its texts and its variant record, which uKind names, is copied deep; for
+// another kind a variant pointer that is set stays set, and nothing behind it may be read. The event answers IDnsEvent
+// with `query_name`, which may be null.
 typedef int32_t (*lummb_publish_dns_t)(const ST_DNS_NATIVE* record, const char* query_name);
 
-// Calls `sink` on the dispatch thread for each event with this id that a plug-in sends. The event is valid during the call;
-// AddRef keeps it. Several sinks may share an id. Returns a token for lummb_unsubscribe, never 0.
+// Calls `sink` on the dispatch thread for each event with this id that a plug-in sends. The event is valid during the
+// call; AddRef keeps it. Several sinks may share an id. Returns a token for lummb_unsubscribe, never 0.
 typedef void (*lummb_sink_t)(void* context, MbFrame::IEvent* event);
 typedef uint64_t (*lummb_subscribe_t)(uint32_t event_id, lummb_sink_t sink, void* context);
 // When this returns, no call of the sink is running or will come. Not to be called from a sink.
@@ -33,16 +35,19 @@ typedef void (*lummb_unsubscribe_t)(uint64_t token);
 // Most events that wait for plug-ins; 1024 at first. Events that plug-ins send are never refused.
 typedef void (*lummb_set_inbox_limit_t)(uint64_t limit);
 
+// Taken at one moment, but for `alive` and `late`. The bus is idle when `waiting` and `sending` are 0. While `sending`
+// is above 0 the bus holds event objects of plug-ins, whose libraries must stay loaded.
 struct lummb_counts {
     uint64_t waiting;    // events that wait for plug-ins, the one being delivered included
     uint64_t published;  // accepted by lummb_publish and lummb_publish_dns
     uint64_t refused;    // LUMMB_FULL
-    uint64_t delivered;  // OnEvent returned
+    uint64_t delivered;  // calls of OnEvent that returned; an event counts once for each plug-in
     uint64_t discarded;  // waited when the last plug-in that wanted them unadvised
     uint64_t sent;       // events that plug-ins sent
     uint64_t sending;    // of these, not yet given to all subscribers
     uint64_t alive;      // incoming event objects not yet released for the last time
-    uint64_t late;       // calls of Release or AddRef after an incoming event's count had reached 0
+    uint64_t late;       // calls of Release or AddRef on an incoming event or the frame when its count stood at 0
+    uint64_t frames;     // references to the frame object that are not given back
 };
 typedef void (*lummb_get_counts_t)(lummb_counts* counts);
 

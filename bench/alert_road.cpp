@@ -1,0 +1,202 @@
+// The road of an alert from text to serialised message, beside a baseline that does the same work with no more than the
+// libraries: parse, look every key up, fill the same message from values that are ready, serialise, free.
+#include <benchmark/benchmark.h>
+#include <cjson/cJSON.h>
+
+#include <cstdlib>
+
+#include "decode/event_records.h"
+#include "decode/jsonparse.h"
+#include "documents.h"
+#include "retrace.pb.h"
+#include "trace/getprotobuf.h"
+
+namespace {
+
+using vorn_retrace::threat_event;
+using vorn_retrace::vorn_trace_info;
+
+NodePtr make_node(const std::string& text) {
+    NodePtr node(new ST_QUEQE_NODE);
+    node->uEventId = event_id::ioa_alert;
+    node->uSize = text.size();
+    node->pData = static_cast<char*>(calloc(text.size() + 1, 1));
+    text.copy(node->pData, text.size());
+    return node;
+}
+
+void road(benchmark::State& state) {
+    const NodePtr node = make_node(make_document(static_cast<int>(state.range(0))));
+    for (auto _ : state) {
+        ST_BUF_DATA data;
+        zel::MallocBuffer buffer;
+        int events = 0;
+        int level = 0;
+        if (!CEventHandle::GetJsonInfo(node.get(), data) ||
+            CGetProtobuf::GetComProtobuf(data, false, buffer, events, level, event_id::ioa_alert) == 0)
+            state.SkipWithError("the document did not become a message");
+        FreeBufData(data);
+    }
+}
+
+template <typename Keys>
+void look_up(const cJSON* object, const Keys& keys) {
+    for (const char* key : keys) benchmark::DoNotOptimize(cJSON_GetObjectItem(object, key));
+}
+
+void walk(const cJSON* root) {
+    look_up(root, kRootKeys);
+    for (const cJSON* rule = cJSON_GetObjectItem(root, "rule")->child; rule != nullptr; rule = rule->next) {
+        look_up(rule, kRuleKeys);
+        for (const cJSON* event = cJSON_GetObjectItem(rule, "event")->child; event != nullptr; event = event->next) {
+            look_up(event, kEventKeys);
+            look_up(event, object_keys(static_cast<unsigned>(cJSON_GetObjectItem(event, "type")->valueint)));
+        }
+    }
+}
+
+void fill_object(const ST_RAW_EVENT& from, threat_event& to) {
+    switch (from.uType) {
+        case 1: {
+            const auto& process = *static_cast<const ST_PROCESS_CREATE*>(from.pPrivate);
+            auto& object = *to.mutable_object_processcreate();
+            to.set_type(vorn_retrace::VORN_TRACE_PROCESS);
+            object.set_process_path(process.strImage);
+            object.set_process_commandline(process.strCmd);
+            object.set_process_user(process.strUser);
+            object.set_process_guid(process.strGuid);
+            object.set_process_md5(process.strMd5);
+            object.set_process_sha256(process.strSha256);
+            object.set_process_id(process.uPid);
+            object.set_thread_tid(process.uTid);
+            object.set_process_createtime(process.llCreateTime);
+            break;
+        }
+        case 6: {
+            const auto& file = *static_cast<const ST_FILE_CREATE*>(from.pPrivate);
+            to.set_type(vorn_retrace::VORN_TRACE_FILE_CREATE);
+            to.mutable_object_file_create()->set_file_path(file.strFilePath);
+            to.mutable_object_file_create()->set_file_type(file.strFileType);
+            break;
+        }
+        case 8: {
+            const auto& file = *static_cast<const ST_FILE_RENAME*>(from.pPrivate);
+            to.set_type(vorn_retrace::VORN_TRACE_FILE_RENAME);
+            to.mutable_object_file_rename()->set_file_post_path(file.strNewFilePath);
+            to.mutable_object_file_rename()->set_file_pre_path(file.strOldFilePath);
+            to.mutable_object_file_rename()->set_file_type(file.strFileType);
+            break;
+        }
+        case 14: {
+            const auto& connection = *static_cast<const ST_NETWORK_CONNECT*>(from.pPrivate);
+            auto& object = *to.mutable_object_net_connect();
+            to.set_type(vorn_retrace::VORN_TRACE_NET_CONNECT);
+            object.set_net_dst_ip(connection.strDstIp);
+            object.set_net_src_ip(connection.strSrcIp);
+            object.set_net_proto(connection.strProtocol);
+            object.set_net_dst_port(static_cast<int>(connection.uDstPort));
+            object.set_net_src_port(static_cast<int>(connection.uSrcPort));
+            break;
+        }
+        default: {
+            const auto& file = *static_cast<const ST_FILE_OPEN_INFO*>(from.pPrivate);
+            to.set_type(vorn_retrace::VORN_TRACE_FILE_OPEN);
+            to.mutable_object_file_open()->set_file_path(file.strFilePath);
+            to.mutable_object_file_open()->set_file_type(file.strFileType);
+        }
+    }
+}
+
+void fill_event(const ST_RAW_EVENT& from, threat_event& to) {
+    to.set_op_time(from.llOpTime);
+    to.set_version(static_cast<int>(from.uVersion));
+    auto& subject = *to.mutable_subject_process();
+    subject.set_login_name(from.strLoginName);
+    subject.set_ssh_login_ip(from.strSshIp);
+    subject.set_process_md5(from.strMd5);
+    subject.set_process_sha256(from.strSha256);
+    subject.set_process_id(from.uPid);
+    subject.set_thread_tid(from.uTid);
+    subject.set_process_path(from.strImage);
+    subject.set_process_commandline(from.strCmd);
+    subject.set_process_createtime(from.llCreateTime);
+    subject.set_process_user(from.strUser);
+    subject.set_process_guid(from.strGuid);
+    for (const std::string& text : from.vecHighlight) to.add_highlight()->set_str_data(text);
+    fill_object(from, to);
+}
+
+void fill(const ST_BUF_DATA& data, vorn_trace_info& info) {
+    info.set_agent_id("0");
+    info.set_cmd(vorn_retrace::TRACE_CMD_BASE_INFO);
+    auto& threat = *info.mutable_threat();
+    threat.set_alert_type(static_cast<vorn_retrace::VORN_RISK_TYPE>(data.nAlertType));
+    threat.set_alert_guid(data.strGuid);
+    threat.set_risk_level(vorn_retrace::VORN_RISK_LEVEL_HIGH);
+    threat.set_threat_score(static_cast<float>(data.uThreatScore));
+    threat.set_total_score(static_cast<float>(data.uTotalScore));
+    threat.set_alert_new_time(data.llLatestOpTime);
+    threat.set_alert_old_time(data.llEarliestOpTime);
+    threat.set_alert_desc(data.strBestRuleDesc);
+    threat.set_alert_name(data.strBestRuleName);
+    threat.set_alert_count(static_cast<int>(data.uCount));
+    threat.set_same_alert_key(data.llHash);
+    threat.set_engine_ver(data.strEngineVer);
+    threat.set_engine_rule_ver(data.strEngineRuleVer);
+    // The values of the first events serve all others: what is ready lies in the cache.
+    const std::vector<ST_RAW_EVENT>& ready = data.vecRule.front().vecEvent;
+    for (const ST_RULE& from : data.vecRule) {
+        for (const std::string& tag : from.vecTags) info.add_trace_tags_exs()->set_str_data(tag);
+        auto& rule = *threat.add_alert_rule();
+        rule.set_rule_id(from.strRuleId);
+        rule.set_mitre_id(from.strMitreId);
+        rule.set_internal_id(from.strInternalId);
+        rule.set_threat_score(static_cast<float>(from.nScore));
+        rule.set_threat_desc(from.strRuleDesc);
+        rule.set_status(vorn_retrace::VORN_RULE_ENABLE);
+        rule.set_version(from.strVersion);
+        rule.set_threat_name(from.strRuleName);
+        rule.set_risk_tag(from.strRiskTag);
+        rule.set_confidence(from.nConfidence);
+        for (const std::string& tag : from.vecTags) rule.add_tags()->set_str_data(tag);
+        for (size_t i = 0; i < from.vecEvent.size(); ++i) fill_event(ready[i % kKindCount], *rule.add_alert_event());
+    }
+}
+
+// Whether the baseline makes as much of a message as the road; a comparison of different work would say nothing.
+bool same_size(ST_BUF_DATA& data) {
+    vorn_trace_info info;
+    fill(data, info);
+    zel::MallocBuffer buffer;
+    int events = 0;
+    int level = 0;
+    return CGetProtobuf::GetComProtobuf(data, false, buffer, events, level, event_id::ioa_alert) == info.ByteSizeLong();
+}
+
+void baseline(benchmark::State& state) {
+    const NodePtr node = make_node(make_document(static_cast<int>(state.range(0))));
+    ST_BUF_DATA data;
+    if (!CEventHandle::GetJsonInfo(node.get(), data) || !same_size(data))
+        state.SkipWithError("the baseline makes another message than the road");
+    for (auto _ : state) {
+        cJSON* root = cJSON_Parse(node->pData);
+        walk(root);
+        {
+            vorn_trace_info info;
+            fill(data, info);
+            const size_t size = info.ByteSizeLong();
+            char* buffer = static_cast<char*>(malloc(size));
+            benchmark::DoNotOptimize(info.SerializeToArray(buffer, static_cast<int>(size)));
+            free(buffer);
+        }
+        cJSON_Delete(root);
+    }
+    FreeBufData(data);
+}
+
+[[maybe_unused]] const int g_agent_id = setenv("agentid", "0", 1);
+
+BENCHMARK(road)->Arg(1)->Arg(15)->Arg(100)->Arg(500)->Arg(10000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(baseline)->Arg(1)->Arg(15)->Arg(100)->Arg(500)->Arg(10000)->Unit(benchmark::kMicrosecond);
+
+}  // namespace

@@ -1,0 +1,170 @@
+#include "figures.h"
+
+#include <charconv>
+#include <iterator>
+
+#include "platform/zel_support.h"
+
+namespace zel {
+namespace {
+
+// The event that the current thread has in hand: a line that names none belongs to it. None on the trace worker.
+thread_local uint32_t event_in_hand = 0;
+
+constexpr uint32_t kKov = 1793;
+
+enum Begins : uint32_t { no_event = 0, numbered = 1 };  // or an event id
+
+// What a log line says, by its start behind the prefix.
+struct Meaning {
+    std::string_view text;
+    uint64_t KindFigures::*figure;
+    uint32_t begins = no_event;  // the event that the thread takes in hand; `numbered`: the number that follows the text
+    uint32_t otherwise = 0;      // whose figure it is when the thread has none in hand
+};
+constexpr Meaning kMeanings[] = {
+    // On the bus thread.
+    {"get event:", &KindFigures::got, numbered},
+    {"GetNativeEventData failed!", &KindFigures::no_payload},
+    {"The event is in the hot cache.", &KindFigures::hot},
+    {"The queue reached the threshold.", &KindFigures::queue_full},
+    {"Get event struct error!", &KindFigures::not_taken},
+    {"[work queue count", &KindFigures::queued},
+    // On the alarm worker.
+    {"start handle ioc!", &KindFigures::begun, 1281},
+    {"start handle kov!", &KindFigures::begun, kKov},
+    {"start handle trc_ex!", &KindFigures::begun, 1794},
+    {"start handle ", &KindFigures::begun, numbered},
+    {"ignore handle: ", &KindFigures::ignored, numbered},
+    {"GetJsonInfo failed!", &KindFigures::undecoded},
+    {"The alarm has been filtered.", &KindFigures::filtered},
+    {"Trigger rule only, skip.", &KindFigures::trigger_only},
+    {"The alert has been repeated.", &KindFigures::repeats},
+    {"Get com protobuf failed!", &KindFigures::unbuilt},
+    {"event invoke failed! guid:", &KindFigures::unsent},
+    {"event invoke failed!", &KindFigures::unsent, no_event, kKov},
+    {"trc_ex event invoke failed!", &KindFigures::unsent},
+    {"zeltrc comp function is null.", &KindFigures::no_function, no_event, kKov},
+    {"host alert,trace", &KindFigures::host_alerts},
+    {"work item given up:", &KindFigures::given_up},
+    // On either worker.
+    {"Failed to complete the alarm information.", &KindFigures::not_completed, no_event, kKov},
+    {"alert trace success, guid:", &KindFigures::succeeded},
+    {"alert trace failed, guid:", &KindFigures::failed},
+    {"alert trace dropped, guid:", &KindFigures::dropped},
+    {"alert trace retry, guid:", &KindFigures::retried},
+};
+
+constexpr std::string_view kGuidMark = "guid:";
+constexpr std::string_view kPushed = ", push into eliminator";
+
+// Cuts off "[PID:...]\t[LEVEL]\t[zelreshdl] [file(line)] ". Empty for the lines of others.
+std::string_view text_of(std::string_view line) {
+    constexpr std::string_view tag = "[zelreshdl] [";
+    const size_t at = line.find(tag);
+    const size_t end = at == std::string_view::npos ? at : line.find(")] ", at + tag.size());
+    return end == std::string_view::npos ? std::string_view{} : line.substr(end + 3);
+}
+
+const Meaning* find_meaning(std::string_view text) {
+    for (const Meaning& meaning : kMeanings)
+        if (text.starts_with(meaning.text)) return &meaning;
+    return nullptr;
+}
+
+uint32_t number_at(std::string_view text) {
+    uint32_t number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
+}  // namespace
+
+std::string_view Figures::log_line(int32_t level, std::string_view line) {
+    last_sign_ = Clock::now();
+    const std::string_view text = text_of(line);
+    const Meaning* meaning = find_meaning(text);
+    if (meaning != nullptr && meaning->begins != no_event)
+        event_in_hand = meaning->begins == numbered ? number_at(text.substr(meaning->text.size())) : meaning->begins;
+
+    const std::lock_guard lock(mutex_);
+    totals_.errors += level == ZEL_LOG_ERROR;
+    totals_.warnings += level == ZEL_LOG_WARN;
+    if (level == ZEL_LOG_ERROR && !text.empty()) totals_.last_error = text;
+
+    if (text.ends_with(kPushed)) {
+        const size_t guid = text.rfind(kGuidMark) + kGuidMark.size() + 1;
+        pushed_.emplace(text.substr(guid, text.size() - kPushed.size() - guid));
+    }
+    if (meaning == nullptr) return {};
+    ++(totals_.kinds[event_in_hand != 0 ? event_in_hand : meaning->otherwise].*meaning->figure);
+
+    if (!meaning->text.starts_with("alert trace ")) return {};
+    const std::string_view guid = text.substr(meaning->text.size());
+    if (meaning->figure == &KindFigures::retried) {
+        retried_.emplace(guid);
+        return {};
+    }
+    pushed_.erase(std::string(guid));
+    retried_.erase(std::string(guid));
+    return meaning->figure == &KindFigures::succeeded ? std::string_view{} : guid;
+}
+
+void Figures::published(uint32_t event_id) {
+    last_sign_ = Clock::now();
+    const std::lock_guard lock(mutex_);
+    ++totals_.kinds[event_id].in;
+}
+
+void Figures::sent(const ST_PB_EVENT& event) {
+    last_sign_ = Clock::now();
+    const std::lock_guard lock(mutex_);
+    const std::string_view guid = event.pszGuid == nullptr ? "" : event.pszGuid;
+    KindFigures& kind = totals_.kinds[event.uSourceEventId];
+    if (event.uEventId == 770 && event.uSourceEventId == 1281 && guid.empty())
+        ++totals_.duplicate_batches;
+    else if (event.uEventId == 770 && event.uSourceEventId != 1794)
+        ++kind.traces;
+    else
+        ++kind.reported;
+}
+
+void Figures::memory_check() {
+    last_sign_ = Clock::now();
+    const std::lock_guard lock(mutex_);
+    ++totals_.memory_checks;
+}
+
+void Figures::callback() {
+    last_sign_ = Clock::now();
+    const std::lock_guard lock(mutex_);
+    ++totals_.callbacks;
+}
+
+void Figures::file_trace() {
+    const std::lock_guard lock(mutex_);
+    ++totals_.file_traces;
+}
+
+Totals Figures::totals() const {
+    const std::lock_guard lock(mutex_);
+    Totals totals = totals_;
+    for (const auto& [id, kind] : totals.kinds) {
+        // A record of nothing but counts: added as the row of numbers that it is.
+        static_assert(sizeof(KindFigures) % sizeof(uint64_t) == 0);
+        auto* to = reinterpret_cast<uint64_t*>(&totals.sum);
+        const auto* from = reinterpret_cast<const uint64_t*>(&kind);
+        for (size_t i = 0; i < sizeof(KindFigures) / sizeof(uint64_t); ++i) to[i] += from[i];
+    }
+    return totals;
+}
+
+uint64_t Figures::open_traces(bool with_retried) const {
+    const std::lock_guard lock(mutex_);
+    uint64_t open = pushed_.size();
+    if (with_retried)
+        for (const std::string& guid : retried_) open += pushed_.contains(guid) ? 0 : 1;
+    return open;
+}
+
+}  // namespace zel

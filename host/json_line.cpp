@@ -1,0 +1,127 @@
+#include "json_line.h"
+
+#include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "failure.h"
+
+namespace zel {
+namespace {
+
+// Notes the members of the outermost object and where their values begin and end.
+class Collector : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Collector> {
+public:
+    using Type = JsonLine::Type;
+    using Size = rapidjson::SizeType;
+
+    Collector(std::string_view line, const rapidjson::MemoryStream& stream, std::vector<JsonLine::Member>& members)
+        : line_(line), stream_(stream), members_(members) {}
+
+    bool Null() { return scalar(Type::null); }
+    bool Bool(bool) { return scalar(Type::boolean); }
+    bool Int(int value) { return number(value); }
+    bool Uint(unsigned value) { return number(value); }
+    bool Int64(int64_t value) { return number(value); }
+    bool Uint64(uint64_t value) {
+        if (value <= std::numeric_limits<int64_t>::max()) return number(static_cast<int64_t>(value));
+        return scalar(Type::number);
+    }
+    bool Double(double) { return scalar(Type::number); }
+    bool String(const char* text, Size size, bool) {
+        if (depth_ == 1) members_.back().text.assign(text, size);
+        return scalar(Type::string);
+    }
+    bool Key(const char* text, Size size, bool) {
+        if (depth_ != 1) return true;
+        members_.emplace_back().key.assign(text, size);
+        begin_ = line_.find_first_not_of(" \t\r\n:", stream_.Tell());
+        return true;
+    }
+    bool StartObject() { return open(Type::object); }
+    bool StartArray() { return depth_ > 0 && open(Type::array); }
+    bool EndObject(Size) { return close(); }
+    bool EndArray(Size) { return close(); }
+
+private:
+    bool number(int64_t value) {
+        if (depth_ == 1) members_.back().whole = value;
+        return scalar(Type::number);
+    }
+    bool scalar(Type type) {
+        if (depth_ == 1) finish(type, stream_.Tell());
+        return depth_ > 0;
+    }
+    bool open(Type type) {
+        if (depth_++ == 1) members_.back().type = type;
+        return true;
+    }
+    // The iterative parser calls this with the closing bracket still to be taken.
+    bool close() {
+        if (--depth_ == 1) finish(members_.back().type, stream_.Tell() + 1);
+        return true;
+    }
+    void finish(Type type, size_t end) {
+        members_.back().type = type;
+        members_.back().raw = line_.substr(begin_, end - begin_);
+    }
+
+    std::string_view line_;
+    const rapidjson::MemoryStream& stream_;
+    std::vector<JsonLine::Member>& members_;
+    int depth_ = 0;
+    size_t begin_ = 0;
+};
+
+}  // namespace
+
+JsonLine::JsonLine(std::string_view line) : line_(line) {
+    rapidjson::MemoryStream stream(line.data(), line.size());
+    Collector collector(line, stream, members_);
+    rapidjson::Reader reader;
+    // Iterative: a line of nothing but brackets must not eat the stack.
+    const auto result = reader.Parse<rapidjson::kParseIterativeFlag>(stream, collector);
+    if (result.Code() == rapidjson::kParseErrorTermination) throw Failure("not a JSON object");
+    if (result.IsError())
+        throw Failure("no valid JSON at byte {}: {}", result.Offset() + 1, rapidjson::GetParseError_En(result.Code()));
+}
+
+const JsonLine::Member* JsonLine::find(std::string_view key) const {
+    const auto found = std::ranges::find(members_, key, &Member::key);
+    return found == members_.end() ? nullptr : &*found;
+}
+
+bool JsonLine::has_ignoring_case(std::string_view key) const {
+    return std::ranges::any_of(members_, [&](const Member& member) {
+        return member.key.size() == key.size() && strncasecmp(member.key.data(), key.data(), key.size()) == 0;
+    });
+}
+
+void JsonLine::expect_only(std::initializer_list<std::string_view> keys) const {
+    for (const Member& member : members_) {
+        if (std::ranges::find(keys, member.key) == keys.end())
+            throw Failure("\"{}\" is not known here; known: {}", member.key, fmt::join(keys, ", "));
+        if (find(member.key) != &member) throw Failure("\"{}\" stands twice", member.key);
+    }
+}
+
+int64_t JsonLine::whole(std::string_view key, int64_t lowest, int64_t highest, std::optional<int64_t> absent) const {
+    const Member* member = find(key);
+    if (member == nullptr && absent) return *absent;
+    if (member == nullptr || !member->whole || *member->whole < lowest || *member->whole > highest)
+        throw Failure("\"{}\" must be a whole number from {} to {}", key, lowest, highest);
+    return *member->whole;
+}
+
+const std::string* JsonLine::text(std::string_view key) const {
+    const Member* member = find(key);
+    if (member == nullptr || member->type == Type::null) return nullptr;
+    if (member->type != Type::string) throw Failure("\"{}\" must be a string", key);
+    return &member->text;
+}
+
+}  // namespace zel

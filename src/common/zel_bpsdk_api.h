@@ -1,0 +1,59 @@
+// The wrapper of the business-point SDK, which takes single trace reports, with the agent's version and id. The
+// libraries are optional and never closed.
+#pragma once
+
+#include <cstddef>
+
+#include "platform/zel_bp.h"
+
+namespace zel {
+
+inline constexpr uint32_t kReportingPathSize = 4096;
+
+// dlopen with the agent's flags. Returns 0, -1 for an empty path, or 0x84ce0015 when the library cannot be opened.
+int32_t open_reporting_library(const char* path, void** handle);
+
+void* reporting_address(void* handle, const char* name);
+
+// `function` is null when there is no such symbol.
+template <class F>
+void reporting_symbol(void* handle, const char* name, F*& function) {
+    function = reinterpret_cast<F*>(reporting_address(handle, name));
+}
+
+}  // namespace zel
+
+class ZelBpSdkApi {
+public:
+    // An empty object, made at the first call; never destroyed.
+    static ZelBpSdkApi& Instance();
+
+    // Loads the libraries and reads version and agent id. A missing library costs log lines. On the starting thread,
+    // before events arrive.
+    void Init();
+
+    // True if a report can be sent.
+    bool can_trace() const { return m_zel_bp_trace_utf8 != nullptr; }
+    // Reports that the delay queue holds too much. Any thread.
+    void report_busy(size_t events, size_t traces, size_t delayed) const;
+
+private:
+    ZelBpSdkApi() = default;
+    void load_sdk();
+    void load_ipc();
+    void read_version();
+    void read_agent_id();
+
+    void* m_hBpSdk = nullptr;
+    void* m_hIpc = nullptr;
+    using Unused = int32_t();  // resolved and kept; nothing calls them
+    Unused* m_zel_bp_trace = nullptr;
+    Unused* m_zel_bp_trace_unicode = nullptr;
+    zel_bp_trace_utf8_t m_zel_bp_trace_utf8 = nullptr;
+    Unused* m_oda_get_hostid = nullptr;
+    Unused* m_zel_bp_other = nullptr;
+    zel_bp_init_t m_zel_bp_init = nullptr;
+    Unused* m_zel_bp_uninit = nullptr;
+    char szVersion[16] = {};
+    char szAgentId[32] = {};  // no terminator when the id has 32 bytes or more
+};

@@ -1,0 +1,305 @@
+#include "decode/jsonparse.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "common/checks.h"
+#include "common/log.h"
+#include "common/memory.h"
+#include "decode/json_fields.h"
+
+using zel::Field;
+using zel::JsonObject;
+using zel::Need;
+using zel::Words;
+
+namespace {
+
+// Alert types that the decoder treats on their own.
+constexpr int32_t kIoc = 1;
+constexpr int32_t kIoa = 2;
+constexpr int32_t kMemory = 6;
+constexpr int32_t kRtsAdr = 7;
+constexpr int32_t kHighestAlertType = 22;
+
+// What is gathered across one document. All but nCurAlertType is cleared only when a document passes as a whole: what a
+// failed document left flows into the next good one.
+struct Scratch {
+    int32_t nCurAlertType = 0;
+    int64_t llEarliestOpTime = 0;
+    int64_t llLatestOpTime = 0;
+    int32_t nBestScore = 0;
+    std::string strBestRuleDesc;
+    std::string strBestRuleName;
+
+    // A time of 0 takes the place of the earliest one, which the next event then sets afresh.
+    void note_op_time(int64_t time) {
+        if (time < llEarliestOpTime || llEarliestOpTime == 0) llEarliestOpTime = time;
+        if (time > llLatestOpTime) llLatestOpTime = time;
+    }
+    // The first of equal scores wins, and a score must be above 0. A better rule without a name leaves the older name.
+    void note_rule(const ST_RULE& rule) {
+        if (nBestScore >= rule.nScore) return;
+        nBestScore = rule.nScore;
+        strBestRuleDesc = rule.strRuleDesc;
+        if (!rule.strRuleName.empty()) strBestRuleName = rule.strRuleName;
+    }
+    void hand_over(ST_BUF_DATA& data) {
+        data.llEarliestOpTime = std::exchange(llEarliestOpTime, 0);
+        data.llLatestOpTime = std::exchange(llLatestOpTime, 0);
+        data.strBestRuleDesc = std::exchange(strBestRuleDesc, {});
+        data.strBestRuleName = std::exchange(strBestRuleName, {});
+        nBestScore = 0;
+    }
+};
+Scratch g_scratch;
+
+constexpr Field<Scratch> kAlertTypeField = {"alert_type", &Scratch::nCurAlertType};
+
+constexpr Field<ST_BUF_DATA> kRootFields[] = {
+    {"risk_level", &ST_BUF_DATA::strRiskLevel},
+    {"threat_score", &ST_BUF_DATA::uThreatScore},
+    {"total_score", &ST_BUF_DATA::uTotalScore},
+    {"verify_score", &ST_BUF_DATA::uVerifyScore},
+    {"verify_total_score", &ST_BUF_DATA::uVerifyTotalScore},
+    {"count", &ST_BUF_DATA::uCount},
+    {"hash", &ST_BUF_DATA::llHash},
+    {"engine_ver", &ST_BUF_DATA::strEngineVer},
+    {"engine_rule_ver", &ST_BUF_DATA::strEngineRuleVer},
+};
+
+constexpr Field<ST_BUF_DATA> kContainerFields[] = {
+    {"containerid", &ST_BUF_DATA::strContainerId}, {"repository", &ST_BUF_DATA::strRepository},
+    {"mounts", &ST_BUF_DATA::strMounts},           {"user", &ST_BUF_DATA::strUser},
+    {"namespace", &ST_BUF_DATA::strNamespace},     {"imageid", &ST_BUF_DATA::strImageId},
+    {"imagetag", &ST_BUF_DATA::strImageTag},       {"containername", &ST_BUF_DATA::strContainerName},
+    {"Capability", &ST_BUF_DATA::strCapability},   {"PortsBinding", &ST_BUF_DATA::strPortsBinding},
+    {"ImageName", &ST_BUF_DATA::strImageName},     {"ContainerInitPid", &ST_BUF_DATA::nContainerInitPid},
+    {"Privileged", &ST_BUF_DATA::uPrivileged},
+};
+
+constexpr Field<ST_BUF_DATA> kMaliciousKeyField = {"malicious_key", &ST_BUF_DATA::strMaliciousKey};
+constexpr Field<ST_BUF_DATA> kExtendedMsgField = {"msg", &ST_BUF_DATA::strExtendedMsg};
+constexpr Field<ST_BUF_DATA> kGuidField = {"Guid", &ST_BUF_DATA::strGuid};
+
+constexpr Field<ST_RULE> kRuleFields[] = {
+    {"rule_id", &ST_RULE::strRuleId},
+    {"mitre_id", &ST_RULE::strMitreId},
+    {"rule_desc", &ST_RULE::strRuleDesc},
+    {"status", &ST_RULE::strStatus},
+    {"score", &ST_RULE::nScore},
+    {"version", &ST_RULE::strVersion},
+    {"rule_name", &ST_RULE::strRuleName},
+    {"internal_id", &ST_RULE::strInternalId, Need::warned},
+    {"risk_tag", &ST_RULE::strRiskTag, Need::silent},
+    {"confidence", &ST_RULE::nConfidence, Need::silent},
+};
+
+// The subject of an event, whatever its type.
+constexpr Field<ST_RAW_EVENT> kSubjectFields[] = {
+    {"version", &ST_RAW_EVENT::uVersion},
+    {"type", &ST_RAW_EVENT::uType},
+    {"SubjectPid", &ST_RAW_EVENT::uPid},
+    {"SubjectTid", &ST_RAW_EVENT::uTid},
+    {"SubjectImage", &ST_RAW_EVENT::strImage},
+    {"SubjectCmd", &ST_RAW_EVENT::strCmd},
+    {"SubjectCreateTime", &ST_RAW_EVENT::llCreateTime},
+    {"SubjectUser", &ST_RAW_EVENT::strUser},
+    {"LoginName", &ST_RAW_EVENT::strLoginName, Need::optional},
+    {"SshIp", &ST_RAW_EVENT::strSshIp, Need::optional},
+    {"SubjectMd5", &ST_RAW_EVENT::strMd5, Need::optional},
+    {"SubjectSha256", &ST_RAW_EVENT::strSha256, Need::optional},
+    {"SubjectGuid", &ST_RAW_EVENT::strGuid},
+    {"OpTime", &ST_RAW_EVENT::llOpTime},
+};
+
+struct TreeDeleter {
+    void operator()(cJSON* tree) const { cJSON_Delete(tree); }
+};
+
+void keep_container(const ST_BUF_DATA& data) {
+    g_stContainerInfo = {
+        .strRepository = data.strRepository,
+        .strMounts = data.strMounts,
+        .strUser = data.strUser,
+        .strNamespace = data.strNamespace,
+        .strImageId = data.strImageId,
+        .strImageTag = data.strImageTag,
+        .strContainerId = data.strContainerId,
+        .strContainerName = data.strContainerName,
+        .strImageName = data.strImageName,
+        .strCapability = data.strCapability,
+        .strPortsBinding = data.strPortsBinding,
+        .llContainerInitPid = data.nContainerInitPid,
+        .uPrivileged = data.uPrivileged,
+    };
+    LOG_DEBUG("jsonparse_strContainerId:%s, strImageId:%s, strContainerName:%s", data.strContainerId.c_str(),
+              data.strImageId.c_str(), data.strContainerName.c_str());
+}
+
+bool read_alert_type(const JsonObject& root, ST_BUF_DATA& data) {
+    g_scratch.nCurAlertType = 0;
+    if (!zel::read_field(root, g_scratch, kAlertTypeField, Words::not_string)) return false;
+    if (g_scratch.nCurAlertType < 1 || g_scratch.nCurAlertType > kHighestAlertType) {
+        LOG_ERROR("The json event is unknown.%d", g_scratch.nCurAlertType);
+        return false;
+    }
+    data.nAlertType = g_scratch.nCurAlertType;
+    return true;
+}
+
+bool read_rule(const JsonObject& object, ST_RULE& rule) {
+    if (!zel::read_fields(object, rule, kRuleFields, Words::not_string)) return false;
+    CEventHandle::GetRuleTagsInfo(object, rule.vecTags);
+    // A memory finding of a high score is certain, whatever the engine says.
+    if (g_scratch.nCurAlertType == kMemory && rule.nScore > 6) rule.nConfidence = 100;
+    g_scratch.note_rule(rule);
+    if (!CEventHandle::GetRawEventInfo(object, rule.vecEvent)) {
+        LOG_ERROR("GetRawEventInfo failed!");
+        return false;
+    }
+    return true;
+}
+
+bool read_event(const JsonObject& object, ST_RAW_EVENT& event) {
+    if (!zel::read_fields(object, event, kSubjectFields, Words::not_type)) return false;
+    CEventHandle::GetHighlightInfo(object, event.vecHighlight, "Highlight");
+    CEventHandle::GetHighlightInfo(object, event.vecSubHighlight, "SubHighLight");
+    g_scratch.note_op_time(event.llOpTime);
+    if (!CEventHandle::GetEventPrivateInfo(object, event)) {
+        LOG_ERROR("GetEventPrivateInfo error!");
+        return false;
+    }
+    CEventHandle::GetPostOprInfo(object, event);
+    return true;
+}
+
+}  // namespace
+
+void zel::append_texts(const cJSON& array, std::vector<std::string>& texts) {
+    for (const cJSON* item = array.child; item != nullptr; item = item->next)
+        if (item->valuestring != nullptr) texts.emplace_back(item->valuestring);
+}
+
+bool CEventHandle::GetJsonInfo(ST_QUEQE_NODE* pNode, ST_BUF_DATA& stData) {
+    if (pNode->pData == nullptr) return false;
+    std::unique_ptr<cJSON, TreeDeleter> tree(cJSON_Parse(pNode->pData));
+    if (tree == nullptr) return false;
+    const JsonObject root(tree.get());
+    const bool decoded = GetJsonInfoEx(root, stData);
+    if (!zel::read_field(root, stData, kGuidField, Words::not_string)) {
+        // A document that cannot be named is given up together with its tree.
+        zel::leave_allocated(tree.release());
+        return false;
+    }
+    // A longer text loses its tail; the node's text then fills its place and has no terminator.
+    stData.strGuid.resize(std::min(stData.strGuid.size(), sizeof pNode->szGuid));
+    memset(pNode->szGuid, 0, sizeof pNode->szGuid);
+    stData.strGuid.copy(pNode->szGuid, sizeof pNode->szGuid);
+    return decoded;
+}
+
+bool CEventHandle::GetJsonInfoEx(const JsonObject& pjRoot, ST_BUF_DATA& stData) {
+    ZEL_ASSERT(pjRoot);
+    if (!read_alert_type(pjRoot, stData)) return false;
+    if (!zel::read_fields(pjRoot, stData, kRootFields, Words::not_string)) return false;
+    if (stData.nAlertType == kIoa || stData.nAlertType == kMemory) {
+        if (!zel::read_fields(pjRoot, stData, kContainerFields, Words::not_string)) return false;
+        keep_container(stData);
+    }
+    if (stData.nAlertType == kIoc && !zel::read_field(pjRoot, stData, kMaliciousKeyField, Words::not_string))
+        return false;
+    if (!GetRuleInfo(pjRoot, stData.vecRule)) {
+        LOG_ERROR("GetRuleInfo failed!");
+        return false;
+    }
+    if (!GetExtenedInfo(pjRoot, stData)) {
+        LOG_ERROR("GetExtenedInfo failed!\n");
+        return false;
+    }
+    g_scratch.hand_over(stData);
+    return true;
+}
+
+bool CEventHandle::GetRuleInfo(const JsonObject& pjRoot, std::vector<ST_RULE>& vecRule) {
+    ZEL_ASSERT(pjRoot);
+    const cJSON* rules = zel::find_required(pjRoot, "rule");
+    if (rules == nullptr) return false;
+    if (!GetRuleInfoEx(rules, vecRule)) {
+        LOG_ERROR("GetRuleInfoEx error.");
+        return false;
+    }
+    return true;
+}
+
+bool CEventHandle::GetRuleInfoEx(const cJSON* pjRule, std::vector<ST_RULE>& vecRule) {
+    ZEL_ASSERT(pjRule);
+    for (const cJSON* item = pjRule->child; item != nullptr; item = item->next) {
+        ST_RULE& stRule = vecRule.emplace_back();
+        if (read_rule(item, stRule)) continue;
+        // A refused rule leaves the document before FreeBufData can see its events: their records are lost with it.
+        for (const ST_RAW_EVENT& stEvent : stRule.vecEvent) zel::leave_allocated(stEvent.pPrivate);
+        vecRule.pop_back();
+        return false;
+    }
+    return true;
+}
+
+void CEventHandle::GetRuleTagsInfo(const JsonObject& pjRule, std::vector<std::string>& vecTags) {
+    ZEL_ASSERT(pjRule);
+    if (const cJSON* tags = pjRule.find("tags")) zel::append_texts(*tags, vecTags);
+}
+
+bool CEventHandle::events_under(const JsonObject& object, const zel::Key& key, std::vector<ST_RAW_EVENT>& events) {
+    const cJSON* array = object.find(key);
+    if (array == nullptr) {
+        LOG_ERROR("get json obj error.");
+        return false;
+    }
+    if (!GetRawEventInfoEx(array, events)) {
+        LOG_ERROR("GetRawEventInfoEx error.");
+        return false;
+    }
+    return true;
+}
+
+bool CEventHandle::GetRawEventInfo(const JsonObject& pjRuleArray, std::vector<ST_RAW_EVENT>& vecEvent) {
+    ZEL_ASSERT(pjRuleArray);
+    return events_under(pjRuleArray, "event", vecEvent);
+}
+
+bool CEventHandle::GetRawEventInfoEx(const cJSON* pjRawEvent, std::vector<ST_RAW_EVENT>& vecEvent) {
+    ZEL_ASSERT(pjRawEvent);
+    for (const cJSON* item = pjRawEvent->child; item != nullptr; item = item->next) {
+        if (read_event(item, vecEvent.emplace_back())) continue;
+        vecEvent.pop_back();
+        return false;
+    }
+    SelectLastEventProcess(vecEvent);
+    return true;
+}
+
+bool CEventHandle::GetHighlightInfo(const JsonObject& pjRawEventArray, std::vector<std::string>& vecText,
+                                    const char* key) {
+    ZEL_ASSERT(pjRawEventArray);
+    const cJSON* texts = pjRawEventArray.find(key);
+    if (texts == nullptr) return false;
+    zel::append_texts(*texts, vecText);
+    return true;
+}
+
+bool CEventHandle::GetExtenedInfo(const JsonObject& pjRoot, ST_BUF_DATA& stData) {
+    ZEL_ASSERT(pjRoot);
+    const bool scenario = stData.nAlertType == kIoa;
+    if (!scenario && stData.nAlertType != kMemory && stData.nAlertType != kRtsAdr) return true;
+    constexpr zel::Key kKey = "ExtendedInfo";
+    const cJSON* info = pjRoot.find(kKey);
+    if (info == nullptr) {
+        LOG_ERROR("get json value error.key:%s", kKey.name);
+        return false;
+    }
+    if (scenario) return GetScenarioInfo(info, stData);
+    return zel::read_field<ST_BUF_DATA>(info, stData, kExtendedMsgField, Words::not_string);
+}

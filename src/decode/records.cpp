@@ -1,0 +1,45 @@
+#include "decode/records.h"
+
+#include "decode/event_types.h"
+#include "decode/memory_party.h"
+
+ST_CONTAINER_INFO g_stContainerInfo;
+
+namespace {
+
+// clear() would keep the storage.
+template <class T>
+void give_up(std::vector<T>& list) {
+    std::vector<T>().swap(list);
+}
+
+void free_events(std::vector<ST_RAW_EVENT>& events) {
+    for (ST_RAW_EVENT& event : events) FreeEventPrivate(event);
+    give_up(events);
+}
+
+}  // namespace
+
+void FreeEventPrivate(ST_RAW_EVENT& stEvent) {
+    if (stEvent.pPrivate == nullptr) return;
+    const zel::EventType* type = zel::find_event_type(stEvent.uType);
+    if (type == nullptr) {
+        zel::log_unknown_event(stEvent.uType);
+        return;
+    }
+    type->release(stEvent.pPrivate);
+    stEvent.pPrivate = nullptr;
+}
+
+void FreeBufData(ST_BUF_DATA& stData) {
+    for (ST_RULE& rule : stData.vecRule) free_events(rule.vecEvent);
+    give_up(stData.vecRule);
+    free_events(stData.vecProcessSet);
+    give_up(stData.vecLinkSet);
+}
+
+std::optional<ProcessParty> object_process(const ST_RAW_EVENT& stEvent) {
+    const zel::EventType* type = zel::find_event_type(stEvent.uType);
+    if (type == nullptr || type->process == nullptr || stEvent.pPrivate == nullptr) return std::nullopt;
+    return type->process(stEvent.pPrivate);
+}

@@ -1,0 +1,133 @@
+// The road of an alert document, events 1536 and 1538: decode, filter, first report, trace job.
+#include <strings.h>
+
+#include <algorithm>
+#include <new>
+
+#include "common/capture.h"
+#include "common/checks.h"
+#include "common/log.h"
+#include "common/statistics.h"
+#include "decode/jsonparse.h"
+#include "pipeline/handler_support.h"
+#include "pipeline/reshdlwork.h"
+#include "suppress/alert_filter.h"
+#include "trace/getprotobuf.h"
+
+namespace {
+
+constexpr int32_t kScenarioAlert = 2;
+
+// A decoded document, released with everything behind it on every path.
+struct Document {
+    Document() = default;
+    ~Document() { FreeBufData(data); }
+    Document(const Document&) = delete;
+    Document& operator=(const Document&) = delete;
+
+    ST_BUF_DATA data;
+};
+
+bool is_trigger(const ST_RULE& rule) { return rule.strStatus == "Trigger"; }
+
+// A removed rule is out of FreeBufData's sight, so its records are freed here.
+void remove_trigger_rules(std::vector<ST_RULE>& rules) {
+    for (ST_RULE& rule : rules)
+        if (is_trigger(rule)) std::for_each(rule.vecEvent.begin(), rule.vecEvent.end(), FreeEventPrivate);
+    std::erase_if(rules, is_trigger);
+}
+
+bool is_xdr_rule(const ST_RULE& rule) { return strncasecmp(rule.strRuleId.c_str(), "XDR-IOA-", 8) == 0; }
+
+}  // namespace
+
+void CReshdlWork::HandleJsonEvent(NodePtr pEventData) {
+    ZEL_ASSERT(pEventData);
+    Document document;
+    ST_BUF_DATA& data = document.data;
+    int nProcessCount = 0;
+    int nRiskLevel = 0;
+    const char* guid = pEventData->szGuid;
+
+    if (!CEventHandle::GetJsonInfo(pEventData.get(), data)) {
+        LOG_ERROR("GetJsonInfo failed!");
+        return;
+    }
+    if (IsAlertFiltered(data)) {
+        LOG_WARN("The alarm has been filtered.[%s], guid:%s", data.strScenarioId.c_str(), guid);
+        return;
+    }
+    if (pEventData->uEventId == event_id::ioa_alert) ScanScenario(data);
+    remove_trigger_rules(data.vecRule);
+    if (data.vecRule.empty()) {
+        LOG_INFO("Trigger rule only, skip. guid:%s", guid);
+        return;
+    }
+    count(g_statistics.alertEventTotalCount);
+    const bool repeated = m_uAlertFilterSwitch.load(std::memory_order_relaxed) != 0 &&
+                          ResHdlAlert::AlertFilter::GetInstance().CheckRepeat(data);
+    if (repeated) {
+        count(g_statistics.alertEventFilterCount);
+        LOG_INFO("The alert has been repeated. guid:%s", guid);
+    }
+
+    zel::MallocBuffer buffer;
+    const uint64_t size =
+        CGetProtobuf::GetComProtobuf(data, repeated, buffer, nProcessCount, nRiskLevel, pEventData->uEventId);
+    if (!is_built(buffer, size)) return;
+    CaptureData(buffer.get(), size, CaptureKind::ioa_alarm);
+    const char* const message = buffer.get();  // the event's, once it is published
+    const auto event = publish_built(event_id::first_report, *pEventData, buffer, size);
+    if (event == nullptr) {
+        LOG_ERROR("event invoke failed! guid:%s", guid);
+        return;
+    }
+    count(g_statistics.sentToMbCount);
+    const bool on_host = data.strContainerId == "host" || data.strContainerId.empty();
+    if (!repeated && on_host) {
+        LOG_INFO("host alert,trace");
+        HandleJsonEventResult(nProcessCount, nRiskLevel, message, size, *pEventData);
+    } else {
+        LOG_INFO("container alert, not trace. guid:%s", guid);  // for repeats, too
+    }
+}
+
+bool CReshdlWork::IsAlertFiltered(const ST_BUF_DATA& stData) {
+    if (stData.nAlertType != kScenarioAlert) return false;
+    if (!std::all_of(stData.vecRule.begin(), stData.vecRule.end(), is_xdr_rule)) return false;
+    uint64_t waiting = 0;
+    {
+        const zel::Lock lock(m_hDelayMutex);
+        waiting = m_listDelay.size();
+    }
+    return waiting >= m_uTraceVal.load(std::memory_order_relaxed) * m_uQueueMax.load(std::memory_order_relaxed) / 100;
+}
+
+void CReshdlWork::HandleJsonEventResult(int nProcessCount, int nRiskLevel, const char* pInBuf, uint64_t uSize,
+                                        const ST_QUEQE_NODE& stNode) {
+    ZEL_ASSERT(pInBuf);
+    DelayNodePtr job = new_trace_job(nullptr);
+    if (job == nullptr) {
+        LOG_ERROR("new(std::nothrow)ST_DELAY_QUEQE_NODE");
+        return;
+    }
+    job->pNode.reset(new (std::nothrow) ST_QUEQE_NODE);
+    if (job->pNode == nullptr) {
+        LOG_ERROR("new(std::nothrow)ST_QUEQE_NODE");
+        return;
+    }
+    // The message itself belongs to the event.
+    zel::MallocBuffer copy = copy_message(pInBuf, uSize);
+    if (copy == nullptr) {
+        LOG_ERROR("(char*)calloc(uPbSize, sizeof(char)) failed!");
+        return;
+    }
+    ST_QUEQE_NODE& node = *job->pNode;
+    node.uEventId = stNode.uEventId;
+    node.pData = copy.release();
+    node.uSize = uSize;
+    std::copy(std::begin(stNode.szGuid), std::end(stNode.szGuid), node.szGuid);
+    job->nProcessCount = nProcessCount;
+    job->nRiskLevel = nRiskLevel;
+    PushDelayQueueNode(job);
+}

@@ -1,0 +1,38 @@
+// Findings that end at the first report: port scans, brute force, abnormal logins, detection-analysis results.
+#include "common/checks.h"
+#include "common/log.h"
+#include "common/memory.h"
+#include "common/reshdlevent.h"
+#include "pipeline/handler_support.h"
+#include "pipeline/reshdlwork.h"
+#include "trace/getprotobuf.h"
+
+namespace {
+
+void send_finding(const ST_QUEQE_NODE& node, EVENT_ID type, zel::MallocBuffer buffer, uint64_t size) {
+    const auto event = publish_built(type, node, buffer, size);
+    if (event == nullptr) LOG_ERROR("event invoke failed!");
+}
+
+}  // namespace
+
+void CReshdlWork::HandleBFEvent(NodePtr pEventData) {
+    ZEL_ASSERT(pEventData);
+    zel::MallocBuffer buffer;
+    const uint64_t size = CGetProtobuf::GetBfProtobuf(*pEventData, buffer);
+    if (!is_built(buffer, size)) return;
+    LOG_INFO("event_id:%lu, data:\r\n %s.", static_cast<unsigned long>(pEventData->uEventId), pEventData->pData);
+    send_finding(*pEventData, event_id::first_report, std::move(buffer), size);
+}
+
+void CReshdlWork::HandleDetanalEvent(NodePtr pEventData) {
+    ZEL_ASSERT(pEventData);
+    zel::MallocBuffer buffer;
+    const uint64_t size = CGetProtobuf::GetDetanalProtobuf(*pEventData, buffer);
+    if (!is_built(buffer, size)) return;
+    LOG_INFO("event_id:%lu, data_size:%llu.", static_cast<unsigned long>(pEventData->uEventId),
+             static_cast<unsigned long long>(pEventData->uSize));
+    const EVENT_ID type =
+        pEventData->uEventId == event_id::credible_event ? event_id::credible_report : event_id::first_report;
+    send_finding(*pEventData, type, std::move(buffer), size);
+}

@@ -1,0 +1,63 @@
+// Traces that the host asks for by itself.
+#include <new>
+
+#include "common/checks.h"
+#include "common/common.h"
+#include "common/log.h"
+#include "common/memory.h"
+#include "pipeline/handler_support.h"
+#include "pipeline/reshdlwork.h"
+#include "trace/getprotobuf.h"
+
+namespace {
+
+constexpr int kProcessTraceCode = 10;
+
+}  // namespace
+
+int CReshdlWork::FileTrace(fn_server_ret_t fun, const char* path, const char* file_key, EVENT_ID uEventId,
+                           uint32_t uContext) {
+    ZEL_ASSERT(fun && path && file_key);
+    char guid[kGuidSize] = {};
+    if (!CltCommon::CreateGuid(guid, sizeof guid)) {
+        LOG_ERROR("Create guid error!");
+        return -1;
+    }
+    NodePtr node(new (std::nothrow) ST_QUEQE_NODE);
+    if (node == nullptr) {
+        LOG_ERROR("malloc node filed!");
+        return -1;
+    }
+    node->uEventId = uEventId;
+    node->stFileTrace.strPath = path;
+    node->stFileTrace.strFileKey = file_key;
+    node->stFileTrace.uContext = uContext;
+    node->stFileTrace.pfnResult = fun;
+    set_guid(*node, guid);
+    zel::MallocBuffer message;
+    node->uSize = CGetProtobuf::GetFileTraceProtobuf(*node, message);
+    zel::MallocBuffer copy = copy_message(message.get(), node->uSize);
+    zel::leave_allocated(message.release());  // the builder's buffer of a file trace has no further owner
+    if (copy == nullptr) {
+        LOG_ERROR("malloc data failed!");
+        return -1;
+    }
+    node->pData = copy.release();
+    PushIocTrace(std::move(node));
+    return 0;
+}
+
+int CReshdlWork::ProcTrace(fn_server_ret_t fun, const char* data, uint32_t size, uint32_t uContext) {
+    ZEL_ASSERT(fun && data);
+    const auto table = g_trcModule.get();
+    if (table == nullptr || table->trace_event_coordinate_dispose_trc == nullptr) {
+        LOG_ERROR("zeltrc proc_trc comp function is null.");
+        return -1;
+    }
+    char* result = nullptr;
+    uint32_t result_size = 0;
+    table->trace_event_coordinate_dispose_trc(data, size, &result, &result_size);
+    fun(kProcessTraceCode, uContext, result, result_size);
+    table->trace_event_release(result);
+    return 0;
+}

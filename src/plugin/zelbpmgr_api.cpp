@@ -1,0 +1,42 @@
+#include "plugin/zelbpmgr_api.h"
+
+#include <dlfcn.h>
+
+#include "common/log.h"
+#include "common/module_path.h"
+#include "common/zel_bpsdk_api.h"
+
+ZelbpmgrApi& ZelbpmgrApi::Instance() {
+    static int32_t once = 0;
+    static ZelbpmgrApi* api = nullptr;
+    zel_singleton_once(&once, [](void* slot) { *static_cast<ZelbpmgrApi**>(slot) = new ZelbpmgrApi; }, &api);
+    return *api;
+}
+
+void ZelbpmgrApi::Init() {
+    LOG_INFO("ZelbpmgrApi init.");
+    m_hBpMgr = nullptr;
+    m_register_report_cb = nullptr;
+    const int32_t result = zel::open_reporting_library(
+        zel::module_path("@/../lib/libzelbpmgr.so", zel::kReportingPathSize).c_str(), &m_hBpMgr);
+    if (result != 0) {
+        LOG_ERROR("dll open zel_bpmgr failed, errcode:0x%08x", static_cast<uint32_t>(result));
+    } else {
+        LOG_INFO("dll open zel_bpmgr success");
+        zel::reporting_symbol(m_hBpMgr, "register_report_cb", m_register_report_cb);
+    }
+    if (m_register_report_cb == nullptr) LOG_ERROR("ZelbpmgrApi init failed, m_register_report_cb get error.");
+    LOG_INFO("ZelbpmgrApi init successful.");
+}
+
+void ZelbpmgrApi::Close() {
+    m_register_report_cb = nullptr;
+    if (m_hBpMgr != nullptr) dlclose(m_hBpMgr);
+    m_hBpMgr = nullptr;
+}
+
+bool ZelbpmgrApi::Register(const char* module, zel_report_cb_t callback) const {
+    if (m_register_report_cb == nullptr) return false;
+    m_register_report_cb(module, callback);
+    return true;
+}

@@ -1,0 +1,127 @@
+#include "plugin/zelreshdl.h"
+
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/module_state.h"
+#include "common/statistics.h"
+#include "common/zel_bpsdk_api.h"
+#include "pipeline/reshdlwork.h"
+#include "plugin/zelbpmgr_api.h"
+#include "plugin/zelreshdl_config.h"
+#include "plugin/zelreshdl_engine.h"
+#include "plugin/zelreshdl_report.h"
+
+namespace {
+
+constexpr int kFailed = -1;
+constexpr int kInReset = -2;
+constexpr int kFileKind = 1;
+
+template <class Body>
+int exported(Body body) {
+    int result = kFailed;
+    zel::guarded("call", [&] { result = body(); });
+    return result;
+}
+
+void register_report(const char* module, zel_report_cb_t callback) {
+    // The text is what operators know; it never showed the name.
+    if (!ZelbpmgrApi::Instance().Register(module, callback)) LOG_WARN("[ZEL_BPMGR_REGISTER] module_name: %% error.");
+}
+
+bool start_work(CResultProcEngine& engine) {
+    LOG_INFO("zelreshdl start work thread!");
+    if (g_pDispatcher.load(std::memory_order_acquire) == nullptr && !engine.LoadMbDll()) {
+        LOG_ERROR("LoadMbDll failed!");
+        return false;
+    }
+    if (g_reshdlWork.Init()) return true;
+    engine.Detach();
+    return false;
+}
+
+bool is_resetting() { return g_iResetDb.load() == 1; }
+
+int invalid_parameter() {
+    LOG_ERROR("Invalid parameter!");
+    return kFailed;
+}
+
+int log_stop() {
+    LOG_INFO("stop handled event.");
+    return 0;
+}
+
+}  // namespace
+
+int plugin_init(void) {
+    return exported([] {
+        LOG_INFO("Start handled event.");
+        ZelBpSdkApi::Instance().Init();
+        ZelbpmgrApi::Instance().Init();
+        register_report("zelreshdl", &zelreshdlBpFunc);
+        register_report("zeltrc", &zeltrcBpFunc);
+        g_liveTraceCost.reset();
+        g_reportTraceCost.reset();
+        g_statistics.reset();
+        CResultProcEngine* const engine = GetReshdlInstance();
+        return engine != nullptr && start_work(*engine) ? 0 : kFailed;
+    });
+}
+
+int plugin_uninit(void) {
+    LOG_INFO("Stop handled event.");
+    LOG_INFO("stop work thread!");
+    // An engine is not made just to be stopped.
+    zel::guarded("call", [] {
+        if (g_hWorkMutex.valid()) GetReshdlInstance()->Detach();
+        g_reshdlWork.Uninit();
+        ZelbpmgrApi& manager = ZelbpmgrApi::Instance();
+        manager.Register("zelreshdl", nullptr);
+        manager.Register("zeltrc", nullptr);
+        manager.Close();
+    });
+    return 0;
+}
+
+int plugin_start(void) {
+    LOG_INFO("start handled event.");
+    return 0;
+}
+
+int plugin_stop(void) { return log_stop(); }
+
+int plugin_update(void) { return log_stop(); }  // with the text of the stop
+
+int plugin_configuration_update(const char* data, uint32_t size) {
+    return exported([&] { return update_configuration(data, size); });
+}
+
+int reshdl_file_trace(fn_server_ret_t fun, const char* path, const char* file_key, int kind, uint32_t context) {
+    return exported([&] {
+        if (is_resetting()) return kInReset;
+        if (fun == nullptr || path == nullptr || file_key == nullptr) return invalid_parameter();
+        LOG_INFO("start file trace!");
+        GetReshdlInstance();
+        const EVENT_ID id = kind == kFileKind ? event_id::file_trace_file : event_id::file_trace_process;
+        return g_reshdlWork.FileTrace(fun, path, file_key, id, context);
+    });
+}
+
+int reshdl_process_trace(fn_server_ret_t fun, const char* data, uint32_t size, uint32_t context) {
+    return exported([&] {
+        if (is_resetting()) return kInReset;
+        if (fun == nullptr || data == nullptr || size == 0) return invalid_parameter();
+        LOG_INFO("start proc trace!");
+        GetReshdlInstance();
+        return g_reshdlWork.ProcTrace(fun, data, size, context);
+    });
+}
+
+void reset_db_begin(void) {
+    zel::guarded("call", [] { g_reshdlWork.ResetDbBegin(); });
+}
+
+void reset_db_end(void) {
+    zel::guarded("call", [] { g_reshdlWork.ResetDbEnd(); });
+}

@@ -1,0 +1,115 @@
+#include "plugin/zelreshdl_dns.h"
+
+#include <array>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <span>
+
+#include "common/log.h"
+#include "common/memory.h"
+#include "common/native_payloads.h"
+
+namespace {
+
+constexpr int64_t kScore = 90;
+
+struct DnsReleaser {
+    void operator()(MbFrame::IDnsEvent* dns) const { dns->Release(); }
+};
+
+// Cut to the room and terminated; a null text leaves the room empty.
+void put(std::span<char> room, const char* text) {
+    if (text != nullptr) zel_str_strlcpy(room.data(), text, room.size());
+}
+
+template <class Flat, class Native>
+void put_process(Flat& flat, const Native& native) {
+    flat.uPid = native.uPid;
+    flat.llCreateTime = native.llCreateTime;
+    const std::array<std::span<char>, 7> texts{flat.szGuid, flat.szPath, flat.szMd5,   flat.szSha256,
+                                               flat.szCmd,  flat.szUser, flat.szUnread};
+    for (size_t i = 0; i < texts.size(); ++i) put(texts[i], native.pszProcess[i]);
+}
+
+template <class Flat, class Native>
+void put_tail(Flat& flat, const Native& native) {
+    put(flat.szTail1, native.pszTail[0]);
+    put(flat.szTail2, native.pszTail[1]);
+    put(flat.szTail3, native.pszTail[2]);
+    memcpy(flat.uShort, native.uShort, sizeof flat.uShort);
+    memcpy(&flat.uLong, &native.uLong, sizeof flat.uLong);
+}
+
+void put_variant(IocVariant1& flat, const ST_DNS_VARIANT_1& native) {
+    put_process(flat, native);
+    put_tail(flat, native);
+}
+
+void put_variant(IocVariant2& flat, const ST_DNS_VARIANT_2& native) {
+    put_process(flat, native);
+    put(flat.szDomain, native.pszDomain);
+    flat.nDnsStatus = static_cast<int32_t>(native.uDnsStatus);
+    put(flat.szDnsResults, native.pszDnsResults);
+    flat.uTail = native.uTail;
+}
+
+void put_variant(IocVariant3& flat, const ST_DNS_VARIANT_3& native) { put_tail(flat, native); }
+
+// The area is read as kind 2 whatever it holds, gaps between members included, so it is filled byte by byte.
+template <class Flat, class Native>
+void store_variant(ST_IOC_MSG& msg, const void* native) {
+    const auto flat = std::make_unique<Flat>();
+    memset(flat.get(), 0, sizeof *flat);
+    put_variant(*flat, *static_cast<const Native*>(native));
+    memcpy(msg.variant, flat.get(), sizeof *flat);
+}
+
+void flatten(ST_IOC_MSG& msg, const ST_DNS_NATIVE& native) {
+    msg.uKind = native.uKind;
+    memcpy(msg.ullHead, native.ullHead, sizeof msg.ullHead);
+    if (native.pVariant == nullptr) return;
+    memcpy(msg.uHead, native.uHead, sizeof msg.uHead);
+    const std::array<std::span<char>, 13> texts{msg.szText1,  msg.szText2,  msg.szText3, msg.szText4, msg.szText5,
+                                                msg.szText6,  msg.szText7,  msg.szText8, msg.szText9, msg.szText10,
+                                                msg.szText11, msg.szText12, msg.szText13};
+    for (size_t i = 0; i < texts.size(); ++i) put(texts[i], native.pszText[i]);
+    switch (native.uKind) {
+        case 1: return store_variant<IocVariant1, ST_DNS_VARIANT_1>(msg, native.pVariant);
+        case 2: return store_variant<IocVariant2, ST_DNS_VARIANT_2>(msg, native.pVariant);
+        case 3: return store_variant<IocVariant3, ST_DNS_VARIANT_3>(msg, native.pVariant);
+        default: return;  // no layout is known
+    }
+}
+
+}  // namespace
+
+void log_no_native_event() { LOG_ERROR("Evt->GetNativeEvent error"); }
+
+ST_IOC_MSG* copy_dns_event(MbFrame::IEvent& event) {
+    void* face = nullptr;
+    const int32_t result = event.QueryInterface(&kIidDnsEvent, &face);
+    if (result < 0 || face == nullptr) {
+        LOG_ERROR("Evt->QueryInterface IDnsEvent error, 0x%08x", static_cast<uint32_t>(result));
+        return nullptr;
+    }
+    std::unique_ptr<MbFrame::IDnsEvent, DnsReleaser> dns(static_cast<MbFrame::IDnsEvent*>(face));
+    const auto* native = static_cast<const ST_DNS_NATIVE*>(event.GetNativeEvent());
+    if (native == nullptr) {
+        log_no_native_event();
+        return nullptr;
+    }
+    std::unique_ptr<ST_IOC_MSG> msg(new (std::nothrow) ST_IOC_MSG);
+    if (msg == nullptr) {
+        LOG_ERROR("new(std::nothrow)ST_IOC_MSG error!");
+        zel::leave_allocated(dns.release());  // the interface is not given back on this path
+        return nullptr;
+    }
+    flatten(*msg, *native);
+    if (const char* name = dns->GetQueryName(); name != nullptr) msg->strQueryName = name;
+    msg->llScore = kScore;
+    const IocVariant2 process = msg->process();
+    LOG_DEBUG("[-IOC-]pid:%d, guid:%s, path:%s, create time:%lld, name:%s", static_cast<int>(process.uPid),
+              process.szGuid, process.szPath, static_cast<long long>(process.llCreateTime), process.szDomain);
+    return msg.release();
+}

@@ -1,0 +1,186 @@
+#include "plugin/zelreshdl_engine.h"
+
+#include <uuid/uuid.h>
+
+#include <cstdlib>
+#include <new>
+
+#include "common/checks.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/module_state.h"
+#include "common/reshdlevent.h"
+#include "common/statistics.h"
+#include "pipeline/reshdlwork.h"
+#include "plugin/zelreshdl_dns.h"
+#include "suppress/fifoqueue.h"
+
+unsigned char g_pluginGuid[16];
+
+namespace {
+
+constexpr int32_t kNullArgument = static_cast<int32_t>(0x84ce0002);
+constexpr uint32_t kPluginKind = 1;
+constexpr uint32_t kAdviseFlag = 1;
+constexpr uint32_t kPluginOption = 0x10000;
+
+// The bus gets the tables as they stand here, the doubled 1538 included.
+constexpr MbFrame::EventTableEntry kNormalTable[] = {
+    {event_id::ioa_alert, 1},
+    {event_id::kov, 1},
+    {event_id::ioc, 1},
+    {event_id::trc_ex, 1},
+    {event_id::ignored, 1},
+    {event_id::unprocessed, 1},
+    {event_id::memory_trojan, 1},
+    {event_id::memory_trojan, 1},
+    {event_id::brute_force, 1},
+    {event_id::port_scan, 1},
+    {event_id::abnormal_login, 1},
+    {event_id::credible_event, 1},
+    {event_id::event_detect, 1},
+};
+constexpr MbFrame::EventTableEntry kPureModeTable[] = {{event_id::brute_force, 1}, {event_id::abnormal_login, 1}};
+
+bool carries_buffer(uint32_t id) {
+    return id == event_id::unprocessed || (id >= event_id::ioa_alert && id <= event_id::event_detect) ||
+           id == event_id::kov || id == event_id::trc_ex || id == event_id::ignored;
+}
+
+}  // namespace
+
+CResultProcEngine* GetReshdlInstance() {
+    static CResultProcEngine* const instance = new (std::nothrow) CResultProcEngine;
+    return instance;
+}
+
+CResultProcEngine::CResultProcEngine() {
+    uuid_generate(g_pluginGuid);
+    if (g_hWorkMutex.init()) return;
+    LOG_ERROR("mutex_init failed!");
+    exit(0);
+}
+
+CResultProcEngine::~CResultProcEngine() { g_hWorkMutex.destroy(); }
+
+int32_t CResultProcEngine::GetPluginId(unsigned char* out) {
+    if (out == nullptr) return kNullArgument;
+    uuid_copy(out, g_pluginGuid);
+    return 0;
+}
+
+int32_t CResultProcEngine::GetPluginKind(uint32_t* out) {
+    if (out == nullptr) return kNullArgument;
+    *out = kPluginKind;
+    return 0;
+}
+
+bool CResultProcEngine::LoadMbDll() {
+    if (m_hMbModule.handle() != nullptr) return true;
+    const int32_t result = m_hMbModule.open(zel::module_path("@/../lib/liblummb.so"));
+    if (result != 0) {
+        LOG_ERROR("mb dll open failed!0x%08x", static_cast<uint32_t>(result));
+        return false;
+    }
+    if (attach()) return true;
+    Detach();
+    return false;
+}
+
+bool CResultProcEngine::attach() {
+    int32_t (*get_class_object)(const InterfaceId*, const InterfaceId*, void**) = nullptr;
+    int32_t result = m_hMbModule.get("DllGetClassObject", get_class_object);
+    if (result != 0) {
+        LOG_ERROR("mb dll_get_addr failed!0x%08x", static_cast<uint32_t>(result));
+        return false;
+    }
+    void* frame = nullptr;
+    result = get_class_object(&kNoClassId, &kIidRtmFrame, &frame);
+    m_pRtmFrame = static_cast<MbFrame::IRtmFrame*>(frame);
+    if (result != 0 || m_pRtmFrame == nullptr) {
+        LOG_ERROR("mb get object failed!0x%08x", static_cast<uint32_t>(result));
+        return false;
+    }
+    result = m_pRtmFrame->Advise(this, kAdviseFlag);
+    if (result != 0) {
+        LOG_ERROR("mb advise failed!0x%08x", static_cast<uint32_t>(result));
+        return false;
+    }
+    if (g_pDispatcher.load(std::memory_order_acquire) == nullptr) {
+        LOG_ERROR("init failed!");
+        return false;
+    }
+    return true;
+}
+
+void CResultProcEngine::Detach() {
+    if (m_hMbModule.handle() == nullptr) return;
+    if (m_pRtmFrame != nullptr) {
+        m_pRtmFrame->Unadvise(g_pluginGuid);
+        m_pRtmFrame->Release();
+    }
+    m_hMbModule.close();
+}
+
+int32_t CResultProcEngine::OnAdvised(MbFrame::IPluginSetting* Setting, MbFrame::IDispatch* Dispatcher) {
+    ZEL_ASSERT(__null != Setting);
+    ZEL_ASSERT(__null != Dispatcher);
+    g_pDispatcher.store(Dispatcher, std::memory_order_release);
+    g_hotCache.LoadCacheSettings();
+    Setting->SetOption(kPluginOption);
+    if (m_pureMode.enabled())
+        Setting->SetEventTable(kPureModeTable, std::size(kPureModeTable));
+    else
+        Setting->SetEventTable(kNormalTable, std::size(kNormalTable));
+    return 0;
+}
+
+int32_t CResultProcEngine::OnEvent(MbFrame::IEvent* Evt, void*) {
+    if (Evt == nullptr) {
+        LOG_ERROR("Evt is null, OnEvent do not handle");
+        return 0;
+    }
+    const ReshdlEventTrace::EventRef event(Evt);
+    zel::guarded("event", [&] { handle_event(*event); });
+    return 0;
+}
+
+void CResultProcEngine::handle_event(MbFrame::IEvent& event) {
+    if (g_iResetDb.load() == 1) return;
+    const EVENT_ID id = event.GetEventId();
+    if (!g_reshdlWork.IsCareEvent(id)) {
+        LOG_DEBUG("Events do not.id:%u", id);
+        return;
+    }
+    LOG_INFO("get event:%u", id);
+    count(g_statistics.recvAlarmCount);
+    void* data = nullptr;
+    if (!GetNativeEventData(&event, data) || data == nullptr) {
+        LOG_ERROR("GetNativeEventData failed!");
+        return;
+    }
+    if (id == event_id::ioc && g_hotCache.CheckAlertHot(*static_cast<ST_IOC_MSG*>(data), id)) {
+        LOG_DEBUG("The event is in the hot cache.event:%u", id);
+        delete static_cast<ST_IOC_MSG*>(data);
+        count(g_statistics.hotCacheHitCount);
+        return;
+    }
+    g_reshdlWork.PushQueue(data, id);
+}
+
+// Of a DNS hit `out` is a record of our own, of all others the event's.
+bool CResultProcEngine::GetNativeEventData(MbFrame::IEvent* Evt, void*& out) {
+    ZEL_ASSERT(Evt);
+    const EVENT_ID id = Evt->GetEventId();
+    if (id == event_id::ioc) {
+        out = copy_dns_event(*Evt);
+        return out != nullptr;
+    }
+    if (!carries_buffer(id)) {
+        LOG_WARN("unknown event id:%u", id);
+        return false;
+    }
+    out = Evt->GetNativeEvent();
+    if (out == nullptr) log_no_native_event();
+    return out != nullptr;
+}

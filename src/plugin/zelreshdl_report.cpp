@@ -1,0 +1,105 @@
+#include "plugin/zelreshdl_report.h"
+
+#include <jansson.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/memory.h"
+#include "common/statistics.h"
+
+namespace {
+
+constexpr size_t kEncodeAny = 512;
+
+// In the order of the report, which is that of the record but for one exchange.
+constexpr struct {
+    const char* key;
+    Counter Statistics::* counter;
+} kSummary[] = {
+    {"recvAlarmCount", &Statistics::recvAlarmCount},
+    {"sentToTrcCount", &Statistics::sentToTrcCount},
+    {"sentToMbCount", &Statistics::sentToMbCount},
+    {"eventQueueOverflowCount", &Statistics::eventQueueOverflowCount},
+    {"firstTraceTotalCount", &Statistics::firstTraceTotalCount},
+    {"eventQueueTotalCount", &Statistics::eventQueueTotalCount},
+    {"delayedTraceTotalCount", &Statistics::delayedTraceTotalCount},
+    {"hotCacheHitCount", &Statistics::hotCacheHitCount},
+    {"traceFailedCount", &Statistics::traceFailedCount},
+    {"alertEventTotalCount", &Statistics::alertEventTotalCount},
+    {"alertEventFilterCount", &Statistics::alertEventFilterCount},
+    {"traceDroppedCount", &Statistics::traceDroppedCount},
+    {"ioaTrunkTracePredict", &Statistics::ioaTrunkTracePredict},
+    {"ioaFullTracePredict", &Statistics::ioaFullTracePredict},
+};
+
+using Json = std::unique_ptr<json_t, decltype(&json_decref)>;
+
+Json new_object() { return Json(json_object(), &json_decref); }
+
+uint64_t value_of(const Counter& counter) { return counter.load(std::memory_order_relaxed); }
+
+void set(json_t* object, const char* key, uint64_t value) {
+    json_object_set_new(object, key, json_integer(static_cast<json_int_t>(value)));
+}
+
+void set_details(json_t* details, const TraceCost& cost) {
+    const uint64_t successes = value_of(cost.successCount);
+    if (successes == 0) return;
+    const uint64_t sum = value_of(cost.traceCost);
+    set(details, "avgCost", sum / successes);
+    set(details, "traceCost", sum);
+    set(details, "firstSuccessCount", value_of(cost.firstSuccessCount));
+    set(details, "successCount", successes);
+    set(details, "maxCost", value_of(cost.maxCost));
+}
+
+int write_report(char* buffer, uint32_t size) {
+    LOG_INFO("zelreshdlBpFunc start.");
+    if (buffer == nullptr || size == 0) return 0;
+    const std::string text = getZelreshdlDataInfo();
+    if (text.empty()) return 0;
+    if (text.size() >= size) {
+        LOG_INFO("Error: Buffer size is too small for the result.");
+        return 0;
+    }
+    memset(buffer, 0, size);
+    memcpy(buffer, text.data(), text.size());
+    g_reportTraceCost.reset();
+    g_statistics.reset();
+    LOG_INFO("getZelreshdlDataInfo:%s", text.c_str());
+    return 1;
+}
+
+}  // namespace
+
+std::string getZelreshdlDataInfo() {
+    const Json root = new_object();
+    Json summary = new_object();
+    Json details = new_object();
+    if (root == nullptr || summary == nullptr || details == nullptr) return {};
+    for (const auto& row : kSummary) set(summary.get(), row.key, value_of(g_statistics.*row.counter));
+    set_details(details.get(), g_reportTraceCost);
+    json_object_set_new(root.get(), "summary", summary.release());
+    json_object_set_new(root.get(), "details", details.release());
+    const zel::MallocBuffer dump(json_dumps(root.get(), kEncodeAny));
+    return dump == nullptr ? std::string() : std::string("\"BP_ZELRESHDL\":") + dump.get();
+}
+
+int zelreshdlBpFunc(char* buffer, uint32_t size) {
+    int written = 0;
+    zel::guarded("report", [&] { written = write_report(buffer, size); });
+    return written;
+}
+
+int zeltrcBpFunc(char*, uint32_t) {
+    if (value_of(g_reportTraceCost.maxCost) > value_of(g_liveTraceCost.maxCost)) return 1;
+    for (Counter TraceCost::* member :
+         {&TraceCost::traceCost, &TraceCost::successCount, &TraceCost::firstSuccessCount, &TraceCost::maxCost})
+        (g_reportTraceCost.*member).store(value_of(g_liveTraceCost.*member), std::memory_order_relaxed);
+    g_liveTraceCost.reset();
+    return 1;
+}

@@ -1,0 +1,210 @@
+#include "suppress/traceEliminator.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "common/checks.h"
+#include "common/ini_file.h"
+#include "common/log.h"
+#include "common/module_path.h"
+#include "common/statistics.h"
+
+namespace {
+
+constexpr const char* kSettingsFile = "@/../config/zeltrc.ini";
+constexpr const char* kSection = "trace_setting";
+constexpr const char* kKey = "skip_behavior_level";
+constexpr int32_t kDefaultSkipLevel = 2;
+constexpr uint32_t kHighestSkipLevel = 5;
+
+constexpr uint32_t kLowestMaxDelay = 60000;
+constexpr uint32_t kHighestMaxDelay = 36000000;
+
+// The GUID of a document fills its field to the last byte when it is longer than one.
+std::string guid_of(const ST_DELAY_QUEQE_NODE& node) {
+    return {node.pNode->szGuid, strnlen(node.pNode->szGuid, sizeof node.pNode->szGuid)};
+}
+
+// This file belongs to the trace module and has a reader of its own: a missing key gives the default, and a number is
+// cut to 32 bits before it is tested.
+int32_t read_level(void* ini) {
+    const char* text = zel_ini_file_get(ini, kSection, kKey);
+    if (text == nullptr) {
+        LOG_WARN("ini_file_get section : %s , key : %s failed", kSection, kKey);
+        return kDefaultSkipLevel;
+    }
+    const auto level = static_cast<uint32_t>(strtoul(text, nullptr, 0));
+    if (level > kHighestSkipLevel) {
+        LOG_WARN("section : %s , key : %s failed over the limit", kSection, kKey);
+        return kDefaultSkipLevel;
+    }
+    return static_cast<int32_t>(level);
+}
+
+int32_t load_skip_level() {
+    const std::string path = zel::module_path(kSettingsFile);
+    LOG_INFO("get %s file path %s", kSettingsFile, path.c_str());
+    if (zel_path_is_exist_u(path.c_str()) == 0) {
+        LOG_WARN("file path %s is not exist", path.c_str());
+        return kDefaultSkipLevel;
+    }
+    const zel::IniFile ini = zel::load_ini(path.c_str());
+    if (ini == nullptr) {
+        LOG_WARN("file path %s ini_file_load error", path.c_str());
+        return kDefaultSkipLevel;
+    }
+    return read_level(ini.get());
+}
+
+}  // namespace
+
+bool TraceEliminator::Init() {
+    if (!mutex_.init()) {
+        LOG_ERROR("mutex_init failed");
+        return false;
+    }
+    max_delay_.store(static_cast<int32_t>(kLowestMaxDelay), std::memory_order_relaxed);
+    skip_behavior_level_ = load_skip_level();
+    LOG_INFO("max skip behavior level: %d", skip_behavior_level_);
+    return true;
+}
+
+// What a stop discards from the queues is never popped, so the waiting list would name freed nodes at the next start.
+void TraceEliminator::Uninit() {
+    {
+        const zel::Lock lock(mutex_);
+        level_counts_.fill(0);
+        waiting_.clear();
+    }
+    mutex_.destroy();
+}
+
+void TraceEliminator::SetMaxDelay(uint32_t milliseconds) {
+    if (milliseconds < kLowestMaxDelay || milliseconds > kHighestMaxDelay) return;
+    const auto limit = static_cast<int32_t>(milliseconds);
+    LOG_INFO("set max delay second to: %d", limit);
+    max_delay_.store(limit, std::memory_order_relaxed);
+}
+
+bool TraceEliminator::IsTracked(const ST_DELAY_QUEQE_NODE& node) {
+    const EVENT_ID id = node.pNode->uEventId;
+    return id == event_id::ioa_alert || id == event_id::memory_trojan;
+}
+
+// The account has its six levels from Init to Uninit; an alert of another level waits without being counted.
+bool TraceEliminator::is_accounted(const ST_DELAY_QUEQE_NODE& node) const {
+    return mutex_.valid() && node.nRiskLevel >= 0 && node.nRiskLevel < kLevels;
+}
+
+void TraceEliminator::Push(ST_DELAY_QUEQE_NODE* node) {
+    if (!IsTracked(*node) || !is_accounted(*node)) return;
+    LOG_DEBUG("node event id: %d, process count: %d, risk level: %d, guid: %s, push into eliminator",
+              static_cast<int>(node->pNode->uEventId), node->nProcessCount, node->nRiskLevel, guid_of(*node).c_str());
+    const zel::Lock lock(mutex_);
+    int32_t& count = level_counts_[static_cast<size_t>(node->nRiskLevel)];
+    count = zel::checked_add(count, node->nProcessCount);
+    waiting_.push_back(node);
+}
+
+void TraceEliminator::Pop(ST_DELAY_QUEQE_NODE* node) {
+    if (!IsTracked(*node) || !is_accounted(*node)) return;
+    LOG_DEBUG("node event id: %d, process count: %d, risk level: %d, guid: %s, pop from eliminator",
+              static_cast<int>(node->pNode->uEventId), node->nProcessCount, node->nRiskLevel, guid_of(*node).c_str());
+    const zel::Lock lock(mutex_);
+    int32_t& count = level_counts_[static_cast<size_t>(node->nRiskLevel)];
+    if (!node->bDropped.load(std::memory_order_relaxed)) count = zel::checked_sub(count, node->nProcessCount);
+    waiting_.remove(node);
+}
+
+int32_t TraceEliminator::UpdateCost(const ST_DELAY_QUEQE_NODE* node, int32_t cost) {
+    if (!IsTracked(*node)) return 0;
+    if (node->nProcessCount == 0) {
+        LOG_ERROR("procees count in alarm is zero!");
+        return 0;
+    }
+    LOG_DEBUG("node event id: %d, process count: %d, risk level: %d, cost: %dms",
+              static_cast<int>(node->pNode->uEventId), node->nProcessCount, node->nRiskLevel, cost);
+    std::atomic<int32_t>& measured = is_trunk(node->nRiskLevel) ? trunk_trace_time_ : full_trace_time_;
+    measured.store(static_cast<int32_t>(int64_t{cost} / node->nProcessCount), std::memory_order_relaxed);
+
+    const int32_t trunk = trunk_trace_time_.load(std::memory_order_relaxed);
+    const int32_t full = full_trace_time_.load(std::memory_order_relaxed);
+    g_statistics.ioaTrunkTracePredict.store(static_cast<uint64_t>(int64_t{trunk}), std::memory_order_relaxed);
+    g_statistics.ioaFullTracePredict.store(static_cast<uint64_t>(int64_t{full}), std::memory_order_relaxed);
+    LOG_DEBUG("update truck trace time: %d, full trace time: %d", trunk, full);
+
+    const int32_t saved = Eliminate();
+    if (saved != 0) LOG_INFO("drop trace will decrease: %dms", saved);
+    return saved;
+}
+
+int32_t TraceEliminator::cost_of_level(int32_t level) const {
+    return (is_trunk(level) ? trunk_trace_time_ : full_trace_time_).load(std::memory_order_relaxed);
+}
+
+int32_t TraceEliminator::PredictTotalCost() {
+    LOG_DEBUG("current predict time, truck trace: %d, full trace: %d",
+              trunk_trace_time_.load(std::memory_order_relaxed), full_trace_time_.load(std::memory_order_relaxed));
+    int32_t total = 0;
+    for (int32_t level = 0; level < kLevels; ++level)
+        total =
+            zel::checked_add(total, zel::checked_mul(level_counts_[static_cast<size_t>(level)], cost_of_level(level)));
+    LOG_DEBUG("total IOA and Memory Torgan alarm predict cost: %d", total);
+    return total;
+}
+
+int32_t TraceEliminator::Eliminate() {
+    const zel::Lock lock(mutex_);
+    const int32_t prediction = PredictTotalCost();
+    LOG_DEBUG("predict delay time: %d", prediction);
+    const int32_t limit = max_delay_.load(std::memory_order_relaxed);
+    if (limit >= prediction) return 0;
+    const int32_t excess = zel::checked_sub(prediction, limit);
+    return zel::checked_sub(excess, drop_oldest(excess, drop_quotas(excess)));
+}
+
+// How many processes each level may lose: the mild levels whole, until what is left of the excess fits into one level.
+// A level that costs nothing never ends the search.
+TraceEliminator::PerLevel TraceEliminator::drop_quotas(int32_t excess) const {
+    PerLevel quotas{};
+    int32_t remaining = excess;
+    for (int32_t level = 0; level < kLevels; ++level) {
+        const auto index = static_cast<size_t>(level);
+        const int32_t cost = cost_of_level(level);
+        const int32_t after = zel::checked_sub(remaining, zel::checked_mul(level_counts_[index], cost));
+        if (after <= 0 && cost != 0) {
+            quotas[index] = remaining / cost + (remaining % cost != 0 ? 1 : 0);
+            break;
+        }
+        quotas[index] = level_counts_[index];
+        remaining = after;
+    }
+    return quotas;
+}
+
+// One walk in order of age over all levels. An alert is dropped whole, so that it may take its level's quota below 0
+// and save more than was asked for. Returns what is left of the excess, 0 or less if it is covered.
+int32_t TraceEliminator::drop_oldest(int32_t excess, PerLevel quotas) {
+    int32_t remaining = excess;
+    for (ST_DELAY_QUEQE_NODE* node : waiting_) {
+        const auto index = static_cast<size_t>(node->nRiskLevel);
+        if (node->bDropped.load(std::memory_order_relaxed) || quotas[index] <= 0) continue;
+        LOG_WARN("drop alarm: %s", guid_of(*node).c_str());
+        remaining = zel::checked_sub(remaining, zel::checked_mul(node->nProcessCount, cost_of_level(node->nRiskLevel)));
+        node->bDropped.store(true, std::memory_order_relaxed);
+        level_counts_[index] = zel::checked_sub(level_counts_[index], node->nProcessCount);
+        quotas[index] = zel::checked_sub(quotas[index], node->nProcessCount);
+        if (remaining <= 0) break;
+    }
+    return remaining;
+}
+
+void TraceEliminator::Dump() {
+    LOG_DEBUG("skip behavior level: %d, trunk trace predict: %dms, full trace precit: %dms", skip_behavior_level_,
+              trunk_trace_time_.load(std::memory_order_relaxed), full_trace_time_.load(std::memory_order_relaxed));
+    if (!mutex_.valid()) return;
+    const zel::Lock lock(mutex_);
+    for (int32_t level = 0; level < kLevels; ++level)
+        LOG_DEBUG("level: %d, count: %d", level, level_counts_[static_cast<size_t>(level)]);
+}

@@ -1,0 +1,101 @@
+#include "trace/builder_core.h"
+
+#include <strings.h>
+
+#include <cstdlib>
+#include <span>
+
+#include "common/log.h"
+#include "trace/getprotobuf.h"
+#include "trace/text_check.h"
+
+using namespace vorn_retrace;
+
+namespace {
+
+struct LevelText {
+    const char* text;
+    int number;
+};
+constexpr LevelText kRiskLevels[] = {
+    {"Verbose", VORN_RISK_LEVEL_VERBOSE}, {"Low", VORN_RISK_LEVEL_LOW},           {"Medium", VORN_RISK_LEVEL_MID},
+    {"High", VORN_RISK_LEVEL_HIGH},       {"Critical", VORN_RISK_LEVEL_CRITICAL},
+};
+constexpr LevelText kRuleStatus[] = {
+    {"Enable", VORN_RULE_ENABLE},
+    {"Disable", VORN_RULE_DISABLE},
+    {"Verify", VORN_RULE_VERIFY},
+    {"Trigger", VORN_RULE_TRIGGER},
+};
+
+// 0, the "unknown" of both enums, for a text that is not in the table.
+int level_number(std::span<const LevelText> table, const std::string& text) {
+    for (const LevelText& level : table)
+        if (strcasecmp(level.text, text.c_str()) == 0) return level.number;
+    return 0;
+}
+
+}  // namespace
+
+namespace zel {
+
+bool taken(const void* part, const char* failure, std::source_location where) {
+    if (part != nullptr) return true;
+    LOG_ERROR_AT(where, "%s", failure);
+    return false;
+}
+
+bool add_texts(const std::vector<std::string>& texts, google::protobuf::RepeatedPtrField<string_ex>* list,
+               std::source_location where) {
+    for (const std::string& text : texts) {
+        string_ex* element = list->Add();
+        if (!CheckDsStr(text, where)) return false;
+        element->set_str_data(text);
+    }
+    return true;
+}
+
+}  // namespace zel
+
+bool CGetProtobuf::GetMainBuf(vorn_trace_info* pInfo, TRACE_CMD eCmd) {
+    if (const char* agent_id = getenv("agentid"); agent_id != nullptr) {
+        LOG_INFO("get cwpp agentid[%s]", agent_id);
+        pInfo->set_agent_id(agent_id);
+    } else {
+        LOG_ERROR("get agentid from env error !");
+        pInfo->set_agent_id("0");
+    }
+    pInfo->set_cmd(eCmd);
+    return true;
+}
+
+void CGetProtobuf::SetRiskLevel(const ST_BUF_DATA& stData, threat_alert* pAlert) {
+    pAlert->set_risk_level(static_cast<VORN_RISK_LEVEL>(level_number(kRiskLevels, stData.strRiskLevel)));
+}
+
+void CGetProtobuf::SetRuleStatus(const ST_RULE& stRule, threat_rule* pRule) {
+    pRule->set_status(static_cast<VORN_RULE_STATUS>(level_number(kRuleStatus, stRule.strStatus)));
+}
+
+void CGetProtobuf::SetTraceTags(const ST_BUF_DATA& stData, vorn_trace_info* pInfo, uint32_t uEventId) {
+    if (uEventId == event_id::mem_detect) pInfo->add_trace_tags_exs()->set_str_data("MemDection");
+    if (uEventId != event_id::ioa_alert) return;
+    for (const ST_RULE& rule : stData.vecRule)
+        if (!zel::add_texts(rule.vecTags, pInfo->mutable_trace_tags_exs())) return;
+}
+
+uint64_t CGetProtobuf::SerializeTraceInfo(const vorn_trace_info& info, zel::MallocBuffer& buffer) {
+    const uint64_t size = info.ByteSizeLong();
+    zel::MallocBuffer bytes = zel::calloc_buffer(size);
+    if (bytes == nullptr) {
+        LOG_ERROR("new protobuf error!");
+        return 0;
+    }
+    // A message of 2 GiB or more has no size that the library takes, and it says so.
+    if (!info.SerializeToArray(bytes.get(), static_cast<int>(size))) {
+        LOG_ERROR("SerializeToArray failed!");
+        return 0;
+    }
+    buffer = std::move(bytes);
+    return size;
+}

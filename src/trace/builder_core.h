@@ -1,0 +1,46 @@
+// What the builders share besides the members of CGetProtobuf.
+#pragma once
+
+#include <google/protobuf/arena.h>
+#include <google/protobuf/repeated_ptr_field.h>
+#include <cstddef>
+#include <source_location>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "retrace.pb.h"
+
+namespace zel {
+
+// The message under construction. It and all below it live in an arena, which a large alert with its ten thousands of
+// small parts is built and thrown away in.
+class TraceInfo {
+public:
+    TraceInfo() : info_(google::protobuf::Arena::CreateMessage<vorn_retrace::vorn_trace_info>(&arena_)) {}
+
+    vorn_retrace::vorn_trace_info* operator->() const { return info_; }
+    vorn_retrace::vorn_trace_info& operator*() const { return *info_; }
+    vorn_retrace::vorn_trace_info* get() const { return info_; }
+
+private:
+    google::protobuf::Arena arena_;
+    vorn_retrace::vorn_trace_info* info_;
+};
+
+// Whether a part of a message could be had; if not, `failure` is logged at ERROR in the caller's name.
+bool taken(const void* part, const char* failure, std::source_location where = std::source_location::current());
+
+// Appends the texts, each checked after its element is there. A refused text leaves its element empty and ends the
+// list: false then.
+bool add_texts(const std::vector<std::string>& texts, google::protobuf::RepeatedPtrField<vorn_retrace::string_ex>* list,
+               std::source_location where = std::source_location::current());
+
+// The text of a fixed array: up to its terminator, or all of it.
+template <size_t size>
+std::string array_text(const char (&array)[size]) {
+    const std::string_view bytes(array, size);
+    return std::string(bytes.substr(0, bytes.find('\0')));
+}
+
+}  // namespace zel

@@ -1,0 +1,37 @@
+// Results of the detection analysis: a finished message, which gets this agent's id and its command.
+#include "common/log.h"
+#include "trace/builder_core.h"
+#include "trace/getprotobuf.h"
+
+using namespace vorn_retrace;
+
+namespace {
+
+// The library takes a signed size and throws on a negative one; such a payload counts as unreadable.
+bool parse(vorn_trace_info& info, const char* data, uint64_t size) {
+    const auto narrow_size = static_cast<int32_t>(size);
+    if (narrow_size < 0) return false;
+    if (data == nullptr) return narrow_size == 0;
+    return info.ParseFromArray(data, narrow_size);
+}
+
+}  // namespace
+
+uint64_t CGetProtobuf::GetDetanalProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer) {
+    const zel::TraceInfo info;
+    // What was read before the fault is worth sending.
+    if (!parse(*info, stNode.pData, stNode.uSize)) LOG_ERROR("param is error!");
+    if (!SetDetanalCmd(stNode.uEventId, info.get())) {
+        LOG_ERROR("GetMainBuf failed!");
+        return 0;
+    }
+    return SerializeTraceInfo(*info, buffer);
+}
+
+bool CGetProtobuf::SetDetanalCmd(uint32_t uEventId, vorn_trace_info* pInfo) {
+    switch (uEventId) {
+        case event_id::credible_event: return GetMainBuf(pInfo, TRACE_CMD_CREDIBLE_EVENT);
+        case event_id::event_detect: return GetMainBuf(pInfo, TRACE_CMD_EVENT_DETECT);
+        default: LOG_ERROR("Unknown event!"); return false;
+    }
+}

@@ -1,0 +1,168 @@
+// Alerts that arrive as JSON documents.
+#include "common/checks.h"
+#include "common/log.h"
+#include "trace/builder_core.h"
+#include "trace/field_table.h"
+#include "trace/getprotobuf.h"
+#include "trace/object_fillers.h"
+
+using namespace vorn_retrace;
+using zel::number, zel::text;
+
+namespace {
+
+// "new" is the latest time and "old" the earliest.
+constexpr auto kAlert = std::make_tuple(number(&threat_alert::set_threat_score, &ST_BUF_DATA::uThreatScore),
+                                        number(&threat_alert::set_total_score, &ST_BUF_DATA::uTotalScore),
+                                        number(&threat_alert::set_verify_score, &ST_BUF_DATA::uVerifyScore),
+                                        number(&threat_alert::set_verify_total_score, &ST_BUF_DATA::uVerifyTotalScore),
+                                        number(&threat_alert::set_alert_new_time, &ST_BUF_DATA::llLatestOpTime),
+                                        number(&threat_alert::set_alert_old_time, &ST_BUF_DATA::llEarliestOpTime),
+                                        text(&threat_alert::mutable_alert_desc, &ST_BUF_DATA::strBestRuleDesc),
+                                        text(&threat_alert::mutable_scenario_id, &ST_BUF_DATA::strScenarioId),
+                                        text(&threat_alert::mutable_alert_name, &ST_BUF_DATA::strBestRuleName),
+                                        number(&threat_alert::set_alert_count, &ST_BUF_DATA::uCount),
+                                        number(&threat_alert::set_same_alert_key, &ST_BUF_DATA::llHash),
+                                        text(&threat_alert::mutable_engine_ver, &ST_BUF_DATA::strEngineVer),
+                                        text(&threat_alert::mutable_engine_rule_ver, &ST_BUF_DATA::strEngineRuleVer),
+                                        text(&threat_alert::mutable_extended_info, &ST_BUF_DATA::strExtendedMsg));
+
+constexpr auto kContainer =
+    std::make_tuple(text(&threat_alert::mutable_containerid, &ST_BUF_DATA::strContainerId),
+                    text(&threat_alert::mutable_repository, &ST_BUF_DATA::strRepository),
+                    text(&threat_alert::mutable_mounts, &ST_BUF_DATA::strMounts),
+                    text(&threat_alert::mutable_user, &ST_BUF_DATA::strUser),
+                    text(&threat_alert::mutable_container_namespace, &ST_BUF_DATA::strNamespace),
+                    text(&threat_alert::mutable_imageid, &ST_BUF_DATA::strImageId),
+                    text(&threat_alert::mutable_imagetag, &ST_BUF_DATA::strImageTag),
+                    text(&threat_alert::mutable_containername, &ST_BUF_DATA::strContainerName),
+                    text(&threat_alert::mutable_capability, &ST_BUF_DATA::strCapability),
+                    text(&threat_alert::mutable_ports_binding, &ST_BUF_DATA::strPortsBinding),
+                    text(&threat_alert::mutable_image_name, &ST_BUF_DATA::strImageName),
+                    number(&threat_alert::set_container_init_pid, &ST_BUF_DATA::nContainerInitPid));
+
+constexpr auto kRule = std::make_tuple(text(&threat_rule::mutable_rule_id, &ST_RULE::strRuleId),
+                                       text(&threat_rule::mutable_mitre_id, &ST_RULE::strMitreId),
+                                       text(&threat_rule::mutable_internal_id, &ST_RULE::strInternalId),
+                                       number(&threat_rule::set_threat_score, &ST_RULE::nScore),
+                                       text(&threat_rule::mutable_threat_desc, &ST_RULE::strRuleDesc),
+                                       text(&threat_rule::mutable_version, &ST_RULE::strVersion),
+                                       text(&threat_rule::mutable_threat_name, &ST_RULE::strRuleName),
+                                       text(&threat_rule::mutable_risk_tag, &ST_RULE::strRiskTag),
+                                       number(&threat_rule::set_confidence, &ST_RULE::nConfidence));
+
+constexpr auto kSubject = std::make_tuple(text(&process_vertex::mutable_process_path, &ST_RAW_EVENT::strImage),
+                                          text(&process_vertex::mutable_process_commandline, &ST_RAW_EVENT::strCmd),
+                                          text(&process_vertex::mutable_process_user, &ST_RAW_EVENT::strUser),
+                                          text(&process_vertex::mutable_process_guid, &ST_RAW_EVENT::strGuid),
+                                          text(&process_vertex::mutable_login_name, &ST_RAW_EVENT::strLoginName),
+                                          text(&process_vertex::mutable_ssh_login_ip, &ST_RAW_EVENT::strSshIp),
+                                          text(&process_vertex::mutable_process_md5, &ST_RAW_EVENT::strMd5),
+                                          text(&process_vertex::mutable_process_sha256, &ST_RAW_EVENT::strSha256),
+                                          number(&process_vertex::set_process_id, &ST_RAW_EVENT::uPid),
+                                          number(&process_vertex::set_thread_tid, &ST_RAW_EVENT::uTid),
+                                          number(&process_vertex::set_process_createtime, &ST_RAW_EVENT::llCreateTime));
+
+}  // namespace
+
+uint64_t CGetProtobuf::GetComProtobuf(ST_BUF_DATA& stData, bool bRepeated, zel::MallocBuffer& buffer,
+                                      int& nProcessCount, int& nRiskLevel, uint32_t uEventId) {
+    const zel::TraceInfo info;
+    if (bRepeated) info->set_err_code(ERROR_CODE_TRACE_FILTERED);
+    threat_alert* alert = info->mutable_threat();
+    if (!zel::taken(alert, "mutable_threat failed!")) return 0;
+    if (!GetMainBuf(info.get(), TRACE_CMD_BASE_INFO)) {
+        LOG_ERROR("GetMainBuf failed!");
+        return 0;
+    }
+    SetTraceTags(stData, info.get(), uEventId);
+    if (!GetThreatAlertInfo(stData, alert, nProcessCount, nRiskLevel)) {
+        LOG_ERROR("GetThreatAlertInfo failed!");
+        return 0;
+    }
+    return SerializeTraceInfo(*info, buffer);
+}
+
+bool CGetProtobuf::GetThreatAlertInfo(const ST_BUF_DATA& stData, threat_alert* pAlert, int& nProcessCount,
+                                      int& nRiskLevel) {
+    pAlert->set_alert_type(static_cast<VORN_RISK_TYPE>(stData.nAlertType));
+    if (!CheckDsStr(stData.strGuid)) return false;
+    pAlert->set_alert_guid(stData.strGuid);
+    SetRiskLevel(stData, pAlert);
+    nRiskLevel = pAlert->risk_level();
+    if (!zel::fill(*pAlert, stData, kAlert)) return false;
+
+    // Other types have a container record, too, which then says "host" and is not sent.
+    const bool has_container = stData.nAlertType == VORN_RISK_IOA || stData.nAlertType == VORN_RISK_MEMORY_DETECION;
+    if (has_container && !zel::fill(*pAlert, stData, kContainer)) return false;
+    return SetRuleInfo(stData, pAlert, nProcessCount);
+}
+
+bool CGetProtobuf::SetRuleInfo(const ST_BUF_DATA& stData, threat_alert* pAlert, int& nProcessCount) {
+    for (const ST_RULE& source : stData.vecRule) {
+        threat_rule* rule = pAlert->add_alert_rule();
+        if (!zel::fill(*rule, source, kRule)) return false;
+        SetRuleStatus(source, rule);
+        SetRuleTags(source, rule);
+        if (!SetEventInfo(source, rule, nProcessCount, static_cast<VORN_RISK_TYPE>(stData.nAlertType),
+                          stData.nContainerInitPid)) {
+            LOG_ERROR("Set event info failed");
+            return false;
+        }
+    }
+    return true;
+}
+
+void CGetProtobuf::SetRuleTags(const ST_RULE& stRule, threat_rule* pRule) {
+    zel::add_texts(stRule.vecTags, pRule->mutable_tags());
+}
+
+bool CGetProtobuf::SetEventInfo(const ST_RULE& stRule, threat_rule* pRule, int& nProcessCount,
+                                VORN_RISK_TYPE eAlertType, int nContainerInitPid) {
+    ZEL_ASSERT(pRule);
+    pRule->mutable_alert_event()->Reserve(static_cast<int>(stRule.vecEvent.size()));
+    for (const ST_RAW_EVENT& source : stRule.vecEvent) {
+        threat_event* event = pRule->add_alert_event();
+        event->set_op_time(source.llOpTime);
+        event->set_version(static_cast<int32_t>(source.uVersion));
+        if (!SetSubjectInfo(source, event)) {
+            LOG_ERROR("SetSubjectInfo failed!");
+            return false;
+        }
+        SetEventHighlight(source, event);
+        switch (eAlertType) {
+            // What these alerts are about is the subject alone.
+            case VORN_RISK_HOTPATCH: event->set_type(VORN_TRACE_HOTPATCH); break;
+            case VORN_RISK_MEMORY_DETECION: event->set_type(VORN_TRACE_MEMORY_DETECION); break;
+            case VORN_RISK_RTS_ADR: event->set_type(VORN_TRACE_RTS_ADR); break;
+            default:
+                if (!SetEventPrivateInfo(source, event, nContainerInitPid)) {
+                    LOG_ERROR("SetSubjectInfo failed!");  // the text known for the object as well
+                    return false;
+                }
+        }
+        nProcessCount = zel::checked_add(nProcessCount, 1);
+    }
+    return true;
+}
+
+bool CGetProtobuf::SetSubjectInfo(const ST_RAW_EVENT& stEvent, threat_event* pEvent) {
+    process_vertex* subject = pEvent->mutable_subject_process();
+    return zel::taken(subject, "mutable_subject_process failed!") && zel::fill(*subject, stEvent, kSubject);
+}
+
+void CGetProtobuf::SetEventHighlight(const ST_RAW_EVENT& stEvent, threat_event* pEvent) {
+    if (zel::add_texts(stEvent.vecHighlight, pEvent->mutable_highlight()))
+        zel::add_texts(stEvent.vecSubHighlight, pEvent->mutable_subhighlight());
+}
+
+bool CGetProtobuf::SetEventPrivateInfo(const ST_RAW_EVENT& stEvent, threat_event* pEvent, int nContainerInitPid) {
+    ZEL_ASSERT(pEvent);
+    const zel::ObjectRow* row = zel::find_object_row(stEvent.uType);
+    if (row == nullptr) {
+        LOG_ERROR("The event is unknown.event:%%");
+        return false;
+    }
+    pEvent->set_type(row->type);
+    return row->fill(stEvent, pEvent, nContainerInitPid);
+}

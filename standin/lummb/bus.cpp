@@ -1,0 +1,210 @@
+#include "bus.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "bus_codes.h"
+#include "frame.h"
+
+// Collects the table during OnAdvised. It is put in force afterwards, so that no event overtakes the end of OnAdvised.
+class Bus::Setting final : public MbFrame::IPluginSetting {
+public:
+    int32_t SetOption(uint32_t) override { return kOk; }
+    int32_t reserved2() override { return kOk; }
+    int32_t SetEventTable(const MbFrame::EventTableEntry* table, uint32_t count) override {
+        if (table == nullptr && count > 0) return kInvalidArgument;
+        event_ids.clear();
+        for (uint32_t i = 0; i < count; ++i) event_ids.push_back(table[i].uEventId);
+        std::ranges::sort(event_ids);
+        const auto doubled = std::ranges::unique(event_ids);
+        event_ids.erase(doubled.begin(), doubled.end());
+        return kOk;
+    }
+
+    std::vector<uint32_t> event_ids;
+};
+
+bool Bus::Plugin::wants(uint32_t event_id) const { return active && std::ranges::binary_search(event_ids, event_id); }
+
+Bus& Bus::instance() {
+    static Bus* const bus = new Bus;
+    return *bus;
+}
+
+// The thread runs until the process ends; it touches nothing that exit handlers destroy.
+Bus::Bus() { std::thread(&Bus::dispatch, this).detach(); }
+
+int32_t Bus::advise(MbFrame::IPlugin& plugin) {
+    const auto entry = std::make_shared<Plugin>(Plugin{&plugin, {}, {}});
+    if (plugin.GetPluginId(entry->id.data()) != kOk) return kFailed;
+    {
+        const Lock lock(mutex_);
+        if (std::ranges::any_of(plugins_, [&](const auto& other) { return other->id == entry->id; })) return kFailed;
+        plugins_.push_back(entry);
+    }
+    plugin.AddRef();
+    Setting setting;
+    plugin.OnAdvised(&setting, &bus_dispatcher());
+    const Lock lock(mutex_);
+    entry->event_ids = std::move(setting.event_ids);
+    return kOk;
+}
+
+int32_t Bus::unadvise(const PluginId& id) {
+    Lock lock(mutex_);
+    const auto found = std::ranges::find_if(plugins_, [&](const auto& entry) { return entry->id == id; });
+    if (found == plugins_.end()) return kFailed;
+    const std::shared_ptr<Plugin> entry = *found;
+    plugins_.erase(found);
+    entry->active = false;
+    discard_unwanted(lock);
+    wait_until_left(entry.get(), lock);
+    lock.unlock();
+    entry->object->Release();
+    return kOk;
+}
+
+int32_t Bus::reserve(uint32_t event_id) {
+    const Lock lock(mutex_);
+    if (!wanted(event_id)) return LUMMB_NOT_SUBSCRIBED;
+    if (counts_.waiting >= inbox_limit_) {
+        ++counts_.refused;
+        return LUMMB_FULL;
+    }
+    ++counts_.waiting;
+    ++counts_.published;
+    return LUMMB_OK;
+}
+
+void Bus::deliver_later(IncomingEvent* event) {
+    const Lock lock(mutex_);
+    inbox_.push_back(event);
+    work_.notify_one();
+}
+
+void Bus::send_later(MbFrame::IEvent* event) {
+    event->AddRef();
+    const Lock lock(mutex_);
+    outbox_.push_back(event);
+    ++counts_.sent;
+    ++counts_.sending;
+    work_.notify_one();
+}
+
+uint64_t Bus::subscribe(uint32_t event_id, lummb_sink_t call, void* context) {
+    const Lock lock(mutex_);
+    sinks_.push_back(std::make_shared<Sink>(Sink{++last_token_, event_id, call, context}));
+    return last_token_;
+}
+
+void Bus::unsubscribe(uint64_t token) {
+    Lock lock(mutex_);
+    const auto found = std::ranges::find_if(sinks_, [&](const auto& sink) { return sink->token == token; });
+    if (found == sinks_.end()) return;
+    const std::shared_ptr<Sink> sink = *found;
+    sinks_.erase(found);
+    sink->active = false;
+    wait_until_left(sink.get(), lock);
+}
+
+void Bus::set_inbox_limit(uint64_t limit) {
+    const Lock lock(mutex_);
+    inbox_limit_ = limit;
+}
+
+lummb_counts Bus::counts() {
+    const Lock lock(mutex_);
+    lummb_counts counts = counts_;
+    counts.alive = IncomingEvent::alive();
+    counts.late = ReferenceCount::late_calls();
+    counts.frames = frame_references();
+    return counts;
+}
+
+// What plug-ins send goes first: it is what empties them, and it never waits behind a full inbox.
+void Bus::dispatch() {
+    pthread_setname_np(pthread_self(), "lummb_dispatch");
+    Lock lock(mutex_);
+    dispatch_thread_ = std::this_thread::get_id();
+    for (;;) {
+        work_.wait(lock, [this] { return !outbox_.empty() || !inbox_.empty(); });
+        if (!outbox_.empty()) {
+            MbFrame::IEvent* const event = outbox_.front();
+            outbox_.pop_front();
+            send(event, lock);
+        } else {
+            IncomingEvent* const event = inbox_.front();
+            inbox_.pop_front();
+            deliver(event, lock);
+        }
+    }
+}
+
+// Each plug-in gets a reference of its own; the bus's keeps the event until all have had it. The event stops waiting
+// only after that reference is gone, so that an idle bus holds no event.
+void Bus::deliver(IncomingEvent* event, Lock& lock) {
+    const uint32_t id = event->GetEventId();
+    bool delivered = false;
+    const auto plugins = plugins_;
+    for (const auto& plugin : plugins) {
+        if (!plugin->wants(id)) continue;
+        running_ = plugin.get();
+        lock.unlock();
+        event->AddRef();
+        plugin->object->OnEvent(event, nullptr);
+        lock.lock();
+        running_ = nullptr;
+        delivered = true;
+        ++counts_.delivered;
+        left_.notify_all();
+    }
+    if (!delivered) ++counts_.discarded;
+    lock.unlock();
+    event->Release();
+    lock.lock();
+    --counts_.waiting;
+}
+
+void Bus::send(MbFrame::IEvent* event, Lock& lock) {
+    const auto sinks = sinks_;
+    lock.unlock();
+    const uint32_t id = event->GetEventId();
+    lock.lock();
+    for (const auto& sink : sinks) {
+        if (!sink->active || sink->event_id != id) continue;
+        running_ = sink.get();
+        lock.unlock();
+        sink->call(sink->context, event);
+        lock.lock();
+        running_ = nullptr;
+        left_.notify_all();
+    }
+    lock.unlock();
+    event->Release();
+    lock.lock();
+    --counts_.sending;
+}
+
+bool Bus::wanted(uint32_t event_id) const {
+    return std::ranges::any_of(plugins_, [&](const auto& plugin) { return plugin->wants(event_id); });
+}
+
+void Bus::discard_unwanted(Lock& lock) {
+    const auto unwanted =
+        std::ranges::stable_partition(inbox_, [this](IncomingEvent* event) { return wanted(event->GetEventId()); });
+    const std::vector<IncomingEvent*> dropped(unwanted.begin(), unwanted.end());
+    inbox_.erase(unwanted.begin(), unwanted.end());
+    lock.unlock();
+    for (IncomingEvent* const event : dropped) event->Release();
+    lock.lock();
+    counts_.discarded += dropped.size();
+    counts_.waiting -= dropped.size();
+}
+
+void Bus::wait_until_left(const void* receiver, Lock& lock) {
+    // Waiting for oneself would never end: the caller is the receiver, and no other can be running.
+    if (std::this_thread::get_id() == dispatch_thread_) return;
+    left_.wait(lock, [&] { return running_ != receiver; });
+}

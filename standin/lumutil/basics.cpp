@@ -1,0 +1,36 @@
+// Texts, the clock and atomic counting.
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "platform/zel_support.h"
+
+size_t zel_str_strlcpy(char* dest, const char* source, size_t size) {
+    const size_t length = strlen(source);
+    if (size > 0) {
+        const size_t copied = length < size ? length : size - 1;
+        memcpy(dest, source, copied);
+        dest[copied] = '\0';
+    }
+    return length;
+}
+
+int32_t zel_str_snprintf(char* dest, size_t size, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int length = vsnprintf(dest, size, format, args);
+    va_end(args);
+    if (length < 0 && size > 0) dest[0] = '\0';
+    return length;
+}
+
+uint64_t zel_time_get_tick_cout() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+}
+
+int64_t zel_atomic64_add_and_fetch(volatile int64_t* value, int64_t delta) {
+    return __atomic_add_fetch(value, delta, __ATOMIC_SEQ_CST);
+}

@@ -1,0 +1,45 @@
+// Loading of libraries.
+#include <dlfcn.h>
+
+#include <cstdlib>
+
+#include "platform/zel_support.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define LUMUTIL_ADDRESS_SANITIZER true
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define LUMUTIL_ADDRESS_SANITIZER true
+#endif
+#endif
+#ifndef LUMUTIL_ADDRESS_SANITIZER
+#define LUMUTIL_ADDRESS_SANITIZER false
+#endif
+
+namespace {
+
+constexpr int32_t kNotFound = static_cast<int32_t>(0x84ce0015);
+
+// A leak report can name only functions of libraries that are still loaded; ZEL_DLL_UNLOAD asks for real unloading.
+int open_flags() {
+    const bool keep = LUMUTIL_ADDRESS_SANITIZER && getenv("ZEL_DLL_UNLOAD") == nullptr;
+    return RTLD_NOW | RTLD_LOCAL | (keep ? RTLD_NODELETE : 0);
+}
+
+}  // namespace
+
+int32_t zel_dll_open(const char* path, void** module) {
+    if (module == nullptr) return kNotFound;
+    // A null path would open the program itself.
+    *module = path == nullptr ? nullptr : dlopen(path, open_flags());
+    return *module == nullptr ? kNotFound : 0;
+}
+
+int32_t zel_dll_get_addr(void* module, const char* name, void** address) {
+    if (address == nullptr) return kNotFound;
+    // A null module would search the whole program.
+    *address = module == nullptr || name == nullptr ? nullptr : dlsym(module, name);
+    return *address == nullptr ? kNotFound : 0;
+}
+
+int32_t zel_dll_close(void* module) { return module != nullptr && dlclose(module) == 0 ? 0 : -1; }

@@ -1,0 +1,128 @@
+// The logger: time-stamped lines to standard error or to the file named by ZEL_LOG_FILE, from the level in
+// ZEL_LOG_LEVEL, and every line to the tap.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <new>
+
+#include "log_tap.h"
+#include "platform/zel_support.h"
+
+namespace {
+
+constexpr const char* kLevelNames[] = {"error", "warn", "info", "debug"};
+
+struct Target {
+    int fd;
+    int32_t level;  // highest that is written
+};
+
+int32_t level_named(const char* name) {
+    for (int32_t level = ZEL_LOG_ERROR; name != nullptr && level <= ZEL_LOG_DEBUG; ++level)
+        if (strcmp(name, kLevelNames[level]) == 0) return level;
+    return ZEL_LOG_INFO;
+}
+
+int open_target(const char* path) {
+    if (path == nullptr || path[0] == '\0') return STDERR_FILENO;
+    const int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (fd >= 0) return fd;
+    dprintf(STDERR_FILENO, "lumutil: the log file %s cannot be opened: %s\n", path, strerror(errno));
+    return STDERR_FILENO;
+}
+
+// The environment is read at the first line. The file stays open until the process ends.
+const Target& target() {
+    static const Target instance{open_target(getenv("ZEL_LOG_FILE")), level_named(getenv("ZEL_LOG_LEVEL"))};
+    return instance;
+}
+
+// Held while a line is written and while the tap runs, so that lines do not mix and no call outlasts its tap.
+std::mutex g_output_mutex;
+zel_log_tap_t g_tap;
+void* g_tap_context;
+// Read without the mutex, so that a line nobody wants costs two comparisons.
+std::atomic<bool> g_tapped;
+
+constexpr size_t kStampLength = sizeof "2000-01-01 00:00:00.000 " - 1;
+
+// Fills exactly kStampLength bytes with the local time.
+void write_stamp(char* out) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char stamp[64] = {};
+    const size_t seconds = strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+    snprintf(stamp + seconds, sizeof stamp - seconds, ".%03d ", static_cast<int>(now.tv_nsec / 1000000));
+    memcpy(out, stamp, kStampLength);
+}
+
+void write_all(int fd, const char* data, size_t size) {
+    while (size > 0) {
+        const ssize_t written = write(fd, data, size);
+        if (written < 0 && errno != EINTR) return;
+        if (written <= 0) continue;
+        data += written;
+        size -= static_cast<size_t>(written);
+    }
+}
+
+// `line` has room for the stamp, then the text of this length with its terminator.
+void put_line(int32_t level, char* line, size_t length) {
+    const bool write_it = level <= target().level;
+    if (write_it) write_stamp(line);
+    const std::lock_guard lock(g_output_mutex);
+    char* const text = line + kStampLength;
+    if (g_tap != nullptr) g_tap(g_tap_context, level, text);
+    if (!write_it) return;
+    text[length] = '\n';
+    write_all(target().fd, line, kStampLength + length + 1);
+}
+
+}  // namespace
+
+int32_t zel_log_output(int32_t level, const char* format, ...) {
+    if (level < ZEL_LOG_ERROR || level > ZEL_LOG_DEBUG || format == nullptr) return 0;
+    if (level > target().level && !g_tapped.load(std::memory_order_relaxed)) return 0;
+
+    const int saved_errno = errno;
+    char line[2048];
+    constexpr size_t kRoom = sizeof line - kStampLength;
+    va_list args;
+    va_start(args, format);
+    va_list again;
+    va_copy(again, args);
+    char* const text = line + kStampLength;
+    const int length = vsnprintf(text, kRoom, format, args);
+    // A format that the C library refuses still says where the line came from.
+    size_t size = length < 0 ? zel_str_strlcpy(text, format, kRoom) : static_cast<size_t>(length);
+    std::unique_ptr<char[]> long_line;
+    if (length >= 0 && size >= kRoom) long_line.reset(new (std::nothrow) char[kStampLength + size + 1]);
+    if (long_line != nullptr) {
+        vsnprintf(long_line.get() + kStampLength, size + 1, format, again);
+        put_line(level, long_line.get(), size);
+    } else {
+        put_line(level, line, size < kRoom ? size : kRoom - 1);
+    }
+    va_end(again);
+    va_end(args);
+    errno = saved_errno;
+    return 0;
+}
+
+void zel_log_set_tap(zel_log_tap_t tap, void* context) {
+    const std::lock_guard lock(g_output_mutex);
+    g_tap = tap;
+    g_tap_context = context;
+    g_tapped.store(tap != nullptr, std::memory_order_relaxed);
+}

@@ -1,0 +1,27 @@
+// One-time initialisation on a flag of the caller's.
+#include <unistd.h>
+
+#include <atomic>
+
+#include "platform/zel_support.h"
+
+// The flag is 0 at first, the negated id of the thread that runs `init`, then 1.
+void zel_singleton_once(int32_t* once, void (*init)(void*), void* argument) {
+    if (once == nullptr || init == nullptr) return;
+    constexpr int32_t kDone = 1;
+    const std::atomic_ref<int32_t> flag(*once);
+    if (flag.load() == kDone) return;
+    const int32_t self = -static_cast<int32_t>(gettid());
+    for (;;) {
+        int32_t seen = 0;
+        if (flag.compare_exchange_strong(seen, self)) {
+            init(argument);
+            flag.store(kDone);
+            flag.notify_all();
+            return;
+        }
+        // The own id means that `init` asks for what it is making: waiting would never end.
+        if (seen == kDone || seen == self) return;
+        flag.wait(seen);
+    }
+}

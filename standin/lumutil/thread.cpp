@@ -1,0 +1,43 @@
+// Threads behind an opaque handle. Failures are the negated error numbers of the threads library.
+#include <pthread.h>
+
+#include <cerrno>
+#include <memory>
+#include <new>
+
+#include "platform/zel_support.h"
+
+namespace {
+
+struct Thread {
+    pthread_t id;
+    int (*entry)(void*);
+    void* param;
+};
+
+// An exception that reaches this function ends the process with the runtime's message.
+extern "C" void* run_thread(void* handle) noexcept {
+    const Thread* const thread = static_cast<Thread*>(handle);
+    thread->entry(thread->param);
+    return nullptr;
+}
+
+}  // namespace
+
+int32_t zel_thread_start(void** thread, int (*entry)(void*), void* param) {
+    if (thread == nullptr || entry == nullptr) return -EINVAL;
+    *thread = nullptr;
+    std::unique_ptr<Thread> made(new (std::nothrow) Thread{{}, entry, param});
+    if (made == nullptr) return -ENOMEM;
+    const int error = pthread_create(&made->id, nullptr, run_thread, made.get());
+    if (error == 0) *thread = made.release();
+    return -error;
+}
+
+int32_t zel_thread_join(void* thread) {
+    if (thread == nullptr) return -EINVAL;
+    auto* const handle = static_cast<Thread*>(thread);
+    const int error = pthread_join(handle->id, nullptr);
+    if (error == 0) delete handle;
+    return -error;
+}

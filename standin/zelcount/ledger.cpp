@@ -1,0 +1,184 @@
+#include "standin/zelcount/ledger.h"
+
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+
+#include "platform/zel_trc.h"
+#include "standin/zelds/zelds_host.h"
+#include "standin/zeltrc/zeltrc_host.h"
+
+namespace {
+
+struct Alert {
+    uint64_t not_ready = 0;
+    bool waiting = false;
+};
+
+struct Buffer {
+    uint32_t size;
+    uint32_t function;
+    uint64_t load;
+    std::string guid;
+};
+
+struct Ledger {
+    std::mutex mutex;
+    zelds_counts ds = {};
+    zeltrc_counts trc = {};
+    std::unordered_map<std::string, Alert> alerts;
+    // By the complement of the address: a leak checker must not take the ledger for an owner.
+    std::unordered_map<uintptr_t, Buffer> buffers;
+
+    // Taken before `mutex` and held while the host is asked.
+    std::mutex explain_mutex;
+    zeltrc_explain_t explain = nullptr;
+    void* explain_context = nullptr;
+};
+
+// Never destroyed: modules are unloaded while the process ends.
+Ledger& ledger = *new Ledger;
+
+uintptr_t key_of(const char* buffer) { return ~reinterpret_cast<uintptr_t>(buffer); }
+
+std::vector<zelcount::TraceBuffer> outstanding_buffers() {
+    const std::lock_guard lock(ledger.mutex);
+    std::vector<zelcount::TraceBuffer> list;
+    for (const auto& [key, buffer] : ledger.buffers)
+        list.push_back({reinterpret_cast<const char*>(~key), buffer.size, buffer.function, buffer.load, buffer.guid});
+    return list;
+}
+
+}  // namespace
+
+namespace zelcount {
+
+void ds_loaded() {
+    const std::lock_guard lock(ledger.mutex);
+    ++ledger.ds.loads;
+}
+
+void ds_unloaded() {
+    const std::lock_guard lock(ledger.mutex);
+    ++ledger.ds.unloads;
+}
+
+void ds_updated() {
+    const std::lock_guard lock(ledger.mutex);
+    ++ledger.ds.updates;
+}
+
+void trc_loaded() {
+    const std::lock_guard lock(ledger.mutex);
+    ++ledger.trc.loads;
+}
+
+Leftover trc_unloaded() {
+    {
+        const std::lock_guard lock(ledger.mutex);
+        ++ledger.trc.unloads;
+    }
+    Leftover leftover;
+    const std::lock_guard explain_lock(ledger.explain_mutex);
+    for (TraceBuffer& buffer : outstanding_buffers()) {
+        if (ledger.explain != nullptr && ledger.explain(ledger.explain_context, buffer.buffer) != 0)
+            ++leftover.explained;
+        else
+            leftover.unexplained.push_back(std::move(buffer));
+    }
+    return leftover;
+}
+
+void trc_called(uint32_t function) {
+    const std::lock_guard lock(ledger.mutex);
+    ++ledger.trc.calls[function];
+    if (function >= ZELTRC_COMPLETION) ++ledger.trc.running;
+}
+
+void trc_answered(int32_t code) {
+    const std::lock_guard lock(ledger.mutex);
+    --ledger.trc.running;
+    switch (code) {
+        case ZEL_TRC_COMPLETE: ++ledger.trc.complete; break;
+        case ZEL_TRC_NOT_READY: ++ledger.trc.not_ready; break;
+        case ZEL_TRC_DROPPED: ++ledger.trc.dropped; break;
+        default: ++ledger.trc.failed;
+    }
+}
+
+bool trc_not_ready(const std::string& guid, uint64_t times) {
+    if (times == 0) return false;
+    const std::lock_guard lock(ledger.mutex);
+    Alert& alert = ledger.alerts[guid];
+    if (alert.not_ready >= times) return false;
+    ++alert.not_ready;
+    if (!alert.waiting) ++ledger.trc.waiting;
+    return alert.waiting = true;
+}
+
+void trc_settled(const std::string& guid, bool another_follows) {
+    const std::lock_guard lock(ledger.mutex);
+    const auto at = ledger.alerts.find(guid);
+    if (at == ledger.alerts.end()) return;
+    if (at->second.waiting) --ledger.trc.waiting;
+    at->second.waiting = false;
+    if (!another_follows) ledger.alerts.erase(at);
+}
+
+void trc_handed_out(const char* buffer, uint32_t size, uint32_t function, const std::string& guid) {
+    const std::lock_guard lock(ledger.mutex);
+    ledger.buffers.insert_or_assign(key_of(buffer), Buffer{size, function, ledger.trc.loads, guid});
+}
+
+bool trc_taken_back(const char* buffer) {
+    const std::lock_guard lock(ledger.mutex);
+    if (ledger.buffers.erase(key_of(buffer)) != 0) return true;
+    ++(buffer == nullptr ? ledger.trc.null_releases : ledger.trc.foreign_releases);
+    return false;
+}
+
+}  // namespace zelcount
+
+extern "C" {
+
+STANDIN_EXPORT void zelds_get_counts(zelds_counts* counts) {
+    const std::lock_guard lock(ledger.mutex);
+    *counts = ledger.ds;
+}
+
+STANDIN_EXPORT void zeltrc_get_counts(zeltrc_counts* counts) {
+    const std::lock_guard lock(ledger.mutex);
+    *counts = ledger.trc;
+    counts->outstanding = ledger.buffers.size();
+}
+
+STANDIN_EXPORT uint64_t zeltrc_list_waiting(zeltrc_visit_alert_t visit, void* context) {
+    const std::lock_guard lock(ledger.mutex);
+    for (const auto& [guid, alert] : ledger.alerts)
+        if (alert.waiting && visit != nullptr) visit(context, guid.c_str());
+    return ledger.trc.waiting;
+}
+
+STANDIN_EXPORT void zeltrc_forget_alert(const char* guid) {
+    if (guid != nullptr) return zelcount::trc_settled(guid, false);
+    const std::lock_guard lock(ledger.mutex);
+    ledger.alerts.clear();
+    ledger.trc.waiting = 0;
+}
+
+STANDIN_EXPORT uint64_t zeltrc_list_outstanding(zeltrc_visit_buffer_t visit, void* context) {
+    const auto list = outstanding_buffers();
+    for (const auto& [buffer, size, function, load, guid] : list) {
+        const zeltrc_buffer shown = {buffer, size, function, load, guid.c_str()};
+        if (visit != nullptr) visit(context, &shown);
+    }
+    return list.size();
+}
+
+STANDIN_EXPORT void zeltrc_set_explainer(zeltrc_explain_t explain, void* context) {
+    const std::lock_guard lock(ledger.explain_mutex);
+    ledger.explain = explain;
+    ledger.explain_context = context;
+}
+
+}  // extern "C"

@@ -1,0 +1,22 @@
+// What the data store stand-in tells a host program. The counts are kept by libzelcount.so, which lies beside
+// libzelds.so and stays in the process, so that they go on over every load: open that library and resolve the function
+// there.
+#pragma once
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct zelds_counts {
+    uint64_t loads;  // a library that the sanitizer build keeps in memory counts once
+    uint64_t unloads;
+    uint64_t updates;  // calls of ds_update_db
+};
+// Any thread.
+typedef void (*zelds_get_counts_t)(struct zelds_counts* counts);
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,25 @@
+#!/bin/bash
+# Sets up, builds and runs all tests.
+#
+#   ./test.sh         release build
+#   ./test.sh asan    under the address, undefined and leak sanitizers
+#   ./test.sh tsan    under the thread sanitizer
+#   ./test.sh fuzz    built by clang, whose lock annotations are checked; the fuzz targets replay their corpora
+set -euo pipefail
+root="$(dirname "$(readlink -f "$0")")"
+
+preset="${1:-release}"
+case "$preset" in
+    release | asan | tsan) "$root/tools/setup.sh" ;;
+    fuzz) "$root/tools/setup.sh" --ci ;;
+    *)
+        echo "test.sh: unknown preset '$preset' (usage: ./test.sh [asan|tsan|fuzz])" >&2
+        exit 2
+        ;;
+esac
+"$root/tools/build.sh" "$preset"
+
+export ASAN_OPTIONS="detect_stack_use_after_return=1:strict_string_checks=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
+export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
+exec ctest --test-dir "$root/build/$preset" --output-on-failure -j "${ZEL_JOBS:-$(nproc)}"

@@ -1,0 +1,67 @@
+// What a test program logs: zel_log_output is defined here, in the program itself, and wins over the support library's.
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/zel_support.h"
+
+namespace zel_test {
+
+struct LogLine {
+    int32_t level;
+    std::string text;  // without the prefix
+
+    friend bool operator==(const LogLine&, const LogLine&) = default;
+    friend std::ostream& operator<<(std::ostream& out, const LogLine& line) {
+        return out << line.level << ": " << line.text;
+    }
+};
+
+// The lines of the whole program, from all threads.
+class LogCapture {
+public:
+    static LogCapture& get() {
+        static LogCapture capture;
+        return capture;
+    }
+    void add(LogLine line) {
+        const std::lock_guard lock(mutex_);
+        lines_.push_back(std::move(line));
+    }
+    // The lines since the last call.
+    std::vector<LogLine> take() {
+        const std::lock_guard lock(mutex_);
+        return std::exchange(lines_, {});
+    }
+    // The same, of at least that severity.
+    std::vector<LogLine> take_up_to(int32_t level) {
+        std::vector<LogLine> lines = take();
+        std::erase_if(lines, [level](const LogLine& line) { return line.level > level; });
+        return lines;
+    }
+
+private:
+    std::mutex mutex_;
+    std::vector<LogLine> lines_;
+};
+
+}  // namespace zel_test
+
+extern "C" __attribute__((used)) inline int32_t zel_log_output(int32_t level, const char* format, ...) {
+    char text[8192];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    const std::string line = text;
+    const size_t prefix = line.find(")] ");
+    zel_test::LogCapture::get().add({level, prefix == std::string::npos ? line : line.substr(prefix + 3)});
+    return 0;
+}

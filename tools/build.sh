@@ -1,0 +1,19 @@
+#!/bin/bash
+# Configures and builds a preset (release, asan, tsan, fuzz) or some of its targets. The chatter goes to
+# build/PRESET/build.log; its end is shown when the build fails.
+#
+#   tools/build.sh PRESET [TARGET...]
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+
+preset="$1"
+shift
+log="build/$preset/build.log"
+mkdir -p "build/$preset"
+echo "building $preset, log in $PWD/$log" >&2
+
+if ! { cmake --preset "$preset" && ninja -C "build/$preset" -j "${ZEL_JOBS:-$(nproc)}" "$@"; } >"$log" 2>&1; then
+    tail -n 60 "$log" >&2
+    echo "build.sh: the build of preset '$preset' failed, see $PWD/$log" >&2
+    exit 1
+fi

@@ -1,0 +1,68 @@
+#!/bin/bash
+# Installs the Debian packages that are missing, as root or through sudo; changes nothing when all are there.
+#
+#   tools/setup.sh         what building and testing need
+#   tools/setup.sh --ci    also clang 19 with its tools, for the preset "fuzz" and for tools/lint.sh
+set -euo pipefail
+
+packages=(
+    g++                 # compiler of the presets release, asan and tsan
+    cmake               # 3.25 or later
+    ninja-build         # runs the build
+    pkg-config          # finds the C libraries
+    ccache              # makes a second build cheap; CMake uses it when it is there
+    protobuf-compiler   # generates the message classes
+    libprotobuf-dev     # their runtime: lite in the plug-in, full in zelhost
+    libcjson-dev        # alert documents
+    libjansson-dev      # live configuration, reports, agent_cfg.json
+    uuid-dev            # GUIDs
+    libinih-dev         # ini files, in the stand-in of the support library
+    libcli11-dev        # command line of zelhost
+    libfmt-dev          # output of zelhost
+    rapidjson-dev       # input lines of zelhost
+    libgtest-dev        # tests
+    libgmock-dev        # matchers of the tests
+    librapidcheck-dev   # random tests against a model
+    libbenchmark-dev    # bench/
+)
+ci_packages=(
+    clang-19            # compiler of the preset fuzz; checks the lock annotations
+    libclang-rt-19-dev  # its sanitizers and libFuzzer
+    clang-tidy-19       # tools/lint.sh
+    clang-format-19     # tools/lint.sh
+)
+
+fail() {
+    echo "setup.sh: $*" >&2
+    exit 1
+}
+
+case "${1-}" in
+    "") ;;
+    --ci) packages+=("${ci_packages[@]}") ;;
+    *) fail "unknown argument '$1' (usage: tools/setup.sh [--ci])" ;;
+esac
+
+command -v dpkg-query >/dev/null && command -v apt-get >/dev/null || fail "this needs Debian 12: no dpkg-query or apt-get here"
+
+installed=" $(dpkg-query -W -f='${db:Status-Status}=${Package} ' "${packages[@]}" 2>/dev/null || true)"
+missing=()
+for package in "${packages[@]}"; do
+    [[ "$installed" == *" installed=$package "* ]] || missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || fail "missing packages: ${missing[*]}; run this as root, or install sudo"
+    as_root=(sudo)
+fi
+
+log="$(mktemp)"
+trap 'rm -f "$log"' EXIT
+apt() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=120 "$@" >>"$log" 2>&1; }
+reason() { grep -m1 '^E: ' "$log" || tail -n1 "$log"; }
+
+echo "setup.sh: installing ${missing[*]}" >&2
+apt update || fail "apt-get update failed: $(reason)"
+apt install --no-install-recommends "${missing[@]}" || fail "apt-get install failed: $(reason)"
