@@ -10,8 +10,10 @@ root="$(dirname "$(readlink -f "$0")")"
 agent="$root/build/release/agent"
 [ $# -eq 0 ] || exec "$agent/bin/zelhost" "$@"
 
-# The cache is set small, so that the ten DNS hits of the demo fill it and the batch of duplicates goes out.
+# The trace module puts each alert off once, so that its chain comes after a retry, 15 seconds later. The cache is set small,
+# so that the DNS hits of the demo fill it and its batch of duplicates goes out.
 log="$root/build/release/demo.log"
 echo "log of the plug-in at level debug: $log" >&2
+echo "the demo takes some 15 seconds: a trace that is not ready is tried again after that time" >&2
 exec "$agent/bin/zelhost" run --root "$agent" --input "$root/scenarios/demo.jsonl" --log "$log" --log-level debug \
-    --set zelreshdl:cache:cache_size=10 --set zelreshdl:cache:die_num=100
+    --not-ready 1 --set zelreshdl:cache:cache_size=10 --set zelreshdl:cache:die_num=100

@@ -26,7 +26,8 @@ NodePtr make_node(std::string_view text) {
 }
 
 struct Decoded {
-    explicit Decoded(std::string_view text) : node(make_node(text)), good(CEventHandle::GetJsonInfo(node.get(), data)) {}
+    explicit Decoded(std::string_view text)
+        : node(make_node(text)), good(CEventHandle::GetJsonInfo(node.get(), data)) {}
     ~Decoded() { FreeBufData(data); }
 
     NodePtr node;

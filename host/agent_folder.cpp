@@ -1,6 +1,5 @@
 #include "agent_folder.h"
 
-#include <ini.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -31,25 +30,11 @@ const IniFile* find_ini_file(std::string_view name) {
     return found == std::end(kIniFiles) ? nullptr : found;
 }
 
-struct Entry {
-    std::string section, key, value;
-};
-
-int collect_entry(void* entries, const char* section, const char* key, const char* value) {
-    static_cast<std::vector<Entry>*>(entries)->push_back({section, key, value});
-    return 1;
-}
-
-// Rewrites the file with one value set. The comments go: nobody reads the copy.
+// Appends a section of its own: the last of several values counts.
 void write_setting(const fs::path& path, const Setting& setting) {
-    std::vector<Entry> entries;
-    ini_parse(path.c_str(), collect_entry, &entries);  // an absent file has no entries
-    std::erase_if(entries, [&](const Entry& e) { return e.section == setting.section && e.key == setting.key; });
-    entries.push_back({setting.section, setting.key, setting.value});
-
     fs::create_directories(path.parent_path());
-    std::ofstream out(path);
-    for (const Entry& entry : entries) out << '[' << entry.section << "]\n" << entry.key << '=' << entry.value << '\n';
+    std::ofstream out(path, std::ios::app);
+    out << "\n[" << setting.section << "]\n" << setting.key << '=' << setting.value << '\n';
     if (!out.flush()) throw Failure("cannot write {}: {}", path.string(), strerror(errno));
 }
 
@@ -74,7 +59,8 @@ AgentFolder::AgentFolder(const std::string& root, const std::vector<Setting>& se
     std::error_code error;
     root_ = root.empty() ? folder_of_executable() : fs::absolute(root, error);
     if (!fs::exists(plugin(), error))
-        throw Failure("{} is no agent folder, {} is not there; name one with --root", root_.string(), plugin().string());
+        throw Failure("{} is no agent folder, {} is not there; name one with --root", root_.string(),
+                      plugin().string());
     if (settings.empty()) return;
     copy();
     for (const Setting& setting : settings) write_setting(root_ / find_ini_file(setting.file)->path, setting);
@@ -86,7 +72,8 @@ void AgentFolder::copy() {
     copy_ = name;
     std::error_code error;
     for (const char* part : {"config", "lib", "reshdl"})
-        if (!error && fs::exists(root_ / part)) fs::copy(root_ / part, copy_ / part, fs::copy_options::recursive, error);
+        if (!error && fs::exists(root_ / part))
+            fs::copy(root_ / part, copy_ / part, fs::copy_options::recursive, error);
     if (error) {
         const std::string reason = error.message();
         fs::remove_all(copy_, error);

@@ -14,8 +14,8 @@ Setting parse_setting(const std::string& text);
 
 class AgentFolder {
 public:
-    // `root` empty: the folder above the one that holds the executable. With settings the folder is copied first, since a
-    // library finds its files from the place it was loaded from. Throws Failure when it is no agent folder.
+    // `root` empty: the folder above the one that holds the executable. With settings the folder is copied first, since
+    // a library finds its files from the place it was loaded from. Throws Failure when it is no agent folder.
     AgentFolder(const std::string& root, const std::vector<Setting>& settings);
     ~AgentFolder();
     AgentFolder(const AgentFolder&) = delete;

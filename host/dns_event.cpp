@@ -1,7 +1,7 @@
 #include "dns_event.h"
 
 #include <algorithm>
-#include <type_traits>
+#include <array>
 
 #include "failure.h"
 
@@ -10,114 +10,92 @@ namespace {
 
 using rapidjson::Value;
 
-constexpr const char* kProcessKeys[] = {"guid", "path", "md5", "sha256", "cmd", "user", "extra"};
-constexpr std::string_view kOtherKeys[] = {"kind",   "variant",    "time",   "head",   "uhead",   "texts",
-                                           "pid",    "query_name", "domain", "status", "results", "number",
-                                           "shorts", "create_time", "tail",  "longs"};
-
+// A number that is too wide for its member is cut, so that any bits can be had.
 template <class Number>
-void convert(const char* key, const Value& value, Number& out) {
-    // A negative number of a signed member and a large one of an unsigned member both pass; what is too wide is cut.
+void read(const Value& value, Number& out) {
     if (value.IsUint64())
         out = static_cast<Number>(value.GetUint64());
     else if (value.IsInt64())
         out = static_cast<Number>(value.GetInt64());
     else
-        throw Failure("\"{}\" of \"dns\" must hold whole numbers", key);
+        throw Failure("a whole number is wanted");
 }
 
-void convert(const char* key, const Value& value, const char*& out) {
-    if (!value.IsString() && !value.IsNull()) throw Failure("\"{}\" of \"dns\" must hold texts or nulls", key);
+template <>
+void read(const Value& value, bool& out) {
+    if (!value.IsBool()) throw Failure("true or false is wanted");
+    out = value.GetBool();
+}
+
+template <>
+void read(const Value& value, const char*& out) {
+    if (!value.IsString() && !value.IsNull()) throw Failure("a text or null is wanted");
     out = value.IsString() ? value.GetString() : nullptr;
+}
+
+template <class Item, size_t count>
+void read(const Value& list, Item (&out)[count]) {
+    if (!list.IsArray() || list.Size() > count) throw Failure("a list of at most {} items is wanted", count);
+    for (rapidjson::SizeType i = 0; i < list.Size(); ++i) read(list[i], out[i]);
 }
 
 }  // namespace
 
+const DnsEvent::Field DnsEvent::kFields[] = {
+    {"kind", [](DnsEvent& e, const Value& v) { read(v, e.native_.uKind); }},
+    {"variant", [](DnsEvent& e, const Value& v) { read(v, e.with_variant_); }},
+    {"head", [](DnsEvent& e, const Value& v) { read(v, e.native_.ullHead); }},
+    {"time", [](DnsEvent& e, const Value& v) { read(v, e.native_.ullHead[12]); }},
+    {"uhead", [](DnsEvent& e, const Value& v) { read(v, e.native_.uHead); }},
+    {"texts", [](DnsEvent& e, const Value& v) { read(v, e.native_.pszText); }},
+    {"pid", [](DnsEvent& e, const Value& v) { read(v, e.two_.uPid); }},
+    {"create_time", [](DnsEvent& e, const Value& v) { read(v, e.two_.llCreateTime); }},
+    {"guid", [](DnsEvent& e, const Value& v) { read(v, e.two_.pszProcess[0]); }},
+    {"path", [](DnsEvent& e, const Value& v) { read(v, e.two_.pszProcess[1]); }},
+    {"md5", [](DnsEvent& e, const Value& v) { read(v, e.two_.pszProcess[2]); }},
+    {"sha256", [](DnsEvent& e, const Value& v) { read(v, e.two_.pszProcess[3]); }},
+    {"cmd", [](DnsEvent& e, const Value& v) { read(v, e.two_.pszProcess[4]); }},
+    {"user", [](DnsEvent& e, const Value& v) { read(v, e.two_.pszProcess[5]); }},
+    {"extra", [](DnsEvent& e, const Value& v) { read(v, e.two_.pszProcess[6]); }},
+    {"domain", [](DnsEvent& e, const Value& v) { read(v, e.two_.pszDomain); }},
+    {"query_name", [](DnsEvent& e, const Value& v) { read(v, e.query_name_); }},
+    {"status", [](DnsEvent& e, const Value& v) { read(v, e.two_.uDnsStatus); }},
+    {"results", [](DnsEvent& e, const Value& v) { read(v, e.two_.pszDnsResults); }},
+    {"number", [](DnsEvent& e, const Value& v) { read(v, e.two_.uTail); }},
+    {"tail", [](DnsEvent& e, const Value& v) { read(v, e.one_.pszTail); }},
+    {"shorts", [](DnsEvent& e, const Value& v) { read(v, e.one_.uShort); }},
+    {"longs", [](DnsEvent& e, const Value& v) { read(v, e.one_.uLong); }},
+};
+
 DnsEvent::DnsEvent(std::string_view json) {
     document_.Parse<rapidjson::kParseIterativeFlag>(json.data(), json.size());
     if (document_.HasParseError() || !document_.IsObject()) throw Failure("\"dns\" must be an object");
-    expect_known_keys();
-
-    native_.uKind = 2;
-    read("kind", native_.uKind);
-    read("head", native_.ullHead);
-    read("time", native_.ullHead[12]);
-    read("uhead", native_.uHead);
-    read("texts", native_.pszText);
-    read("domain", query_name_);
-    read("query_name", query_name_);
-    read_variant();
-}
-
-void DnsEvent::read_variant() {
-    const Value* wanted = find("variant");
-    if (wanted != nullptr && !wanted->IsBool()) throw Failure("\"variant\" of \"dns\" must be true or false");
-    if (wanted != nullptr && !wanted->GetBool()) return;
-
-    if (native_.uKind == 1) {
-        read_process(variant1_);
-        read_tail(variant1_);
-        read("longs", variant1_.uLong);
-        native_.pVariant = &variant1_;
-    } else if (native_.uKind == 2) {
-        read_process(variant2_);
-        read("domain", variant2_.pszDomain);
-        read("status", variant2_.uDnsStatus);
-        read("results", variant2_.pszDnsResults);
-        read("number", variant2_.uTail);
-        native_.pVariant = &variant2_;
-    } else if (native_.uKind == 3) {
-        read_tail(variant3_);
-        uint32_t longs[1] = {};
-        read("longs", longs);
-        variant3_.uLong = longs[0];
-        native_.pVariant = &variant3_;
-    }
-}
-
-template <class Variant>
-void DnsEvent::read_process(Variant& variant) {
-    read("pid", variant.uPid);
-    read("create_time", variant.llCreateTime);
-    for (size_t i = 0; i < std::size(kProcessKeys); ++i) read(kProcessKeys[i], variant.pszProcess[i]);
-}
-
-template <class Variant>
-void DnsEvent::read_tail(Variant& variant) {
-    read("tail", variant.pszTail);
-    read("shorts", variant.uShort);
-}
-
-void DnsEvent::expect_known_keys() const {
     for (const auto& member : document_.GetObject()) {
         const std::string_view key(member.name.GetString(), member.name.GetStringLength());
-        if (std::ranges::find(kProcessKeys, key) == std::end(kProcessKeys) &&
-            std::ranges::find(kOtherKeys, key) == std::end(kOtherKeys))
+        if (std::ranges::find(kFields, key, &Field::key) == std::end(kFields))
             throw Failure("\"dns\" has no field \"{}\"", key);
     }
-}
+    // In the order of the table: the time goes over the head's.
+    native_.uKind = 2;
+    for (const Field& field : kFields) {
+        const auto found = document_.FindMember(Value(rapidjson::StringRef(field.key.data(), field.key.size())));
+        if (found == document_.MemberEnd()) continue;
+        try {
+            field.read(*this, found->value);
+        } catch (const Failure& e) {
+            throw Failure("\"{}\" of \"dns\": {}", field.key, e.what());
+        }
+    }
+    if (!document_.HasMember("query_name")) query_name_ = two_.pszDomain;
 
-const Value* DnsEvent::find(const char* key) const {
-    const auto found = document_.FindMember(key);
-    return found == document_.MemberEnd() ? nullptr : &found->value;
-}
-
-template <class Number>
-void DnsEvent::read(const char* key, Number& out) const {
-    if (const Value* value = find(key)) convert(key, *value, out);
-}
-
-void DnsEvent::read(const char* key, const char*& out) const {
-    if (const Value* value = find(key)) convert(key, *value, out);
-}
-
-template <class Item, size_t count>
-void DnsEvent::read(const char* key, Item (&out)[count]) const {
-    const Value* list = find(key);
-    if (list == nullptr) return;
-    if (!list->IsArray() || list->Size() > count)
-        throw Failure("\"{}\" of \"dns\" must be a list of at most {} items", key, count);
-    for (rapidjson::SizeType i = 0; i < list->Size(); ++i) convert(key, (*list)[i], out[i]);
+    one_.uPid = two_.uPid;
+    one_.llCreateTime = two_.llCreateTime;
+    std::ranges::copy(two_.pszProcess, one_.pszProcess);
+    std::ranges::copy(one_.pszTail, three_.pszTail);
+    std::ranges::copy(one_.uShort, three_.uShort);
+    three_.uLong = one_.uLong[0];
+    const void* const variants[] = {nullptr, &one_, &two_, &three_};
+    if (with_variant_ && native_.uKind < std::size(variants)) native_.pVariant = variants[native_.uKind];
 }
 
 }  // namespace zel

@@ -10,15 +10,15 @@
 namespace zel {
 
 // Keys, each of which may be left out:
-//   kind            1, 2 (as when absent) or 3: the variant record; any other number is passed on without one
+//   kind            1, 2 (as when absent) or 3: the variant record; any other number has none
 //   variant         false: a record without its variant record
 //   time            the alert's time, which is the last number of the head
 //   head, uhead     13 and 3 numbers
 //   texts           13 texts or nulls
-//   query_name      text; the domain when absent
+//   query_name      text or null; the domain when absent
 //   kinds 1 and 2   pid, create_time, guid, path, md5, sha256, cmd, user, extra
 //   kind 2          domain, status, results, number
-//   kinds 1 and 3   tail: 3 texts or nulls; shorts, longs: 2 numbers each (kind 3: one long)
+//   kinds 1 and 3   tail: 3 texts or nulls; shorts, longs: 2 numbers each, of which kind 3 has one long
 class DnsEvent {
 public:
     // Throws Failure for an unknown key and for a value of the wrong kind.
@@ -31,25 +31,20 @@ public:
     const char* query_name() const { return query_name_; }
 
 private:
-    template <class Variant>
-    void read_process(Variant& variant);
-    template <class Variant>
-    void read_tail(Variant& variant);
-    void read_variant();
-    void expect_known_keys() const;
-
-    const rapidjson::Value* find(const char* key) const;
-    template <class Number>
-    void read(const char* key, Number& out) const;
-    void read(const char* key, const char*& out) const;
-    template <class Item, size_t count>
-    void read(const char* key, Item (&out)[count]) const;
+    using Value = rapidjson::Value;
+    struct Field {
+        std::string_view key;
+        void (*read)(DnsEvent& event, const Value& value);
+    };
+    static const Field kFields[];
 
     rapidjson::Document document_;
     ST_DNS_NATIVE native_{};
-    ST_DNS_VARIANT_1 variant1_{};
-    ST_DNS_VARIANT_2 variant2_{};
-    ST_DNS_VARIANT_3 variant3_{};
+    // All three are filled; the kind chooses.
+    ST_DNS_VARIANT_1 one_{};
+    ST_DNS_VARIANT_2 two_{};
+    ST_DNS_VARIANT_3 three_{};
+    bool with_variant_ = true;
     const char* query_name_ = nullptr;
 };
 

@@ -1,7 +1,6 @@
 #include "figures.h"
 
 #include <charconv>
-#include <iterator>
 
 #include "platform/zel_support.h"
 
@@ -11,16 +10,19 @@ namespace {
 // The event that the current thread has in hand: a line that names none belongs to it. None on the trace worker.
 thread_local uint32_t event_in_hand = 0;
 
+constexpr uint32_t kIoc = 1281;
 constexpr uint32_t kKov = 1793;
+constexpr uint32_t kExpand = 1794;
 
 enum Begins : uint32_t { no_event = 0, numbered = 1 };  // or an event id
 
 // What a log line says, by its start behind the prefix.
 struct Meaning {
     std::string_view text;
-    uint64_t KindFigures::*figure;
-    uint32_t begins = no_event;  // the event that the thread takes in hand; `numbered`: the number that follows the text
-    uint32_t otherwise = 0;      // whose figure it is when the thread has none in hand
+    uint64_t KindFigures::* figure;
+    uint32_t begins =
+        no_event;            // the event that the thread takes in hand; `numbered`: the number that follows the text
+    uint32_t otherwise = 0;  // whose figure it is when the thread has none in hand
 };
 constexpr Meaning kMeanings[] = {
     // On the bus thread.
@@ -31,9 +33,9 @@ constexpr Meaning kMeanings[] = {
     {"Get event struct error!", &KindFigures::not_taken},
     {"[work queue count", &KindFigures::queued},
     // On the alarm worker.
-    {"start handle ioc!", &KindFigures::begun, 1281},
+    {"start handle ioc!", &KindFigures::begun, kIoc},
     {"start handle kov!", &KindFigures::begun, kKov},
-    {"start handle trc_ex!", &KindFigures::begun, 1794},
+    {"start handle trc_ex!", &KindFigures::begun, kExpand},
     {"start handle ", &KindFigures::begun, numbered},
     {"ignore handle: ", &KindFigures::ignored, numbered},
     {"GetJsonInfo failed!", &KindFigures::undecoded},
@@ -56,6 +58,8 @@ constexpr Meaning kMeanings[] = {
 };
 
 constexpr std::string_view kGuidMark = "guid:";
+constexpr std::string_view kSettings = "queue max:";
+constexpr std::string_view kNoTries = "trc times:0,";
 constexpr std::string_view kPushed = ", push into eliminator";
 
 // Cuts off "[PID:...]\t[LEVEL]\t[zelreshdl] [file(line)] ". Empty for the lines of others.
@@ -80,6 +84,17 @@ uint32_t number_at(std::string_view text) {
 
 }  // namespace
 
+uint64_t Totals::sum(uint64_t KindFigures::* figure) const {
+    uint64_t sum = 0;
+    for (const auto& [id, kind] : kinds) sum += kind.*figure;
+    return sum;
+}
+
+KindFigures Totals::of(uint32_t event_id) const {
+    const auto found = kinds.find(event_id);
+    return found == kinds.end() ? KindFigures{} : found->second;
+}
+
 std::string_view Figures::log_line(int32_t level, std::string_view line) {
     last_sign_ = Clock::now();
     const std::string_view text = text_of(line);
@@ -90,7 +105,11 @@ std::string_view Figures::log_line(int32_t level, std::string_view line) {
     const std::lock_guard lock(mutex_);
     totals_.errors += level == ZEL_LOG_ERROR;
     totals_.warnings += level == ZEL_LOG_WARN;
-    if (level == ZEL_LOG_ERROR && !text.empty()) totals_.last_error = text;
+    if (level == ZEL_LOG_ERROR && !text.empty()) {
+        totals_.last_errors[0] = std::move(totals_.last_errors[1]);
+        totals_.last_errors[1] = text;
+    }
+    if (text.starts_with(kSettings)) totals_.tracing_off = text.find(kNoTries) != std::string_view::npos;
 
     if (text.ends_with(kPushed)) {
         const size_t guid = text.rfind(kGuidMark) + kGuidMark.size() + 1;
@@ -102,11 +121,11 @@ std::string_view Figures::log_line(int32_t level, std::string_view line) {
     if (!meaning->text.starts_with("alert trace ")) return {};
     const std::string_view guid = text.substr(meaning->text.size());
     if (meaning->figure == &KindFigures::retried) {
-        retried_.emplace(guid);
+        put_off_.emplace(guid, event_in_hand);
         return {};
     }
     pushed_.erase(std::string(guid));
-    retried_.erase(std::string(guid));
+    put_off_.erase(std::string(guid));
     return meaning->figure == &KindFigures::succeeded ? std::string_view{} : guid;
 }
 
@@ -116,14 +135,21 @@ void Figures::published(uint32_t event_id) {
     ++totals_.kinds[event_id].in;
 }
 
+void Figures::not_subscribed(uint32_t event_id) {
+    const std::lock_guard lock(mutex_);
+    ++totals_.kinds[event_id].in;
+    ++totals_.kinds[event_id].not_subscribed;
+}
+
 void Figures::sent(const ST_PB_EVENT& event) {
     last_sign_ = Clock::now();
     const std::lock_guard lock(mutex_);
-    const std::string_view guid = event.pszGuid == nullptr ? "" : event.pszGuid;
-    KindFigures& kind = totals_.kinds[event.uSourceEventId];
-    if (event.uEventId == 770 && event.uSourceEventId == 1281 && guid.empty())
+    const uint32_t source = event.uSourceEventId;
+    const bool guid = event.pszGuid != nullptr && *event.pszGuid != '\0';
+    KindFigures& kind = totals_.kinds[source];
+    if (event.uEventId == 770 && source == kIoc && !guid)
         ++totals_.duplicate_batches;
-    else if (event.uEventId == 770 && event.uSourceEventId != 1794)
+    else if (event.uEventId == 770 && source != kExpand)
         ++kind.traces;
     else
         ++kind.reported;
@@ -149,22 +175,17 @@ void Figures::file_trace() {
 Totals Figures::totals() const {
     const std::lock_guard lock(mutex_);
     Totals totals = totals_;
-    for (const auto& [id, kind] : totals.kinds) {
-        // A record of nothing but counts: added as the row of numbers that it is.
-        static_assert(sizeof(KindFigures) % sizeof(uint64_t) == 0);
-        auto* to = reinterpret_cast<uint64_t*>(&totals.sum);
-        const auto* from = reinterpret_cast<const uint64_t*>(&kind);
-        for (size_t i = 0; i < sizeof(KindFigures) / sizeof(uint64_t); ++i) to[i] += from[i];
+    totals.waiting_traces = pushed_.size();
+    for (const auto& [guid, event] : put_off_) {
+        totals.waiting_traces += pushed_.contains(guid) ? 0 : 1;
+        totals.waiting_completions += event == kKov;
     }
     return totals;
 }
 
-uint64_t Figures::open_traces(bool with_retried) const {
+uint64_t Figures::pushed_traces() const {
     const std::lock_guard lock(mutex_);
-    uint64_t open = pushed_.size();
-    if (with_retried)
-        for (const std::string& guid : retried_) open += pushed_.contains(guid) ? 0 : 1;
-    return open;
+    return pushed_.size();
 }
 
 }  // namespace zel

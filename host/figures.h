@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -17,33 +16,39 @@ namespace zel {
 
 // Of one kind of incoming event. Every event that was published has exactly one end, unless it still waits.
 struct KindFigures {
-    uint64_t in = 0;        // published by the host
+    uint64_t in = 0;        // published by the host, or meant to be
     uint64_t got = 0;       // taken up by the plug-in's call-back
     uint64_t queued = 0;    // put into the event queue
     uint64_t begun = 0;     // taken by the alarm worker
-    uint64_t reported = 0;  // end: a first report, or the chain of event 1794
+    uint64_t reported = 0;  // end: a first report, event 769 or 771, or the chain of event 1794
 
     // Ends without a report.
+    uint64_t not_subscribed = 0;                                                      // before the bus
     uint64_t no_payload = 0, hot = 0, queue_full = 0, not_taken = 0;                  // on the bus thread
     uint64_t undecoded = 0, filtered = 0, trigger_only = 0, unbuilt = 0, unsent = 0;  // on the alarm worker
     uint64_t ignored = 0, given_up = 0, no_function = 0;
 
-    uint64_t repeats = 0;         // of the reported ones
-    uint64_t host_alerts = 0;     // of the reported ones: handed to the trace stage
-    uint64_t not_completed = 0;   // KOV: reported, although its completion was no success
-    uint64_t traces = 0;          // finished chains sent, event 770
+    uint64_t repeats = 0;        // of the reported ones
+    uint64_t host_alerts = 0;    // of the reported ones: handed to the trace stage
+    uint64_t not_completed = 0;  // KOV: reported, although its completion was no success
+    uint64_t traces = 0;         // finished chains sent, event 770
     uint64_t succeeded = 0, failed = 0, dropped = 0, retried = 0;  // answers of the trace stage
 };
 
 struct Totals {
     std::map<uint32_t, KindFigures> kinds;  // by event id
-    KindFigures sum;
     uint64_t memory_checks = 0;
     uint64_t duplicate_batches = 0;
     uint64_t callbacks = 0;
-    uint64_t file_traces = 0;  // accepted
+    uint64_t file_traces = 0;           // accepted
     uint64_t errors = 0, warnings = 0;  // log lines
-    std::string last_error;
+    std::string last_errors[2];         // texts, the later one last
+    bool tracing_off = false;           // by the settings
+    uint64_t waiting_traces = 0;        // handed to the trace stage, without an end
+    uint64_t waiting_completions = 0;   // of these, KOV alerts before their report
+
+    uint64_t sum(uint64_t KindFigures::* figure) const;  // over all kinds
+    KindFigures of(uint32_t event_id) const;             // zeros for a kind that was not met
 };
 
 // Any thread.
@@ -54,6 +59,7 @@ public:
     // A line at the tap. Returns the GUID of an alert whose trace ended without success, for whom it concerns.
     std::string_view log_line(int32_t level, std::string_view line);
     void published(uint32_t event_id);
+    void not_subscribed(uint32_t event_id);
     void sent(const ST_PB_EVENT& event);
     void memory_check();
     void callback();
@@ -62,17 +68,15 @@ public:
     Totals totals() const;
     // When something was last published, logged or sent.
     Clock::time_point last_sign() const { return last_sign_.load(); }
-    // Alerts that were handed to the trace stage and have no end yet. Of those that the eliminator does not account for,
-    // only the ones that were put off are known, and only with `with_retried`.
-    uint64_t open_traces(bool with_retried) const;
+    // Alerts in the eliminator's account, whose trace has no end yet. These are known from their first push on.
+    uint64_t pushed_traces() const;
 
 private:
-    void trace_line(std::string_view text, std::string_view guid);
-
     mutable std::mutex mutex_;
-    Totals totals_;                 // under the mutex, as the two sets
-    std::set<std::string> pushed_;  // GUIDs
-    std::set<std::string> retried_;
+    // Under the mutex.
+    Totals totals_;
+    std::set<std::string> pushed_;             // GUIDs in the eliminator's account
+    std::map<std::string, uint32_t> put_off_;  // GUIDs with the event in hand at the first time
     std::atomic<Clock::time_point> last_sign_{Clock::now()};
 };
 

@@ -1,5 +1,5 @@
-// One line of input: a JSON object whose members are known by their places in the line, so that a payload reaches the bus as
-// the very bytes that stand there.
+// One line of input: a JSON object whose members are known by their places in the line, so that a payload reaches the
+// bus as the very bytes that stand there.
 #pragma once
 
 #include <cstdint>
@@ -34,7 +34,8 @@ public:
 
     // Throws Failure for a key that is not among these, and for one that stands twice.
     void expect_only(std::initializer_list<std::string_view> keys) const;
-    // The value of a whole number within the limits, or `absent` when there is no such member. Throws Failure otherwise.
+    // The value of a whole number within the limits, or `absent` when there is no such member. Throws Failure
+    // otherwise.
     int64_t whole(std::string_view key, int64_t lowest, int64_t highest, std::optional<int64_t> absent = {}) const;
     // The text of a string; null when there is no such member or the value is null. Throws Failure otherwise.
     const std::string* text(std::string_view key) const;

@@ -20,7 +20,7 @@ constexpr size_t kChunk = 1 << 16;
 LineReader::LineReader(const std::string& path, const StopSignal& stop)
     : stop_(stop), path_(path), descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (descriptor_ < 0) throw Failure("cannot open the input {}: {}", path, strerror(errno));
-    struct stat status {};
+    struct stat status{};
     if (fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode)) size_ = static_cast<uint64_t>(status.st_size);
 }
 

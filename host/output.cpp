@@ -63,7 +63,7 @@ public:
             writer_.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
         } else {
             raw(latin1_json(value));
-            latin1_.emplace_back(name);
+            latin1_.push_back(name);
         }
     }
     void text_or_null(const char* name, const char* value) {
@@ -82,7 +82,7 @@ public:
         if (!latin1_.empty()) {
             key("latin1");
             writer_.StartArray();
-            for (const std::string& name : latin1_) writer_.String(name);
+            for (const char* name : latin1_) writer_.String(name);
             writer_.EndArray();
         }
         writer_.EndObject();
@@ -94,7 +94,7 @@ private:
 
     StringBuffer buffer_;
     rapidjson::Writer<StringBuffer> writer_{buffer_};
-    std::vector<std::string> latin1_;
+    std::vector<const char*> latin1_;
 };
 
 int keep_open(FILE* file) { return fflush(file); }

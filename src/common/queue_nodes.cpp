@@ -19,5 +19,5 @@ void FreeNodeData(ST_QUEQE_NODE* pNode) {
 
 void set_guid(ST_QUEQE_NODE& node, const char* guid) {
     memset(node.szGuid, 0, sizeof node.szGuid);
-    zel_str_strlcpy(node.szGuid, guid, sizeof node.szGuid);
+    zel_str_strlcpy(node.szGuid, guid, kGuidSize);
 }

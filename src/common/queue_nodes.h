@@ -108,7 +108,8 @@ struct ST_IOC_MSG {
 struct ST_QUEQE_NODE {
     EVENT_ID uEventId = 0;
     uint64_t ullCacheKey = 0;  // only for 1281
-    char szGuid[kGuidSize] = {};
+    // A document's GUID of more than 36 characters fills its 37; the byte behind them is never written.
+    char szGuid[kGuidSize + 1] = {};
     ST_IOC_MSG* pIocMsg = nullptr;  // only for 1281
     struct {
         std::string strPath;

@@ -1,7 +1,8 @@
 // The table of event types: one row a type, in the order of the types, without a gap.
 //
 // A row's decoder makes exactly the record that the row's release function frees and its process function reads; a type
-// that the dispatch does not reach fails its document, but its records can be made by calling the decoder, and are freed.
+// that the dispatch does not reach fails its document, but its records can be made by calling the decoder, and are
+// freed.
 #pragma once
 
 #include <cstdint>

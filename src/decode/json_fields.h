@@ -1,7 +1,7 @@
 // Tables of the keys that fill a record, and the one reader for all of them.
 //
-// A row names a key, the member that it fills, and what happens when the key is missing or holds another type. The member's
-// type says how the value is taken:
+// A row names a key, the member that it fills, and what happens when the key is missing or holds another type. The
+// member's type says how the value is taken:
 //
 //   std::string           a string
 //   uint32_t, int32_t     the number as cJSON's integer: cut off at the limits of int, unsigned members take its bits
@@ -41,17 +41,18 @@ enum class Words : uint8_t {
 
 template <class R>
 struct Decimal {
-    uint64_t R::*member;
+    uint64_t R::* member;
 };
 template <class R>
 struct Widened {
-    int64_t R::*member;
+    int64_t R::* member;
 };
 
 template <class R>
 struct Field {
     Key key;
-    std::variant<std::string R::*, uint32_t R::*, int32_t R::*, int64_t R::*, uint64_t R::*, Decimal<R>, Widened<R>> member;
+    std::variant<std::string R::*, uint32_t R::*, int32_t R::*, int64_t R::*, uint64_t R::*, Decimal<R>, Widened<R>>
+        member;
     Need need = Need::required;
 
     int json_type() const {
@@ -69,8 +70,8 @@ const cJSON* find_required(const JsonObject& object, const Key& key,
 const cJSON* find_typed(const JsonObject& object, const Key& key, int type, Need need, Words words,
                         std::source_location where);
 
-// Doubles outside the range of the result: INT64_MIN for the signed one; for the unsigned one the bits of the signed result
-// below 2^63 and 0 from 2^64.
+// Doubles outside the range of the result: INT64_MIN for the signed one; for the unsigned one the bits of the signed
+// result below 2^63 and 0 from 2^64.
 int64_t truncate_signed(double number);
 uint64_t truncate_unsigned(double number);
 uint64_t parse_decimal(const char* text);
@@ -107,8 +108,8 @@ bool read_field(const JsonObject& object, R& record, const Field<R>& field, Word
 }
 
 template <class R>
-bool read_fields(const JsonObject& object, R& record, std::span<const Field<std::type_identity_t<R>>> fields, Words words,
-                 std::source_location where = std::source_location::current()) {
+bool read_fields(const JsonObject& object, R& record, std::span<const Field<std::type_identity_t<R>>> fields,
+                 Words words, std::source_location where = std::source_location::current()) {
     for (const Field<R>& field : fields)
         if (!read_field(object, record, field, words, where)) return false;
     return true;

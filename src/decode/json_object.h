@@ -25,10 +25,11 @@ struct Key {
     uint32_t hash;
 };
 
-// A view of a node with an index of its members. It borrows the node, which must outlive it. A node that is no object has
-// no members; neither has null, which functions that must not be given it assert on.
+// A view of a node with an index of its members. It borrows the node, which must outlive it. A node that is no object
+// has no members; neither has null, which functions that must not be given it assert on.
 //
-// An event has some thirty keys to be read from as many members: cJSON_GetObjectItem would walk half of them for each key.
+// An event has some thirty keys to be read from as many members: cJSON_GetObjectItem would walk half of them for each
+// key.
 class JsonObject {
 public:
     JsonObject(const cJSON* node);  // implicit: a node can stand where its members are asked for

@@ -194,10 +194,10 @@ bool CEventHandle::GetJsonInfo(ST_QUEQE_NODE* pNode, ST_BUF_DATA& stData) {
         zel::leave_allocated(tree.release());
         return false;
     }
-    // A longer text loses its tail; the node's text then fills its place and has no terminator.
-    stData.strGuid.resize(std::min(stData.strGuid.size(), sizeof pNode->szGuid));
+    // A longer text loses its tail; the rest of the node's text is zero.
+    stData.strGuid.resize(std::min(stData.strGuid.size(), kGuidSize));
     memset(pNode->szGuid, 0, sizeof pNode->szGuid);
-    stData.strGuid.copy(pNode->szGuid, sizeof pNode->szGuid);
+    stData.strGuid.copy(pNode->szGuid, kGuidSize);
     return decoded;
 }
 

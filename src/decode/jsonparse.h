@@ -10,8 +10,8 @@
 #include "decode/json_object.h"
 #include "decode/records.h"
 
-// Nodes are borrowed and a null node is an assertion failure that names the argument. A function that takes a JsonObject
-// can be given the node itself; inside, the index of an object's members is built once and handed on.
+// Nodes are borrowed and a null node is an assertion failure that names the argument. A function that takes a
+// JsonObject can be given the node itself; inside, the index of an object's members is built once and handed on.
 //
 // A bool result is false after an ERROR line that names what is wrong. Lists keep what was decoded before a failure.
 class CEventHandle {
@@ -67,8 +67,8 @@ private:
     static bool events_under(const zel::JsonObject& object, const zel::Key& key, std::vector<ST_RAW_EVENT>& events);
 };
 
-// Selects the process of the list's last event, unless something was selected before in the life of the process: what the
-// event created if it is a process with an image, otherwise the subject.
+// Selects the process of the list's last event, unless something was selected before in the life of the process: what
+// the event created if it is a process with an image, otherwise the subject.
 void SelectLastEventProcess(std::vector<ST_RAW_EVENT>& vecEvent);
 
 namespace zel {

@@ -56,7 +56,7 @@ struct ST_LINK_SET {
 
 struct ST_BUF_DATA {
     int32_t nAlertType = 0;
-    std::string strMaliciousKey;          // alert type 1
+    std::string strMaliciousKey;  // alert type 1
     std::string strGuid;
     uint32_t uCount = 0;
     int64_t llHash = 0;
@@ -75,8 +75,8 @@ struct ST_BUF_DATA {
     std::string strImageName;
     uint32_t uPrivileged = 0;
     int32_t nContainerInitPid = 0;
-    std::string strExtendedMsg;           // alert types 6 and 7
-    std::string strScenarioId;            // alert type 2, as the two lists
+    std::string strExtendedMsg;  // alert types 6 and 7
+    std::string strScenarioId;   // alert type 2, as the two lists
     std::vector<ST_RAW_EVENT> vecProcessSet;
     std::vector<ST_LINK_SET> vecLinkSet;  // no road fills it
     std::string strRiskLevel;

@@ -120,7 +120,7 @@ ETrcResult CReshdlWork::GetComResult(DelayNodePtr& pEventData, TraceResult& resu
 ETrcResult CReshdlWork::TrcRetHandle(int32_t hr, DelayNodePtr& pEventData, TraceResult& result, int cost) {
     ZEL_ASSERT(pEventData);
     // A queued node may be finished and freed by the other worker before the line about it is written.
-    char guid[kGuidSize];
+    char guid[kGuidSize + 1];
     memcpy(guid, pEventData->pNode->szGuid, sizeof guid);
     ETrcResult outcome = TRC_FAILED;
     switch (hr) {

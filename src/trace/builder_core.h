@@ -13,8 +13,8 @@
 
 namespace zel {
 
-// The message under construction. It and all below it live in an arena, which a large alert with its ten thousands of
-// small parts is built and thrown away in.
+// The message under construction. It and its parts live in an arena: a large alert has tens of thousands of parts, and
+// one by one their allocation and their end would cost more than all the rest.
 class TraceInfo {
 public:
     TraceInfo() : info_(google::protobuf::Arena::CreateMessage<vorn_retrace::vorn_trace_info>(&arena_)) {}

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "bus_codes.h"
@@ -192,10 +193,11 @@ bool Bus::wanted(uint32_t event_id) const {
 }
 
 void Bus::discard_unwanted(Lock& lock) {
-    const auto unwanted =
-        std::ranges::stable_partition(inbox_, [this](IncomingEvent* event) { return wanted(event->GetEventId()); });
-    const std::vector<IncomingEvent*> dropped(unwanted.begin(), unwanted.end());
-    inbox_.erase(unwanted.begin(), unwanted.end());
+    std::deque<IncomingEvent*> kept;
+    std::vector<IncomingEvent*> dropped;
+    std::ranges::partition_copy(inbox_, std::back_inserter(kept), std::back_inserter(dropped),
+                                [this](IncomingEvent* event) { return wanted(event->GetEventId()); });
+    inbox_.swap(kept);
     lock.unlock();
     for (IncomingEvent* const event : dropped) event->Release();
     lock.lock();

@@ -46,6 +46,12 @@ public:
         std::erase_if(lines, [level](const LogLine& line) { return line.level > level; });
         return lines;
     }
+    // The same as one text: "E the text\n" for each line, with the level's letter.
+    std::string take_text(int32_t level = ZEL_LOG_DEBUG) {
+        std::string text;
+        for (const LogLine& line : take_up_to(level)) text += std::string{"EWID"[line.level], ' '} + line.text + '\n';
+        return text;
+    }
 
 private:
     std::mutex mutex_;

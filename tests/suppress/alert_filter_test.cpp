@@ -1,6 +1,6 @@
 #include "suppress/alert_filter.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "support/fake_clock.h"
 #include "support/log_capture.h"
@@ -8,7 +8,6 @@
 namespace {
 
 using ResHdlAlert::AlertFilter;
-using zel_test::LogLine;
 using Rules = std::vector<std::pair<std::string, std::vector<std::string>>>;  // ids with the images of their events
 
 ST_BUF_DATA alert(const Rules& rules) {
@@ -22,48 +21,33 @@ ST_BUF_DATA alert(const Rules& rules) {
 }
 
 TEST(AlertFilter, makes_its_key_of_rules_and_images) {
-    const struct {
-        int line;
-        Rules rules;
-        std::string key;
-    } rows[] = {
-        {__LINE__, {{"", {}}}, ""},
-        {__LINE__, {{"r", {}}}, "r"},
-        {__LINE__, {{"r2", {"/b", "/a", "/b"}}, {"r1", {"/c"}}}, "r1/cr2/a/b"},
-        {__LINE__, {{"r", {"/first"}}, {"r", {"/second"}}}, "r/first"},
-        {__LINE__, {{"\xff", {}}, {"a", {}}, {"B", {}}}, "Ba\xff"},
+    const std::pair<Rules, std::string> rows[] = {
+        {{{"", {}}}, ""},
+        {{{"r", {}}}, "r"},
+        {{{"r2", {"/b", "/a", "/b"}}, {"r1", {"/c"}}}, "r1/cr2/a/b"},
+        {{{"r", {"/first"}}, {"r", {"/second"}}}, "r/first"},
+        {{{"\xff", {}}, {"a", {}}, {"B", {}}}, "Ba\xff"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(AlertFilter::cal_alert_key(alert(row.rules)), row.key) << "line " << row.line;
+    for (const auto& [rules, key] : rows) EXPECT_EQ(AlertFilter::cal_alert_key(alert(rules)), key);
 }
 
 TEST(AlertFilter, forgets_everything_when_a_minute_has_passed_since_it_last_did) {
     AlertFilter filter;
-    const uint64_t start = zel_test::tick_ms;
-    const struct {
-        int line;
-        uint64_t ms;  // since the start
-        Rules rules;
-        bool repeat;
-    } rows[] = {
-        {__LINE__, 59'000, {{"r", {"/a"}}}, false},
-        {__LINE__, 59'999, {{"r", {"/a"}}}, true},
-        {__LINE__, 60'000, {{"r", {"/a"}}}, false},
-        {__LINE__, 119'999, {{"r", {"/a"}}}, true},
-        {__LINE__, 119'999, {{"r", {"/a", "/b"}}}, false},
-        {__LINE__, 120'000, {{"r", {"/a"}}}, false},
-        {__LINE__, 120'000, {}, false},
-        {__LINE__, 120'000, {}, false},
+    const auto repeat_after = [&](uint64_t ms, const Rules& rules) {
+        zel_test::tick_ms += ms;
+        return filter.CheckRepeat(alert(rules));
     };
-    for (const auto& row : rows) {
-        zel_test::tick_ms = start + row.ms;
-        EXPECT_EQ(filter.CheckRepeat(alert(row.rules)), row.repeat) << "line " << row.line;
-    }
-    const LogLine cleaned{ZEL_LOG_INFO, "clean alert event cache once."},
-        repeat{ZEL_LOG_DEBUG, "repeat alert event! guid: G"};
-    const LogLine keyless{ZEL_LOG_ERROR, "cal_alert_key failed!"};
-    EXPECT_THAT(zel_test::LogCapture::get().take(),
-                testing::ElementsAre(repeat, cleaned, repeat, cleaned, keyless, keyless));
+    const Rules first = {{"r", {"/a"}}}, second = {{"r", {"/a", "/b"}}};
+    EXPECT_FALSE(repeat_after(59'000, first));
+    EXPECT_TRUE(repeat_after(999, first));
+    EXPECT_FALSE(repeat_after(1, first));
+    EXPECT_TRUE(repeat_after(59'999, first));
+    EXPECT_FALSE(repeat_after(0, second));
+    EXPECT_FALSE(repeat_after(1, first));
+    EXPECT_FALSE(repeat_after(0, {}) || repeat_after(0, {}));
+    EXPECT_EQ(zel_test::LogCapture::get().take_text(),
+              "D repeat alert event! guid: G\nI clean alert event cache once.\nD repeat alert event! guid: G\n"
+              "I clean alert event cache once.\nE cal_alert_key failed!\nE cal_alert_key failed!\n");
 }
 
 }  // namespace

@@ -1,0 +1,304 @@
+// Alert documents and findings: from the bus, through the filters, to the first report and the memory checks.
+#include "e2e/harness.h"
+
+using namespace e2e;
+
+namespace {
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+    const size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
+class Alerts : public Agent {};
+
+const RawEvent kProcess{
+    .type = 1,
+    .pid = 11,
+    .image = "/bin/sh",
+    .keys = R"("ObjectPid":12,"ObjectTid":13,"ObjectImage":"/bin/ls","ObjectCmd":"ls","ObjectCreateTime":14,
+        "ObjectUser":"bob","ObjectGuid":"g-2","DecodedObjectCmd":"","Highlight":["sh"],
+        "PostOpr":[{"Type":1,"Name":["SubjectPid","ObjectPid"]}])",
+    .op_time = 3000};
+const RawEvent kConnect{
+    .type = 14,
+    .pid = 21,
+    .keys = R"("DstPort":443,"SrcPort":5000,"DstIp":"192.0.2.1","Protocol":"tcp","SrcIp":"192.0.2.2")",
+    .op_time = 2000};
+
+TEST_F(Alerts, DocumentBecomesAFirstReportAndATrace) {
+    start();
+    publish(Alert{.number = 1,
+                  .rules = {{.id = "R", .events = {kProcess, kConnect}, .keys = R"("tags":["t1","t2"],"confidence":7)"},
+                            {.id = "T", .status = "Trigger"},
+                            {.id = "E", .status = "verify", .events = {}}}});
+    const Published report = expect_event(769);
+    EXPECT_EQ(report.source, 1536u);
+    EXPECT_EQ(report.guid, guid(1));
+    EXPECT_EQ(difference(report.message, R"(
+        agent_id: "A-1" trace_tags_exs { str_data: "t1" } trace_tags_exs { str_data: "t2" }
+        threat {
+            alert_type: VORN_RISK_KOV alert_guid: "11111111-2222-4333-8444-000000000001"
+            risk_level: VORN_RISK_LEVEL_HIGH threat_score: 70 total_score: 80 verify_score: 1 verify_total_score: 2
+            alert_new_time: 3000 alert_old_time: 1000 alert_desc: "desc" alert_name: "name" alert_count: 1
+            same_alert_key: 7 engine_ver: "e" engine_rule_ver: "er"
+            alert_rule {
+                rule_id: "R" mitre_id: "T1070" threat_score: 5 threat_desc: "desc" status: VORN_RULE_ENABLE
+                version: "v" threat_name: "name" confidence: 7 tags { str_data: "t1" } tags { str_data: "t2" }
+                alert_event {
+                    version: 1 type: VORN_TRACE_PROCESS op_time: 3000 highlight { str_data: "sh" }
+                    subject_process {
+                        process_id: 11 thread_tid: 9 process_path: "/bin/sh" process_commandline: "tool -d"
+                        process_createtime: 900 process_user: "root" process_guid: "g-1"
+                    }
+                    object_processcreate {
+                        process_id: 12 thread_tid: 13 process_path: "/bin/ls" process_commandline: "ls"
+                        process_createtime: 14 process_user: "bob" process_guid: "g-2"
+                    }
+                }
+                alert_event {
+                    version: 1 type: VORN_TRACE_NET_CONNECT op_time: 2000
+                    subject_process {
+                        process_id: 21 thread_tid: 9 process_path: "/opt/tool" process_commandline: "tool -d"
+                        process_createtime: 900 process_user: "root" process_guid: "g-1"
+                    }
+                    object_net_connect {
+                        net_dst_ip: "192.0.2.1" net_src_ip: "192.0.2.2" net_proto: "tcp" net_dst_port: 443
+                        net_src_port: 5000
+                    }
+                }
+            }
+            alert_rule {
+                rule_id: "E" mitre_id: "T1070" internal_id: "i" threat_score: 5 threat_desc: "desc" status: VORN_RULE_VERIFY
+                version: "v" threat_name: "name"
+            }
+        })"),
+              "");
+    const Published trace = expect_event(770, guid(1));
+    EXPECT_EQ(trace.source, 1536u);
+    EXPECT_EQ(trace.bytes, report.bytes);  // the scripted module gives back what it gets
+    EXPECT_EQ(count_events(2305), 0u);     // only alerts of type 2 are scanned
+    expect_logs({"get event:1536", "[work queue count : 1]", "start handle 1536!", "host alert,trace",
+                 "alert trace success, guid:" + guid(1)});
+}
+
+TEST_F(Alerts, AreTracedOnlyOnTheHostAndOnce) {
+    start();
+    const Rule first{.id = "A", .events = {RawEvent{}, {.image = "/b"}}};
+    const Rule second{.id = "B"};
+    publish(Alert{.number = 1, .rules = {first, second}});
+    publish(Alert{.number = 2, .rules = {second, {.id = "A", .events = {{.image = "/b"}, RawEvent{}, RawEvent{}}}}});
+    publish(Alert{.number = 3, .rules = {first}});
+    publish(Alert{.number = 4, .type = 6, .container = "abc"}, 1538);
+    publish(Alert{.number = 5, .type = 6, .container = ""}, 1538);
+    publish(Alert{.number = 6, .rules = {{.status = "Trigger"}}});
+    settle();
+    for (const auto& [number, error] : {std::pair{1, 0}, {2, 4}, {3, 0}, {4, 0}, {5, 0}})
+        EXPECT_EQ(expect_event(769, guid(number)).message.err_code(), error) << number;
+    expect_logs({"repeat alert event! guid: " + guid(2), "The alert has been repeated. guid:" + guid(2),
+                 "container alert, not trace. guid:" + guid(2), "container alert, not trace. guid:" + guid(4),
+                 "Trigger rule only, skip. guid:" + guid(6)});
+    EXPECT_EQ(count_events(769), 5u);
+    for (const int number : {1, 3, 5}) expect_event(770, guid(number));
+    EXPECT_EQ(calls(ZELTRC_CREATE), 3u);
+
+    advance(60s);
+    publish(Alert{.number = 7, .rules = {first}});
+    EXPECT_EQ(expect_event(769, guid(7)).message.err_code(), 0);
+    expect_log("clean alert event cache once.");
+    const Report report = this->report();
+    for (const auto& [key, value] : {std::pair{"recvAlarmCount", 8},
+                                     {"eventQueueTotalCount", 8},
+                                     {"sentToMbCount", 6},
+                                     {"alertEventTotalCount", 6},
+                                     {"alertEventFilterCount", 1}})
+        EXPECT_EQ(report[key], value) << key;
+}
+
+TEST_F(Alerts, ContainerDataGoesWithTypesTwoAndSix) {
+    start();
+    publish(Alert{.number = 1, .type = 6, .container = "abc"}, 1538);
+    const auto message = expect_event(769).message;
+    const auto& threat = message.threat();
+    EXPECT_EQ(message.trace_tags_exs_size(), 0);
+    EXPECT_EQ(threat.containerid() + threat.repository() + threat.image_name(), "abcrepoin");
+    EXPECT_EQ(threat.container_init_pid(), 99);
+    EXPECT_EQ(threat.extended_info(), "m");
+    EXPECT_EQ(threat.alert_rule(0).alert_event(0).type(), vorn_retrace::VORN_TRACE_MEMORY_DETECION);
+    EXPECT_FALSE(threat.alert_rule(0).alert_event(0).has_object_file_delete());
+}
+
+TEST_F(Alerts, BadDocumentsAreRefusedWithTheirLines) {
+    start();
+    const std::string good = Alert{}.text();
+    const struct {
+        int line;
+        std::string document;
+        std::vector<std::string> logs;
+    } rows[] = {
+        {__LINE__, "", {"GetJsonInfo failed!"}},
+        {__LINE__, "{", {"GetJsonInfo failed!"}},
+        {__LINE__, "7", {"get json value error.", "get json value error.", "GetJsonInfo failed!"}},
+        {__LINE__,
+         replaced(good, R"("alert_type":3)", R"("alert_type":23)"),
+         {"The json event is unknown.23", "GetJsonInfo failed!"}},
+        {__LINE__, replaced(good, R"("count":1)", R"("count":"1")"), {"count is not string.", "GetJsonInfo failed!"}},
+        {__LINE__, replaced(good, R"("Guid":)", R"("guide":)"), {"get json value error.", "GetJsonInfo failed!"}},
+        {__LINE__,
+         replaced(good, R"("rule_id":"R-1")", R"("rule_id":1)"),
+         {"rule_id is not string.", "GetRuleInfoEx error.", "GetRuleInfo failed!", "GetJsonInfo failed!"}},
+        {__LINE__,
+         replaced(good, R"("SubjectPid":)", R"("SubjectPd":)"),
+         {"get json value error.", "GetRawEventInfoEx error.", "GetRawEventInfo failed!", "GetRuleInfoEx error.",
+          "GetRuleInfo failed!", "GetJsonInfo failed!"}},
+        {__LINE__,
+         replaced(good, R"("FilePath":"/tmp/gone")", R"("FilePath":7)"),
+         {"FilePath is not 0x00000010.", "GetEventPrivateInfo error!", "GetRawEventInfoEx error.",
+          "GetJsonInfo failed!"}},
+        {__LINE__,
+         replaced(good, R"("type":7)", R"("type":30)"),
+         {"The event is unknown.event:30", "GetEventPrivateInfo error!", "GetJsonInfo failed!"}},
+        {__LINE__,
+         replaced(replaced(good, R"("alert_type":3)", R"("alert_type":7)"), "ExtendedInfo", "Extended"),
+         {"get json value error.key:ExtendedInfo", "GetExtenedInfo failed!\n", "GetJsonInfo failed!"}},
+        {__LINE__,
+         replaced(good, "tool -d", "t\\u0001"),
+         {"[ds]str: t\x01 not Ascii", "[ds]str: t\x01 not utf-8", "SetSubjectInfo failed!", "Set event info failed",
+          "GetThreatAlertInfo failed!", "Get com protobuf failed!"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        std::vector<size_t> before;
+        for (const auto& text : row.logs) before.push_back(count_log(text));
+        EXPECT_EQ(publish(1536, row.document), LUMMB_OK);
+        settle();
+        for (size_t i = 0; i < row.logs.size(); ++i) EXPECT_GT(count_log(row.logs[i]), before[i]) << row.logs[i];
+    }
+    EXPECT_EQ(count_events(769), 0u);
+    publish(Alert{.number = 2});  // the scratch state of the failed ones is no hindrance
+    expect_event(769, guid(2));
+}
+
+TEST_F(Alerts, ScenarioAsksForMemoryChecksBeforeTheReport) {
+    start();
+    publish(Alert{.number = 1,
+                  .type = 2,
+                  .rules = {{.events = {kProcess, kProcess}, .keys = R"("confidence":7)"}},
+                  .process_set = {kConnect, {.type = 14, .pid = 11, .keys = kConnect.keys}}});
+    expect_event(769);
+    ASSERT_EQ(count_events(2305), 3u);
+    const char* const container = "|repo|m|u|n|i|host|-|in|c|-|p";
+    const struct {
+        int line;
+        uint32_t pid;
+        int64_t create_time, op_time;
+        int32_t confidence;
+        std::string path;
+    } rows[] = {{__LINE__, 11, 900, 3000, 7, "/bin/sh"},
+                {__LINE__, 12, 14, 3000, 7, "/bin/ls"},
+                {__LINE__, 21, 900, 2000, 0, "/opt/tool"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        const Published event = expect_event(2305);
+        const ST_MEM_DETECT_INFO& check = event.check;
+        EXPECT_EQ(std::tuple(+check.uPid, +check.llCreateTime, +check.llOpTime, +check.nConfidence),
+                  std::tuple(row.pid, row.create_time, row.op_time, row.confidence));
+        EXPECT_EQ(std::tuple(+check.uContainerInitPid, +check.uPrivileged), std::tuple(99u, 1u));
+        EXPECT_EQ(event.texts, row.path + container);
+        expect_log("invoke MEM_DETECT_EVENT: pid [" + std::to_string(row.pid) + "], path [" + row.path +
+                   "], confidence [" + std::to_string(row.confidence) + "]");
+    }
+    EXPECT_EQ(count_log("Type is not supported.14"), 2u);
+}
+
+TEST_F(Alerts, ABusyRuleNoLongerOpensTheProcessSet) {
+    set("zelreshdl:config:disable_scan_scenario_limit", "2");
+    start();
+    const auto checks_of = [&](int number, std::vector<Rule> rules) {
+        const size_t before = count_events(2305);
+        publish(Alert{.number = number, .type = 2, .rules = std::move(rules), .process_set = {kConnect}});
+        settle();
+        return count_events(2305) - before;
+    };
+    const char* const line = "ioa rule match times out of limit, skip scenario scan";
+    const Rule busy{.id = "busy", .events = {kProcess}};
+    EXPECT_EQ(checks_of(1, {busy}), 3u);
+    EXPECT_EQ(checks_of(2, {busy}), 3u);
+    EXPECT_EQ(count_log(line), 0u);
+    EXPECT_EQ(checks_of(3, {busy}), 2u);  // its own events still ask
+    EXPECT_EQ(count_log(line), 1u);
+    EXPECT_EQ(checks_of(4, {busy, {.id = "quiet"}}), 3u);
+    EXPECT_EQ(checks_of(5, {}), 0u);  // no rule opens it
+    EXPECT_EQ(count_log(line), 2u);
+    advance(1h + 1s);
+    EXPECT_EQ(checks_of(6, {busy}), 3u);
+}
+
+TEST_F(Alerts, BehaviourRulesAloneAreFilteredUnderLoad) {
+    set("zelreshdl:config:trace_val", "0");
+    start();
+    const Rule xdr{.id = "xdr-IOA-1"};
+    publish(Alert{.number = 1, .type = 2, .rules = {xdr}});
+    publish(Alert{.number = 2, .type = 2, .rules = {xdr, {.id = "XDR-IO"}}});
+    publish(Alert{.number = 3, .rules = {xdr}});
+    settle();
+    expect_log("The alarm has been filtered.[S-1], guid:" + guid(1));
+    EXPECT_EQ(count_events(769), 2u);
+}
+
+TEST_F(Alerts, RepeatFilterIsOffWhileTheFlagFileStands) {
+    write("kq-agent/alert_filter_disable_flag", "");
+    start();
+    for (const int number : {1, 2}) {
+        publish(Alert{.number = number, .rules = {{.id = "same"}}});
+        EXPECT_EQ(expect_event(769, guid(number)).message.err_code(), 0);
+        expect_event(770, guid(number));
+    }
+}
+
+TEST_F(Alerts, FindingsGoOutWithTheirCommand) {
+    start();
+    vorn_retrace::vorn_trace_info given;
+    given.set_agent_id("other");
+    given.set_task_id("task");
+    const std::string finished = given.SerializeAsString();
+    const struct {
+        int line;
+        uint32_t id;
+        std::string data;
+        uint32_t out;
+        const char* message;
+        const char* log;
+    } rows[] = {
+        {__LINE__, 1540, "{1}", 769, R"(cmd: TRACE_CMD_PORTSCAN alert_json: "{1}")", "event_id:1540, data:\r\n {1}."},
+        {__LINE__, 1541, "\xff", 769, R"(cmd: TRACE_CMD_BRUTEFORCE alert_json: "\377")",
+         "event_id:1541, data:\r\n \xff."},
+        {__LINE__, 1542, "", 769, "cmd: TRACE_CMD_ABNORMAL_LOGIN", "event_id:1542, data:\r\n ."},
+        {__LINE__, 1543, finished, 771, R"(cmd: TRACE_CMD_CREDIBLE_EVENT task_id: "task")",
+         "event_id:1543, data_size:"},
+        {__LINE__, 1544, finished, 769, R"(cmd: TRACE_CMD_EVENT_DETECT task_id: "task")", "event_id:1544, data_size:"},
+        {__LINE__, 1544, "\xff", 769, "cmd: TRACE_CMD_EVENT_DETECT", "param is error!"},
+        {__LINE__, 1543, "", 771, "cmd: TRACE_CMD_CREDIBLE_EVENT", "event_id:1543, data_size:0."},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        EXPECT_EQ(publish(row.id, row.data), LUMMB_OK);
+        Published event = expect_event(row.out);
+        EXPECT_EQ(event.guid.size(), 36u);
+        const bool finding = row.id <= 1542;
+        const std::string rest = finding ? R"( threat {} trace_tags_exs { str_data: "AbnormalL" })" : "";
+        if (row.data == "\xff" && finding) {
+            EXPECT_EQ(event.source, 0u);  // the full runtime refuses the text, which goes out as it came
+            EXPECT_NE(event.bytes.find('\xff'), std::string::npos);
+        } else {
+            EXPECT_EQ(event.source, row.id);
+            EXPECT_EQ(difference(event.message, row.message + rest + R"( agent_id: "A-1")"), "");
+        }
+        expect_log(row.log);
+    }
+    EXPECT_EQ(count_log("Unknown event!"), 3u);
+    EXPECT_EQ(report()["sentToMbCount"], 0);
+}
+
+}  // namespace

@@ -1,0 +1,351 @@
+#include "e2e/harness.h"
+
+#include <dlfcn.h>
+#include <google/protobuf/text_format.h>
+#include <google/protobuf/util/message_differencer.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <set>
+#include <sstream>
+
+#include "standin/lumutil/log_tap.h"
+#include "standin/zelbpmgr/zelbpmgr_host.h"
+
+namespace fs = std::filesystem;
+
+namespace e2e {
+namespace {
+
+constexpr auto kDeadline = 30s;
+
+// What the process has seen. Never destroyed: worker threads may outlive a failed test.
+struct Seen {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::string> lines;                  // without their prefix
+    std::vector<std::string> bad_lines;              // whose prefix is not that of all lines
+    std::vector<std::pair<Published, bool>> events;  // and whether it was taken
+    std::vector<Callback> callbacks;
+    std::map<uint32_t, std::deque<Answer>> scripts;
+    std::map<uint32_t, uint64_t> calls;
+    std::set<char*> outstanding;
+    bool held = false;
+};
+Seen& seen = *new Seen;
+
+auto locked(const auto& body) {
+    const std::lock_guard lock(seen.mutex);
+    return body();
+}
+
+template <class T>
+void keep(std::vector<T>& list, T item) {
+    locked([&] { list.push_back(std::move(item)); });
+    seen.changed.notify_all();
+}
+
+void on_line(void*, int32_t level, const char* text) {
+    static constexpr const char* kWords[] = {"ERROR", "WARN", "INFO", "DEBUG"};
+    char prefix[64];
+    snprintf(prefix, sizeof prefix, "[PID:%-5d]\t[%s]\t[zelreshdl] [", getpid(), kWords[level]);
+    const std::string line = text;
+    const size_t place = line.find(")] ");
+    const bool others = line.find("\t[zelreshdl]") == std::string::npos;  // a stand-in's
+    if (!others && (!line.starts_with(prefix) || place == std::string::npos)) keep(seen.bad_lines, line);
+    keep(seen.lines, place == std::string::npos ? line : line.substr(place + 3));
+}
+
+void on_event(void*, MbFrame::IEvent* event) {
+    Published published;
+    published.id = event->GetEventId();
+    if (published.id == 2305) {
+        memcpy(&published.check, event->GetNativeEvent(), sizeof published.check);
+        const ST_MEM_DETECT_INFO& c = published.check;
+        for (const char* text :
+             {c.pszPath, c.pszRepository, c.pszMounts, c.pszUser, c.pszNamespace, c.pszImageId, c.pszContainerId,
+              c.pszImageTag, c.pszImageName, c.pszContainerName, c.pszCapability, c.pszPortsBinding})
+            published.texts += (published.texts.empty() ? "" : "|") + std::string(text == nullptr ? "-" : text);
+    } else {
+        ST_PB_EVENT native;
+        memcpy(&native, event->GetNativeEvent(), sizeof native);
+        published.guid = native.pszGuid;
+        published.bytes.assign(native.pData, native.uSize);
+        const bool parsed = published.message.ParseFromString(published.bytes);
+        if (parsed && native.uEventId == published.id) published.source = native.uSourceEventId;
+    }
+    keep(seen.events, {std::move(published), false});
+}
+
+int on_callback(int code, uint32_t context, const char* buffer, uint32_t size) {
+    keep(seen.callbacks, {code, context, buffer == nullptr ? "null" : std::string(buffer, size)});
+    return 1;
+}
+
+std::string last_lines() {
+    return locked([] {
+        std::string text = "the log ends:\n";
+        for (size_t i = seen.lines.size() - std::min<size_t>(seen.lines.size(), 25); i < seen.lines.size(); ++i)
+            text += "  " + seen.lines[i].substr(0, 300) + "\n";
+        return text;
+    });
+}
+
+template <class F>
+F bus_function(const char* name) {
+    static void* const library = dlopen(ZEL_AGENT_DIR "/reshdl/lib/liblummb.so", RTLD_NOW);
+    return reinterpret_cast<F>(dlsym(library, name));
+}
+
+bool bus_is_idle() {
+    lummb_counts counts{};
+    bus_function<lummb_get_counts_t>("lummb_get_counts")(&counts);
+    return counts.waiting == 0 && counts.sending == 0;
+}
+
+}  // namespace
+
+bool wait_until(const std::function<bool()>& done) {
+    const auto deadline = real_now() + kDeadline;
+    while (!done()) {
+        std::unique_lock lock(seen.mutex);
+        const auto now = real_now();
+        if (now >= deadline) return false;
+        // Not every change is told, so the condition is looked at again before long.
+        seen.changed.wait_until(lock, now + 2ms);
+    }
+    return true;
+}
+
+std::string difference(const vorn_retrace::vorn_trace_info& message, const std::string& expected) {
+    vorn_retrace::vorn_trace_info wanted;
+    std::string report;
+    google::protobuf::util::MessageDifferencer differencer;
+    differencer.ReportDifferencesToString(&report);
+    if (!google::protobuf::TextFormat::ParseFromString(expected, &wanted)) return "bad text";
+    return differencer.Compare(wanted, message) ? "" : report;
+}
+
+int64_t Report::operator[](const std::string& key) const {
+    const size_t at = text.find("\"" + key + "\": ");
+    return at == std::string::npos ? -1 : std::stoll(text.substr(at + key.size() + 4));
+}
+
+Agent::Agent() {
+    setenv("agentid", "A-1", 1);
+    setenv("ZEL_LOG_FILE", "/dev/null", 0);
+    root_ = (fs::temp_directory_path() / "zel-e2e-XXXXXX").string();
+    if (mkdtemp(root_.data()) == nullptr) abort();
+    for (const char* folder : {"reshdl/bin", "reshdl/lib", "reshdl/config", "lib", "config", "kq-agent"})
+        fs::create_directories(path(folder));
+    for (const std::string folder : {"reshdl/bin/", "reshdl/lib/", "lib/"})
+        for (const auto& file : fs::directory_iterator(ZEL_AGENT_DIR "/" + folder))
+            replace(folder + file.path().filename().string(), file.path());
+    replace("reshdl/lib/libzeltrc.so", E2E_SCRIPTED);
+    settings_ = {{"zelreshdl:config:queue_max", "100"},
+                 {"zelreshdl:config:interval", "1"},
+                 {"zelreshdl:config:trace_val", "50"},
+                 {"zelreshdl:config:trc_times", "8"},
+                 {"zelreshdl:config:ioa_match_queue_size", "1000"},
+                 {"zelreshdl:config:disable_scan_scenario_limit", "100"},
+                 {"zeltrc:trace_setting:skip_behavior_level", "2"}};
+    redirect_flag_folder(path("kq-agent"));
+    zel_log_set_tap(on_line, nullptr);
+    for (const uint32_t id : {769u, 770u, 771u, 2305u})
+        bus_function<lummb_subscribe_t>("lummb_subscribe")(id, on_event, nullptr);
+}
+
+void Agent::TearDown() {
+    if (running_) stop();
+    EXPECT_SOON(bus_is_idle());
+    EXPECT_EQ(bus().alive, 0u);
+    EXPECT_EQ(bus().late, 0u);
+    EXPECT_EQ(bus().frames, 0u);
+    EXPECT_EQ(locked([] { return seen.outstanding.size(); }), kept_results_);
+    for (const auto& task : fs::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::ifstream(task.path() / "comm") >> name;
+        EXPECT_FALSE(name.starts_with("zelreshdl_")) << name;
+    }
+    EXPECT_EQ(seen.bad_lines, std::vector<std::string>());
+    if (HasFailure()) ADD_FAILURE() << last_lines();
+    zel_log_set_tap(nullptr, nullptr);
+    fs::remove_all(root_);
+}
+
+void Agent::write(const std::string& name, const std::string& text) const { std::ofstream(path(name)) << text; }
+
+std::string Agent::read(const std::string& name) const {
+    std::ostringstream text;
+    text << std::ifstream(path(name)).rdbuf();
+    return text.str();
+}
+
+void Agent::replace(const std::string& library, const std::string& by) const {
+    fs::remove(path(library));
+    if (!by.empty()) fs::create_symlink(by.starts_with('/') ? by : ZEL_AGENT_DIR "/" + by, path(library));
+}
+
+void* Agent::symbol(const std::string& library, const char* name) const {
+    static std::map<std::string, void*> handles;  // kept open, so that what a test calls stays
+    void*& handle = handles[library];
+    if (handle == nullptr) handle = dlopen(path(library).c_str(), RTLD_NOW);
+    return handle == nullptr ? nullptr : dlsym(handle, name);
+}
+
+int Agent::init() {
+    std::map<std::string, std::string> files;
+    std::string section;
+    for (const auto& [setting, value] : settings_) {
+        const size_t file_end = setting.find(':');
+        const size_t key = setting.rfind(':');
+        std::string& text = files[setting.substr(0, file_end)];
+        if (setting.substr(0, key) != section) text += "[" + setting.substr(file_end + 1, key - file_end - 1) + "]\n";
+        section = setting.substr(0, key);
+        text += setting.substr(key + 1) + "=" + value + "\n";
+    }
+    for (const auto& [name, text] : files) write("reshdl/config/" + name + ".ini", text);
+    const int result = EXPORTED(plugin_init)();
+    running_ = result == 0;
+    return result;
+}
+
+void Agent::stop() {
+    running_ = false;
+    EXPECT_EQ(EXPORTED(plugin_uninit)(), 0);
+}
+
+int32_t Agent::publish(uint32_t id, std::string_view data) const {
+    return bus_function<lummb_publish_t>("lummb_publish")(id, data.data(), data.size());
+}
+
+void Agent::publish(const DnsHit& hit) const {
+    hit.give([](const ST_DNS_NATIVE& record, const char* query_name) {
+        EXPECT_EQ(bus_function<lummb_publish_dns_t>("lummb_publish_dns")(&record, query_name), LUMMB_OK);
+    });
+}
+
+lummb_counts Agent::bus() const {
+    lummb_counts counts{};
+    bus_function<lummb_get_counts_t>("lummb_get_counts")(&counts);
+    return counts;
+}
+
+Published Agent::expect_event(uint32_t id, const std::string& guid) {
+    Published found;
+    const auto take = [&] {
+        for (auto& [event, taken] : seen.events) {
+            if (taken || event.id != id || (!guid.empty() && event.guid != guid)) continue;
+            taken = true;
+            found = event;
+            return true;
+        }
+        return false;
+    };
+    EXPECT_SOON(locked(take)) << id << " " << guid;
+    return found;
+}
+
+size_t Agent::count_events(uint32_t id) const {
+    const auto is_of_id = [id](const auto& event) { return event.first.id == id; };
+    return locked([&] { return static_cast<size_t>(std::ranges::count_if(seen.events, is_of_id)); });
+}
+
+std::vector<std::string> Agent::log_order(const std::vector<std::string>& texts) const {
+    std::vector<std::string> order;
+    locked([&] {
+        for (const auto& line : seen.lines)
+            for (const auto& text : texts)
+                if (line.find(text) != std::string::npos) order.push_back(text);
+    });
+    return order;
+}
+
+size_t Agent::count_callbacks(uint32_t context) const {
+    return locked([&] { return static_cast<size_t>(std::ranges::count(seen.callbacks, context, &Callback::context)); });
+}
+
+Callback Agent::expect_callback(uint32_t context) const {
+    EXPECT_SOON(count_callbacks(context) > 0) << context;
+    return locked([&] {
+        const auto found = std::ranges::find(seen.callbacks, context, &Callback::context);
+        return found == seen.callbacks.end() ? Callback{} : *found;
+    });
+}
+
+void Agent::settle() {
+    const size_t before = count_log("ignore handle: 2304!");
+    ASSERT_EQ(publish(2304, "marker"), LUMMB_OK);
+    expect_log("ignore handle: 2304!", before + 1);
+    EXPECT_SOON(bus_is_idle());
+}
+
+void Agent::trace_worker_rests() const {
+    const uint64_t before = trace_worker_sleeps();
+    EXPECT_SOON(trace_worker_sleeps() >= before + 2);
+}
+
+void Agent::answers(uint32_t function, const std::vector<Answer>& script) const {
+    locked([&] { seen.scripts[function].assign(script.begin(), script.end()); });
+}
+
+void Agent::hold_traces(bool hold) const {
+    locked([&] { seen.held = hold; });
+    seen.changed.notify_all();
+}
+
+uint64_t Agent::calls(uint32_t function) const {
+    return locked([&] { return seen.calls[function]; });
+}
+
+Report Agent::report(const std::string& module, uint32_t buffer_size) const {
+    std::map<std::string, Report> reports;
+    const auto keep_report = [](void* context, const char* name, int32_t result, const char* text) {
+        (*static_cast<std::map<std::string, Report>*>(context))[name] = {result, text};
+    };
+    using Collect = std::remove_pointer_t<zelbpmgr_collect_t>;
+    auto* const collect = function<Collect>("reshdl/lib/libzelbpmgr.so", "zelbpmgr_collect");
+    collect(ZELBPMGR_OWN_THREAD, buffer_size, keep_report, &reports);
+    return reports[module];
+}
+
+int Agent::configure(const std::string& document) const {
+    return EXPORTED(plugin_configuration_update)(document.c_str(), static_cast<uint32_t>(document.size()));
+}
+
+int Agent::file_trace(int kind, uint32_t context, const char* file, const char* key) const {
+    return EXPORTED(reshdl_file_trace)(on_callback, file, key, kind, context);
+}
+
+int Agent::process_trace(uint32_t context, const char* data) const {
+    const auto size = static_cast<uint32_t>(data == nullptr ? 0 : strlen(data));
+    return EXPORTED(reshdl_process_trace)(on_callback, data, size, context);
+}
+
+}  // namespace e2e
+
+int32_t scripted_call(uint32_t function, const char* input, uint32_t input_size, char** result, uint32_t* result_size) {
+    using namespace e2e;
+    std::unique_lock lock(seen.mutex);
+    ++seen.calls[function];
+    seen.changed.notify_all();
+    if (function == ZELTRC_RELEASE) {
+        if (seen.outstanding.erase(*result) != 0) free(*result);
+        return 0;
+    }
+    if (function == ZELTRC_CREATE || function == ZELTRC_COMPLETION) seen.changed.wait(lock, [] { return !seen.held; });
+    auto& script = seen.scripts[function];
+    const Answer answer = script.empty() ? Answer{} : script.front();
+    if (script.size() > 1) script.pop_front();
+    if (result_size == nullptr || !answer.result) return answer.code;
+    *result = static_cast<char*>(malloc(input_size + 1));
+    memcpy(*result, input, input_size);
+    *result_size = input_size;
+    seen.outstanding.insert(*result);
+    return answer.code;
+}

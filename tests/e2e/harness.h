@@ -1,0 +1,141 @@
+// The built plug-in in an agent folder of the test's own, driven through its exports and the bus.
+//
+// The plug-in keeps state for the life of the process, so each test runs in a process of its own. Waits are for a
+// condition, with a deadline in real time; a test that fails shows the end of the log.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "e2e/documents.h"
+#include "e2e/overrides.h"
+#include "e2e/scripted.h"
+#include "platform/zel_trc.h"
+#include "plugin/zelreshdl.h"
+#include "retrace.pb.h"
+#include "standin/lummb/lummb_host.h"
+
+namespace e2e {
+
+using namespace std::chrono_literals;
+
+constexpr int32_t kTraceFails = -5;
+
+// An event that the plug-in published.
+struct Published {
+    uint32_t id = 0;
+    uint32_t source = 0;  // 0 when the record or the message is not well-formed
+    std::string guid;
+    std::string bytes;
+    vorn_retrace::vorn_trace_info message;
+    // Of a memory check alone: the record, whose pointers are dead, then path and the eleven texts, "-" for null.
+    ST_MEM_DETECT_INFO check = {};
+    std::string texts;
+};
+
+// What the trace module answers to one call: a code, with its input as the result or without a result.
+struct Answer {
+    int32_t code = 0;
+    bool result = true;
+};
+
+// One call of the host's result callback.
+struct Callback {
+    int code = 0;
+    uint32_t context = 0;
+    std::string bytes;
+};
+
+// The answer of a report callback; a number by its key, -1 when there is none.
+struct Report {
+    int32_t result = -1;
+    std::string text;
+    int64_t operator[](const std::string& key) const;
+};
+
+// What differs between a message and its expected text form; empty when nothing does.
+std::string difference(const vorn_retrace::vorn_trace_info& message, const std::string& expected);
+
+bool wait_until(const std::function<bool()>& done);
+#define EXPECT_SOON(condition) EXPECT_TRUE(wait_until([&] { return condition; })) << #condition
+
+// The name of a row of a table.
+inline constexpr auto row_name = [](const auto& row) { return std::string(row.param.name); };
+
+// An export, typed by its declaration.
+#define EXPORTED(name) function<decltype(name)>("reshdl/bin/libzelreshdl.so", #name)
+
+class Agent : public testing::Test {
+protected:
+    Agent();
+    // Stops the plug-in and expects nothing left behind: bus events, references, result buffers, threads.
+    void TearDown() override;
+
+    // Files of the agent folder, and settings as "zelreshdl:config:trc_times", which init() writes.
+    std::string path(const std::string& name) const { return root_ + "/" + name; }
+    void write(const std::string& name, const std::string& text) const;
+    std::string read(const std::string& name) const;
+    void set(const std::string& setting, const std::string& value) { settings_[setting] = value; }
+    // Takes a library away, or puts another of the staged ones or the scripted one in its place.
+    void replace(const std::string& library, const std::string& by = {}) const;
+
+    template <class F>
+    F* function(const std::string& library, const char* name) const {
+        return reinterpret_cast<F*>(symbol(library, name));
+    }
+    void* symbol(const std::string& library, const char* name) const;
+    int init();
+    void start() { ASSERT_EQ(init(), 0); }
+    void stop();
+
+    int32_t publish(uint32_t id, std::string_view data) const;
+    void publish(const Alert& alert, uint32_t id = 1536) const { EXPECT_EQ(publish(id, alert.text()), LUMMB_OK); }
+    void publish(const DnsHit& hit) const;
+    lummb_counts bus() const;
+
+    // The next event of that id, and of that GUID unless empty, that was not yet taken.
+    Published expect_event(uint32_t id, const std::string& guid = {});
+    size_t count_events(uint32_t id) const;
+    // Waits for the `count`th line with the text.
+    void expect_log(const std::string& text, size_t count = 1) const { EXPECT_SOON(count_log(text) >= count) << text; }
+    void expect_logs(const std::vector<std::string>& texts) const {
+        for (const auto& text : texts) expect_log(text);
+    }
+    size_t count_log(const std::string& text) const { return log_order({text}).size(); }
+    // The texts as they come in the log.
+    std::vector<std::string> log_order(const std::vector<std::string>& texts) const;
+    Callback expect_callback(uint32_t context) const;
+    size_t count_callbacks(uint32_t context) const;
+
+    // Waits until the alarm worker has finished all that was published before, and the bus has nothing to do.
+    void settle();
+    // Waits until the trace worker has come round its loop with nothing to do.
+    void trace_worker_rests() const;
+
+    // Scripts a function of the trace module, by its number; the last answer stays. Without one: code 0 and the input.
+    void answers(uint32_t function, const std::vector<Answer>& script) const;
+    // While held, traces and completions do not return.
+    void hold_traces(bool hold) const;
+    uint64_t calls(uint32_t function) const;
+
+    Report report(const std::string& module = "zelreshdl", uint32_t buffer_size = 4096) const;
+    int configure(const std::string& document) const;
+    int file_trace(int kind, uint32_t context, const char* path = "/tmp/x", const char* key = "k") const;
+    int process_trace(uint32_t context, const char* data = "{}") const;
+    void reset_begin() const { EXPORTED(reset_db_begin)(); }
+    void reset_end() const { EXPORTED(reset_db_end)(); }
+
+    size_t kept_results_ = 0;  // result buffers that are stated to stay
+
+private:
+    std::string root_;
+    std::map<std::string, std::string> settings_;
+    bool running_ = false;
+};
+
+}  // namespace e2e

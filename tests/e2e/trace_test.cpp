@@ -1,0 +1,323 @@
+// The trace stage: retries, failures, shedding, the reset period, stops; KOV alerts and on-demand traces on it.
+#include <filesystem>
+#include <thread>
+
+#include "e2e/harness.h"
+
+using namespace e2e;
+
+namespace {
+
+class Traces : public Agent {
+protected:
+    // An alert whose trace the eliminator weighs: risk level high, so many events.
+    Alert heavy(int number, size_t events) const {
+        return {.number = number, .rules = {{.events = std::vector<RawEvent>(events)}}};
+    }
+};
+
+TEST_F(Traces, RetryWaitsFifteenSecondsOrForAClockThatGoesBack) {
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY, false}, {0}});
+    start();
+    publish(Alert{});
+    expect_event(769);
+    expect_log("alert trace retry, guid:" + guid(1));
+    EXPECT_EQ(calls(ZELTRC_CREATE), 1u);
+    EXPECT_EQ(calls(ZELTRC_RELEASE), 1u);
+    advance(14s);
+    trace_worker_rests();
+    EXPECT_EQ(calls(ZELTRC_CREATE), 1u);
+    advance(1s);
+    expect_log("alert trace retry, guid:" + guid(1), 2);
+    EXPECT_EQ(calls(ZELTRC_RELEASE), 2u);  // a result that is null is given back, too
+    trace_worker_rests();
+    EXPECT_EQ(calls(ZELTRC_CREATE), 2u);
+    EXPECT_EQ(count_events(770), 0u);
+    advance(-1s);
+    expect_event(770, guid(1));
+    const Report report = this->report();
+    for (const auto& [key, value] :
+         {std::pair{"sentToTrcCount", 3}, {"firstTraceTotalCount", 1}, {"delayedTraceTotalCount", 2}})
+        EXPECT_EQ(report[key], value) << key;
+}
+
+TEST_F(Traces, FrontRetryHoldsBackAllBehindIt) {
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY}, {0}});
+    start();
+    publish(Alert{.number = 1});
+    expect_log("alert trace retry, guid:" + guid(1));
+    advance(10s);
+    publish(Alert{.number = 2});
+    expect_log("alert trace retry, guid:" + guid(2));
+    advance(5s);
+    expect_log("alert trace retry, guid:" + guid(1), 2);  // behind the second alert now, whose turn comes in 10 s
+    trace_worker_rests();
+    EXPECT_EQ(calls(ZELTRC_CREATE), 3u);
+    advance(10s);
+    expect_event(770, guid(2));
+    trace_worker_rests();
+    EXPECT_EQ(count_events(770), 1u);
+    advance(5s);
+    expect_event(770, guid(1));
+}
+
+TEST_F(Traces, AreGivenUpAfterTheLastTry) {
+    set("zelreshdl:config:trc_times", "2");
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY, false}});
+    start();
+    publish(Alert{});
+    expect_log("alert trace retry");
+    advance(15s);
+    expect_logs({"Try more than 2 times, discard! guid:" + guid(1), "alert trace failed, guid:" + guid(1)});
+    settle();
+    EXPECT_EQ(count_events(770), 0u);
+    EXPECT_EQ(report()["traceFailedCount"], 1);
+}
+
+TEST_F(Traces, AreOffWithNoTries) {
+    set("zelreshdl:config:trc_times", "0");
+    start();
+    publish(Alert{});
+    expect_event(769);
+    settle();
+    EXPECT_EQ(calls(ZELTRC_CREATE), 0u);
+    EXPECT_EQ(report()["firstTraceTotalCount"], 0);
+}
+
+TEST_F(Traces, EndByTheModulesCode) {
+    set("zelreshdl:config:trc_times", "1");
+    start();
+    const struct {
+        int line;
+        Answer answer;
+        const char* log;
+        bool event;
+        int callback;  // of a file trace that ends so; 0 for none
+    } rows[] = {
+        {__LINE__, {0}, "alert trace success, guid:", true, 8},
+        {__LINE__, {0, false}, "alert trace success, guid:", false, 0},
+        {__LINE__, {ZEL_TRC_DROPPED}, "alert trace dropped, guid:", true, 8},
+        {__LINE__, {ZEL_TRC_DROPPED, false}, "alert trace dropped, guid:", false, 0},
+        {__LINE__, {kTraceFails}, "alert trace failed, guid:", true, 0},
+        {__LINE__, {kTraceFails, false}, "alert trace failed, guid:", false, 0},
+        {__LINE__, {ZEL_TRC_NOT_READY}, "alert trace failed, guid:", true, 0},
+        {__LINE__, {1}, "alert trace failed, guid:", true, 0},
+    };
+    int number = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        answers(ZELTRC_CREATE, {row.answer});
+        const size_t events = count_events(770);
+        publish(Alert{.number = ++number});
+        expect_log(row.log + guid(number));
+        trace_worker_rests();
+        settle();
+        EXPECT_EQ(count_events(770) - events, row.event ? 1u : 0u);
+        const size_t lines = count_log(row.log);
+        EXPECT_EQ(file_trace(1, 100u + static_cast<uint32_t>(number)), 0);
+        expect_log(row.log, lines + 1);
+        trace_worker_rests();
+        EXPECT_EQ(count_callbacks(100u + static_cast<uint32_t>(number)), row.callback == 8 ? 1u : 0u);
+        EXPECT_EQ(count_events(770) - events, row.event ? 1u : 0u);
+    }
+    const Report report = this->report();
+    for (const auto& [key, value] :
+         {std::pair{"sentToTrcCount", 16}, {"traceFailedCount", 8}, {"traceDroppedCount", 4}})
+        EXPECT_EQ(report[key], value) << key;
+}
+
+TEST_F(Traces, AreShedWhenTheBacklogGrowsTooLong) {
+    start();
+    hold_traces(true);
+    publish(heavy(1, 4));
+    EXPECT_SOON(calls(ZELTRC_CREATE) == 1);
+    for (const int number : {2, 3, 4}) publish(heavy(number, 2));
+    settle();
+    advance(80s);  // 20 s for each event: the others would take 120 s, twice the limit
+    hold_traces(false);
+    expect_logs({"drop alarm: " + guid(2), "drop alarm: " + guid(3), "drop trace will decrease: ",
+                 "alert trace dropped, guid:" + guid(2), "alert trace dropped, guid:" + guid(3)});
+    expect_event(770, guid(4));
+    EXPECT_EQ(calls(ZELTRC_CREATE), 2u);
+    EXPECT_EQ(count_log("drop alarm: "), 2u);
+    const Report report = this->report();
+    EXPECT_EQ(report["traceDroppedCount"], 2);
+    EXPECT_EQ(report["sentToTrcCount"], 4);
+    EXPECT_EQ(report["ioaTrunkTracePredict"], 300);
+    EXPECT_EQ(report["firstTraceTotalCount"], 4);
+}
+
+TEST_F(Traces, ResetPeriodTurnsEventsAwayAndUnloadsTheModules) {
+    start();
+    hold_traces(true);
+    publish(Alert{.number = 1});
+    EXPECT_SOON(calls(ZELTRC_CREATE) == 1);
+    reset_begin();  // does not wait for the trace that runs
+    reset_begin();
+    EXPECT_EQ(count_log("start reset_db_begin!"), 1u);
+    EXPECT_EQ(calls(ZELTRC_UNINIT), 1u);
+    hold_traces(false);
+    expect_event(770, guid(1));
+    kept_results_ = 1;  // its module is gone when the event is released for the last time
+    publish(Alert{.number = 2});
+    EXPECT_SOON(bus().waiting == 0);
+    EXPECT_EQ(file_trace(1, 1, nullptr, nullptr), -2);
+    EXPECT_EQ(process_trace(1, nullptr), -2);
+    EXPECT_EQ(count_log("Invalid parameter!"), 0u);
+    EXPECT_EQ(configure(R"({"delay_time":"60000","queue_size":"60"})"), 0);
+    EXPECT_SOON(longest_trace_worker_sleep_us() == 10'000'000);
+    reset_end();
+    reset_end();
+    EXPECT_EQ(count_log("start reset_db_end!"), 1u);
+    EXPECT_EQ(calls(ZELTRC_INIT), 2u);
+    publish(Alert{.number = 3});
+    expect_event(770, guid(3));
+    EXPECT_EQ(count_events(769), 2u);
+    EXPECT_EQ(report()["recvAlarmCount"], 2);
+}
+
+TEST_F(Traces, AlarmWorkerGoesOnInAResetPeriodAndAFailedReloadOnlyFailsTraces) {
+    start();
+    hold_traces(true);
+    EXPECT_EQ(publish(1793, ""), LUMMB_OK);  // keeps the alarm worker in the module
+    EXPECT_SOON(calls(ZELTRC_COMPLETION) == 1);
+    publish(Alert{.number = 1});
+    EXPECT_EQ(publish(1794, "x"), LUMMB_OK);
+    EXPECT_EQ(publish(1793, "x"), LUMMB_OK);
+    EXPECT_SOON(bus().waiting == 0);
+    reset_begin();
+    hold_traces(false);
+    expect_event(769, guid(1));
+    expect_logs(
+        {"Invoke buf is null!", "trc_ex event invoke failed!", "zeltrc comp function is null.", "GetKovAlarm failed!"});
+    replace("reshdl/lib/libzelds.so");
+    reset_end();
+    expect_logs({"ds dll open failed!0x84ce0015", "load moudle failed!", "alert trace failed, guid:" + guid(1)});
+    kept_results_ = 1;  // the message of the first KOV alert, released when the module was gone
+    EXPECT_EQ(process_trace(1), -1);
+    settle();
+    EXPECT_EQ(count_events(770), 0u);
+}
+
+TEST_F(Traces, StopWithFullQueuesFreesAllAndEndsInTime) {
+    set("zelreshdl:config:queue_max", "50");
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY}, {0}});
+    start();
+    for (const int number : {1, 2}) publish(Alert{.number = number});
+    expect_log("alert trace retry", 2);
+    hold_traces(true);
+    for (int number = 3; number < 13; ++number) publish(Alert{.number = number});
+    settle();
+    EXPECT_EQ(publish(1793, "x"), LUMMB_OK);
+    EXPECT_SOON(calls(ZELTRC_COMPLETION) == 1);
+    for (int number = 13; number < 33; ++number) publish(Alert{.number = number});
+    publish(DnsHit{});
+    EXPECT_SOON(bus().waiting == 0);
+    std::thread stopping([&] { stop(); });
+    expect_log("stop work thread!");
+    EXPECT_SOON(publish(1536, "x") == LUMMB_NOT_SUBSCRIBED);
+    hold_traces(false);
+    stopping.join();
+    EXPECT_EQ(count_events(769), 13u);  // what a worker held was finished, all else discarded
+    EXPECT_LE(count_events(770), 1u);
+}
+
+TEST_F(Traces, KovAlertIsCompletedAndThenTraced) {
+    start();
+    vorn_retrace::vorn_trace_info alert;
+    alert.set_task_id("kov");
+    const std::string data = alert.SerializeAsString();
+    EXPECT_EQ(publish(1793, data), LUMMB_OK);
+    const Published report = expect_event(769);
+    EXPECT_EQ(std::tuple(report.source, report.bytes), std::tuple(1793u, data));
+    const Published trace = expect_event(770);
+    EXPECT_EQ(std::tuple(trace.source, trace.guid, trace.bytes), std::tuple(1793u, report.guid, data));
+    EXPECT_EQ(calls(ZELTRC_COMPLETION), 1u);
+    EXPECT_EQ(calls(ZELTRC_CREATE), 1u);
+    EXPECT_EQ(this->report()["firstTraceTotalCount"], 2);
+    const Report counts = this->report();  // the first one had no figures of traces yet
+    EXPECT_EQ(counts["firstTraceTotalCount"], 0);
+    EXPECT_EQ(counts["successCount"], 2);
+    EXPECT_EQ(counts["firstSuccessCount"], 1);
+}
+
+TEST_F(Traces, KovRetryEntersTheTraceQueueAtOnce) {
+    answers(ZELTRC_COMPLETION, {{ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY}, {0}});
+    start();
+    EXPECT_EQ(publish(1793, "\x12\x01x"), LUMMB_OK);
+    expect_log("alert trace retry", 2);
+    EXPECT_EQ(calls(ZELTRC_COMPLETION), 2u);
+    advance(15s);
+    expect_event(769);
+    expect_event(770);
+    const Report counts = report();
+    for (const auto& [key, value] : {std::pair{"firstTraceTotalCount", 3}, {"delayedTraceTotalCount", 1}})
+        EXPECT_EQ(counts[key], value) << key;
+    EXPECT_EQ(count_log("GetKovAlarm failed!"), 2u);
+}
+
+TEST_F(Traces, KovFailureGoesOutWithDataAndIsNotTraced) {
+    answers(ZELTRC_COMPLETION, {{kTraceFails}, {kTraceFails, false}});
+    start();
+    EXPECT_EQ(publish(1793, "\x12\x01x"), LUMMB_OK);
+    EXPECT_EQ(publish(1793, "\x12\x01y"), LUMMB_OK);
+    EXPECT_EQ(expect_event(769).bytes, "\x12\x01x");
+    expect_logs({"Failed to complete the alarm information.", "Invoke buf is null!", "event invoke failed!"});
+    kept_results_ = 1;  // the event of such an alert is never released
+    settle();
+    EXPECT_EQ(count_events(769), 1u);
+    EXPECT_EQ(calls(ZELTRC_CREATE), 0u);
+}
+
+TEST_F(Traces, ExpansionGoesStraightThrough) {
+    answers(ZELTRC_EXPAND, {{kTraceFails}, {0, false}});
+    start();
+    EXPECT_EQ(publish(1794, "\x12\x01x"), LUMMB_OK);
+    const Published answer = expect_event(770);
+    EXPECT_EQ(std::tuple(answer.source, answer.guid.size(), answer.bytes), std::tuple(1794u, 36u, "\x12\x01x"));
+    EXPECT_EQ(publish(1794, "\x12\x01y"), LUMMB_OK);
+    expect_logs({"start handle trc_ex!", "Invoke buf is null!", "trc_ex event invoke failed!"});
+}
+
+TEST_F(Traces, OnDemandTracesAnswerTheirCallback) {
+    start();
+    const struct {
+        int line;
+        int kind;
+        const char* event;
+    } rows[] = {
+        {__LINE__, 1, R"(type: VORN_TRACE_FILE_CREATE object_file_create { file_path: "/x" })"},
+        {__LINE__, 0, R"(type: VORN_TRACE_PROCESS object_processcreate { process_path: "/x" })"},
+        {__LINE__, 2, R"(type: VORN_TRACE_PROCESS object_processcreate { process_path: "/x" })"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        const auto context = static_cast<uint32_t>(row.line);
+        EXPECT_EQ(file_trace(row.kind, context, "/x", "key"), 0);
+        const Callback callback = expect_callback(context);
+        EXPECT_EQ(callback.code, 8);
+        vorn_retrace::vorn_trace_info message;
+        ASSERT_TRUE(message.ParseFromString(callback.bytes));
+        EXPECT_EQ(message.threat().alert_guid().size(), 36u);
+        message.mutable_threat()->clear_alert_guid();
+        EXPECT_EQ(difference(message, std::string(R"(agent_id: "A-1" threat { alert_type: VORN_RISK_FILEMON
+            risk_level: VORN_RISK_LEVEL_CRITICAL threat_score: 100 total_score: 100 file_key: "key"
+            alert_rule { alert_event {)") +
+                                          row.event + "}}}"),
+                  "");
+    }
+    EXPECT_EQ(file_trace(1, 1, nullptr), -1);
+    EXPECT_EQ(file_trace(1, 1, "/x", nullptr), -1);
+    EXPECT_EQ(process_trace(1, nullptr), -1);
+    EXPECT_EQ(count_log("Invalid parameter!"), 3u);
+    EXPECT_EQ(file_trace(1, 2, "/\x01", "key"), 0);  // no message: the module is asked all the same, for nothing
+    EXPECT_EQ(expect_callback(2).bytes, "");
+
+    EXPECT_EQ(process_trace(3, "data"), 0);
+    EXPECT_EQ(std::tuple(expect_callback(3).code, expect_callback(3).bytes), std::tuple(10, "data"));
+    answers(ZELTRC_DISPOSE, {{kTraceFails, false}});
+    EXPECT_EQ(process_trace(4, "data"), 0);
+    EXPECT_EQ(std::tuple(expect_callback(4).code, expect_callback(4).bytes), std::tuple(10, "null"));
+}
+
+}  // namespace

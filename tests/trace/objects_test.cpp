@@ -1,0 +1,132 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "decode/event_records.h"
+#include "trace/built.h"
+#include "trace/object_fillers.h"
+
+using namespace zel_test;
+
+namespace {
+
+template <class Record>
+std::shared_ptr<void> record(Record value) {
+    return std::make_shared<Record>(std::move(value));
+}
+
+Built build_event(uint32_t uType, const std::shared_ptr<void>& record, int nContainerInitPid = 0, int type = 0) {
+    ST_BUF_DATA data;
+    data.nAlertType = type;
+    data.nContainerInitPid = nContainerInitPid;
+    data.vecRule.resize(1);
+    data.vecRule[0].vecEvent.resize(1);
+    data.vecRule[0].vecEvent[0].uType = uType;
+    data.vecRule[0].vecEvent[0].pPrivate = record.get();
+    return build(data);
+}
+
+// The whole message around the fields of the event behind its empty subject.
+std::string around(int type, const std::string& object) {
+    return "1=me 8={11={8={2=" + std::to_string(type) + " 4={} " + object + "}}}";
+}
+
+constexpr uint32_t kMinus1 = 0xFFFFFFFF;
+constexpr const char* kBad = "\x01";
+
+// uType, type in the message, record, object in the message.
+using ObjectCase = std::tuple<uint32_t, int, std::shared_ptr<void>, std::string>;
+const ObjectCase kObjects[] = {
+    {1, 1, record(ST_PROCESS_CREATE{kMinus1, kMinus1, "i", "c", -5, "u", "g", "d", "m", "s"}),
+     "5={2=-1 3=g 4=i 5=m 6=s 8=c 9=u 13=-5 14=-1}"},
+    {2, 15, record(ST_PROCESS_EXIT{kMinus1, -9}), "6={2=-1 3=-9}"},
+    {3, 10, record(ST_REMOTE_THREAD{kMinus1, kMinus1, "i", "c", 5, "u", 77, "m", "f"}),
+     "7={2=-1 3=5 4=-1 5=77 6=i 8=m 9=f}"},
+    {4, 4, record(ST_LOAD_EVENT{"img", "signer"}), "8={3=img}"},
+    {5, 16, record(ST_LOAD_EVENT{"img", "signer"}), "9={3=img 6=signer}"},
+    {6, 5, record(ST_FILE_CREATE{"type", "path"}), "10={2=path 4=type}"},
+    {7, 6, record(ST_FILE_DELETE{"path"}), "11={2=path}"},
+    {8, 7, record(ST_FILE_RENAME{"type", "old", "new"}), "12={2=new 3=old 7=type}"},
+    {9, 9, record(PST_FILE_TIME_CHANGE{"path", 1, 2}), "14={4=path}"},
+    {10, 8, record(PST_FILE_MODIFY{"type", "/no/such", "usr", "grp", "perm"}), "13={2=/no/such 6=type 7=perm}"},
+    {11, 11, record(ST_REG_OP{"key"}), "15={2=key}"},
+    {12, 12, record(ST_REG_OP{"key"}), "16={2=key}"},
+    {13, 13, record(ST_REG_SET{"key", "name", "data", kMinus1}), "17={2=key 3=name 4=data 5=-1}"},
+    {14, 3, record(ST_NETWORK_CONNECT{kMinus1, 80, "dst", "src", "tcp"}), "18={2=4294967295 3=80 4=dst 5=src 6=tcp}"},
+    {15, 2, record(ST_DNS_QUERY{"dom", "ip"}), "19={2=dom 4=ip}"},
+    {16, 14, record(ST_TASK_CREATE{"name", "path", "usr", "freq"}), "20={2=name 3=path 4=usr 5=freq}"},
+    {17, 19, record(ST_WMIFILTER_INFO{"usr", "ns", "name", "query"}), "27={2=usr 3=ns 4=name 5=query}"},
+    {18, 18, record(ST_WMICONSUMER_INFO{"usr", "type", "name", "obj"}), "26={2=usr 3=type 4=name 5=obj}"},
+    {19, 17, record(ST_WMIBINDING_INFO{"usr", "filter", "consumer"}), "25={2=usr 3=consumer 4=filter}"},
+    {20, 24, record(ST_ACCOUNT_CREATE{"a", "b", "c", "d", "e", "f"}), "28={2=a 3=b 4=c 5=d 6=e 7=f}"},
+    {21, 25, record(ST_ACCOUNT_LOGON{"a", "b", "c", "d", "e", "f", kMinus1}), "29={2=a 3=b 4=c 5=d 6=e 7=f 8=-1}"},
+    {22, 20, record(ST_SVRCREATE_INFO{"cmd", "name", 0x700000003}), "30={2=name 3=cmd 4=3}"},
+    {23, 22, record(ST_SVRDEL_INFO{"name"}), "32={2=name}"},
+    {24, 21, record(ST_SVRUPDATE_INFO{"cmd", "name", 3, 4}), "31={2=name 3=cmd 4=3 5=4}"},
+    {25, 26, record(ST_PORTLISTEN_INFO{"addr", "tcp", kMinus1}), "33={2=addr 3=tcp 4=-1}"},
+    {26, 29, record(ST_FILE_OPEN_INFO{"type", "path"}), "35={2=path 5=type}"},
+    {27, 30, record(ST_SYMBOL_LINK_INFO{"link", "target"}), "36={2=link 3=target}"},
+    {28, 33, record(ST_NAMED_PIPE_CREATE_INFO{"pipe"}), "37={2=pipe}"},
+    {29, 34, record(ST_NAMED_PIPE_CONNECT_INFO{"pipe"}), "37={2=pipe}"},
+    {34, 36, record(_ST_SYSCALL_SOCKET{-1, 2, 3}), "40={2=-1 3=2 4=3}"},
+    {35, 37, record(_ST_SYSCALL_PTRACE{kBad}), "41={2=\x01}"},
+    {36, 38, record(_ST_SYSCALL_USERFAULTFD{kBad}), "42={2=\x01}"},
+    {37, 39, record(_ST_SYSCALL_COREPATTERN{kBad}), "43={2=\x01}"},
+    {38, 40, record(ST_SYSCALL_SYSCONNECT{kBad, kMinus1, 3, 4}), "44={2=\x01 3=4294967295 4=3 5=4}"},
+    {39, 41, record(ST_FD_INFO{kBad, "\x02", "\x03", 4, 5}), "45={2=\x01 3=\x02 4=\x03 5=4 6=5}"},
+};
+
+TEST(Objects, EveryTypeReachesItsFieldsAndNoOtherIsKnown) {
+    const Lines unknown = errors({"The event is unknown.event:%", "SetSubjectInfo failed!", "Set event info failed",
+                                  "GetThreatAlertInfo failed!"});
+    auto row = std::begin(kObjects);
+    for (uint32_t uType = 0; uType < 64; ++uType) {
+        const bool known = row != std::end(kObjects) && std::get<0>(*row) == uType;
+        ASSERT_EQ(zel::find_object_row(uType) != nullptr, known) << uType;
+        const auto& [same, type, record, object] = known ? *row++ : ObjectCase{};
+        const Built built = build_event(uType, record);
+        EXPECT_EQ(built.shown, known ? around(type, object) : "") << uType;
+        EXPECT_TRUE(known || built.lines == unknown) << uType;
+    }
+}
+
+TEST(Objects, TheAlertsTypeDecidesAboutObjectAndContainer) {
+    const std::pair<int, std::string> rows[] = {
+        {1, " 11={8={2=6 4={} 11={2=gone}}}}"},
+        {2, " 11={8={2=6 4={} 11={2=gone}}} 23=host 34=3}"},
+        {4, " 11={8={2=23 4={}}}}"},
+        {6, " 11={8={2=27 4={}}} 23=host 34=3}"},
+        {7, " 11={8={2=28 4={}}}}"},
+    };
+    for (const auto& [type, shown] : rows)
+        EXPECT_THAT(build_event(7, record(ST_FILE_DELETE{"gone"}), 3, type).shown, testing::EndsWith(shown)) << type;
+}
+
+TEST(Objects, SizeOfAModifiedFile) {
+    const std::string folder = std::filesystem::temp_directory_path() / ("sizes" + std::to_string(getpid()));
+    std::filesystem::create_directory(folder);
+    std::ofstream(folder + "/five") << "12345";
+    std::ofstream(folder + "/empty").flush();
+    mkfifo((folder + "/fifo").c_str(), 0600);
+    const Lines none = errors({"open file error", "get file size error"});
+    const std::tuple<std::string, int, std::string, Lines> rows[] = {
+        {folder + "/five", 0, " 8=5", {}}, {folder + "/five", getpid(), " 8=5", {}}, {folder + "/empty", 0, "", {}},
+        {folder + "/gone", 0, "", none},   {folder + "/five", 1 << 30, "", none},    {folder + "/fifo", 0, "", none},
+        {"/dev/null", 0, "", none},
+    };
+    for (const auto& [path, container, size, lines] : rows) {
+        const Built built = build_event(10, record(PST_FILE_MODIFY{"", path, "", "", "x"}), container);
+        EXPECT_EQ(built.shown, around(8, "13={2=" + path + " 7=x" + size + "}"));
+        EXPECT_EQ(built.lines, lines) << path << " in " << container;
+    }
+    std::filesystem::remove_all(folder);
+}
+
+TEST(ObjectsDeathTest, AFileTimeOf0EndsTheProcess) {
+    EXPECT_DEATH(build_event(9, record(PST_FILE_TIME_CHANGE{"path", 0, 1})), "uTime > 0");
+}
+
+}  // namespace
