@@ -9,12 +9,12 @@ namespace zel::console {
 namespace {
 
 std::mutex mutex;
-bool progress_shown = false;  // under the mutex
+std::string shown;  // the progress line, under the mutex
 
 void write_line(const std::string& text) {
     const std::lock_guard lock(mutex);
-    if (progress_shown) fputs("\r\033[K", stderr);
-    progress_shown = false;
+    if (!shown.empty()) fputs("\r\033[K", stderr);
+    shown.clear();
     fputs(text.c_str(), stderr);
 }
 
@@ -28,10 +28,10 @@ void progress(const std::string& text) {
     static const bool terminal = isatty(STDERR_FILENO) == 1;
     if (!terminal) return;
     const std::lock_guard lock(mutex);
-    if (text.empty() && !progress_shown) return;
+    if (text == shown) return;
     fputs(("\r\033[K" + text).c_str(), stderr);
     fflush(stderr);
-    progress_shown = !text.empty();
+    shown = text;
 }
 
 }  // namespace zel::console

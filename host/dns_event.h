@@ -1,11 +1,11 @@
 // The native record of event 1281 from its JSON form.
 #pragma once
 
-#include <rapidjson/document.h>
-
+#include <deque>
 #include <string_view>
 
 #include "common/native_payloads.h"
+#include "json_text.h"
 
 namespace zel {
 
@@ -31,14 +31,17 @@ public:
     const char* query_name() const { return query_name_; }
 
 private:
-    using Value = rapidjson::Value;
     struct Field {
         std::string_view key;
-        void (*read)(DnsEvent& event, const Value& value);
+        void (*read)(DnsEvent& event, const JsonText::Member& member);
     };
     static const Field kFields[];
 
-    rapidjson::Document document_;
+    template <class Item, size_t count>
+    void read_list(const JsonText::Member& member, Item (&out)[count]);
+
+    JsonText fields_;
+    std::deque<JsonText> lists_;
     ST_DNS_NATIVE native_{};
     // All three are filled; the kind chooses.
     ST_DNS_VARIANT_1 one_{};

@@ -1,7 +1,9 @@
 #include "figures.h"
 
 #include <charconv>
+#include <utility>
 
+#include "event_kinds.h"
 #include "platform/zel_support.h"
 
 namespace zel {
@@ -10,19 +12,16 @@ namespace {
 // The event that the current thread has in hand: a line that names none belongs to it. None on the trace worker.
 thread_local uint32_t event_in_hand = 0;
 
-constexpr uint32_t kIoc = 1281;
-constexpr uint32_t kKov = 1793;
-constexpr uint32_t kExpand = 1794;
-
-enum Begins : uint32_t { no_event = 0, numbered = 1 };  // or an event id
+enum : uint32_t { no_event = 0, numbered = 1 };
 
 // What a log line says, by its start behind the prefix.
 struct Meaning {
     std::string_view text;
     uint64_t KindFigures::* figure;
-    uint32_t begins =
-        no_event;            // the event that the thread takes in hand; `numbered`: the number that follows the text
-    uint32_t otherwise = 0;  // whose figure it is when the thread has none in hand
+    // The event that the thread takes in hand: an id, or the number that follows the text.
+    uint32_t begins = no_event;
+    // Whose figure it is when the thread has none in hand.
+    uint32_t otherwise = no_event;
 };
 constexpr Meaning kMeanings[] = {
     // On the bus thread.
@@ -33,7 +32,7 @@ constexpr Meaning kMeanings[] = {
     {"Get event struct error!", &KindFigures::not_taken},
     {"[work queue count", &KindFigures::queued},
     // On the alarm worker.
-    {"start handle ioc!", &KindFigures::begun, kIoc},
+    {"start handle ioc!", &KindFigures::begun, kDnsHit},
     {"start handle kov!", &KindFigures::begun, kKov},
     {"start handle trc_ex!", &KindFigures::begun, kExpand},
     {"start handle ", &KindFigures::begun, numbered},
@@ -95,7 +94,7 @@ KindFigures Totals::of(uint32_t event_id) const {
     return found == kinds.end() ? KindFigures{} : found->second;
 }
 
-std::string_view Figures::log_line(int32_t level, std::string_view line) {
+void Figures::log_line(int32_t level, std::string_view line) {
     last_sign_ = Clock::now();
     const std::string_view text = text_of(line);
     const Meaning* meaning = find_meaning(text);
@@ -115,18 +114,18 @@ std::string_view Figures::log_line(int32_t level, std::string_view line) {
         const size_t guid = text.rfind(kGuidMark) + kGuidMark.size() + 1;
         pushed_.emplace(text.substr(guid, text.size() - kPushed.size() - guid));
     }
-    if (meaning == nullptr) return {};
+    if (meaning == nullptr) return;
     ++(totals_.kinds[event_in_hand != 0 ? event_in_hand : meaning->otherwise].*meaning->figure);
 
-    if (!meaning->text.starts_with("alert trace ")) return {};
-    const std::string_view guid = text.substr(meaning->text.size());
+    if (!meaning->text.starts_with("alert trace ")) return;
+    const std::string guid(text.substr(meaning->text.size()));
     if (meaning->figure == &KindFigures::retried) {
         put_off_.emplace(guid, event_in_hand);
-        return {};
+        return;
     }
-    pushed_.erase(std::string(guid));
-    put_off_.erase(std::string(guid));
-    return meaning->figure == &KindFigures::succeeded ? std::string_view{} : guid;
+    if (const auto pushed = pushed_.find(guid); pushed != pushed_.end()) pushed_.erase(pushed);
+    put_off_.erase(guid);
+    if (meaning->figure != &KindFigures::succeeded) given_up_.push_back(guid);
 }
 
 void Figures::published(uint32_t event_id) {
@@ -147,9 +146,9 @@ void Figures::sent(const ST_PB_EVENT& event) {
     const uint32_t source = event.uSourceEventId;
     const bool guid = event.pszGuid != nullptr && *event.pszGuid != '\0';
     KindFigures& kind = totals_.kinds[source];
-    if (event.uEventId == 770 && source == kIoc && !guid)
+    if (event.uEventId == kFinishedTrace && source == kDnsHit && !guid)
         ++totals_.duplicate_batches;
-    else if (event.uEventId == 770 && source != kExpand)
+    else if (event.uEventId == kFinishedTrace && source != kExpand)
         ++kind.traces;
     else
         ++kind.reported;
@@ -186,6 +185,11 @@ Totals Figures::totals() const {
 uint64_t Figures::pushed_traces() const {
     const std::lock_guard lock(mutex_);
     return pushed_.size();
+}
+
+std::vector<std::string> Figures::take_given_up() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(given_up_, {});
 }
 
 }  // namespace zel

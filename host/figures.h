@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/native_payloads.h"
 
@@ -56,8 +57,8 @@ class Figures {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // A line at the tap. Returns the GUID of an alert whose trace ended without success, for whom it concerns.
-    std::string_view log_line(int32_t level, std::string_view line);
+    // A line at the tap.
+    void log_line(int32_t level, std::string_view line);
     void published(uint32_t event_id);
     void not_subscribed(uint32_t event_id);
     void sent(const ST_PB_EVENT& event);
@@ -70,13 +71,16 @@ public:
     Clock::time_point last_sign() const { return last_sign_.load(); }
     // Alerts in the eliminator's account, whose trace has no end yet. These are known from their first push on.
     uint64_t pushed_traces() const;
+    // GUIDs of alerts whose trace has ended without success since the last call.
+    std::vector<std::string> take_given_up();
 
 private:
     mutable std::mutex mutex_;
     // Under the mutex.
     Totals totals_;
-    std::set<std::string> pushed_;             // GUIDs in the eliminator's account
+    std::multiset<std::string> pushed_;        // GUIDs in the eliminator's account
     std::map<std::string, uint32_t> put_off_;  // GUIDs with the event in hand at the first time
+    std::vector<std::string> given_up_;
     std::atomic<Clock::time_point> last_sign_{Clock::now()};
 };
 

@@ -25,11 +25,12 @@ Exit codes: 0 done, 1 failed, 2 wrong usage, 3 lines of the input were skipped, 
 void add_shorthand(CLI::App& app, std::vector<zel::Setting>& settings, const char* option, const zel::Setting& setting,
                    const char* help) {
     app.add_option_function<uint32_t>(
-        option,
-        [&settings, setting](const uint32_t& value) {
-            settings.push_back({setting.file, setting.section, setting.key, std::to_string(value)});
-        },
-        help);
+           option,
+           [&settings, setting](const uint32_t& value) {
+               settings.push_back({setting.file, setting.section, setting.key, std::to_string(value)});
+           },
+           help)
+        ->type_name("N");
 }
 
 void add_run_options(CLI::App& app, zel::RunOptions& options) {

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "console.h"
+#include "event_kinds.h"
 #include "failure.h"
 #include "message.h"
 
@@ -130,7 +130,7 @@ void Output::trace_event(const ST_PB_EVENT& event) {
 
 void Output::memory_check(const ST_MEM_DETECT_INFO& info) {
     Line line;
-    line.number("event", uint64_t{2305});
+    line.number("event", uint64_t{kMemoryCheck});
     line.open("memory_check");
     line.number("op_time", int64_t{info.llOpTime});
     line.number("pid", uint64_t{info.uPid});

@@ -3,24 +3,24 @@
 #include <rapidjson/writer.h>
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <limits>
 
 #include "console.h"
 #include "dns_event.h"
+#include "event_kinds.h"
 #include "failure.h"
-#include "json_line.h"
+#include "json_text.h"
 #include "message.h"
 #include "run.h"
 
 namespace zel {
 namespace {
 
-using Member = JsonLine::Member;
-using Type = JsonLine::Type;
+using Member = JsonText::Member;
+using Type = JsonText::Type;
 
-constexpr uint32_t kIoaAlert = 1536;
-constexpr uint32_t kDnsHit = 1281;
 constexpr int64_t kMaxUint32 = std::numeric_limits<uint32_t>::max();
 constexpr std::chrono::milliseconds kFullPause{1};
 
@@ -67,7 +67,7 @@ constexpr Form kForms[] = {
     {"hex", hex_bytes},   {"message", message_bytes}, {"data", no_bytes},
 };
 
-Payload read_payload(const JsonLine& line) {
+Payload read_payload(const JsonText& line) {
     const Form* chosen = nullptr;
     for (const Form& form : kForms) {
         if (line.find(form.key) == nullptr) continue;
@@ -99,7 +99,7 @@ void publish_bytes(Run& run, uint32_t event_id, const Payload& payload) {
     publish(run, event_id, [&] { return run.bus->publish(event_id, data, payload ? payload->size() : 0); });
 }
 
-void play_event(Run& run, const JsonLine& line) {
+void play_event(Run& run, const JsonText& line) {
     const auto event_id = static_cast<uint32_t>(line.whole("event", 0, kMaxUint32));
     if (event_id == kDnsHit) {
         line.expect_only({"event", "dns"});
@@ -121,42 +121,43 @@ void say_answer(const Run& run, const char* function, int answer) {
 }
 
 // The plug-in's callback takes no pointer of the host's.
-Run* callback_run = nullptr;
+std::atomic<Run*> callback_run = nullptr;
 
 int on_result(int code, uint32_t context, const char* buffer, uint32_t size) {
     try {
-        callback_run->figures.callback();
-        callback_run->output->callback(code, context, buffer, size);
+        Run& run = *callback_run;
+        run.figures.callback();
+        run.output->callback(code, context, buffer, size);
     } catch (const std::exception& e) {
         console::say("cannot show the answer to a trace: {}", e.what());
     }
     return 0;
 }
 
-void do_sleep(Run& run, const JsonLine& line) {
+void do_sleep(Run& run, const JsonText& line) {
     line.expect_only({"do", "ms"});
     run.stop.sleep(std::chrono::milliseconds{line.whole("ms", 0, std::numeric_limits<int32_t>::max())});
 }
 
-void do_wait(Run& run, const JsonLine& line) {
+void do_wait(Run& run, const JsonText& line) {
     line.expect_only({"do"});
     wait_until_idle(run, false);
 }
 
-void do_reset_begin(Run& run, const JsonLine& line) {
+void do_reset_begin(Run& run, const JsonText& line) {
     line.expect_only({"do"});
     run.reset_open = true;
     run.plugin->reset_db_begin();
 }
 
-void do_reset_end(Run& run, const JsonLine& line) {
+void do_reset_end(Run& run, const JsonText& line) {
     line.expect_only({"do"});
     run.plugin->reset_db_end();
     run.reset_open = false;
 }
 
 // The values go as they stand, so that one that is no string can be tried.
-void do_config(Run& run, const JsonLine& line) {
+void do_config(Run& run, const JsonText& line) {
     line.expect_only({"do", "delay_time", "queue_size", "text"});
     const std::string* text = line.text("text");
     std::string document;
@@ -178,9 +179,9 @@ void do_config(Run& run, const JsonLine& line) {
                run.plugin->configuration_update(text->c_str(), static_cast<uint32_t>(text->size())));
 }
 
-uint32_t context_of(const JsonLine& line) { return static_cast<uint32_t>(line.whole("context", 0, kMaxUint32, 0)); }
+uint32_t context_of(const JsonText& line) { return static_cast<uint32_t>(line.whole("context", 0, kMaxUint32, 0)); }
 
-void do_file_trace(Run& run, const JsonLine& line) {
+void do_file_trace(Run& run, const JsonText& line) {
     line.expect_only({"do", "path", "file_key", "kind", "context"});
     const std::string* path = line.text("path");
     const std::string* file_key = line.text("file_key");
@@ -194,7 +195,7 @@ void do_file_trace(Run& run, const JsonLine& line) {
 
 // "data" is a vorn_trace_info in JSON form, for the trace module reads no other; "text", "hex" and "json" give any
 // bytes.
-void do_process_trace(Run& run, const JsonLine& line) {
+void do_process_trace(Run& run, const JsonText& line) {
     line.expect_only({"do", "data", "json", "text", "hex", "context"});
     const Member* data = line.find("data");
     const Payload payload = data != nullptr && data->type != Type::null ? message_bytes(*data) : read_payload(line);
@@ -203,7 +204,7 @@ void do_process_trace(Run& run, const JsonLine& line) {
                                          payload ? static_cast<uint32_t>(payload->size()) : 0, context_of(line)));
 }
 
-void do_report(Run& run, const JsonLine& line) {
+void do_report(Run& run, const JsonText& line) {
     line.expect_only({"do"});
     if (!run.manager) throw Failure("the agent folder has no libzelbpmgr.so that could collect a report");
     collect_report(run, true);
@@ -211,7 +212,7 @@ void do_report(Run& run, const JsonLine& line) {
 
 struct Action {
     std::string_view name;
-    void (*act)(Run& run, const JsonLine& line);
+    void (*act)(Run& run, const JsonText& line);
 };
 constexpr Action kActions[] = {
     {"sleep", do_sleep},   {"wait", do_wait},     {"reset_begin", do_reset_begin},     {"reset_end", do_reset_end},
@@ -222,7 +223,7 @@ constexpr Action kActions[] = {
 
 void play_line(Run& run, std::string_view text) {
     callback_run = &run;
-    const JsonLine line(text);
+    const JsonText line(text);
     if (line.find("event") != nullptr) return play_event(run, line);
     if (const std::string* name = line.text("do")) {
         const auto* action = std::ranges::find(kActions, *name, &Action::name);
@@ -233,7 +234,7 @@ void play_line(Run& run, std::string_view text) {
     }
     // The decoder finds keys in upper and lower case alike.
     for (const char* key : {"alert_type", "rule", "Guid"})
-        if (line.has_ignoring_case(key)) return publish_bytes(run, kIoaAlert, std::string(line.line()));
+        if (line.has_ignoring_case(key)) return publish_bytes(run, kIoaAlert, std::string(text));
     throw Failure("neither \"event\" nor \"do\" nor an alert document");
 }
 

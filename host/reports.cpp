@@ -1,10 +1,9 @@
 #include "reports.h"
 
-#include <rapidjson/document.h>
-
 #include <algorithm>
 
 #include "failure.h"
+#include "json_text.h"
 
 namespace zel {
 namespace {
@@ -28,20 +27,16 @@ constexpr Rule kRules[] = {
 
 void Reports::add(std::string_view text) {
     const std::string object = "{" + std::string(text) + "}";
-    rapidjson::Document document;
-    document.Parse(object.data(), object.size());
-    if (document.HasParseError() || !document.IsObject() || document.MemberCount() != 1 ||
-        !document.MemberBegin()->value.IsObject())
-        throw Failure("the plug-in's report is no JSON member: {}", text);
-
-    for (const auto& part : document.MemberBegin()->value.GetObject()) {
-        if (!part.value.IsObject()) continue;
-        for (const auto& [name, value] : part.value.GetObject()) {
-            if (!value.IsUint64()) continue;
-            const std::string_view key(name.GetString(), name.GetStringLength());
-            const auto* rule = std::ranges::find(kRules, key, &Rule::key);
-            uint64_t& sum = entry(key);
-            sum = (rule == std::end(kRules) ? sum_up : rule->join)(sum, value.GetUint64());
+    const JsonText whole(object);
+    if (whole.members().size() != 1) throw Failure("the plug-in's report is no JSON member: {}", text);
+    const JsonText report(whole.members().front().raw);
+    for (const auto& part : report.members()) {
+        const JsonText figures(part.raw);
+        for (const auto& figure : figures.members()) {
+            if (!figure.whole) continue;
+            const auto* rule = std::ranges::find(kRules, figure.key, &Rule::key);
+            uint64_t& sum = entry(figure.key);
+            sum = (rule == std::end(kRules) ? sum_up : rule->join)(sum, static_cast<uint64_t>(*figure.whole));
         }
     }
     if (const uint64_t successes = figure("successCount")) entry("avgCost") = figure("traceCost") / successes;

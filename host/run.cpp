@@ -1,11 +1,16 @@
 #include "run.h"
 
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <thread>
 
 #include "console.h"
+#include "event_kinds.h"
 #include "failure.h"
 #include "lumutil/log_tap.h"
 
@@ -15,8 +20,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr uint32_t kReportBuffer = 64 * 1024;
-constexpr uint32_t kTraceEvents[] = {769, 770, 771};
-constexpr uint32_t kMemoryCheck = 2305;
 constexpr auto kDrainTime = 10s;
 constexpr auto kProgressAfter = 1s;
 constexpr auto kProgressStep = 200ms;
@@ -33,12 +36,7 @@ void guarded(const char* what, Act act) {
 }
 
 void on_log_line(void* context, int32_t level, const char* text) {
-    guarded("count a log line", [&] {
-        auto& run = *static_cast<Run*>(context);
-        const std::string ended(run.figures.log_line(level, text));
-        // The module itself cannot know that an alert that it put off was given up.
-        if (!ended.empty() && run.trace_counts) run.trace_counts->forget(ended.c_str());
-    });
+    guarded("count a log line", [&] { static_cast<Run*>(context)->figures.log_line(level, text); });
 }
 
 void on_trace_event(void* context, MbFrame::IEvent* event) {
@@ -79,9 +77,13 @@ int32_t explain_buffer(void* context, const char*) {
 
 void find_agent(Run& run) { run.folder.emplace(run.options.root, run.options.settings); }
 
-// The logger reads these at its first line.
+// The logger reads these at its first line. It would say nothing of a file that cannot be written.
 void prepare_log(Run& run) {
-    if (!run.options.log.empty()) setenv("ZEL_LOG_FILE", run.options.log.c_str(), 1);
+    if (!run.options.log.empty()) {
+        if (!std::ofstream(run.options.log))
+            throw Failure("cannot write the log {}: {}", run.options.log, strerror(errno));
+        setenv("ZEL_LOG_FILE", run.options.log.c_str(), 1);
+    }
     const char* const file = getenv("ZEL_LOG_FILE");
     if (!run.options.log_level.empty()) setenv("ZEL_LOG_LEVEL", run.options.log_level.c_str(), 1);
     setenv("ZEL_LOG_LEVEL", run.options.log.empty() ? "warn" : "debug", 0);
@@ -92,11 +94,14 @@ void prepare_log(Run& run) {
 void open_files(Run& run) {
     run.output.emplace(run.options.output);
     run.input.emplace(run.options.input, run.stop);
+    if (run.options.input == "-" && isatty(STDIN_FILENO) == 1)
+        console::say("reading events from the terminal, one a line; Ctrl-D ends, zelhost run --help shows their form");
 }
 
 void load_bus(Run& run) {
     run.bus.emplace(run.folder->library("liblummb.so"));
-    for (const uint32_t id : kTraceEvents) run.sinks.push_back(run.bus->subscribe(id, on_trace_event, &run));
+    for (const uint32_t id : {kFirstReport, kFinishedTrace, kCredibleReport})
+        run.sinks.push_back(run.bus->subscribe(id, on_trace_event, &run));
     run.sinks.push_back(run.bus->subscribe(kMemoryCheck, on_memory_check, &run));
 }
 
@@ -115,10 +120,10 @@ void start_plugin(Run& run) {
     run.plugin.emplace(run.folder->plugin());
     run.init_called = true;
     const int answer = run.plugin->init();
-    const auto errors = run.figures.totals().last_errors;
+    const Totals totals = run.figures.totals();
     if (answer != 0)
         throw Failure("plugin_init answered {}; the log ({}) ends with the errors: {} / {}", answer, run.log_place,
-                      errors[0], errors[1]);
+                      totals.last_errors[0], totals.last_errors[1]);
     run.plugin->start();
     run.started = true;
 }
@@ -203,13 +208,6 @@ void unload(Run& run) {
 
 void remove_copy(Run& run) { run.folder.reset(); }
 
-// A stand-in of the trace module knows best which alerts it has put off; without one the log must do.
-uint64_t open_traces(const Run& run) {
-    if (!run.trace_counts) return run.figures.totals().waiting_traces;
-    const zeltrc_counts counts = run.trace_counts->counts();
-    return std::max(run.figures.pushed_traces(), counts.running + counts.waiting);
-}
-
 struct Step {
     const char* name;  // "cannot NAME", for a failure that does not say enough itself
     void (*act)(Run& run);
@@ -234,6 +232,15 @@ constexpr Step kTeardown[] = {
     {"unload the libraries", unload},
     {"remove the temporary agent folder", remove_copy},
 };
+
+// A stand-in of the trace module knows best which alerts it has put off, but not which of them were given up; without
+// one the log must do.
+uint64_t open_traces(Run& run) {
+    if (!run.trace_counts) return run.figures.totals().waiting_traces;
+    for (const std::string& guid : run.figures.take_given_up()) run.trace_counts->forget(guid.c_str());
+    const zeltrc_counts counts = run.trace_counts->counts();
+    return std::max(run.figures.pushed_traces(), counts.running + counts.waiting);
+}
 
 bool take(const Step& step, Run& run) {
     try {

@@ -4,28 +4,13 @@
 #include <algorithm>
 #include <iterator>
 
+#include "event_kinds.h"
 #include "run.h"
 
 namespace zel {
 namespace {
 
 using Figure = uint64_t KindFigures::*;
-
-constexpr uint32_t kIoc = 1281;
-constexpr uint32_t kIoaAlert = 1536;
-constexpr uint32_t kMemoryTrojan = 1538;
-constexpr uint32_t kKov = 1793;
-constexpr uint32_t kExpand = 1794;
-
-struct KindName {
-    uint32_t id;
-    const char* name;
-};
-constexpr KindName kKindNames[] = {
-    {534, "not processed"},    {1281, "IOC: DNS hit"}, {1536, "IOA alert"},      {1538, "memory Trojan"},
-    {1540, "port scan"},       {1541, "brute force"},  {1542, "abnormal login"}, {1543, "credible event"},
-    {1544, "event detection"}, {1793, "KOV alert"},    {1794, "expand a chain"}, {2304, "not handled"},
-};
 
 struct Ending {
     Figure figure;
@@ -90,18 +75,17 @@ void write_events(Text& out, const Totals& totals) {
 // A KOV alert goes to the trace stage twice: for its completion and for its chain.
 void write_traces(Text& out, const Totals& totals) {
     const KindFigures kov = totals.of(kKov);
-    const uint64_t chains = totals.sum(&KindFigures::host_alerts) + totals.of(kIoc).reported +
+    const uint64_t chains = totals.sum(&KindFigures::host_alerts) + totals.of(kDnsHit).reported +
                             (kov.reported - kov.not_completed) + totals.file_traces;
     const uint64_t asked = kov.begun + (totals.tracing_off ? 0 : chains);
     const uint64_t succeeded = totals.sum(&KindFigures::succeeded);
     const uint64_t failed = totals.sum(&KindFigures::failed);
     const uint64_t dropped = totals.sum(&KindFigures::dropped);
-    out.line(
-        "  traces: {} asked for{}, {} finished, {} failed, {} dropped, {} waiting at the stop, difference {}; put off "
-        "{} "
-        "times",
-        asked, totals.tracing_off ? " (tracing is off)" : "", succeeded, failed, dropped, totals.waiting_traces,
-        minus(asked, succeeded + failed + dropped + totals.waiting_traces), totals.sum(&KindFigures::retried));
+    const int64_t rest = minus(asked, succeeded + failed + dropped + totals.waiting_traces);
+    out.line("  traces: {} asked for{}, {} finished, {} failed, {} dropped, {} waiting at the stop; put off {} times",
+             asked, totals.tracing_off ? " (tracing is off)" : "", succeeded, failed, dropped, totals.waiting_traces,
+             totals.sum(&KindFigures::retried));
+    if (rest != 0) out.line("  traces: DIFFERENCE {}", rest);
 }
 
 // Figures that both sides count.
@@ -188,9 +172,8 @@ std::string summary(const Run& run) {
     write_events(out, totals);
     const uint64_t expanded = totals.of(kExpand).reported;
     out.line(
-        "  given out: {} first reports, {} finished traces, {} expanded chains, {} duplicate batches, {} memory "
-        "checks, "
-        "{} callbacks",
+        "  given out: {} first reports, {} traces, {} expanded chains, {} duplicate batches, {} memory checks, {} "
+        "answers",
         totals.sum(&KindFigures::reported) - expanded, totals.sum(&KindFigures::traces), expanded,
         totals.duplicate_batches, totals.memory_checks, totals.callbacks);
     write_traces(out, totals);

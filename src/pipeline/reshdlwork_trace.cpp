@@ -8,6 +8,7 @@
 #include "common/checks.h"
 #include "common/log.h"
 #include "common/memory.h"
+#include "common/native_payloads.h"
 #include "common/reshdlevent.h"
 #include "common/statistics.h"
 #include "pipeline/handler_support.h"
@@ -41,6 +42,15 @@ ETrcResult log_failed(const char* guid) {
     count(g_statistics.traceFailedCount);
     LOG_INFO("alert trace failed, guid:%s", guid);
     return TRC_FAILED;
+}
+
+// A leak checker does not find what stands in a packed record, so each is named.
+void leave_event(ReshdlEventTrace::EventRef event) {
+    ST_PB_EVENT native;
+    memcpy(&native, event->GetNativeEvent(), sizeof native);
+    zel::leave_allocated(native.pData);
+    zel::leave_allocated(native.pszGuid);
+    zel::leave_allocated(event.release());
 }
 
 }  // namespace
@@ -209,7 +219,7 @@ void CReshdlWork::HandleKovEventEx(DelayNodePtr pEventData) {
     if (outcome != TRC_SUCCESS) {
         LOG_DEBUG("Failed to complete the alarm information.");
         // An alert that was not completed keeps its event and its nodes.
-        zel::leave_allocated(event.release());
+        leave_event(std::move(event));
         zel::leave_allocated(pEventData.release());
         return;
     }

@@ -10,9 +10,9 @@ struct ProcessTreeSelectorPeer {
     }
 };
 
+namespace zel_test {
 namespace {
 
-using namespace zel_test;
 using zel::Words;
 
 struct Row {
@@ -207,3 +207,4 @@ TEST(LinkSet, ReadsItsKeysInOrder) {
 }
 
 }  // namespace
+}  // namespace zel_test

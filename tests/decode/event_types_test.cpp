@@ -10,9 +10,8 @@ bool g_no_memory = false;
 
 void* operator new(size_t size, const std::nothrow_t&) noexcept { return g_no_memory ? nullptr : ::operator new(size); }
 
+namespace zel_test {
 namespace {
-
-using namespace zel_test;
 
 struct Row {
     int line;
@@ -88,10 +87,11 @@ TEST(EventTypes, DecodeAndFreeTheirRecord) {
             const auto process = object_process(stEvent);
             const bool has_process = row.type == 1 || row.type == 3 || row.type - 30 < 4;
             EXPECT_EQ(process.has_value(), has_process && !values.empty()) << row.line;
-            if (process.has_value())
+            if (process.has_value()) {
                 for (const std::string& part :
                      {dump(process->uPid), dump(process->llCreateTime), dump(*process->pstrImage)})
                     EXPECT_NE((' ' + values).find(' ' + part), std::string::npos) << row.line;
+            }
             FreeEventPrivate(stEvent);
             FreeEventPrivate(stEvent);
             EXPECT_EQ(stEvent.pPrivate, nullptr);
@@ -155,3 +155,4 @@ TEST(JsonObject, FindsWhatCjsonFinds) {
 }
 
 }  // namespace
+}  // namespace zel_test

@@ -107,9 +107,10 @@ TEST_F(Alerts, AreTracedOnlyOnTheHostAndOnce) {
     publish(Alert{.number = 7, .rules = {first}});
     EXPECT_EQ(expect_event(769, guid(7)).message.err_code(), 0);
     expect_log("clean alert event cache once.");
+    settle();
     const Report report = this->report();
-    for (const auto& [key, value] : {std::pair{"recvAlarmCount", 8},
-                                     {"eventQueueTotalCount", 8},
+    for (const auto& [key, value] : {std::pair{"recvAlarmCount", 9},
+                                     {"eventQueueTotalCount", 9},
                                      {"sentToMbCount", 6},
                                      {"alertEventTotalCount", 6},
                                      {"alertEventFilterCount", 1}})

@@ -130,7 +130,7 @@ protected:
     void reset_begin() const { EXPORTED(reset_db_begin)(); }
     void reset_end() const { EXPORTED(reset_db_end)(); }
 
-    size_t kept_results_ = 0;  // result buffers that are stated to stay
+    size_t kept_results_ = 0;  // most result buffers that are stated to stay
 
 private:
     std::string root_;

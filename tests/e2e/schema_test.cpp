@@ -1,5 +1,6 @@
 // The schema as the full runtime sees it.
 #include <google/protobuf/descriptor.h>
+#include <google/protobuf/descriptor.pb.h>
 #include <gtest/gtest.h>
 
 #include "retrace.pb.h"

@@ -1,5 +1,5 @@
-// One line of input: a JSON object whose members are known by their places in the line, so that a payload reaches the
-// bus as the very bytes that stand there.
+// A JSON object or array whose members are known by their places in the text, so that a payload reaches the bus as the
+// very bytes that stand in the input. What is deeper is a JsonText of its own, made from the member's place.
 #pragma once
 
 #include <cstdint>
@@ -11,22 +11,22 @@
 
 namespace zel {
 
-class JsonLine {
+class JsonText {
 public:
     enum class Type { null, boolean, number, string, object, array };
 
     struct Member {
-        std::string key;
+        std::string key;  // empty in an array
         Type type = Type::null;
         std::string_view raw;          // the value as it stands in the line
         std::string text;              // a string's value; any bytes
         std::optional<int64_t> whole;  // a number without fraction that fits
     };
 
-    // Keeps views of `line`. Throws Failure when it is not one JSON object.
-    explicit JsonLine(std::string_view line);
+    // Keeps views of `text`. Throws Failure when it is not one object, or not one array if that is wanted.
+    explicit JsonText(std::string_view text, Type outermost = Type::object);
 
-    std::string_view line() const { return line_; }
+    const std::vector<Member>& members() const { return members_; }
     // The first member with this key, or null.
     const Member* find(std::string_view key) const;
     // Whether a key stands there, in upper or lower case.
@@ -41,7 +41,6 @@ public:
     const std::string* text(std::string_view key) const;
 
 private:
-    std::string_view line_;
     std::vector<Member> members_;
 };
 
