@@ -10,6 +10,9 @@ root="$(dirname "$(readlink -f "$0")")"
 agent="$root/build/release/agent"
 [ $# -eq 0 ] || exec "$agent/bin/zelhost" "$@"
 
+# Messages carry the agent's id, which the agent finds in its environment.
+export agentid="${agentid:-demo-agent}"
+
 # The trace module puts each alert off once, so that its chain comes after a retry, 15 seconds later. The cache is set small,
 # so that the DNS hits of the demo fill it and its batch of duplicates goes out.
 log="$root/build/release/demo.log"

@@ -75,7 +75,6 @@ struct TraceCounts {
 
     Library library;
     Function<void(zeltrc_counts*)> get_counts{library, "zeltrc_get_counts"};
-    Function<void(const char* guid)> forget{library, "zeltrc_forget_alert"};
     Function<void(zeltrc_explain_t, void* context)> set_explainer{library, "zeltrc_set_explainer"};
 };
 

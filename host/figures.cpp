@@ -1,7 +1,6 @@
 #include "figures.h"
 
 #include <charconv>
-#include <utility>
 
 #include "event_kinds.h"
 #include "platform/zel_support.h"
@@ -125,7 +124,6 @@ void Figures::log_line(int32_t level, std::string_view line) {
     }
     if (const auto pushed = pushed_.find(guid); pushed != pushed_.end()) pushed_.erase(pushed);
     put_off_.erase(guid);
-    if (meaning->figure != &KindFigures::succeeded) given_up_.push_back(guid);
 }
 
 void Figures::published(uint32_t event_id) {
@@ -187,9 +185,9 @@ uint64_t Figures::pushed_traces() const {
     return pushed_.size();
 }
 
-std::vector<std::string> Figures::take_given_up() {
+uint64_t Figures::put_off_traces() const {
     const std::lock_guard lock(mutex_);
-    return std::exchange(given_up_, {});
+    return put_off_.size();
 }
 
 }  // namespace zel

@@ -9,7 +9,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "common/native_payloads.h"
 
@@ -71,8 +70,8 @@ public:
     Clock::time_point last_sign() const { return last_sign_.load(); }
     // Alerts in the eliminator's account, whose trace has no end yet. These are known from their first push on.
     uint64_t pushed_traces() const;
-    // GUIDs of alerts whose trace has ended without success since the last call.
-    std::vector<std::string> take_given_up();
+    // Alerts that were put off and have no end yet, by the log.
+    uint64_t put_off_traces() const;
 
 private:
     mutable std::mutex mutex_;
@@ -80,7 +79,6 @@ private:
     Totals totals_;
     std::multiset<std::string> pushed_;        // GUIDs in the eliminator's account
     std::map<std::string, uint32_t> put_off_;  // GUIDs with the event in hand at the first time
-    std::vector<std::string> given_up_;
     std::atomic<Clock::time_point> last_sign_{Clock::now()};
 };
 

@@ -233,13 +233,13 @@ constexpr Step kTeardown[] = {
     {"remove the temporary agent folder", remove_copy},
 };
 
-// A stand-in of the trace module knows best which alerts it has put off, but not which of them were given up; without
-// one the log must do.
-uint64_t open_traces(Run& run) {
+// The log may tell late that an alert was put off, and the trace module's stand-in does not learn which alerts are
+// given up: an alert waits where both say so.
+uint64_t open_traces(const Run& run) {
     if (!run.trace_counts) return run.figures.totals().waiting_traces;
-    for (const std::string& guid : run.figures.take_given_up()) run.trace_counts->forget(guid.c_str());
     const zeltrc_counts counts = run.trace_counts->counts();
-    return std::max(run.figures.pushed_traces(), counts.running + counts.waiting);
+    const uint64_t put_off = std::min(counts.waiting, run.figures.put_off_traces());
+    return std::max(run.figures.pushed_traces(), counts.running + put_off);
 }
 
 bool take(const Step& step, Run& run) {

@@ -19,8 +19,6 @@ struct RawEvent {
     std::string image = "/opt/tool";
     std::string keys = R"("FilePath":"/tmp/gone")";  // of the type, and any further ones
     int64_t op_time = 1000;
-
-    std::string text() const;
 };
 
 struct Rule {
@@ -31,17 +29,15 @@ struct Rule {
 };
 
 struct Alert {
-    int number = 1;
+    int number = 1;  // makes its GUID
     int type = 3;
     std::string container = "host";
     std::vector<Rule> rules = {Rule{}};
     std::vector<RawEvent> process_set = {};
-    std::string level = "High";
 
     std::string text() const;
 };
 
-// Publishes nothing by itself: hands the record, which is valid during the call, to `publish`.
 struct DnsHit {
     std::string domain = "bad.example";
     uint32_t pid = 77;
@@ -49,7 +45,8 @@ struct DnsHit {
     std::string query_name = "bad.example";
     std::string path = "/usr/bin/curl";
 
-    void give(const std::function<void(const ST_DNS_NATIVE&, const char* query_name)>& publish) const;
+    // Hands over the native record, which is valid during the call.
+    void give(const std::function<void(const ST_DNS_NATIVE&, const char* query_name)>& take) const;
 };
 
 }  // namespace e2e

@@ -102,10 +102,17 @@ F bus_function(const char* name) {
     return reinterpret_cast<F>(dlsym(library, name));
 }
 
-bool bus_is_idle() {
+lummb_counts bus() {
     lummb_counts counts{};
     bus_function<lummb_get_counts_t>("lummb_get_counts")(&counts);
-    return counts.waiting == 0 && counts.sending == 0;
+    return counts;
+}
+
+std::vector<std::string> split(const std::string& texts) {
+    std::vector<std::string> list;
+    std::istringstream in(texts);
+    for (std::string text; std::getline(in, text, '|');) list.push_back(text);
+    return list;
 }
 
 }  // namespace
@@ -141,19 +148,17 @@ Agent::Agent() {
     setenv("ZEL_LOG_FILE", "/dev/null", 0);
     root_ = (fs::temp_directory_path() / "zel-e2e-XXXXXX").string();
     if (mkdtemp(root_.data()) == nullptr) abort();
-    for (const char* folder : {"reshdl/bin", "reshdl/lib", "reshdl/config", "lib", "config", "kq-agent"})
-        fs::create_directories(path(folder));
-    for (const std::string folder : {"reshdl/bin/", "reshdl/lib/", "lib/"})
-        for (const auto& file : fs::directory_iterator(ZEL_AGENT_DIR "/" + folder))
-            replace(folder + file.path().filename().string(), file.path());
+    for (const auto& entry : fs::recursive_directory_iterator(ZEL_AGENT_DIR)) {
+        const std::string copy = path(entry.path().lexically_relative(ZEL_AGENT_DIR));
+        if (entry.is_directory())
+            fs::create_directory(copy);
+        else if (entry.path().extension() == ".ini")
+            fs::copy_file(entry.path(), copy);
+        else
+            fs::create_symlink(entry.path(), copy);
+    }
     replace("reshdl/lib/libzeltrc.so", E2E_SCRIPTED);
-    settings_ = {{"zelreshdl:config:queue_max", "100"},
-                 {"zelreshdl:config:interval", "1"},
-                 {"zelreshdl:config:trace_val", "50"},
-                 {"zelreshdl:config:trc_times", "8"},
-                 {"zelreshdl:config:ioa_match_queue_size", "1000"},
-                 {"zelreshdl:config:disable_scan_scenario_limit", "100"},
-                 {"zeltrc:trace_setting:skip_behavior_level", "2"}};
+    fs::create_directory(path("kq-agent"));
     redirect_flag_folder(path("kq-agent"));
     zel_log_set_tap(on_line, nullptr);
     for (const uint32_t id : {769u, 770u, 771u, 2305u})
@@ -164,13 +169,11 @@ void Agent::TearDown() {
     if (running_) {
         // A result that is still on its way when the module is unloaded is stated to stay.
         if (trace_worker_sleeps() > 0) trace_worker_rests();
-        EXPECT_SOON(bus_is_idle());
+        bus_rests();
         stop();
     }
-    EXPECT_SOON(bus_is_idle());
-    EXPECT_EQ(bus().alive, 0u);
-    EXPECT_EQ(bus().late, 0u);
-    EXPECT_EQ(bus().frames, 0u);
+    bus_rests();
+    EXPECT_EQ(std::tuple(bus().alive, bus().late, bus().frames), std::tuple(0u, 0u, 0u));
     EXPECT_LE(locked([] { return seen.outstanding.size(); }), kept_results_);
     for (const auto& task : fs::directory_iterator("/proc/self/task")) {
         std::string name;
@@ -183,12 +186,20 @@ void Agent::TearDown() {
     fs::remove_all(root_);
 }
 
-void Agent::write(const std::string& name, const std::string& text) const { std::ofstream(path(name)) << text; }
+void Agent::write(const std::string& name, const std::string& text) const {
+    fs::remove(path(name));
+    std::ofstream(path(name)) << text;
+}
 
 std::string Agent::read(const std::string& name) const {
     std::ostringstream text;
     text << std::ifstream(path(name)).rdbuf();
     return text.str();
+}
+
+// Of a key that stands twice the last counts.
+void Agent::set(const std::string& ini, const std::string& section, const std::string& line) const {
+    std::ofstream(path("reshdl/config/" + ini), std::ios::app) << "\n[" << section << "]\n" << line << "\n";
 }
 
 void Agent::replace(const std::string& library, const std::string& by) const {
@@ -204,17 +215,6 @@ void* Agent::symbol(const std::string& library, const char* name) const {
 }
 
 int Agent::init() {
-    std::map<std::string, std::string> files;
-    std::string section;
-    for (const auto& [setting, value] : settings_) {
-        const size_t file_end = setting.find(':');
-        const size_t key = setting.rfind(':');
-        std::string& text = files[setting.substr(0, file_end)];
-        if (setting.substr(0, key) != section) text += "[" + setting.substr(file_end + 1, key - file_end - 1) + "]\n";
-        section = setting.substr(0, key);
-        text += setting.substr(key + 1) + "=" + value + "\n";
-    }
-    for (const auto& [name, text] : files) write("reshdl/config/" + name + ".ini", text);
     const int result = EXPORTED(plugin_init)();
     running_ = result == 0;
     return result;
@@ -229,16 +229,10 @@ int32_t Agent::publish(uint32_t id, std::string_view data) const {
     return bus_function<lummb_publish_t>("lummb_publish")(id, data.data(), data.size());
 }
 
-void Agent::publish(const DnsHit& hit) const {
+void Agent::send(const DnsHit& hit) const {
     hit.give([](const ST_DNS_NATIVE& record, const char* query_name) {
         EXPECT_EQ(bus_function<lummb_publish_dns_t>("lummb_publish_dns")(&record, query_name), LUMMB_OK);
     });
-}
-
-lummb_counts Agent::bus() const {
-    lummb_counts counts{};
-    bus_function<lummb_get_counts_t>("lummb_get_counts")(&counts);
-    return counts;
 }
 
 Published Agent::expect_event(uint32_t id, const std::string& guid) {
@@ -261,14 +255,23 @@ size_t Agent::count_events(uint32_t id) const {
     return locked([&] { return static_cast<size_t>(std::ranges::count_if(seen.events, is_of_id)); });
 }
 
-std::vector<std::string> Agent::log_order(const std::vector<std::string>& texts) const {
-    std::vector<std::string> order;
+std::string Agent::log_order(const std::string& texts) const {
+    std::string order;
     locked([&] {
         for (const auto& line : seen.lines)
-            for (const auto& text : texts)
-                if (line.find(text) != std::string::npos) order.push_back(text);
+            for (const auto& text : split(texts))
+                if (line.find(text) != std::string::npos) order += (order.empty() ? "" : "|") + text;
     });
     return order;
+}
+
+void Agent::expect_logs(const std::string& texts) const {
+    for (const auto& text : split(texts)) expect_log(text, 1);
+}
+
+size_t Agent::count_log(const std::string& text) const {
+    const auto has_text = [&](const auto& line) { return line.find(text) != std::string::npos; };
+    return locked([&] { return static_cast<size_t>(std::ranges::count_if(seen.lines, has_text)); });
 }
 
 size_t Agent::count_callbacks(uint32_t context) const {
@@ -283,11 +286,13 @@ Callback Agent::expect_callback(uint32_t context) const {
     });
 }
 
-void Agent::settle() {
+void Agent::bus_rests() const { EXPECT_SOON(bus().waiting == 0 && bus().sending == 0); }
+
+void Agent::settle() const {
     const size_t before = count_log("ignore handle: 2304!");
-    ASSERT_EQ(publish(2304, "marker"), LUMMB_OK);
+    send(2304, "marker");
     expect_log("ignore handle: 2304!", before + 1);
-    EXPECT_SOON(bus_is_idle());
+    bus_rests();
 }
 
 void Agent::trace_worker_rests() const {
@@ -304,6 +309,12 @@ void Agent::hold_traces(bool hold) const {
     seen.changed.notify_all();
 }
 
+void Agent::hold_alarm_worker() const {
+    hold_traces(true);
+    send(1793, "x");
+    EXPECT_SOON(calls(ZELTRC_COMPLETION) == 1);
+}
+
 uint64_t Agent::calls(uint32_t function) const {
     return locked([&] { return seen.calls[function]; });
 }
@@ -317,6 +328,11 @@ Report Agent::report(const std::string& module, uint32_t buffer_size) const {
     auto* const collect = function<Collect>("reshdl/lib/libzelbpmgr.so", "zelbpmgr_collect");
     collect(ZELBPMGR_OWN_THREAD, buffer_size, keep_report, &reports);
     return reports[module];
+}
+
+void Agent::expect_figures(const std::map<std::string, int64_t>& figures) const {
+    const Report given = report();
+    for (const auto& [key, value] : figures) EXPECT_EQ(given[key], value) << key;
 }
 
 int Agent::configure(const std::string& document) const {

@@ -76,11 +76,11 @@ protected:
     // Stops the plug-in and expects nothing left behind: bus events, references, result buffers, threads.
     void TearDown() override;
 
-    // Files of the agent folder, and settings as "zelreshdl:config:trc_times", which init() writes.
+    // Files of the agent folder, and settings that differ from the staged ones.
     std::string path(const std::string& name) const { return root_ + "/" + name; }
     void write(const std::string& name, const std::string& text) const;
     std::string read(const std::string& name) const;
-    void set(const std::string& setting, const std::string& value) { settings_[setting] = value; }
+    void set(const std::string& ini, const std::string& section, const std::string& line) const;
     // Takes a library away, or puts another of the staged ones or the scripted one in its place.
     void replace(const std::string& library, const std::string& by = {}) const;
 
@@ -94,26 +94,25 @@ protected:
     void stop();
 
     int32_t publish(uint32_t id, std::string_view data) const;
-    void publish(const Alert& alert, uint32_t id = 1536) const { EXPECT_EQ(publish(id, alert.text()), LUMMB_OK); }
-    void publish(const DnsHit& hit) const;
-    lummb_counts bus() const;
+    void send(uint32_t id, std::string_view data) const { EXPECT_EQ(publish(id, data), LUMMB_OK); }
+    void send(const Alert& alert, uint32_t id = 1536) const { send(id, alert.text()); }
+    void send(const DnsHit& hit) const;
 
     // The next event of that id, and of that GUID unless empty, that was not yet taken.
     Published expect_event(uint32_t id, const std::string& guid = {});
     size_t count_events(uint32_t id) const;
-    // Waits for the `count`th line with the text.
-    void expect_log(const std::string& text, size_t count = 1) const { EXPECT_SOON(count_log(text) >= count) << text; }
-    void expect_logs(const std::vector<std::string>& texts) const {
-        for (const auto& text : texts) expect_log(text);
-    }
-    size_t count_log(const std::string& text) const { return log_order({text}).size(); }
-    // The texts as they come in the log.
-    std::vector<std::string> log_order(const std::vector<std::string>& texts) const;
+    // Texts are separated by bars. The texts as they come in the log; and waiting for each of them to be there.
+    std::string log_order(const std::string& texts) const;
+    void expect_logs(const std::string& texts) const;
+    size_t count_log(const std::string& text) const;
+    void expect_log(const std::string& text, size_t count) const { EXPECT_SOON(count_log(text) >= count) << text; }
     Callback expect_callback(uint32_t context) const;
     size_t count_callbacks(uint32_t context) const;
 
-    // Waits until the alarm worker has finished all that was published before, and the bus has nothing to do.
-    void settle();
+    // Waits until the bus has delivered all that was published or sent.
+    void bus_rests() const;
+    // The same, and until the alarm worker has finished all of it.
+    void settle() const;
     // Waits until the trace worker has come round its loop with nothing to do.
     void trace_worker_rests() const;
 
@@ -121,9 +120,13 @@ protected:
     void answers(uint32_t function, const std::vector<Answer>& script) const;
     // While held, traces and completions do not return.
     void hold_traces(bool hold) const;
+    // Lets the alarm worker run into such a call, of a KOV alert.
+    void hold_alarm_worker() const;
     uint64_t calls(uint32_t function) const;
 
     Report report(const std::string& module = "zelreshdl", uint32_t buffer_size = 4096) const;
+    // Asks for a report and compares the figures named.
+    void expect_figures(const std::map<std::string, int64_t>& figures) const;
     int configure(const std::string& document) const;
     int file_trace(int kind, uint32_t context, const char* path = "/tmp/x", const char* key = "k") const;
     int process_trace(uint32_t context, const char* data = "{}") const;
@@ -134,7 +137,6 @@ protected:
 
 private:
     std::string root_;
-    std::map<std::string, std::string> settings_;
     bool running_ = false;
 };
 

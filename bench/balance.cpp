@@ -1,0 +1,238 @@
+#include "balance.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <initializer_list>
+#include <iterator>
+
+#include "event_kinds.h"
+
+namespace zel {
+namespace {
+
+using Figure = uint64_t KindFigures::*;
+
+struct Ending {
+    Figure figure;
+    const char* words;
+};
+// By the place where an event ends: before the bus, on the bus thread, on the alarm worker.
+constexpr Ending kAtIntake[] = {
+    {&KindFigures::no_payload, "without payload"},
+    {&KindFigures::hot, "merged by the hot cache"},
+    {&KindFigures::queue_full, "shed, queue full"},
+    {&KindFigures::not_taken, "refused at intake"},
+};
+constexpr Ending kOnWorker[] = {
+    {&KindFigures::reported, "published"},
+    {&KindFigures::undecoded, "not decoded"},
+    {&KindFigures::filtered, "filtered, busy"},
+    {&KindFigures::trigger_only, "trigger rules only"},
+    {&KindFigures::unbuilt, "not built"},
+    {&KindFigures::unsent, "not sent"},
+    {&KindFigures::no_function, "without trace module"},
+    {&KindFigures::given_up, "given up"},
+};
+
+template <size_t N>
+int64_t sum(const KindFigures& kind, const Ending (&endings)[N]) {
+    int64_t sum = 0;
+    for (const Ending& ending : endings) sum += static_cast<int64_t>(kind.*ending.figure);
+    return sum;
+}
+
+int64_t value(uint64_t number) { return static_cast<int64_t>(number); }
+
+int64_t not_taken_up(const KindFigures& kind) { return value(kind.in) - value(kind.not_subscribed) - value(kind.got); }
+int64_t at_intake(const KindFigures& kind) { return value(kind.got) - value(kind.queued) - sum(kind, kAtIntake); }
+int64_t in_queue(const KindFigures& kind) { return value(kind.queued) - value(kind.begun) - value(kind.ignored); }
+int64_t on_worker(const KindFigures& kind) { return value(kind.begun) - sum(kind, kOnWorker); }
+
+// First pushes into the trace stage: a KOV alert comes a second time, completed.
+int64_t chains(const Totals& totals) {
+    const KindFigures kov = totals.of(kKov);
+    return value(totals.sum(&KindFigures::host_alerts) + totals.of(kDnsHit).reported + totals.file_traces) +
+           value(kov.reported) - value(kov.not_completed);
+}
+
+int64_t ended_traces(const Totals& totals) {
+    return value(totals.sum(&KindFigures::succeeded) + totals.sum(&KindFigures::failed) +
+                 totals.sum(&KindFigures::dropped));
+}
+
+int64_t of_documents(const Totals& totals, std::initializer_list<Figure> figures) {
+    int64_t sum = 0;
+    for (const uint32_t id : {kIoaAlert, kMemoryTrojan})
+        for (const Figure figure : figures) sum += value(totals.of(id).*figure);
+    return sum;
+}
+
+struct CounterRow {
+    const char* key;
+    int64_t (*counted)(const Account& account);
+};
+template <Figure figure>
+int64_t sum_of(const Account& account) {
+    return value(account.totals.sum(figure));
+}
+// The plug-in's figures beside what the log lines and the bus say. A KOV alert that is put off by the alarm worker enters
+// the trc queue as a first attempt, all other retries enter the delay queue.
+constexpr CounterRow kCounters[] = {
+    {"recvAlarmCount", sum_of<&KindFigures::got>},
+    {"eventQueueTotalCount", sum_of<&KindFigures::queued>},
+    {"eventQueueOverflowCount", sum_of<&KindFigures::queue_full>},
+    {"hotCacheHitCount", sum_of<&KindFigures::hot>},
+    {"alertEventTotalCount",
+     [](const Account& a) {
+         return of_documents(a.totals, {&KindFigures::reported, &KindFigures::unbuilt, &KindFigures::unsent});
+     }},
+    {"alertEventFilterCount", sum_of<&KindFigures::repeats>},
+    {"sentToMbCount", [](const Account& a) { return of_documents(a.totals, {&KindFigures::reported}); }},
+    {"traceFailedCount", sum_of<&KindFigures::failed>},
+    {"traceDroppedCount", sum_of<&KindFigures::dropped>},
+    {"firstTraceTotalCount",
+     [](const Account& a) {
+         const KindFigures kov = a.totals.of(kKov);
+         return value(kov.begun + kov.retried) + (a.totals.tracing_off ? 0 : chains(a.totals));
+     }},
+    {"delayedTraceTotalCount",
+     [](const Account& a) { return value(a.totals.sum(&KindFigures::retried) - a.totals.of(kKov).retried); }},
+    {"sentToTrcCount",
+     [](const Account& a) {
+         return ended_traces(a.totals) + value(a.totals.sum(&KindFigures::retried)) -
+                value(a.trace.calls[ZELTRC_COMPLETION]);
+     }},
+};
+
+void check_bus(std::vector<Check>& checks, const Account& account, const Terms& terms) {
+    const Totals& totals = account.totals;
+    int64_t unhandled = 0;
+    for (const auto& [id, kind] : totals.kinds) unhandled += not_taken_up(kind);
+    const int64_t released = unhandled - value(account.bus.discarded);
+    checks.push_back({"accepted by the bus / published by the host", value(account.bus.published),
+                      value(totals.sum(&KindFigures::in) - totals.sum(&KindFigures::not_subscribed)), false});
+    checks.push_back({"released in a reset period / not less than none", 0, released, true});
+    checks.push_back({"released in a reset period / delivered while one was open", released,
+                      terms.resets ? value(account.delivered_in_resets) : 0, true});
+    checks.push_back(
+        {"events sent on the bus / seen by the host", value(account.bus.sent),
+         value(totals.sum(&KindFigures::reported) + totals.sum(&KindFigures::traces) + totals.duplicate_batches +
+               totals.memory_checks),
+         false});
+    checks.push_back({"incoming events never released", value(account.bus.alive), 0, false});
+    checks.push_back({"calls on incoming events after their end", value(account.bus.late), 0, false});
+    checks.push_back({"references to the bus's frame left", value(account.bus.frames), 0, false});
+}
+
+void check_stages(std::vector<Check>& checks, const Account& account, const Terms& terms) {
+    for (const auto& [id, kind] : account.totals.kinds) {
+        const auto each = [&, kind_id = id](const char* what, int64_t left, int64_t right, bool at_most) {
+            checks.push_back({fmt::format("{}: {}", kind_id, what), left, right, at_most});
+        };
+        if (kind.in == 0) continue;
+        each("ends at the intake short", at_intake(kind), 0, false);
+        each("in the queue / not less than none", 0, in_queue(kind), true);
+        each("ends on the alarm worker / not more than taken", 0, on_worker(kind), true);
+        if (id != kKov || terms.settled) each("ends on the alarm worker short", on_worker(kind), 0, false);
+    }
+    const Left& left = account.left;
+    checks.push_back({"events discarded from the queue / longest queue seen", left.events,
+                      terms.settled ? 0 : value(terms.longest_event_queue), true});
+    checks.push_back({"traces of documents waiting by the log / all traces waiting",
+                      terms.settled ? left.traces : 0, left.traces, true});
+    if (terms.settled) checks.push_back({"traces without an end", left.traces, 0, false});
+}
+
+void check_traces(std::vector<Check>& checks, const Account& account, const Terms& terms) {
+    const Totals& totals = account.totals;
+    const KindFigures kov = totals.of(kKov);
+    const int64_t completed = value(kov.reported) - value(kov.not_completed);
+    // On the trace worker no event is in hand: what it could not send belongs to no kind.
+    const int64_t results = value(totals.sum(&KindFigures::traces) + account.file_answers + totals.of(0).unsent);
+    checks.push_back({"successes of the trace stage / results given out", value(totals.sum(&KindFigures::succeeded)),
+                      completed + results, terms.partial_results});
+    checks.push_back({"answers to on-demand traces / results of such", value(account.all_answers),
+                      value(account.process_traces + account.file_answers), false});
+    checks.push_back({"buffers given to the trace module that are not its own", value(account.trace.foreign_releases),
+                      0, false});
+    // Kept by a KOV alert that was not completed, or by an event that outlived the module.
+    if (!terms.resets)
+        checks.push_back({"result buffers left / KOV alerts that were not completed", value(account.trace.outstanding),
+                          value(kov.not_completed), terms.partial_results});
+}
+
+}  // namespace
+
+Left left_of(const Totals& totals) {
+    Left left;
+    for (const auto& [id, kind] : totals.kinds) {
+        if (id == 0) continue;
+        left.at_intake += at_intake(kind);
+        left.events += in_queue(kind);
+        (id == kKov ? left.kov : left.on_worker) += on_worker(kind);
+    }
+    const KindFigures kov = totals.of(kKov);
+    left.traces = value(kov.begun) - value(kov.no_function) + (totals.tracing_off ? 0 : chains(totals)) -
+                  ended_traces(totals);
+    return left;
+}
+
+std::vector<Check> check_account(const Account& account, const Terms& terms) {
+    std::vector<Check> checks;
+    check_bus(checks, account, terms);
+    check_stages(checks, account, terms);
+    check_traces(checks, account, terms);
+    for (const CounterRow& row : kCounters)
+        checks.push_back({fmt::format("{} / counted from outside", row.key), value(account.reports.figure(row.key)),
+                          row.counted(account), !(terms.whole_reports && terms.settled)});
+    return checks;
+}
+
+std::string balance_text(const Totals& totals) {
+    std::string text;
+    int64_t in = 0;
+    int64_t difference = 0;
+    for (const auto& [id, kind] : totals.kinds) {
+        if (kind.in == 0) continue;
+        int64_t rest = value(kind.in);
+        std::string parts;
+        const auto take = [&](int64_t n, const char* words) {
+            if (n != 0) parts += fmt::format("{}{} {}", parts.empty() ? "" : " + ", n, words);
+            rest -= n;
+        };
+        for (const Ending& ending : kOnWorker) take(value(kind.*ending.figure), ending.words);
+        for (const Ending& ending : kAtIntake) take(value(kind.*ending.figure), ending.words);
+        take(value(kind.ignored), "ignored");
+        take(value(kind.not_subscribed), "not subscribed");
+        take(not_taken_up(kind), "released in a reset or at the stop");
+        take(in_queue(kind) + (id == kKov ? on_worker(kind) : 0), "waiting at the stop");
+        const auto* name = std::ranges::find(kKindNames, id, &KindName::id);
+        text += fmt::format("  {:>4} {:<15} {:>8} = {}", id, name == std::end(kKindNames) ? "" : name->name, kind.in,
+                            parts);
+        if (kind.repeats > 0) text += fmt::format(" ({} repeats)", kind.repeats);
+        text += rest == 0 ? "\n" : fmt::format(", DIFFERENCE {}\n", rest);
+        in += value(kind.in);
+        difference += rest;
+    }
+    const Left left = left_of(totals);
+    text += fmt::format("  {:>4} {:<15} {:>8}, difference {}\n", "", "in all", in, difference);
+    const KindFigures kov = totals.of(kKov);
+    text += fmt::format(
+        "       traces          {:>8} = {} succeeded + {} failed + {} dropped + {} without trace module + {} waiting at "
+        "the stop ({} times put off)\n",
+        value(kov.begun) + (totals.tracing_off ? 0 : chains(totals)), totals.sum(&KindFigures::succeeded),
+        totals.sum(&KindFigures::failed), totals.sum(&KindFigures::dropped), kov.no_function, left.traces,
+        totals.sum(&KindFigures::retried));
+    return text;
+}
+
+std::string failed_text(const std::vector<Check>& checks) {
+    std::string text;
+    for (const Check& check : checks)
+        if (!check.holds())
+            text += fmt::format("  WRONG: {}: {} / {}\n", check.what, check.left, check.right);
+    return text;
+}
+
+}  // namespace zel
