@@ -76,8 +76,8 @@ template <Figure figure>
 int64_t sum_of(const Account& account) {
     return value(account.totals.sum(figure));
 }
-// The plug-in's figures beside what the log lines and the bus say. A KOV alert that is put off by the alarm worker enters
-// the trc queue as a first attempt, all other retries enter the delay queue.
+// The plug-in's figures beside what the log lines and the bus say. A KOV alert that is put off by the alarm worker
+// enters the trc queue as a first attempt, all other retries enter the delay queue.
 constexpr CounterRow kCounters[] = {
     {"recvAlarmCount", sum_of<&KindFigures::got>},
     {"eventQueueTotalCount", sum_of<&KindFigures::queued>},
@@ -115,11 +115,10 @@ void check_bus(std::vector<Check>& checks, const Account& account, const Terms& 
     checks.push_back({"released in a reset period / not less than none", 0, released, true});
     checks.push_back({"released in a reset period / delivered while one was open", released,
                       terms.resets ? value(account.delivered_in_resets) : 0, true});
-    checks.push_back(
-        {"events sent on the bus / seen by the host", value(account.bus.sent),
-         value(totals.sum(&KindFigures::reported) + totals.sum(&KindFigures::traces) + totals.duplicate_batches +
-               totals.memory_checks),
-         false});
+    checks.push_back({"events sent on the bus / seen by the host", value(account.bus.sent),
+                      value(totals.sum(&KindFigures::reported) + totals.sum(&KindFigures::traces) +
+                            totals.duplicate_batches + totals.memory_checks),
+                      false});
     checks.push_back({"incoming events never released", value(account.bus.alive), 0, false});
     checks.push_back({"calls on incoming events after their end", value(account.bus.late), 0, false});
     checks.push_back({"references to the bus's frame left", value(account.bus.frames), 0, false});
@@ -139,8 +138,8 @@ void check_stages(std::vector<Check>& checks, const Account& account, const Term
     const Left& left = account.left;
     checks.push_back({"events discarded from the queue / longest queue seen", left.events,
                       terms.settled ? 0 : value(terms.longest_event_queue), true});
-    checks.push_back({"traces of documents waiting by the log / all traces waiting",
-                      terms.settled ? left.traces : 0, left.traces, true});
+    checks.push_back({"traces of documents waiting by the log / all traces waiting", terms.settled ? left.traces : 0,
+                      left.traces, true});
     if (terms.settled) checks.push_back({"traces without an end", left.traces, 0, false});
 }
 
@@ -154,8 +153,8 @@ void check_traces(std::vector<Check>& checks, const Account& account, const Term
                       completed + results, terms.partial_results});
     checks.push_back({"answers to on-demand traces / results of such", value(account.all_answers),
                       value(account.process_traces + account.file_answers), false});
-    checks.push_back({"buffers given to the trace module that are not its own", value(account.trace.foreign_releases),
-                      0, false});
+    checks.push_back(
+        {"buffers given to the trace module that are not its own", value(account.trace.foreign_releases), 0, false});
     // Kept by a KOV alert that was not completed, or by an event that outlived the module.
     if (!terms.resets)
         checks.push_back({"result buffers left / KOV alerts that were not completed", value(account.trace.outstanding),
@@ -173,8 +172,8 @@ Left left_of(const Totals& totals) {
         (id == kKov ? left.kov : left.on_worker) += on_worker(kind);
     }
     const KindFigures kov = totals.of(kKov);
-    left.traces = value(kov.begun) - value(kov.no_function) + (totals.tracing_off ? 0 : chains(totals)) -
-                  ended_traces(totals);
+    left.traces =
+        value(kov.begun) - value(kov.no_function) + (totals.tracing_off ? 0 : chains(totals)) - ended_traces(totals);
     return left;
 }
 
@@ -219,7 +218,8 @@ std::string balance_text(const Totals& totals) {
     text += fmt::format("  {:>4} {:<15} {:>8}, difference {}\n", "", "in all", in, difference);
     const KindFigures kov = totals.of(kKov);
     text += fmt::format(
-        "       traces          {:>8} = {} succeeded + {} failed + {} dropped + {} without trace module + {} waiting at "
+        "       traces          {:>8} = {} succeeded + {} failed + {} dropped + {} without trace module + {} waiting "
+        "at "
         "the stop ({} times put off)\n",
         value(kov.begun) + (totals.tracing_off ? 0 : chains(totals)), totals.sum(&KindFigures::succeeded),
         totals.sum(&KindFigures::failed), totals.sum(&KindFigures::dropped), kov.no_function, left.traces,
@@ -230,8 +230,7 @@ std::string balance_text(const Totals& totals) {
 std::string failed_text(const std::vector<Check>& checks) {
     std::string text;
     for (const Check& check : checks)
-        if (!check.holds())
-            text += fmt::format("  WRONG: {}: {} / {}\n", check.what, check.left, check.right);
+        if (!check.holds()) text += fmt::format("  WRONG: {}: {} / {}\n", check.what, check.left, check.right);
     return text;
 }
 

@@ -39,7 +39,7 @@ struct Account {
 
 // How a run was made, and so what must hold.
 struct Terms {
-    bool settled = true;       // stopped when all had its end; otherwise with full queues
+    bool settled = true;        // stopped when all had its end; otherwise with full queues
     bool whole_reports = true;  // collected when nothing ran, so that no count was lost to the reset behind a report
     bool resets = false;
     bool partial_results = false;  // the trace module gives a result with a failure, too

@@ -179,15 +179,9 @@ void Rig::on_report(void* context, const char*, int32_t result, const char* text
     rig.reports_.add(text);
 }
 
-// The trace module's stand-in remembers alerts that it has put off until it hears of their end.
-void Rig::forget_given_up() {
-    for (const std::string& guid : figures_.take_given_up()) trace_counts_.forget(guid.c_str());
-}
-
 bool Rig::settle(const Left& carried) {
     uint64_t sign = 0;
     for (int step = 0; step < kPatience; ++step) {
-        forget_given_up();
         const Account now = account();
         if (now.bus.waiting == 0 && now.bus.sending == 0 && now.trace.running == 0 && now.left == carried) return true;
         const uint64_t progress = now.bus.delivered + now.bus.sent + now.trace.calls[ZELTRC_CREATE];

@@ -1,5 +1,5 @@
-// The built plug-in in a private copy of the staged agent folder, with a host's count of all that goes in and comes out.
-// For the long runs; the count is that of zelhost.
+// The built plug-in in a private copy of the staged agent folder, with a host's count of all that goes in and comes
+// out. For the long runs; the count is that of zelhost.
 #pragma once
 
 #include <array>
@@ -65,7 +65,6 @@ private:
     static void on_report(void* context, const char* module, int32_t result, const char* text);
     static int on_answer(int code, uint32_t context, const char* buffer, uint32_t size);
     void hold(MbFrame::IEvent* event);
-    void forget_given_up();
     template <class Publish>
     void publish_when_room(uint32_t id, Publish publish);
 

@@ -61,7 +61,7 @@ fi
 log="$(mktemp)"
 trap 'rm -f "$log"' EXIT
 apt() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=120 "$@" >>"$log" 2>&1; }
-reason() { grep -m1 '^E: ' "$log" || tail -n1 "$log"; }
+reason() { grep -m1 -E '^[WE]: Failed to fetch' "$log" || grep -m1 '^E: ' "$log" || tail -n1 "$log"; }
 
 echo "setup.sh: installing ${missing[*]}" >&2
 apt update || fail "apt-get update failed: $(reason)"

@@ -274,7 +274,6 @@ TEST_F(Traces, OnDemandTracesAnswerTheirCallback) {
         const char* event;
     } rows[] = {
         {__LINE__, 1, R"(type: VORN_TRACE_FILE_CREATE object_file_create { file_path: "/x" })"},
-        {__LINE__, 0, R"(type: VORN_TRACE_PROCESS object_processcreate { process_path: "/x" })"},
         {__LINE__, 2, R"(type: VORN_TRACE_PROCESS object_processcreate { process_path: "/x" })"},
     };
     for (const auto& row : rows) {

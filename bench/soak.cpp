@@ -1,0 +1,211 @@
+// A soak: mixed load from several threads in rounds, each in a process of its own, since a plug-in attaches to the bus
+// once in its life. Each round starts the pipeline, loads it, stops it, and starts and stops it again while on-demand
+// traces go on. At its end every event that went in has an end that a log line or a counter names.
+//
+//   soak [SECONDS [SEED]]
+//
+// Prints a balance for each round. Ends with 1 if a figure differs or a round did not end well.
+#include <fmt/format.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "balance.h"
+#include "failure.h"
+#include "fast_clock.h"
+#include "load.h"
+#include "rig.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace zel;
+using std::chrono::milliseconds;
+
+struct RoundKind {
+    const char* name;
+    std::vector<const char*> settings;
+    LoadOptions load;
+    Terms terms;
+};
+// All with small queues and short times, so that every limit is met.
+const RoundKind kRounds[] = {
+    {"traces put off once, failed and dropped; every event to its end",
+     {"zeltrc:standin:not_ready_times=1", "zeltrc:standin:cost_ms=1", "zeltrc:standin:fail_every=7",
+      "zeltrc:standin:drop_every=11"},
+     {},
+     {}},
+    {"resets and reports at any time, stopped under load",
+     {"zeltrc:standin:cost_ms=3", "zelreshdl:cache:cache_size=50"},
+     {.resets = true, .whole_reports = true},
+     {.settled = false, .whole_reports = false, .resets = true}},
+    {"traces given up, partial results, stopped under load",
+     {"zeltrc:standin:not_ready_times=3", "zeltrc:standin:fail_every=3", "zeltrc:standin:drop_every=5",
+      "zeltrc:standin:partial_result=1", "zelreshdl:config:trc_times=3"},
+     {},
+     {.settled = false, .partial_results = true}},
+    {"resets, every event to its end",
+     {"zelreshdl:cache:die_num=100", "zelreshdl:cache:cache_size=10", "zelreshdl:config:trace_val=10"},
+     {.resets = true},
+     {.resets = true}},
+    {"no tracing, which fills no queue", {"zelreshdl:config:trc_times=0"}, {}, {}},
+    {"pure mode, in which nobody takes a trace", {"zel_pure_mode:advthreats_module:enable=0"}, {}, {.settled = false}},
+};
+constexpr const char* kCommon[] = {"zelreshdl:config:interval=1", "zelreshdl:cache:die_check_time=1",
+                                   "zelreshdl:cache:die_time_linux=1"};
+
+constexpr milliseconds kLongestRound = 5min;
+constexpr milliseconds kShortestRound = 5s;
+constexpr milliseconds kBetweenPauses = 5s;
+constexpr unsigned kGraceSeconds = 240;
+constexpr uint32_t kWholeReport = 65536;
+constexpr int kRestarts = 3;
+
+class Round {
+public:
+    Round(const RoundKind& kind, milliseconds length, uint32_t seed)
+        : kind_(kind), length_(length), seed_(seed), rig_(settings(kind)) {}
+
+    bool run();
+
+private:
+    static std::vector<Setting> settings(const RoundKind& kind);
+    void start();
+    void load_until(Load& load, milliseconds end);
+    void rest(Load& load);
+    void settle();
+    void stop();
+    bool sum_up();
+
+    const RoundKind& kind_;
+    const milliseconds length_;
+    const uint32_t seed_;
+    Rig rig_;
+    Left discarded_;  // by the stops so far
+    uint64_t wrong_ = 0;
+    std::vector<uint64_t> resident_;  // KiB at each rest
+};
+
+std::vector<Setting> Round::settings(const RoundKind& kind) {
+    std::vector<Setting> list;
+    for (const char* text : kCommon) list.push_back(parse_setting(text));
+    for (const char* text : kind.settings) list.push_back(parse_setting(text));
+    return list;
+}
+
+void Round::start() {
+    if (rig_.plugin().init() != 0) throw Failure("plugin_init failed");
+}
+
+void Round::settle() {
+    if (rig_.settle(discarded_)) return;
+    ++wrong_;
+    fmt::print("  WRONG: not all has come to its end\n");
+}
+
+// Nothing runs: the figures are exact, and memory is what is kept.
+void Round::rest(Load& load) {
+    load.pause();
+    settle();
+    rig_.collect(kWholeReport);
+    resident_.push_back(resident_kib());
+}
+
+void Round::load_until(Load& load, milliseconds end) {
+    while (machine_time() < end) {
+        std::this_thread::sleep_for(std::min(kBetweenPauses, end - machine_time()));
+        if (!kind_.terms.settled) continue;
+        rest(load);
+        load.resume();
+    }
+}
+
+// What a stop takes out of the queues is gone without a line, so it counts as left from then on.
+void Round::stop() {
+    rig_.plugin().uninit();
+    discarded_ = rig_.account().left;
+}
+
+bool Round::run() {
+    const milliseconds end = machine_time() + length_;
+    start();
+    {
+        Load load(rig_, kind_.load, seed_);
+        load_until(load, end);
+        if (kind_.terms.settled) rest(load);
+        stop();
+        // The second and later starts do not attach to the bus again: on-demand traces are all that comes.
+        for (int i = 0; i < kRestarts; ++i) {
+            start();
+            load.resume();
+            std::this_thread::sleep_for(length_ / 50);
+            if (kind_.terms.settled) rest(load);
+            stop();
+        }
+        wrong_ += load.wrong_answers();
+    }
+    rig_.release_held();
+    return sum_up();
+}
+
+bool Round::sum_up() {
+    Terms terms = kind_.terms;
+    terms.longest_event_queue = rig_.longest_event_queue();
+    const Account account = rig_.account();
+    const std::vector<Check> checks = check_account(account, terms);
+    fmt::print("{}", balance_text(account.totals));
+    fmt::print("       answers to {} file traces and {} process traces, {} duplicate batches, {} memory checks\n",
+               account.file_answers, account.process_traces, account.totals.duplicate_batches,
+               account.totals.memory_checks);
+    if (!resident_.empty()) fmt::print("       resident memory at rest, KiB: {}\n", fmt::join(resident_, " "));
+    const std::string failed = failed_text(checks);
+    fmt::print("{}  {} checks, {}\n", failed, checks.size(),
+               failed.empty() && wrong_ == 0 ? "all hold" : "NOT all hold");
+    return failed.empty() && wrong_ == 0;
+}
+
+int run_round(const RoundKind& kind, milliseconds length, uint32_t seed) {
+    try {
+        return Round(kind, length, seed).run() ? 0 : 1;
+    } catch (const std::exception& e) {
+        fmt::print("  WRONG: {}\n", e.what());
+        return 1;
+    }
+}
+
+// In a process of its own, which an alarm ends if it hangs.
+bool run_in_child(const RoundKind& kind, milliseconds length, uint32_t seed) {
+    fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(static_cast<unsigned>(length.count() / 1000) + kGraceSeconds);
+        exit(run_round(kind, length, seed));
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WIFSIGNALED(status)) fmt::print("  WRONG: ended by signal {}\n", WTERMSIG(status));
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const milliseconds total = std::chrono::seconds(argc > 1 ? atoi(argv[1]) : 60);
+    const auto seed = static_cast<uint32_t>(argc > 2 ? atoi(argv[2]) : 1);
+    const milliseconds length = std::clamp(total / static_cast<int>(std::size(kRounds)), kShortestRound, kLongestRound);
+    const milliseconds end = machine_time() + total;
+    uint32_t rounds = 0;
+    uint32_t failed = 0;
+    do {
+        const RoundKind& kind = kRounds[rounds % std::size(kRounds)];
+        fmt::print("round {}, {} s: {}\n", ++rounds, length.count() / 1000, kind.name);
+        if (!run_in_child(kind, length, seed + rounds)) ++failed;
+    } while (machine_time() < end || rounds < std::size(kRounds));
+    fmt::print("soak: {} rounds, {} failed\n", rounds, failed);
+    return failed == 0 ? 0 : 1;
+}

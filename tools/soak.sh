@@ -1,0 +1,19 @@
+#!/bin/bash
+# Soaks the plug-in in mixed load from several threads, with resets of the data store, live configuration and restarts of
+# the pipeline, and prints the balance of each round. A minute is an hour of the plug-in's time. Fails when a sum differs.
+#
+#   tools/soak.sh MINUTES [asan|tsan]
+set -euo pipefail
+root="$(dirname "$(readlink -f "$0")")/.."
+
+minutes="${1-}"
+preset="${2:-release}"
+if [[ ! "$minutes" =~ ^[1-9][0-9]*$ || ! "$preset" =~ ^(release|asan|tsan)$ ]]; then
+    echo "usage: tools/soak.sh MINUTES [asan|tsan]" >&2
+    exit 2
+fi
+"$root/tools/build.sh" "$preset" soak
+export ASAN_OPTIONS="detect_stack_use_after_return=1:strict_string_checks=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
+export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
+exec "$root/build/$preset/bench/soak" $((minutes * 60))
