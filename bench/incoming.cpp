@@ -120,8 +120,7 @@ void Mixture::bad_document() {
 }
 
 void Mixture::finding() {
-    const char* const text =
-        below(random_, 5) == 0 ? "\x01 not a text" : R"({"src_ip":"198.51.100.7","count":614})";
+    const char* const text = below(random_, 5) == 0 ? "\x01 not a text" : R"({"src_ip":"198.51.100.7","count":614})";
     send(1540 + below(random_, 3), text);
 }
 

@@ -14,8 +14,8 @@ struct Load::Worker {
     void (Load::*turn)(Random& random, Mixture& mixture);
 };
 const Load::Worker Load::kWorkers[] = {
-    {3, 80000, &Load::publish}, {1, 20000, &Load::configure}, {2, 10000, &Load::trace},
-    {2, 30000, &Load::collect}, {2, 400000, &Load::reset},    {1, 50000, &Load::call_plain},
+    {3, 80000, &Load::publish}, {1, 20000, &Load::configure}, {2, 40000, &Load::trace},
+    {2, 30000, &Load::collect}, {2, 2000000, &Load::reset},   {1, 50000, &Load::call_plain},
 };
 
 Load::Load(Rig& rig, const LoadOptions& options, uint32_t seed) : rig_(rig), options_(options) {

@@ -65,6 +65,17 @@ constexpr milliseconds kBetweenPauses = 5s;
 constexpr unsigned kGraceSeconds = 240;
 constexpr uint32_t kWholeReport = 65536;
 constexpr int kRestarts = 3;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kMeasureMemory = false;
+#else
+constexpr bool kMeasureMemory = true;
+#endif
+
+// What a round may add to its memory: some of its own, and what the plug-in keeps on purpose, which is the nodes of
+// ignored events, the builder's buffers of file traces and the trees of documents without an id.
+uint64_t allowed_growth_kib(const Totals& totals) {
+    return 4096 + totals.sum(&KindFigures::ignored) + totals.file_traces / 2 + totals.sum(&KindFigures::undecoded) * 2;
+}
 
 class Round {
 public:
@@ -157,7 +168,10 @@ bool Round::sum_up() {
     Terms terms = kind_.terms;
     terms.longest_event_queue = rig_.longest_event_queue();
     const Account account = rig_.account();
-    const std::vector<Check> checks = check_account(account, terms);
+    std::vector<Check> checks = check_account(account, terms);
+    if (kMeasureMemory && !resident_.empty())
+        checks.push_back({"resident memory, KiB / allowed", static_cast<int64_t>(resident_.back()),
+                          static_cast<int64_t>(resident_.front() + allowed_growth_kib(account.totals)), true});
     fmt::print("{}", balance_text(account.totals));
     fmt::print("       answers to {} file traces and {} process traces, {} duplicate batches, {} memory checks\n",
                account.file_answers, account.process_traces, account.totals.duplicate_batches,
