@@ -138,8 +138,8 @@ void check_stages(std::vector<Check>& checks, const Account& account, const Term
     const Left& left = account.left;
     checks.push_back({"events discarded from the queue / longest queue seen", left.events,
                       terms.settled ? 0 : value(terms.longest_event_queue), true});
-    checks.push_back({"traces of documents waiting by the log / all traces waiting", terms.settled ? left.traces : 0,
-                      left.traces, true});
+    checks.push_back({"traces waiting that the log names / all that wait", value(account.totals.waiting_traces),
+                      left.traces + value(account.totals.of(kKov).no_function), true});
     if (terms.settled) checks.push_back({"traces without an end", left.traces, 0, false});
 }
 
@@ -182,9 +182,10 @@ std::vector<Check> check_account(const Account& account, const Terms& terms) {
     check_bus(checks, account, terms);
     check_stages(checks, account, terms);
     check_traces(checks, account, terms);
-    for (const CounterRow& row : kCounters)
-        checks.push_back({fmt::format("{} / counted from outside", row.key), value(account.reports.figure(row.key)),
-                          row.counted(account), !(terms.whole_reports && terms.settled)});
+    if (terms.settled)
+        for (const CounterRow& row : kCounters)
+            checks.push_back({fmt::format("{} / counted from outside", row.key), value(account.reports.figure(row.key)),
+                              row.counted(account), false});
     return checks;
 }
 

@@ -39,8 +39,9 @@ struct Account {
 
 // How a run was made, and so what must hold.
 struct Terms {
-    bool settled = true;        // stopped when all had its end; otherwise with full queues
-    bool whole_reports = true;  // collected when nothing ran, so that no count was lost to the reset behind a report
+    // Stopped when all had its end, and reports were collected only when nothing ran, the last one at the end: no count
+    // was lost to the reset behind a report, and none was reported twice. Otherwise stopped with full queues.
+    bool settled = true;
     bool resets = false;
     bool partial_results = false;  // the trace module gives a result with a failure, too
     uint64_t longest_event_queue = 0;

@@ -135,10 +135,11 @@ void Mixture::expand() { send(kExpand, field(kTaskId, "task-4711")); }
 
 void Mixture::ignored() { send(2304, "heartbeat"); }
 
+// The first byte makes it no message, and no document.
 void Mixture::garbage() {
-    constexpr uint32_t kIds[] = {534, 1536, 1537, 1538, 1794, 4242};
-    std::string bytes(below(random_, 300), '\0');
-    for (char& byte : bytes) byte = static_cast<char>(below(random_, 256));
+    constexpr uint32_t kIds[] = {534, 1536, 1537, 1538, 1543, 1544, 1793, 1794, 4242};
+    std::string bytes(1 + below(random_, 300), '\x07');
+    for (size_t i = 1; i < bytes.size(); ++i) bytes[i] = static_cast<char>(below(random_, 256));
     send(kIds[below(random_, std::size(kIds))], bytes);
 }
 

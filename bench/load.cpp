@@ -14,7 +14,7 @@ struct Load::Worker {
     void (Load::*turn)(Random& random, Mixture& mixture);
 };
 const Load::Worker Load::kWorkers[] = {
-    {3, 80000, &Load::publish}, {1, 20000, &Load::configure}, {2, 40000, &Load::trace},
+    {3, 50000, &Load::publish}, {1, 20000, &Load::configure}, {2, 40000, &Load::trace},
     {2, 30000, &Load::collect}, {2, 2000000, &Load::reset},   {1, 50000, &Load::call_plain},
 };
 
@@ -124,7 +124,7 @@ void Load::trace(Random& random, Mixture&) {
 
 void Load::collect(Random& random, Mixture&) {
     static constexpr uint32_t kSizes[] = {0, 1, 2, 64, 65536};
-    rig_.collect(kSizes[below(random, std::size(kSizes) - (options_.whole_reports ? 0 : 1))]);
+    rig_.collect(kSizes[below(random, std::size(kSizes) - (options_.reports_at_any_time ? 0 : 1))]);
 }
 
 void Load::reset(Random& random, Mixture&) {

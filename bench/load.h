@@ -17,7 +17,7 @@ namespace zel {
 
 struct LoadOptions {
     bool resets = false;
-    bool whole_reports = false;  // reports that set the figures to zero at any time; otherwise buffers are too small
+    bool reports_at_any_time = false;  // which then set the figures to zero; otherwise all buffers are too small
 };
 
 class Load {

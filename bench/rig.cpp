@@ -3,6 +3,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -24,8 +25,9 @@ constexpr uint64_t kHoldEvery = 16;
 constexpr std::string_view kQueueCount = "[work queue count : ";
 constexpr int kFileTraceCode = 8;
 
-// The callback of the on-demand traces has no room for an object.
+// The callback of the on-demand traces has no room for an object. By code.
 std::array<std::atomic<uint64_t>, 16> g_answers;
+std::atomic<uint64_t> g_checksum;
 
 // The logger reads its environment at the first line, which comes from the plug-in.
 const std::vector<Setting>& prepared(const std::vector<Setting>& settings) {
@@ -58,7 +60,7 @@ Rig::Rig(const std::vector<Setting>& settings, LineWatcher watcher, void* contex
 }
 
 Rig::~Rig() {
-    while (bus_.counts().sending > 0) std::this_thread::sleep_for(kStep);
+    drain_bus();
     for (const uint64_t sink : sinks_) bus_.unsubscribe(sink);
     release_held();
     zel_log_set_tap(nullptr, nullptr);
@@ -78,7 +80,7 @@ void Rig::on_line(void* context, int32_t level, const char* text) {
 void Rig::on_event(void* context, MbFrame::IEvent* event) {
     auto& rig = *static_cast<Rig*>(context);
     const auto& record = *static_cast<const ST_PB_EVENT*>(event->GetNativeEvent());
-    rig.unread_ += read_all(record.pData, record.uSize);
+    rig.checksum_ += read_all(record.pData, record.uSize);
     rig.figures_.sent(record);
     rig.hold(event);
 }
@@ -86,7 +88,7 @@ void Rig::on_event(void* context, MbFrame::IEvent* event) {
 void Rig::on_memory_check(void* context, MbFrame::IEvent* event) {
     auto& rig = *static_cast<Rig*>(context);
     const auto& record = *static_cast<const ST_MEM_DETECT_INFO*>(event->GetNativeEvent());
-    rig.unread_ += std::string_view(record.pszPath).size();
+    rig.checksum_ += std::string_view(record.pszPath).size();
     rig.figures_.memory_check();
 }
 
@@ -135,8 +137,7 @@ void Rig::publish(const ST_DNS_NATIVE& record, const char* query_name) {
 }
 
 int Rig::on_answer(int code, uint32_t, const char* buffer, uint32_t size) {
-    static std::atomic<uint64_t> unread;
-    unread += read_all(buffer, size);
+    g_checksum += read_all(buffer, size);
     ++g_answers.at(static_cast<size_t>(code));
     return 0;
 }
@@ -190,6 +191,11 @@ bool Rig::settle(const Left& carried) {
         std::this_thread::sleep_for(kStep);
     }
     return false;
+}
+
+void Rig::drain_bus() const {
+    for (lummb_counts now = bus_.counts(); now.waiting > 0 || now.sending > 0; now = bus_.counts())
+        std::this_thread::sleep_for(kStep);
 }
 
 Account Rig::account() {

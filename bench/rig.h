@@ -2,7 +2,6 @@
 // out. For the long runs; the count is that of zelhost.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <mutex>
 #include <string>
@@ -48,10 +47,12 @@ public:
     // after half a minute without any progress.
     bool settle(const Left& carried = {});
 
+    // Waits until the bus has delivered all that was published or sent.
+    void drain_bus() const;
+
     // All that is known at this moment; exact when nothing runs.
     Account account();
 
-    const AgentFolder& folder() const { return folder_; }
     Plugin& plugin() { return plugin_; }
     int update() { return update_(); }
     uint64_t longest_event_queue() const { return longest_event_queue_; }
@@ -73,7 +74,7 @@ private:
     LineWatcher watcher_;
     void* watcher_context_;
     std::atomic<uint64_t> longest_event_queue_ = 0;
-    std::atomic<uint64_t> unread_ = 0;  // keeps the reading of buffers from being left out
+    std::atomic<uint64_t> checksum_ = 0;  // of all that was sent
 
     std::mutex mutex_;  // guards what follows, up to the libraries
     Reports reports_;
@@ -92,7 +93,9 @@ private:
     std::vector<uint64_t> sinks_;
 };
 
-// Resident memory of the process in KiB, after the allocator has given back what it can.
+// Resident memory of the process in KiB, after the allocator has given back what it can. A sanitizer keeps what was
+// freed, so that it says nothing there.
 uint64_t resident_kib();
+inline constexpr bool kMeasureMemory = ZEL_MEASURE_MEMORY != 0;
 
 }  // namespace zel

@@ -1,7 +1,7 @@
 // A storm: 100 000 alerts against a trace module that cannot keep up. What is shed at the intake and by the eliminator
 // is accounted for alert by alert, each pass of the eliminator is done again from the log, and memory is as it was.
 //
-//   storm [ALERTS [SEED]]
+//   storm [ALERTS]
 //
 // Ends with 1 if anything does not hold.
 #include <fmt/format.h>
@@ -35,11 +35,6 @@ constexpr int kSkipLevel = 2;
 constexpr uint64_t kWarmUp = 3000;
 constexpr int64_t kMostGrowthKib = 5 * 1024;
 constexpr uint32_t kReportBuffer = 65536;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMeasureMemory = false;
-#else
-constexpr bool kMeasureMemory = true;
-#endif
 
 // Ticks that a trace costs, both inclusive. The most that can wait is 2 * 100 + 4 alerts of 20 processes, which at
 // 20000 a process stays far below what 32 bits hold.

@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 
 #include <cstdlib>
+#include <mutex>
 
 #include "platform/zel_support.h"
 
@@ -26,10 +27,18 @@ int open_flags() {
     return RTLD_NOW | RTLD_LOCAL | (keep ? RTLD_NODELETE : 0);
 }
 
+// The loader has a lock of its own, which the thread sanitizer does not see; this one it sees. Recursive, since a
+// library that begins or ends may load others.
+std::recursive_mutex& loader_mutex() {
+    static auto& mutex = *new std::recursive_mutex;  // libraries are closed while the process ends
+    return mutex;
+}
+
 }  // namespace
 
 int32_t zel_dll_open(const char* path, void** module) {
     if (module == nullptr) return kNotFound;
+    const std::lock_guard lock(loader_mutex());
     // A null path would open the program itself.
     *module = path == nullptr ? nullptr : dlopen(path, open_flags());
     return *module == nullptr ? kNotFound : 0;
@@ -42,4 +51,7 @@ int32_t zel_dll_get_addr(void* module, const char* name, void** address) {
     return *address == nullptr ? kNotFound : 0;
 }
 
-int32_t zel_dll_close(void* module) { return module != nullptr && dlclose(module) == 0 ? 0 : -1; }
+int32_t zel_dll_close(void* module) {
+    const std::lock_guard lock(loader_mutex());
+    return module != nullptr && dlclose(module) == 0 ? 0 : -1;
+}

@@ -191,20 +191,5 @@ TEST(Selection, TakesTheLastEvent) {
 }
 // clang-format on
 
-TEST(LinkSet, ReadsItsKeysInOrder) {
-    const char* keys = "SrcNodeGuid:S DstNodeGuid:S OpTime:N LinkType:N";
-    check_keys(__LINE__, keys, Words::not_type, "", [](const std::string& text, const std::string& values) {
-        std::vector<ST_LINK_SET> links;
-        const bool ok = CEventHandle::GetLinkSet(parse("{\"LinkSet\":[{" + text + "}]}").get(), links);
-        for (const ST_LINK_SET& link : links)
-            EXPECT_EQ(dump(link.strSrcNodeGuid, link.strDstNodeGuid, link.llOpTime, link.uLinkType), values);
-        EXPECT_TRUE(ok != values.empty() && ok != links.empty());
-        return take_log();
-    });
-    std::vector<ST_LINK_SET> links;
-    EXPECT_FALSE(CEventHandle::GetLinkSet(parse("{}").get(), links));
-    EXPECT_EQ(take_log(), "E get json array item error:[LinkSet]");
-}
-
 }  // namespace
 }  // namespace zel_test

@@ -4,14 +4,9 @@
 #include <google/protobuf/text_format.h>
 #include <google/protobuf/util/message_differencer.h>
 
-#include <algorithm>
-#include <condition_variable>
 #include <cstring>
-#include <deque>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
-#include <set>
 #include <sstream>
 
 #include "standin/lumutil/log_tap.h"
@@ -20,29 +15,12 @@
 namespace fs = std::filesystem;
 
 namespace e2e {
+
+Seen& seen = *new Seen;
+
 namespace {
 
 constexpr auto kDeadline = 30s;
-
-// What the process has seen. Never destroyed: worker threads may outlive a failed test.
-struct Seen {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<std::string> lines;                  // without their prefix
-    std::vector<std::string> bad_lines;              // whose prefix is not that of all lines
-    std::vector<std::pair<Published, bool>> events;  // and whether it was taken
-    std::vector<Callback> callbacks;
-    std::map<uint32_t, std::deque<Answer>> scripts;
-    std::map<uint32_t, uint64_t> calls;
-    std::set<char*> outstanding;
-    bool held = false;
-};
-Seen& seen = *new Seen;
-
-auto locked(const auto& body) {
-    const std::lock_guard lock(seen.mutex);
-    return body();
-}
 
 template <class T>
 void keep(std::vector<T>& list, T item) {
@@ -96,16 +74,11 @@ std::string last_lines() {
     });
 }
 
-template <class F>
-F bus_function(const char* name) {
-    static void* const library = dlopen(ZEL_AGENT_DIR "/reshdl/lib/liblummb.so", RTLD_NOW);
-    return reinterpret_cast<F>(dlsym(library, name));
-}
+}  // namespace
 
-lummb_counts bus() {
-    lummb_counts counts{};
-    bus_function<lummb_get_counts_t>("lummb_get_counts")(&counts);
-    return counts;
+void* bus_symbol(const char* name) {
+    static void* const library = dlopen(ZEL_AGENT_DIR "/reshdl/lib/liblummb.so", RTLD_NOW);
+    return dlsym(library, name);
 }
 
 std::vector<std::string> split(const std::string& texts) {
@@ -114,8 +87,6 @@ std::vector<std::string> split(const std::string& texts) {
     for (std::string text; std::getline(in, text, '|');) list.push_back(text);
     return list;
 }
-
-}  // namespace
 
 bool wait_until(const std::function<bool()>& done) {
     const auto deadline = real_now() + kDeadline;
@@ -214,21 +185,6 @@ void* Agent::symbol(const std::string& library, const char* name) const {
     return handle == nullptr ? nullptr : dlsym(handle, name);
 }
 
-int Agent::init() {
-    const int result = EXPORTED(plugin_init)();
-    running_ = result == 0;
-    return result;
-}
-
-void Agent::stop() {
-    running_ = false;
-    EXPECT_EQ(EXPORTED(plugin_uninit)(), 0);
-}
-
-int32_t Agent::publish(uint32_t id, std::string_view data) const {
-    return bus_function<lummb_publish_t>("lummb_publish")(id, data.data(), data.size());
-}
-
 void Agent::send(const DnsHit& hit) const {
     hit.give([](const ST_DNS_NATIVE& record, const char* query_name) {
         EXPECT_EQ(bus_function<lummb_publish_dns_t>("lummb_publish_dns")(&record, query_name), LUMMB_OK);
@@ -250,11 +206,6 @@ Published Agent::expect_event(uint32_t id, const std::string& guid) {
     return found;
 }
 
-size_t Agent::count_events(uint32_t id) const {
-    const auto is_of_id = [id](const auto& event) { return event.first.id == id; };
-    return locked([&] { return static_cast<size_t>(std::ranges::count_if(seen.events, is_of_id)); });
-}
-
 std::string Agent::log_order(const std::string& texts) const {
     std::string order;
     locked([&] {
@@ -265,19 +216,6 @@ std::string Agent::log_order(const std::string& texts) const {
     return order;
 }
 
-void Agent::expect_logs(const std::string& texts) const {
-    for (const auto& text : split(texts)) expect_log(text, 1);
-}
-
-size_t Agent::count_log(const std::string& text) const {
-    const auto has_text = [&](const auto& line) { return line.find(text) != std::string::npos; };
-    return locked([&] { return static_cast<size_t>(std::ranges::count_if(seen.lines, has_text)); });
-}
-
-size_t Agent::count_callbacks(uint32_t context) const {
-    return locked([&] { return static_cast<size_t>(std::ranges::count(seen.callbacks, context, &Callback::context)); });
-}
-
 Callback Agent::expect_callback(uint32_t context) const {
     EXPECT_SOON(count_callbacks(context) > 0) << context;
     return locked([&] {
@@ -286,7 +224,11 @@ Callback Agent::expect_callback(uint32_t context) const {
     });
 }
 
-void Agent::bus_rests() const { EXPECT_SOON(bus().waiting == 0 && bus().sending == 0); }
+lummb_counts Agent::bus() const {
+    lummb_counts counts{};
+    bus_function<lummb_get_counts_t>("lummb_get_counts")(&counts);
+    return counts;
+}
 
 void Agent::settle() const {
     const size_t before = count_log("ignore handle: 2304!");
@@ -300,23 +242,10 @@ void Agent::trace_worker_rests() const {
     EXPECT_SOON(trace_worker_sleeps() >= before + 2);
 }
 
-void Agent::answers(uint32_t function, const std::vector<Answer>& script) const {
-    locked([&] { seen.scripts[function].assign(script.begin(), script.end()); });
-}
-
-void Agent::hold_traces(bool hold) const {
-    locked([&] { seen.held = hold; });
-    seen.changed.notify_all();
-}
-
 void Agent::hold_alarm_worker() const {
     hold_traces(true);
     send(1793, "x");
     EXPECT_SOON(calls(ZELTRC_COMPLETION) == 1);
-}
-
-uint64_t Agent::calls(uint32_t function) const {
-    return locked([&] { return seen.calls[function]; });
 }
 
 Report Agent::report(const std::string& module, uint32_t buffer_size) const {
@@ -333,10 +262,6 @@ Report Agent::report(const std::string& module, uint32_t buffer_size) const {
 void Agent::expect_figures(const std::map<std::string, int64_t>& figures) const {
     const Report given = report();
     for (const auto& [key, value] : figures) EXPECT_EQ(given[key], value) << key;
-}
-
-int Agent::configure(const std::string& document) const {
-    return EXPORTED(plugin_configuration_update)(document.c_str(), static_cast<uint32_t>(document.size()));
 }
 
 int Agent::file_trace(int kind, uint32_t context, const char* file, const char* key) const {

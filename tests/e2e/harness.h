@@ -6,8 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <condition_variable>
+#include <deque>
 #include <functional>
 #include <map>
+#include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -51,6 +56,26 @@ struct Callback {
     std::string bytes;
 };
 
+// What the process has seen. Never destroyed: worker threads may outlive a failed test.
+struct Seen {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::string> lines;                  // without their prefix
+    std::vector<std::string> bad_lines;              // whose prefix is not that of all lines
+    std::vector<std::pair<Published, bool>> events;  // and whether it was taken
+    std::vector<Callback> callbacks;
+    std::map<uint32_t, std::deque<Answer>> scripts;
+    std::map<uint32_t, uint64_t> calls;
+    std::set<char*> outstanding;
+    bool held = false;
+};
+extern Seen& seen;
+
+auto locked(const auto& body) {
+    const std::lock_guard lock(seen.mutex);
+    return body();
+}
+
 // The answer of a report callback; a number by its key, -1 when there is none.
 struct Report {
     int32_t result = -1;
@@ -60,6 +85,16 @@ struct Report {
 
 // What differs between a message and its expected text form; empty when nothing does.
 std::string difference(const vorn_retrace::vorn_trace_info& message, const std::string& expected);
+
+// A function of the bus.
+void* bus_symbol(const char* name);
+template <class F>
+F bus_function(const char* name) {
+    return reinterpret_cast<F>(bus_symbol(name));
+}
+
+// The texts between bars.
+std::vector<std::string> split(const std::string& texts);
 
 bool wait_until(const std::function<bool()>& done);
 #define EXPECT_SOON(condition) EXPECT_TRUE(wait_until([&] { return condition; })) << #condition
@@ -89,45 +124,71 @@ protected:
         return reinterpret_cast<F*>(symbol(library, name));
     }
     void* symbol(const std::string& library, const char* name) const;
-    int init();
+    int init() {
+        const int result = EXPORTED(plugin_init)();
+        running_ = result == 0;
+        return result;
+    }
     void start() { ASSERT_EQ(init(), 0); }
-    void stop();
+    void stop() {
+        running_ = false;
+        EXPECT_EQ(EXPORTED(plugin_uninit)(), 0);
+    }
 
-    int32_t publish(uint32_t id, std::string_view data) const;
+    int32_t publish(uint32_t id, std::string_view data) const {
+        return bus_function<lummb_publish_t>("lummb_publish")(id, data.data(), data.size());
+    }
     void send(uint32_t id, std::string_view data) const { EXPECT_EQ(publish(id, data), LUMMB_OK); }
     void send(const Alert& alert, uint32_t id = 1536) const { send(id, alert.text()); }
     void send(const DnsHit& hit) const;
 
     // The next event of that id, and of that GUID unless empty, that was not yet taken.
     Published expect_event(uint32_t id, const std::string& guid = {});
-    size_t count_events(uint32_t id) const;
+    size_t count_events(uint32_t id) const {
+        return count(seen.events, [id](const auto& event) { return event.first.id == id; });
+    }
     // Texts are separated by bars. The texts as they come in the log; and waiting for each of them to be there.
     std::string log_order(const std::string& texts) const;
-    void expect_logs(const std::string& texts) const;
-    size_t count_log(const std::string& text) const;
+    void expect_logs(const std::string& texts) const {
+        for (const auto& text : split(texts)) expect_log(text, 1);
+    }
+    size_t count_log(const std::string& text) const {
+        return count(seen.lines, [&](const auto& line) { return line.find(text) != std::string::npos; });
+    }
     void expect_log(const std::string& text, size_t count) const { EXPECT_SOON(count_log(text) >= count) << text; }
     Callback expect_callback(uint32_t context) const;
-    size_t count_callbacks(uint32_t context) const;
+    size_t count_callbacks(uint32_t context) const {
+        return count(seen.callbacks, [&](const auto& call) { return call.context == context; });
+    }
 
     // Waits until the bus has delivered all that was published or sent.
-    void bus_rests() const;
+    void bus_rests() const { EXPECT_SOON(bus().waiting == 0 && bus().sending == 0); }
     // The same, and until the alarm worker has finished all of it.
     void settle() const;
     // Waits until the trace worker has come round its loop with nothing to do.
     void trace_worker_rests() const;
 
     // Scripts a function of the trace module, by its number; the last answer stays. Without one: code 0 and the input.
-    void answers(uint32_t function, const std::vector<Answer>& script) const;
+    void answers(uint32_t function, const std::vector<Answer>& script) const {
+        locked([&] { seen.scripts[function].assign(script.begin(), script.end()); });
+    }
     // While held, traces and completions do not return.
-    void hold_traces(bool hold) const;
+    void hold_traces(bool hold) const {
+        locked([&] { seen.held = hold; });
+        seen.changed.notify_all();
+    }
     // Lets the alarm worker run into such a call, of a KOV alert.
     void hold_alarm_worker() const;
-    uint64_t calls(uint32_t function) const;
+    uint64_t calls(uint32_t function) const {
+        return locked([&] { return seen.calls[function]; });
+    }
 
     Report report(const std::string& module = "zelreshdl", uint32_t buffer_size = 4096) const;
     // Asks for a report and compares the figures named.
     void expect_figures(const std::map<std::string, int64_t>& figures) const;
-    int configure(const std::string& document) const;
+    int configure(const std::string& text) const {
+        return EXPORTED(plugin_configuration_update)(text.c_str(), static_cast<uint32_t>(text.size()));
+    }
     int file_trace(int kind, uint32_t context, const char* path = "/tmp/x", const char* key = "k") const;
     int process_trace(uint32_t context, const char* data = "{}") const;
     void reset_begin() const { EXPORTED(reset_db_begin)(); }
@@ -136,6 +197,11 @@ protected:
     size_t kept_results_ = 0;  // most result buffers that are stated to stay
 
 private:
+    size_t count(const auto& list, const auto& counts) const {
+        return locked([&] { return static_cast<size_t>(std::ranges::count_if(list, counts)); });
+    }
+    lummb_counts bus() const;
+
     std::string root_;
     bool running_ = false;
 };

@@ -1,5 +1,6 @@
 // DNS hits and their cache, live configuration, reports, and the chain that the trace module adds.
 #include "e2e/harness.h"
+#include "standin/zelds/zelds_host.h"
 
 using namespace e2e;
 
@@ -119,7 +120,6 @@ TEST_F(Roads, LiveConfigurationTakesBothKeysOrNone) {
     for (int number = 1; number <= 12; ++number) send(Alert{.number = number});
     expect_logs("The queue reached the threshold. Event queue:11, trc queue:0, delay queue:0");
     hold_traces(false);
-    expect_event(769, guid(11));
 }
 
 TEST_F(Roads, ReportsCarryTheFiguresAndStartAgain) {
@@ -171,6 +171,9 @@ TEST_F(Roads, TraceModuleAddsTheChain) {
     zeltrc_counts counts{};
     EXPECT_SOON((get_counts(&counts), counts.outstanding == 0));
     EXPECT_EQ(std::tuple(counts.foreign_releases, counts.null_releases), std::tuple(0u, 1u));
+    zelds_counts store{};
+    function<std::remove_pointer_t<zelds_get_counts_t>>("reshdl/lib/libzelcount.so", "zelds_get_counts")(&store);
+    EXPECT_EQ(store.updates, 1u);  // for the retry
 }
 
 }  // namespace

@@ -75,8 +75,14 @@ TEST_F(Start, LogsItsStepsAndReadsTheSettings) {
         "disable scan scenario limit:100, alert_filter_switch:0|max skip behavior level: 2";
     EXPECT_EQ(log_order(steps), steps);
     EXPECT_EQ(calls(ZELTRC_INIT), 1u);
+    for (const int number : {1, 2}) {  // no repeat while the filter is off
+        send(Alert{.number = number, .rules = {{.id = "same"}}});
+        EXPECT_EQ(expect_event(769, guid(number)).message.err_code(), 0);
+    }
+    EXPECT_EQ(report().result, 1);
     stop();
     expect_logs("Stop handled event.|stop work thread!");
+    EXPECT_EQ(report().result, -1);  // no callback is left
     EXPECT_EQ(calls(ZELTRC_UNINIT), 1u);
 }
 

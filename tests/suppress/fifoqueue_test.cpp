@@ -90,41 +90,6 @@ TEST_F(HotCache, hashes_the_lower_cased_text_of_process_and_domain) {
     EXPECT_EQ(CFifoQueue::CalculateHash("d", 1, path.c_str(), 2), CFifoQueue::CalculateHash("d", 1, path.c_str(), 3));
 }
 
-TEST_F(HotCache, reports_the_span_of_the_repeats_alone) {
-    see("often", 100);
-    see("never", 100);
-    see("once", 100);
-    see("often", 1);  // the older entry stands
-    EXPECT_TRUE(repeat("ONCE", 500));
-    for (const uint64_t time : {50u, 70u, 20u, 90u, 20u, 90u}) EXPECT_TRUE(repeat("often", time));
-    EXPECT_FALSE(cache.CheckAlertHot(message("often", 0), event_id::ioa_alert));
-    advance(5 * kMinuteMs);
-    EXPECT_FALSE(repeat("once"));  // its hash is free again
-    EXPECT_NE(logged(ZEL_LOG_INFO)
-                  .find("I report data:alert_id:" + std::string(kGuid) +
-                        ", count:6, hash:" + std::to_string(hash_of("often")) + ", begin:20, end:90, key:often\n"),
-              std::string::npos);
-    const auto entries = reported();
-    ASSERT_EQ(entries.size(), 2u);  // newest first
-    const auto& often = entries[1];
-    EXPECT_EQ(often.alert_guid() + often.malicious_key(), std::string(kGuid) + "often");
-    EXPECT_EQ(often.same_alert_key(), hash_of("often"));
-    EXPECT_EQ((std::vector<int64_t>{often.dup_count(), often.first_hit_time(), often.recent_hit_time()}),
-              (std::vector<int64_t>{6, 20, 90}));
-}
-
-TEST_F(HotCache, lets_a_key_of_twenty_bytes_run_on_into_the_guid) {
-    const std::string twenty = "aaaaabbbbbcccccddddd";
-    const std::pair<std::string, std::string> rows[] = {
-        {"", ""}, {twenty.substr(1), twenty.substr(1)}, {twenty, twenty + kGuid}, {twenty + "e", twenty + kGuid}};
-    for (const auto& [query_name, key] : rows) {
-        see(query_name);
-        EXPECT_TRUE(repeat(query_name));
-        advance(5 * kMinuteMs);
-        EXPECT_EQ(reported().at(0).malicious_key(), key);
-    }
-}
-
 TEST_F(HotCache, sheds_its_oldest_entries_when_it_is_full) {
     const struct {
         int line, size, percent, left;
@@ -139,13 +104,6 @@ TEST_F(HotCache, sheds_its_oldest_entries_when_it_is_full) {
         advance(5 * kMinuteMs);
         reported();
     }
-}
-
-TEST_F(HotCache, takes_its_defaults_when_there_is_no_settings_file) {
-    zel_test::AgentFolder::get().remove(kSettings);
-    cache.LoadCacheSettings();
-    for (int i = 0; i < 1000; ++i) see(name(i));
-    EXPECT_NE(logged(ZEL_LOG_DEBUG).find("D hot cache queue:700, die out size:300\n"), std::string::npos);
 }
 
 TEST_F(HotCache, ends_an_entry_at_the_age_limit_in_a_check_that_is_due) {
