@@ -12,6 +12,9 @@ log="build/$preset/build.log"
 mkdir -p "build/$preset"
 echo "building $preset, log in $PWD/$log" >&2
 
+# A second checkout, such as the clean clone of a check before a push, finds what this one has compiled.
+export CCACHE_BASEDIR="${CCACHE_BASEDIR:-$PWD}" CCACHE_NOHASHDIR="${CCACHE_NOHASHDIR:-1}"
+
 if ! { cmake --preset "$preset" && ninja -C "build/$preset" -j "${ZEL_JOBS:-$(nproc)}" "$@"; } >"$log" 2>&1; then
     tail -n 60 "$log" >&2
     echo "build.sh: the build of preset '$preset' failed, see $PWD/$log" >&2
