@@ -2,10 +2,10 @@
 // data store. Only start and stop of the pipeline are left to the caller.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <initializer_list>
 #include <mutex>
 #include <thread>
 #include <vector>

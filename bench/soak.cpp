@@ -156,6 +156,7 @@ bool Round::run() {
             if (kind_.terms.settled) rest(load);
             stop();
         }
+        load.pause();
         wrong_ += load.wrong_answers();
     }
     rig_.release_held();

@@ -99,15 +99,6 @@ TEST_F(Alerts, AreTracedOnlyOnTheHostAndOnce) {
                     {"alertEventFilterCount", 1}});
 }
 
-TEST_F(Alerts, ContainerDataGoesWithTypesTwoAndSix) {
-    start();
-    send(Alert{.type = 6, .container = "abc"}, 1538);
-    const auto threat = expect_event(769).message.threat();
-    EXPECT_EQ(threat.containerid() + threat.repository() + threat.image_name() + threat.extended_info(), "abcrepoinm");
-    EXPECT_EQ(threat.container_init_pid(), 99);
-    EXPECT_EQ(threat.alert_rule(0).alert_event(0).type(), vorn_retrace::VORN_TRACE_MEMORY_DETECION);
-}
-
 TEST_F(Alerts, BadDocumentsAreRefusedWithTheirLines) {
     start();
     const struct {
@@ -116,10 +107,6 @@ TEST_F(Alerts, BadDocumentsAreRefusedWithTheirLines) {
         const char* to;
         const char* logs;
     } rows[] = {
-        {__LINE__, R"("alert_type":3)", R"("alert_type":23)", "The json event is unknown.23|GetJsonInfo failed!"},
-        {__LINE__, R"("count":1)", R"("count":"1")", "count is not string.|GetJsonInfo failed!"},
-        {__LINE__, R"("Guid":)", R"("guide":)", "get json value error.|GetJsonInfo failed!"},
-        {__LINE__, "{", "", "GetJsonInfo failed!"},
         {__LINE__, R"("rule_id":"R-1")", R"("rule_id":1)",
          "rule_id is not string.|GetRuleInfoEx error.|GetRuleInfo failed!|GetJsonInfo failed!"},
         {__LINE__, R"("SubjectPid":)", R"("SubjectPd":)",
@@ -127,7 +114,6 @@ TEST_F(Alerts, BadDocumentsAreRefusedWithTheirLines) {
         {__LINE__, R"("FilePath":"/tmp/gone")", R"("FilePath":7)",
          "FilePath is not 0x00000010.|GetEventPrivateInfo error!|GetRawEventInfoEx error.|GetJsonInfo failed!"},
         {__LINE__, R"("type":7)", R"("type":30)", "The event is unknown.event:30|GetEventPrivateInfo error!"},
-        {__LINE__, R"("alert_type":3)", R"("Alert_type":7,"ExtendedInfo":{})", "GetExtenedInfo failed!\n"},
         {__LINE__, "tool -d", "t\\u0001",
          "[ds]str: t\x01 not Ascii|[ds]str: t\x01 not utf-8|SetSubjectInfo failed!|Set event info failed|"
          "GetThreatAlertInfo failed!|Get com protobuf failed!"},

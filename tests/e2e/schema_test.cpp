@@ -16,20 +16,4 @@ TEST(Schema, HasItsMessagesEnumsAndFields) {
     EXPECT_EQ(file.options().ByteSizeLong(), 0u);
 }
 
-TEST(Schema, KeepsItsOddNumbers) {
-    const std::pair<const char*, int> fields[] = {
-        {"threat_rule.alert_event", 8}, {"threat_event.object_fd_info", 45},     {"virus_info.file_path", 3},
-        {"virus_info.found_uuid", 21},  {"threat_alert.container_init_pid", 34}, {"dup_alert.malicious_key", 6},
-    };
-    for (const auto& [name, number] : fields) {
-        const auto* const field =
-            google::protobuf::DescriptorPool::generated_pool()->FindFieldByName(std::string("vorn_retrace.") + name);
-        ASSERT_NE(field, nullptr) << name;
-        EXPECT_EQ(field->number(), number) << name;
-    }
-    using namespace vorn_retrace;
-    EXPECT_EQ(std::tuple(+VORN_RISK_FILEMON, +VORN_RISK_USER_IOA, +SUCCESS, +VORN_TRACE_FD_INFO),
-              std::tuple(15, 20, 0, 41));
-}
-
 }  // namespace

@@ -86,19 +86,6 @@ TEST_F(Start, LogsItsStepsAndReadsTheSettings) {
     EXPECT_EQ(calls(ZELTRC_UNINIT), 1u);
 }
 
-TEST_F(Start, MissingSettingsReadAsZeroAndTurnTracingOff) {
-    write("reshdl/config/zelreshdl.ini", "");
-    start();
-    expect_logs(
-        "queue max:100, interval:5, trace val:0, trc time:0, trc times:0, ioa match queue size:0, "
-        "disable scan scenario limit:0, alert_filter_switch:1");
-    send(Alert{});
-    expect_event(769);
-    settle();
-    EXPECT_EQ(calls(ZELTRC_CREATE), 0u);
-    expect_figures({{"firstTraceTotalCount", 0}, {"sentToMbCount", 1}});
-}
-
 TEST_F(Start, PlainExportsOnlyLogAndAllIsHarmlessBeforeInit) {
     EXPECT_EQ(EXPORTED(plugin_uninit)(), 0);
     EXPECT_EQ(EXPORTED(plugin_start)() + EXPORTED(plugin_stop)() + EXPORTED(plugin_update)(), 0);

@@ -82,14 +82,6 @@ protected:
     CFifoQueue cache;
 };
 
-TEST_F(HotCache, hashes_the_lower_cased_text_of_process_and_domain) {
-    EXPECT_EQ(hash_of("Evil.COM"), zel::CityHash64("domain:evil.com,ptime:7,path:/bin/sh,pid:4294967295"));
-    EXPECT_EQ(CFifoQueue::CalculateHash(nullptr, 1, "/bin", 2), 0u);
-    EXPECT_EQ(CFifoQueue::CalculateHash("d", 1, nullptr, 2), 0u);
-    const std::string path(2000, 'p');  // the text is cut before the process id
-    EXPECT_EQ(CFifoQueue::CalculateHash("d", 1, path.c_str(), 2), CFifoQueue::CalculateHash("d", 1, path.c_str(), 3));
-}
-
 TEST_F(HotCache, sheds_its_oldest_entries_when_it_is_full) {
     const struct {
         int line, size, percent, left;
