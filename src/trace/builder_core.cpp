@@ -39,10 +39,9 @@ int level_number(std::span<const LevelText> table, const std::string& text) {
 
 namespace zel {
 
-bool taken(const void* part, const char* failure, std::source_location where) {
-    if (part != nullptr) return true;
-    LOG_ERROR_AT(where, "%s", failure);
-    return false;
+bool passed(bool ok, const char* failure, std::source_location where) {
+    if (!ok) LOG_ERROR_AT(where, "%s", failure);
+    return ok;
 }
 
 bool add_texts(const std::vector<std::string>& texts, google::protobuf::RepeatedPtrField<string_ex>* list,

@@ -28,8 +28,8 @@ private:
     vorn_retrace::vorn_trace_info* info_;
 };
 
-// Whether a part of a message could be had; if not, `failure` is logged at ERROR in the caller's name.
-bool taken(const void* part, const char* failure, std::source_location where = std::source_location::current());
+// Hands on whether a step has gone well; if not, `failure` is logged at ERROR in the caller's name.
+bool passed(bool ok, const char* failure, std::source_location where = std::source_location::current());
 
 // Appends the texts, each checked after its element is there. A refused text leaves its element empty and ends the
 // list: false then.

@@ -8,11 +8,8 @@ using namespace vorn_retrace;
 uint64_t CGetProtobuf::GetBfProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer) {
     const zel::TraceInfo info;
     // Nothing is filled in; receivers are sent the alert present and empty.
-    if (!zel::taken(info->mutable_threat(), "mutable_threat failed!")) return 0;
-    if (!SetBfCmd(stNode.uEventId, info.get())) {
-        LOG_ERROR("GetMainBuf failed!");
-        return 0;
-    }
+    if (!zel::passed(info->mutable_threat() != nullptr, "mutable_threat failed!")) return 0;
+    if (!zel::passed(SetBfCmd(stNode.uEventId, info.get()), "GetMainBuf failed!")) return 0;
     SetBfTags(info.get(), stNode.uEventId);
     if (stNode.pData == nullptr) {
         LOG_ERROR("param is error!");

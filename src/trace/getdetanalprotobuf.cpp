@@ -21,10 +21,7 @@ uint64_t CGetProtobuf::GetDetanalProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuff
     const zel::TraceInfo info;
     // What was read before the fault is worth sending.
     if (!parse(*info, stNode.pData, stNode.uSize)) LOG_ERROR("param is error!");
-    if (!SetDetanalCmd(stNode.uEventId, info.get())) {
-        LOG_ERROR("GetMainBuf failed!");
-        return 0;
-    }
+    if (!zel::passed(SetDetanalCmd(stNode.uEventId, info.get()), "GetMainBuf failed!")) return 0;
     return SerializeTraceInfo(*info, buffer);
 }
 

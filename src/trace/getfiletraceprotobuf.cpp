@@ -15,15 +15,9 @@ constexpr float kScore = 100.0F;
 uint64_t CGetProtobuf::GetFileTraceProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer) {
     const zel::TraceInfo info;
     threat_alert* alert = info->mutable_threat();
-    if (!zel::taken(alert, "mutable_threat failed!")) return 0;
-    if (!GetMainBuf(info.get(), TRACE_CMD_BASE_INFO)) {
-        LOG_ERROR("GetMainBuf failed!");
-        return 0;
-    }
-    if (!GetFileTraceThreatAlertInfo(stNode, alert)) {
-        LOG_ERROR("GetThreatAlertInfo failed!");
-        return 0;
-    }
+    if (!zel::passed(alert != nullptr, "mutable_threat failed!")) return 0;
+    if (!zel::passed(GetMainBuf(info.get(), TRACE_CMD_BASE_INFO), "GetMainBuf failed!")) return 0;
+    if (!zel::passed(GetFileTraceThreatAlertInfo(stNode, alert), "GetThreatAlertInfo failed!")) return 0;
     return SerializeTraceInfo(*info, buffer);
 }
 
@@ -46,14 +40,16 @@ bool CGetProtobuf::SetFileTraceEvent(const ST_QUEQE_NODE& stNode, threat_alert* 
         case event_id::file_trace_file: {
             event->set_type(VORN_TRACE_FILE_CREATE);
             file_create_vertex* object = event->mutable_object_file_create();
-            if (!zel::taken(object, "mutable_object_file_create failed!") || !CheckDsStr(path)) return false;
+            if (!zel::passed(object != nullptr, "mutable_object_file_create failed!") || !CheckDsStr(path))
+                return false;
             object->set_file_path(path);
             return true;
         }
         case event_id::file_trace_process: {
             event->set_type(VORN_TRACE_PROCESS);
             process_vertex* object = event->mutable_object_processcreate();
-            if (!zel::taken(object, "mutable_object_processcreate failed!") || !CheckDsStr(path)) return false;
+            if (!zel::passed(object != nullptr, "mutable_object_processcreate failed!") || !CheckDsStr(path))
+                return false;
             object->set_process_path(path);
             return true;
         }

@@ -70,16 +70,11 @@ uint64_t CGetProtobuf::GetComProtobuf(ST_BUF_DATA& stData, bool bRepeated, zel::
     const zel::TraceInfo info;
     if (bRepeated) info->set_err_code(ERROR_CODE_TRACE_FILTERED);
     threat_alert* alert = info->mutable_threat();
-    if (!zel::taken(alert, "mutable_threat failed!")) return 0;
-    if (!GetMainBuf(info.get(), TRACE_CMD_BASE_INFO)) {
-        LOG_ERROR("GetMainBuf failed!");
-        return 0;
-    }
+    if (!zel::passed(alert != nullptr, "mutable_threat failed!")) return 0;
+    if (!zel::passed(GetMainBuf(info.get(), TRACE_CMD_BASE_INFO), "GetMainBuf failed!")) return 0;
     SetTraceTags(stData, info.get(), uEventId);
-    if (!GetThreatAlertInfo(stData, alert, nProcessCount, nRiskLevel)) {
-        LOG_ERROR("GetThreatAlertInfo failed!");
+    if (!zel::passed(GetThreatAlertInfo(stData, alert, nProcessCount, nRiskLevel), "GetThreatAlertInfo failed!"))
         return 0;
-    }
     return SerializeTraceInfo(*info, buffer);
 }
 
@@ -148,7 +143,7 @@ bool CGetProtobuf::SetEventInfo(const ST_RULE& stRule, threat_rule* pRule, int& 
 
 bool CGetProtobuf::SetSubjectInfo(const ST_RAW_EVENT& stEvent, threat_event* pEvent) {
     process_vertex* subject = pEvent->mutable_subject_process();
-    return zel::taken(subject, "mutable_subject_process failed!") && zel::fill(*subject, stEvent, kSubject);
+    return zel::passed(subject != nullptr, "mutable_subject_process failed!") && zel::fill(*subject, stEvent, kSubject);
 }
 
 void CGetProtobuf::SetEventHighlight(const ST_RAW_EVENT& stEvent, threat_event* pEvent) {

@@ -57,16 +57,10 @@ bool set_area_texts(std::span<const AreaText<Message>> texts, const IocVariant2&
 uint64_t CGetProtobuf::GetIocProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer) {
     const zel::TraceInfo info;
     threat_alert* alert = info->mutable_threat();
-    if (!zel::taken(alert, "mutable_threat failed!")) return 0;
-    if (!GetMainBuf(info.get(), TRACE_CMD_BASE_INFO)) {
-        LOG_ERROR("GetMainBuf failed!");
-        return 0;
-    }
+    if (!zel::passed(alert != nullptr, "mutable_threat failed!")) return 0;
+    if (!zel::passed(GetMainBuf(info.get(), TRACE_CMD_BASE_INFO), "GetMainBuf failed!")) return 0;
     info->add_trace_tags_exs()->set_str_data("IOC");
-    if (!GetIocThreatAlertInfo(stNode, alert)) {
-        LOG_ERROR("GetThreatAlertInfo failed!");
-        return 0;
-    }
+    if (!zel::passed(GetIocThreatAlertInfo(stNode, alert), "GetThreatAlertInfo failed!")) return 0;
     return SerializeTraceInfo(*info, buffer);
 }
 
@@ -126,7 +120,7 @@ bool CGetProtobuf::SetIocEventInfo(const ST_IOC_MSG& stMsg, threat_alert* pAlert
 
 bool CGetProtobuf::SetSubjectInfo(const IocVariant2& stArea, threat_event* pEvent) {
     process_vertex* subject = pEvent->mutable_subject_process();
-    if (!zel::taken(subject, "mutable_subject_process failed!")) return false;
+    if (!zel::passed(subject != nullptr, "mutable_subject_process failed!")) return false;
     if (!set_area_texts<process_vertex>(kSubjectTexts, stArea, *subject)) return false;
     subject->set_process_id(static_cast<uint64_t>(static_cast<int32_t>(stArea.uPid)));
     subject->set_process_createtime(stArea.llCreateTime);
@@ -136,7 +130,7 @@ bool CGetProtobuf::SetSubjectInfo(const IocVariant2& stArea, threat_event* pEven
 
 bool CGetProtobuf::SetIocObjectInfo(const IocVariant2& stArea, threat_event* pEvent) {
     dns_query_vertex* object = pEvent->mutable_object_dns_query();
-    if (!zel::taken(object, "mutable_object_file_rename failed!")) return false;
+    if (!zel::passed(object != nullptr, "mutable_object_file_rename failed!")) return false;
     if (!set_area_texts<dns_query_vertex>(kObjectTexts, stArea, *object)) return false;
     object->set_dns_status(stArea.nDnsStatus);
     return true;

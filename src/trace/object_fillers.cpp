@@ -30,7 +30,7 @@ bool time_text(int64_t time, std::string* target) {
 
 bool fill_file_modify_time(const ST_RAW_EVENT& stEvent, threat_event* pEvent, int) {
     file_modify_time_vertex* object = pEvent->mutable_object_file_modify_time();
-    if (!zel::taken(object, "mutable_object_file_modify_time failed!")) return false;
+    if (!zel::passed(object != nullptr, "mutable_object_file_modify_time failed!")) return false;
     const auto& record = *static_cast<const PST_FILE_TIME_CHANGE*>(stEvent.pPrivate);
     if (!CheckDsStr(record.strFilePath)) return false;
     object->set_file_path(record.strFilePath);
@@ -68,7 +68,7 @@ constexpr auto kFileModify =
 // alert.
 bool fill_file_modify(const ST_RAW_EVENT& stEvent, threat_event* pEvent, int nContainerInitPid) {
     file_modify_vertex* object = pEvent->mutable_object_file_modify();
-    if (!zel::taken(object, "mutable_object_file_modify failed!")) return false;
+    if (!zel::passed(object != nullptr, "mutable_object_file_modify failed!")) return false;
     const auto& record = *static_cast<const PST_FILE_MODIFY*>(stEvent.pPrivate);
     if (!zel::fill(*object, record, kFileModify)) return false;
 
@@ -258,7 +258,7 @@ template <size_t index>
 bool fill_row(const ST_RAW_EVENT& stEvent, threat_event* pEvent, int) {
     constexpr const auto& row = std::get<index>(kRows);
     auto* object = (pEvent->*row.take)();
-    if (!zel::taken(object, row.failure)) return false;
+    if (!zel::passed(object != nullptr, row.failure)) return false;
     using Record = typename std::tuple_element_t<0, std::remove_cvref_t<decltype(row.fields)>>::RecordType;
     return zel::fill(*object, *static_cast<const Record*>(stEvent.pPrivate), row.fields);
 }
