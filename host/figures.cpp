@@ -46,7 +46,7 @@ constexpr Meaning kMeanings[] = {
     {"trc_ex event invoke failed!", &KindFigures::unsent},
     {"zeltrc comp function is null.", &KindFigures::no_function, no_event, kKov},
     {"host alert,trace", &KindFigures::host_alerts},
-    {"work item given up:", &KindFigures::given_up},
+    {"event given up:", &KindFigures::given_up},
     // On either worker.
     {"Failed to complete the alarm information.", &KindFigures::not_completed, no_event, kKov},
     {"alert trace success, guid:", &KindFigures::succeeded},

@@ -77,7 +77,7 @@ void write_traces(Text& out, const Totals& totals) {
     const KindFigures kov = totals.of(kKov);
     const uint64_t chains = totals.sum(&KindFigures::host_alerts) + totals.of(kDnsHit).reported +
                             (kov.reported - kov.not_completed) + totals.file_traces;
-    const uint64_t asked = kov.begun + (totals.tracing_off ? 0 : chains);
+    const uint64_t asked = kov.begun - kov.no_function + (totals.tracing_off ? 0 : chains);
     const uint64_t succeeded = totals.sum(&KindFigures::succeeded);
     const uint64_t failed = totals.sum(&KindFigures::failed);
     const uint64_t dropped = totals.sum(&KindFigures::dropped);

@@ -141,7 +141,7 @@ int32_t CResultProcEngine::OnEvent(MbFrame::IEvent* Evt, void*) {
         return 0;
     }
     const ReshdlEventTrace::EventRef event(Evt);
-    zel::guarded("event", [&] { handle_event(*event); });
+    zel::guarded("bus event", [&] { handle_event(*event); });
     return 0;
 }
 
