@@ -1,5 +1,6 @@
 #include "common/checks.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
@@ -8,8 +9,8 @@
 namespace zel {
 
 void assertion_failed(const char* text, std::source_location where) {
-    fprintf(stderr, "%s:%u: %s: Assertion `%s' failed.\n", base_name(where.file_name()),
-            static_cast<unsigned>(where.line()), where.function_name(), text);
+    fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name,
+            base_name(where.file_name()), static_cast<unsigned>(where.line()), where.function_name(), text);
     abort();
 }
 

@@ -6,7 +6,7 @@
 
 namespace zel {
 
-// Prints "FILE:LINE: FUNCTION: Assertion `TEXT' failed." to standard error and aborts.
+// Prints "PROGRAM: FILE:LINE: FUNCTION: Assertion `TEXT' failed." to standard error and aborts.
 [[noreturn]] void assertion_failed(const char* text, std::source_location where = std::source_location::current());
 
 // Ends the process through abort; names the operation on standard error.

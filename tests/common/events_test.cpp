@@ -24,7 +24,7 @@ int release(char* buffer) {
     return 0;
 }
 
-TEST(Event, answers_to_one_interface_and_counts_its_references) {
+TEST(Event, AnswersToOneInterfaceAndCountsItsReferences) {
     zel_test::FakeDispatcher bus;
     EventRef event = InvokeEvent(769, 1536, text("message"), 7, EDataType::plugin, "guid");
     ASSERT_EQ(bus.events.size(), 1u);
@@ -52,7 +52,7 @@ TEST(Event, answers_to_one_interface_and_counts_its_references) {
     EXPECT_EQ(bus.events[0]->Release(), 1);
 }
 
-TEST(Event, gives_a_result_of_the_trace_module_back_if_the_module_is_there) {
+TEST(Event, GivesAResultOfTheTraceModuleBackIfTheModuleIsThere) {
     zel_test::FakeDispatcher bus;
     const auto table = std::make_shared<TrcFunctionTable>();
     table->trace_event_release = release;
@@ -66,7 +66,7 @@ TEST(Event, gives_a_result_of_the_trace_module_back_if_the_module_is_there) {
     EXPECT_EQ(given_back, std::vector<std::string>{"theirs"});
 }
 
-TEST(Event, leaves_the_buffer_to_the_caller_when_it_cannot_be_published) {
+TEST(Event, LeavesTheBufferToTheCallerWhenItCannotBePublished) {
     char buffer[] = "kept";
     zel_test::LogCapture::get().take();
     EXPECT_EQ(InvokeEvent(769, 1536, nullptr, 4, EDataType::plugin, ""), nullptr);
@@ -74,7 +74,7 @@ TEST(Event, leaves_the_buffer_to_the_caller_when_it_cannot_be_published) {
     EXPECT_EQ(zel_test::LogCapture::get().take_text(), "E Invoke buf is null!\nE dispatcher is null!\n");
 }
 
-TEST(MemoryCheck, owns_its_texts_for_event_2305_alone) {
+TEST(MemoryCheck, OwnsItsTextsForEvent2305Alone) {
     ST_MEM_DETECT_INFO info{};
     info.uPid = 42;
     info.pszPath = text("/bin/sh");
@@ -91,7 +91,7 @@ TEST(MemoryCheck, owns_its_texts_for_event_2305_alone) {
     EXPECT_EQ(bus.events[0]->GetEventId(), 2305u);
 }
 
-TEST(Checked, arithmetic_ends_the_process_on_overflow) {
+TEST(Checked, ArithmeticEndsTheProcessOnOverflow) {
     EXPECT_EQ(zel::checked_sub(INT32_MIN + 1, 1), INT32_MIN);
     EXPECT_EQ(zel::checked_mul(int64_t{INT32_MAX}, int64_t{2}), 4294967294);
     EXPECT_DEATH(zel::checked_add(INT32_MAX, 1), "addition overflows");

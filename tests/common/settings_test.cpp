@@ -10,7 +10,7 @@ using zel_test::AgentFolder;
 
 constexpr const char* kFile = "../config/zelreshdl.ini";
 
-TEST(Settings, are_read_with_limits_and_a_default) {
+TEST(Settings, AreReadWithLimitsAndADefault) {
     const struct {
         int line;
         const char* text;
@@ -41,7 +41,7 @@ TEST(Settings, are_read_with_limits_and_a_default) {
     EXPECT_EQ(zel_test::LogCapture::get().take_text(), "W ini_file_load failed!\nW ini_file_load failed!\n");
 }
 
-TEST(Settings, with_limits_that_make_no_sense_end_the_process) {
+TEST(Settings, WithLimitsThatMakeNoSenseEndTheProcess) {
     EXPECT_DEATH(CltCommon::IniGetUintExA("s", nullptr, 1, 0, 1, "f"), "`pszSection && pszKey && pszFilename'");
     EXPECT_DEATH(CltCommon::IniGetUintExA("s", "k", 0, 0, 1, "f"), "`uiDefault > 0 && uiMaxLimit > 0'");
     EXPECT_DEATH(CltCommon::IniGetUintExA("s", "k", 1, 2, 1, "f"), "`uiMaxLimit >= uiMinLimit'");

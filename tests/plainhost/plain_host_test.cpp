@@ -18,7 +18,7 @@ F from(const char* library, const char* name) {
     return reinterpret_cast<F>(dlsym(handle, name));
 }
 
-TEST(PlainHost, gets_a_first_report_out_of_the_plug_in) {
+TEST(PlainHost, GetsAFirstReportOutOfThePlugIn) {
     using Export = int (*)();
     ASSERT_EQ(from<Export>("bin/libzelreshdl.so", "plugin_init")(), 0);
     std::binary_semaphore reported(0);

@@ -57,7 +57,7 @@ struct Bus : testing::Test, MbFrame::IPlugin {
     lummb_counts before = counts();
 };
 
-TEST_F(Bus, delivers_once_and_counts_every_reference) {
+TEST_F(Bus, DeliversOnceAndCountsEveryReference) {
     EXPECT_LT(frame->Advise(nullptr, 1), 0);
     EXPECT_LT(frame->Advise(this, 1), 0) << "attached already";
     for (const size_t late : {0u, 1u, 2u}) {
@@ -69,7 +69,7 @@ TEST_F(Bus, delivers_once_and_counts_every_reference) {
     }
 }
 
-TEST_F(Bus, unadvise_waits_for_a_running_call_and_drops_what_waits) {
+TEST_F(Bus, UnadviseWaitsForARunningCallAndDropsWhatWaits) {
     std::binary_semaphore entered{0}, gate{0};
     bool ended = false;
     on_event = [&](IEvent* event) { entered.release(), gate.acquire(), event->Release(), ended = true; };
@@ -83,7 +83,7 @@ TEST_F(Bus, unadvise_waits_for_a_running_call_and_drops_what_waits) {
     EXPECT_EQ((Row{counts().delivered, counts().discarded}), (Row{before.delivered + 1, before.discarded + 1}));
 }
 
-TEST_F(Bus, a_dns_event_owns_its_record_and_shares_one_count) {
+TEST_F(Bus, ADnsEventOwnsItsRecordAndSharesOneCount) {
     for (const auto& [line, kind, first, end] : {Row{__LINE__, 1, 2, 11}, {__LINE__, 2, 2, 11}, {__LINE__, 3, 0, 2}}) {
         char text[] = "text";
         const char* variant[14] = {};
@@ -101,7 +101,7 @@ TEST_F(Bus, a_dns_event_owns_its_record_and_shares_one_count) {
     }
 }
 
-TEST_F(Bus, sends_to_every_subscriber_even_after_unadvise) {
+TEST_F(Bus, SendsToEverySubscriberEvenAfterUnadvise) {
     std::string calls;
     const lummb_sink_t sink = [](void* to, IEvent*) { *static_cast<std::string*>(to) += "x"; };
     uint64_t tokens[3] = {};

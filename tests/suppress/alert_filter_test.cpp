@@ -20,7 +20,7 @@ ST_BUF_DATA alert(const Rules& rules) {
     return data;
 }
 
-TEST(AlertFilter, makes_its_key_of_rules_and_images) {
+TEST(AlertFilter, MakesItsKeyOfRulesAndImages) {
     const std::pair<Rules, std::string> rows[] = {
         {{{"", {}}}, ""},
         {{{"r", {}}}, "r"},
@@ -31,7 +31,7 @@ TEST(AlertFilter, makes_its_key_of_rules_and_images) {
     for (const auto& [rules, key] : rows) EXPECT_EQ(AlertFilter::cal_alert_key(alert(rules)), key);
 }
 
-TEST(AlertFilter, forgets_everything_when_a_minute_has_passed_since_it_last_did) {
+TEST(AlertFilter, ForgetsEverythingWhenAMinuteHasPassedSinceItLastDid) {
     AlertFilter filter;
     const auto repeat_after = [&](uint64_t ms, const Rules& rules) {
         zel_test::tick_ms += ms;

@@ -5,7 +5,7 @@
 #include <string>
 
 // Text N of the published list is the N bytes from place N * N on of a fixed sequence.
-TEST(CityHash, gives_the_published_values_of_every_length_class) {
+TEST(CityHash, GivesThePublishedValuesOfEveryLengthClass) {
     std::string bytes(1 << 20, '\0');
     for (uint64_t a = 9, b = 777, place = 0; char& byte : bytes) {
         a += b;

@@ -82,7 +82,7 @@ protected:
     CFifoQueue cache;
 };
 
-TEST_F(HotCache, sheds_its_oldest_entries_when_it_is_full) {
+TEST_F(HotCache, ShedsItsOldestEntriesWhenItIsFull) {
     const struct {
         int line, size, percent, left;
     } rows[] = {{__LINE__, 10, 10, 9}, {__LINE__, 10, 100, 0}, {__LINE__, 11, 30, 8}};
@@ -98,7 +98,7 @@ TEST_F(HotCache, sheds_its_oldest_entries_when_it_is_full) {
     }
 }
 
-TEST_F(HotCache, ends_an_entry_at_the_age_limit_in_a_check_that_is_due) {
+TEST_F(HotCache, EndsAnEntryAtTheAgeLimitInACheckThatIsDue) {
     see("old");
     advance(1);
     see("young");
@@ -110,7 +110,7 @@ TEST_F(HotCache, ends_an_entry_at_the_age_limit_in_a_check_that_is_due) {
     EXPECT_FALSE(repeat("young"));
 }
 
-TEST_F(HotCache, sends_an_empty_batch_and_loses_it_without_a_bus) {
+TEST_F(HotCache, SendsAnEmptyBatchAndLosesItWithoutABus) {
     unsetenv("agentid");
     see("quiet");
     advance(5 * kMinuteMs);
@@ -125,7 +125,7 @@ TEST_F(HotCache, sends_an_empty_batch_and_loses_it_without_a_bus) {
               "E dispatcher is null!\nE trc dup invoke failed!\n");
 }
 
-TEST_F(HotCache, takes_every_hit_as_new_without_settings_or_mutex) {
+TEST_F(HotCache, TakesEveryHitAsNewWithoutSettingsOrMutex) {
     const zel_test::MutexRefusal refusal;
     std::destroy_at(&cache);
     std::construct_at(&cache);
@@ -137,7 +137,7 @@ TEST_F(HotCache, takes_every_hit_as_new_without_settings_or_mutex) {
     EXPECT_EQ(logged(ZEL_LOG_ERROR), "E mutex init failed!\nE mutex init failed!\n");
 }
 
-TEST_F(HotCache, reports_no_more_than_was_hit_while_entries_come_and_go) {
+TEST_F(HotCache, ReportsNoMoreThanWasHitWhileEntriesComeAndGo) {
     int64_t balance = 0;
     std::thread bus_thread([&] {
         for (int i = 0; i < 3000; ++i) balance += repeat(name(i % 25)) ? 1 : 0;

@@ -46,7 +46,7 @@ protected:
     TraceEliminator eliminator;
 };
 
-TEST_F(Eliminator, drops_mild_and_old_alerts_until_the_excess_is_covered) {
+TEST_F(Eliminator, DropsMildAndOldAlertsUntilTheExcessIsCovered) {
     const Node &a = push(3, 3), &b = push(1, 4), &c = push(3, 7), &d = push(1, 6), &e = push(3, 10);
     logged();
     EXPECT_EQ(finish(3, 5000), 51'200);
@@ -59,7 +59,7 @@ TEST_F(Eliminator, drops_mild_and_old_alerts_until_the_excess_is_covered) {
     EXPECT_TRUE(a.bDropped && b.bDropped && c.bDropped && !d.bDropped && !e.bDropped);
 }
 
-TEST_F(Eliminator, drops_only_above_a_limit_from_a_minute_to_ten_hours) {
+TEST_F(Eliminator, DropsOnlyAboveALimitFromAMinuteToTenHours) {
     push(0, 60'000);
     EXPECT_EQ(finish(0, 1), 0);
     push(1, 1);
@@ -74,7 +74,7 @@ TEST_F(Eliminator, drops_only_above_a_limit_from_a_minute_to_ten_hours) {
     EXPECT_EQ(g_statistics.ioaFullTracePredict, static_cast<uint64_t>(-1));
 }
 
-TEST_F(Eliminator, leaves_other_events_and_levels_out_of_the_account) {
+TEST_F(Eliminator, LeavesOtherEventsAndLevelsOutOfTheAccount) {
     Node odd[] = {{-1, 100}, {6, 100}, {3, 100, event_id::kov}};
     for (Node& node : odd) eliminator.Push(&node);
     EXPECT_EQ(finish(3, 1000) + finish(0, 1000), 0);
@@ -85,7 +85,7 @@ TEST_F(Eliminator, leaves_other_events_and_levels_out_of_the_account) {
     EXPECT_EQ(logged(), "E procees count in alarm is zero!\n");
 }
 
-TEST_F(Eliminator, forgets_the_waiting_alerts_at_a_stop) {
+TEST_F(Eliminator, ForgetsTheWaitingAlertsAtAStop) {
     push(3, 20);
     eliminator.Uninit();
     nodes.clear();
@@ -99,14 +99,14 @@ TEST_F(Eliminator, forgets_the_waiting_alerts_at_a_stop) {
     EXPECT_EQ(logged(ZEL_LOG_ERROR), "E mutex_init failed\n");
 }
 
-TEST_F(Eliminator, ends_the_process_when_a_sum_overflows) {
+TEST_F(Eliminator, EndsTheProcessWhenASumOverflows) {
     for (int i = 0; i < 43; ++i) push(3, 10'000);
     EXPECT_DEATH(finish(3, 5000), "overflows");
     eliminator.Pop(&nodes.front());
     EXPECT_EQ(finish(3, 5000), 42 * 50'000'000);
 }
 
-TEST_F(Eliminator, reads_the_highest_level_of_a_trunk_trace) {
+TEST_F(Eliminator, ReadsTheHighestLevelOfATrunkTrace) {
     const char* missing = "W ini_file_get section : trace_setting , key : skip_behavior_level failed\n";
     const char* over = "W section : trace_setting , key : skip_behavior_level failed over the limit\n";
     const struct {
@@ -160,7 +160,7 @@ int64_t eliminate(std::deque<Waiting>& waiting, const int64_t (&cost)[6], int64_
     return saved;
 }
 
-TEST_F(Eliminator, agrees_with_a_plain_account) {
+TEST_F(Eliminator, AgreesWithAPlainAccount) {
     std::deque<Waiting> waiting;
     int64_t cost[6] = {300, 300, 300, 5000, 5000, 5000}, limit = 60'000, drops = 0;
     std::mt19937 random(20240607);
