@@ -3,6 +3,7 @@
 
 #include <google/protobuf/arena.h>
 #include <google/protobuf/repeated_ptr_field.h>
+#include <array>
 #include <cstddef>
 #include <source_location>
 #include <string>
@@ -17,13 +18,16 @@ namespace zel {
 // one by one their allocation and their end would cost more than all the rest.
 class TraceInfo {
 public:
-    TraceInfo() : info_(google::protobuf::Arena::CreateMessage<vorn_retrace::vorn_trace_info>(&arena_)) {}
+    TraceInfo()
+        : arena_(block_.data(), block_.size()),
+          info_(google::protobuf::Arena::CreateMessage<vorn_retrace::vorn_trace_info>(&arena_)) {}
 
     vorn_retrace::vorn_trace_info* operator->() const { return info_; }
     vorn_retrace::vorn_trace_info& operator*() const { return *info_; }
     vorn_retrace::vorn_trace_info* get() const { return info_; }
 
 private:
+    alignas(std::max_align_t) std::array<char, 8192> block_;  // enough for most alerts
     google::protobuf::Arena arena_;
     vorn_retrace::vorn_trace_info* info_;
 };
