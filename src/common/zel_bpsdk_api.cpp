@@ -13,9 +13,6 @@
 
 namespace {
 
-constexpr const char* kDefaultVersion = "3.7.2.20";
-constexpr const char* kDefaultAgentId = "0000000000";
-
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kSanitized = true;
 #elif defined(__has_feature)
@@ -52,16 +49,16 @@ ZelBpSdkApi& ZelBpSdkApi::Instance() {
 }
 
 void ZelBpSdkApi::Init() {
-    *this = ZelBpSdkApi();
-    put(szVersion, kDefaultVersion);
-    put(szAgentId, kDefaultAgentId);
-    load_sdk();
-    load_ipc();
-    read_version();
-    read_agent_id();
+    Binding binding;
+    binding.load_sdk();
+    binding.load_ipc();
+    binding.read_version();
+    binding.read_agent_id();
+    const zel::Lock lock(mutex_);
+    binding_ = binding;
 }
 
-void ZelBpSdkApi::load_sdk() {
+void ZelBpSdkApi::Binding::load_sdk() {
     const int32_t result = zel::open_reporting_library(
         zel::module_path("@/../../lib/libzel_bpsdk.so", zel::kReportingPathSize).c_str(), &m_hBpSdk);
     if (result != 0) {
@@ -83,13 +80,13 @@ void ZelBpSdkApi::load_sdk() {
         LOG_INFO("init zel_bpsdk success");
 }
 
-void ZelBpSdkApi::load_ipc() {
+void ZelBpSdkApi::Binding::load_ipc() {
     if (zel::open_reporting_library(zel::module_path("@/../lib/libodaipc.so", zel::kReportingPathSize).c_str(),
                                     &m_hIpc) == 0)
         zel::reporting_symbol(m_hIpc, "oda_get_hostid", m_oda_get_hostid);
 }
 
-void ZelBpSdkApi::read_version() {
+void ZelBpSdkApi::Binding::read_version() {
     constexpr size_t kDecodeAny = 4;
     const std::unique_ptr<json_t, decltype(&json_decref)> root(
         json_load_file(zel::module_path("@/../../config/agent_cfg.json", zel::kReportingPathSize).c_str(), kDecodeAny,
@@ -101,7 +98,7 @@ void ZelBpSdkApi::read_version() {
     put(szVersion, components);
 }
 
-void ZelBpSdkApi::read_agent_id() {
+void ZelBpSdkApi::Binding::read_agent_id() {
     const char* id = getenv("agentid");
     if (id == nullptr) {
         LOG_ERROR("get agentid from env error !");
@@ -113,13 +110,19 @@ void ZelBpSdkApi::read_agent_id() {
 }
 
 void ZelBpSdkApi::report_busy(size_t events, size_t traces, size_t delayed) const {
+    Binding binding;
+    {
+        const zel::Lock lock(mutex_);
+        binding = binding_;
+    }
+    if (binding.m_zel_bp_trace_utf8 == nullptr) return;
     ST_BP_TRACE_HEAD head{};
     put(head.szModule, "zelreshdl");
     put(head.szFunction, "PushQueue");
     put(head.szProduct, "EDR");
-    put(head.szVersion, szVersion);
-    put(head.szAgentId, std::string_view(szAgentId, strnlen(szAgentId, sizeof szAgentId)));
-    m_zel_bp_trace_utf8(&head,
-                        "[info] The queue reached the busy threshold. Event queue:%zu, trc queue:%zu, delay queue:%zu",
-                        events, traces, delayed);
+    put(head.szVersion, binding.szVersion);
+    put(head.szAgentId, std::string_view(binding.szAgentId, strnlen(binding.szAgentId, sizeof binding.szAgentId)));
+    binding.m_zel_bp_trace_utf8(
+        &head, "[info] The queue reached the busy threshold. Event queue:%zu, trc queue:%zu, delay queue:%zu", events,
+        traces, delayed);
 }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 
+#include "common/mutex.h"
 #include "platform/zel_bp.h"
 
 namespace zel {
@@ -28,32 +29,37 @@ public:
     // An empty object, made at the first call; never destroyed.
     static ZelBpSdkApi& Instance();
 
-    // Loads the libraries and reads version and agent id. A missing library costs log lines. On the starting thread,
-    // before events arrive.
+    // Loads the libraries and reads version and agent id. A missing library costs log lines. On the starting thread; a
+    // second start may come while events arrive.
     void Init();
 
-    // True if a report can be sent.
-    bool can_trace() const { return m_zel_bp_trace_utf8 != nullptr; }
-    // Reports that the delay queue holds too much. Any thread.
+    // Reports that the delay queue holds too much, if the SDK is there. Any thread.
     void report_busy(size_t events, size_t traces, size_t delayed) const;
 
 private:
-    ZelBpSdkApi() = default;
-    void load_sdk();
-    void load_ipc();
-    void read_version();
-    void read_agent_id();
-
-    void* m_hBpSdk = nullptr;
-    void* m_hIpc = nullptr;
     using Unused = int32_t();  // resolved and kept; nothing calls them
-    Unused* m_zel_bp_trace = nullptr;
-    Unused* m_zel_bp_trace_unicode = nullptr;
-    zel_bp_trace_utf8_t m_zel_bp_trace_utf8 = nullptr;
-    Unused* m_oda_get_hostid = nullptr;
-    Unused* m_zel_bp_other = nullptr;
-    zel_bp_init_t m_zel_bp_init = nullptr;
-    Unused* m_zel_bp_uninit = nullptr;
-    char szVersion[16] = {};
-    char szAgentId[32] = {};  // no terminator when the id has 32 bytes or more
+
+    struct Binding {
+        void load_sdk();
+        void load_ipc();
+        void read_version();
+        void read_agent_id();
+
+        void* m_hBpSdk = nullptr;
+        void* m_hIpc = nullptr;
+        Unused* m_zel_bp_trace = nullptr;
+        Unused* m_zel_bp_trace_unicode = nullptr;
+        zel_bp_trace_utf8_t m_zel_bp_trace_utf8 = nullptr;
+        Unused* m_oda_get_hostid = nullptr;
+        Unused* m_zel_bp_other = nullptr;
+        zel_bp_init_t m_zel_bp_init = nullptr;
+        Unused* m_zel_bp_uninit = nullptr;
+        char szVersion[16] = "3.7.2.20";
+        char szAgentId[32] = "0000000000";  // no terminator when the id has 32 bytes or more
+    };
+
+    ZelBpSdkApi() = default;
+
+    mutable zel::PlainMutex mutex_;
+    Binding binding_ GUARDED_BY(mutex_);
 };

@@ -86,9 +86,8 @@ void CReshdlWork::PushQueue(void* pEventData, EVENT_ID_T uEventId) {
     {
         const zel::Lock lock(m_hEventMutex);
         event_size = m_listEvent.size();
-        const ZelBpSdkApi& sdk = ZelBpSdkApi::Instance();
-        if (static_cast<double>(delay_size) > static_cast<double>(limit) * 0.5 && sdk.can_trace())
-            sdk.report_busy(event_size, trc_size, delay_size);
+        if (static_cast<double>(delay_size) > static_cast<double>(limit) * 0.5)
+            ZelBpSdkApi::Instance().report_busy(event_size, trc_size, delay_size);
         // Inclusive, so that a queue may reach the limit plus one.
         if (limit >= event_size && limit >= delay_size && limit >= trc_size) {
             NodePtr node = m_hEventMutex.valid() ? GetEventHandle(pEventData, uEventId) : nullptr;
