@@ -3,107 +3,16 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <initializer_list>
 #include <iterator>
+#include <string_view>
 
 #include "event_kinds.h"
+#include "outcome.h"
 
 namespace zel {
 namespace {
 
-using Figure = uint64_t KindFigures::*;
-
-struct Ending {
-    Figure figure;
-    const char* words;
-};
-// By the place where an event ends: before the bus, on the bus thread, on the alarm worker.
-constexpr Ending kAtIntake[] = {
-    {&KindFigures::no_payload, "without payload"},
-    {&KindFigures::hot, "merged by the hot cache"},
-    {&KindFigures::queue_full, "shed, queue full"},
-    {&KindFigures::not_taken, "refused at intake"},
-};
-constexpr Ending kOnWorker[] = {
-    {&KindFigures::reported, "published"},
-    {&KindFigures::undecoded, "not decoded"},
-    {&KindFigures::filtered, "filtered, busy"},
-    {&KindFigures::trigger_only, "trigger rules only"},
-    {&KindFigures::unbuilt, "not built"},
-    {&KindFigures::unsent, "not sent"},
-    {&KindFigures::no_function, "without trace module"},
-    {&KindFigures::given_up, "given up"},
-};
-
-template <size_t N>
-int64_t sum(const KindFigures& kind, const Ending (&endings)[N]) {
-    int64_t sum = 0;
-    for (const Ending& ending : endings) sum += static_cast<int64_t>(kind.*ending.figure);
-    return sum;
-}
-
 int64_t value(uint64_t number) { return static_cast<int64_t>(number); }
-
-int64_t not_taken_up(const KindFigures& kind) { return value(kind.in) - value(kind.not_subscribed) - value(kind.got); }
-int64_t at_intake(const KindFigures& kind) { return value(kind.got) - value(kind.queued) - sum(kind, kAtIntake); }
-int64_t in_queue(const KindFigures& kind) { return value(kind.queued) - value(kind.begun) - value(kind.ignored); }
-int64_t on_worker(const KindFigures& kind) { return value(kind.begun) - sum(kind, kOnWorker); }
-
-// First pushes into the trace stage: a KOV alert comes a second time, completed.
-int64_t chains(const Totals& totals) {
-    const KindFigures kov = totals.of(kKov);
-    return value(totals.sum(&KindFigures::host_alerts) + totals.of(kDnsHit).reported + totals.file_traces) +
-           value(kov.reported) - value(kov.not_completed);
-}
-
-int64_t ended_traces(const Totals& totals) {
-    return value(totals.sum(&KindFigures::succeeded) + totals.sum(&KindFigures::failed) +
-                 totals.sum(&KindFigures::dropped));
-}
-
-int64_t of_documents(const Totals& totals, std::initializer_list<Figure> figures) {
-    int64_t sum = 0;
-    for (const uint32_t id : {kIoaAlert, kMemoryTrojan})
-        for (const Figure figure : figures) sum += value(totals.of(id).*figure);
-    return sum;
-}
-
-struct CounterRow {
-    const char* key;
-    int64_t (*counted)(const Account& account);
-};
-template <Figure figure>
-int64_t sum_of(const Account& account) {
-    return value(account.totals.sum(figure));
-}
-// The plug-in's figures beside what the log lines and the bus say. A KOV alert that is put off by the alarm worker
-// enters the trc queue as a first attempt, all other retries enter the delay queue.
-constexpr CounterRow kCounters[] = {
-    {"recvAlarmCount", sum_of<&KindFigures::got>},
-    {"eventQueueTotalCount", sum_of<&KindFigures::queued>},
-    {"eventQueueOverflowCount", sum_of<&KindFigures::queue_full>},
-    {"hotCacheHitCount", sum_of<&KindFigures::hot>},
-    {"alertEventTotalCount",
-     [](const Account& a) {
-         return of_documents(a.totals, {&KindFigures::reported, &KindFigures::unbuilt, &KindFigures::unsent});
-     }},
-    {"alertEventFilterCount", sum_of<&KindFigures::repeats>},
-    {"sentToMbCount", [](const Account& a) { return of_documents(a.totals, {&KindFigures::reported}); }},
-    {"traceFailedCount", sum_of<&KindFigures::failed>},
-    {"traceDroppedCount", sum_of<&KindFigures::dropped>},
-    {"firstTraceTotalCount",
-     [](const Account& a) {
-         const KindFigures kov = a.totals.of(kKov);
-         return value(kov.begun + kov.retried) + (a.totals.tracing_off ? 0 : chains(a.totals));
-     }},
-    {"delayedTraceTotalCount",
-     [](const Account& a) { return value(a.totals.sum(&KindFigures::retried) - a.totals.of(kKov).retried); }},
-    {"sentToTrcCount",
-     [](const Account& a) {
-         return ended_traces(a.totals) + value(a.totals.sum(&KindFigures::retried)) -
-                value(a.trace.calls[ZELTRC_COMPLETION]);
-     }},
-};
 
 void check_bus(std::vector<Check>& checks, const Account& account, const Terms& terms) {
     const Totals& totals = account.totals;
@@ -171,9 +80,7 @@ Left left_of(const Totals& totals) {
         left.events += in_queue(kind);
         (id == kKov ? left.kov : left.on_worker) += on_worker(kind);
     }
-    const KindFigures kov = totals.of(kKov);
-    left.traces =
-        value(kov.begun) - value(kov.no_function) + (totals.tracing_off ? 0 : chains(totals)) - ended_traces(totals);
+    left.traces = asked_traces(totals) - ended_traces(totals);
     return left;
 }
 
@@ -182,10 +89,14 @@ std::vector<Check> check_account(const Account& account, const Terms& terms) {
     check_bus(checks, account, terms);
     check_stages(checks, account, terms);
     check_traces(checks, account, terms);
-    if (terms.settled)
-        for (const CounterRow& row : kCounters)
-            checks.push_back({fmt::format("{} / counted from outside", row.key), value(account.reports.figure(row.key)),
-                              row.counted(account), false});
+    if (!terms.settled) return checks;
+    const auto agrees = [&](std::string_view key, int64_t counted) {
+        checks.push_back(
+            {fmt::format("{} / counted from outside", key), value(account.reports.figure(key)), counted, false});
+    };
+    for (const CommonFigure& figure : common_figures()) agrees(figure.key, figure.counted(account.totals));
+    agrees("sentToTrcCount", ended_traces(account.totals) + value(account.totals.sum(&KindFigures::retried)) -
+                                 value(account.trace.calls[ZELTRC_COMPLETION]));
     return checks;
 }
 
@@ -201,10 +112,8 @@ std::string balance_text(const Totals& totals) {
             if (n != 0) parts += fmt::format("{}{} {}", parts.empty() ? "" : " + ", n, words);
             rest -= n;
         };
-        for (const Ending& ending : kOnWorker) take(value(kind.*ending.figure), ending.words);
-        for (const Ending& ending : kAtIntake) take(value(kind.*ending.figure), ending.words);
-        take(value(kind.ignored), "ignored");
-        take(value(kind.not_subscribed), "not subscribed");
+        take(value(kind.reported), "published");
+        for (const Ending& ending : kEndings) take(value(kind.*ending.figure), ending.words);
         take(not_taken_up(kind), "released in a reset or at the stop");
         take(in_queue(kind) + (id == kKov ? on_worker(kind) : 0), "waiting at the stop");
         const auto* name = std::ranges::find(kKindNames, id, &KindName::id);
@@ -217,14 +126,11 @@ std::string balance_text(const Totals& totals) {
     }
     const Left left = left_of(totals);
     text += fmt::format("  {:>4} {:<15} {:>8}, difference {}\n", "", "in all", in, difference);
-    const KindFigures kov = totals.of(kKov);
     text += fmt::format(
-        "       traces          {:>8} = {} succeeded + {} failed + {} dropped + {} without trace module + {} waiting "
-        "at "
-        "the stop ({} times put off)\n",
-        value(kov.begun) + (totals.tracing_off ? 0 : chains(totals)), totals.sum(&KindFigures::succeeded),
-        totals.sum(&KindFigures::failed), totals.sum(&KindFigures::dropped), kov.no_function, left.traces,
-        totals.sum(&KindFigures::retried));
+        "       traces          {:>8} = {} succeeded + {} failed + {} dropped + {} waiting at the stop ({} times put "
+        "off)\n",
+        asked_traces(totals), totals.sum(&KindFigures::succeeded), totals.sum(&KindFigures::failed),
+        totals.sum(&KindFigures::dropped), left.traces, totals.sum(&KindFigures::retried));
     return text;
 }
 

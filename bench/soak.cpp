@@ -213,12 +213,13 @@ int main(int argc, char** argv) {
     const milliseconds length = std::clamp(total / static_cast<int>(std::size(kRounds)), kShortestRound, kLongestRound);
     const milliseconds end = machine_time() + total;
     uint32_t rounds = 0;
-    uint32_t failed = 0;
+    std::vector<uint32_t> failed;
     do {
         const RoundKind& kind = kRounds[rounds % std::size(kRounds)];
         fmt::print("round {}, {} s: {}\n", ++rounds, length.count() / 1000, kind.name);
-        if (!run_in_child(kind, length, seed + rounds)) ++failed;
+        if (!run_in_child(kind, length, seed + rounds)) failed.push_back(rounds);
     } while (machine_time() < end || rounds < std::size(kRounds));
-    fmt::print("soak: {} rounds, {} failed\n", rounds, failed);
-    return failed == 0 ? 0 : 1;
+    fmt::print("soak: {} rounds from seed {}, {} failed{}{}\n", rounds, seed, failed.size(), failed.empty() ? "" : ": ",
+               fmt::join(failed, ", "));
+    return failed.empty() ? 0 : 1;
 }

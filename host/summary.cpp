@@ -5,32 +5,11 @@
 #include <iterator>
 
 #include "event_kinds.h"
+#include "outcome.h"
 #include "run.h"
 
 namespace zel {
 namespace {
-
-using Figure = uint64_t KindFigures::*;
-
-struct Ending {
-    Figure figure;
-    const char* words;
-};
-constexpr Ending kEndings[] = {
-    {&KindFigures::not_subscribed, "not subscribed"},
-    {&KindFigures::hot, "merged by the hot cache"},
-    {&KindFigures::queue_full, "shed, queue full"},
-    {&KindFigures::no_payload, "without payload"},
-    {&KindFigures::not_taken, "refused at intake"},
-    {&KindFigures::undecoded, "not decoded"},
-    {&KindFigures::filtered, "filtered, busy"},
-    {&KindFigures::trigger_only, "trigger rules only"},
-    {&KindFigures::unbuilt, "message not built"},
-    {&KindFigures::unsent, "not sent"},
-    {&KindFigures::no_function, "without trace module"},
-    {&KindFigures::given_up, "given up"},
-    {&KindFigures::ignored, "ignored"},
-};
 
 // Signed: a figure that is too large shows as a negative rest.
 int64_t minus(uint64_t a, uint64_t b) { return static_cast<int64_t>(a - b); }
@@ -57,7 +36,7 @@ void write_kind(Text& out, uint32_t id, const KindFigures& kind, uint64_t waitin
         rest -= n;
     };
     for (const Ending& ending : kEndings) take(static_cast<int64_t>(kind.*ending.figure), ending.words);
-    take(minus(kind.in, kind.got + kind.not_subscribed), "not taken up, reset or stop");
+    take(not_taken_up(kind), "not taken up, reset or stop");
     take(minus(kind.queued + waiting, kind.begun + kind.ignored), "waiting at the stop");
     if (kind.repeats > 0) parts.push_back(fmt::format("{} repeats among the reported", kind.repeats));
 
@@ -72,53 +51,21 @@ void write_events(Text& out, const Totals& totals) {
         if (kind.in > 0) write_kind(out, id, kind, id == kKov ? totals.waiting_completions : 0);
 }
 
-// A KOV alert goes to the trace stage twice: for its completion and for its chain.
-void write_traces(Text& out, const Totals& totals) {
-    const KindFigures kov = totals.of(kKov);
-    const uint64_t chains = totals.sum(&KindFigures::host_alerts) + totals.of(kDnsHit).reported +
-                            (kov.reported - kov.not_completed) + totals.file_traces;
-    const uint64_t asked = kov.begun - kov.no_function + (totals.tracing_off ? 0 : chains);
-    const uint64_t succeeded = totals.sum(&KindFigures::succeeded);
-    const uint64_t failed = totals.sum(&KindFigures::failed);
-    const uint64_t dropped = totals.sum(&KindFigures::dropped);
-    const int64_t rest = minus(asked, succeeded + failed + dropped + totals.waiting_traces);
-    out.line("  traces: {} asked for{}, {} finished, {} failed, {} dropped, {} waiting at the stop; put off {} times",
-             asked, totals.tracing_off ? " (tracing is off)" : "", succeeded, failed, dropped, totals.waiting_traces,
-             totals.sum(&KindFigures::retried));
-    if (rest != 0) out.line("  traces: DIFFERENCE {}", rest);
+// In pure mode nobody takes what the host asks for itself.
+uint64_t waiting_traces(const Run& run, const Totals& totals) {
+    const bool nobody = !totals.tracing_off && run.trace_counts && run.trace_counts->counts().calls[ZELTRC_INIT] == 0;
+    return totals.waiting_traces + (nobody ? totals.file_traces : 0);
 }
 
-// Figures that both sides count.
-struct Check {
-    const char* key;
-    uint64_t (*host)(const Totals& totals);
-};
-uint64_t of_documents(const Totals& totals, std::initializer_list<Figure> figures) {
-    const KindFigures ioa = totals.of(kIoaAlert);
-    const KindFigures memory = totals.of(kMemoryTrojan);
-    uint64_t sum = 0;
-    for (const Figure figure : figures) sum += ioa.*figure + memory.*figure;
-    return sum;
+void write_traces(Text& out, const Run& run, const Totals& totals) {
+    const uint64_t waiting = waiting_traces(run, totals);
+    out.line("  traces: {} asked for{}, {} finished, {} failed, {} dropped, {} waiting at the stop; put off {} times",
+             asked_traces(totals), totals.tracing_off ? " (tracing is off)" : "", totals.sum(&KindFigures::succeeded),
+             totals.sum(&KindFigures::failed), totals.sum(&KindFigures::dropped), waiting,
+             totals.sum(&KindFigures::retried));
+    const int64_t rest = asked_traces(totals) - ended_traces(totals) - static_cast<int64_t>(waiting);
+    if (rest != 0) out.line("  traces: DIFFERENCE {}", rest);
 }
-template <Figure figure>
-uint64_t sum_of(const Totals& totals) {
-    return totals.sum(figure);
-}
-constexpr Check kChecks[] = {
-    {"recvAlarmCount", sum_of<&KindFigures::got>},
-    {"eventQueueTotalCount", sum_of<&KindFigures::queued>},
-    {"eventQueueOverflowCount", sum_of<&KindFigures::queue_full>},
-    {"hotCacheHitCount", sum_of<&KindFigures::hot>},
-    {"alertEventFilterCount", sum_of<&KindFigures::repeats>},
-    {"traceFailedCount", sum_of<&KindFigures::failed>},
-    {"traceDroppedCount", sum_of<&KindFigures::dropped>},
-    {"successCount", sum_of<&KindFigures::succeeded>},
-    {"sentToMbCount", [](const Totals& t) { return of_documents(t, {&KindFigures::reported}); }},
-    {"alertEventTotalCount",
-     [](const Totals& t) {
-         return of_documents(t, {&KindFigures::reported, &KindFigures::unbuilt, &KindFigures::unsent});
-     }},
-};
 
 void write_own_statistics(Text& out, const Run& run, const Totals& totals) {
     if (run.reports.count() == 0) return out.line("  the plug-in gave no report");
@@ -132,13 +79,14 @@ void write_own_statistics(Text& out, const Run& run, const Totals& totals) {
     }
     out.line("{}", line);
     bool agree = true;
-    for (const Check& check : kChecks) {
-        const uint64_t host = check.host(totals);
-        const uint64_t own = run.reports.figure(check.key);
-        if (host == own) continue;
+    const auto compare = [&](std::string_view key, int64_t host) {
+        const uint64_t own = run.reports.figure(key);
+        if (static_cast<uint64_t>(host) == own) return;
         agree = false;
-        out.line("  {} DISAGREES: {} by the plug-in, {} by the host's count", check.key, own, host);
-    }
+        out.line("  {} DISAGREES: {} by the plug-in, {} by the host's count", key, own, host);
+    };
+    for (const CommonFigure& figure : common_figures()) compare(figure.key, figure.counted(totals));
+    compare("successCount", static_cast<int64_t>(totals.sum(&KindFigures::succeeded)));
     if (agree) out.line("  the host's own count agrees");
 }
 
@@ -176,7 +124,7 @@ std::string summary(const Run& run) {
         "answers",
         totals.sum(&KindFigures::reported) - expanded, totals.sum(&KindFigures::traces), expanded,
         totals.duplicate_batches, totals.memory_checks, totals.callbacks);
-    write_traces(out, totals);
+    write_traces(out, run, totals);
     write_own_statistics(out, run, totals);
     write_left_over(out, run, totals);
     return out.take();
