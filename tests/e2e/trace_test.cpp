@@ -253,29 +253,18 @@ TEST_F(Traces, ExpansionGoesStraightThrough) {
 
 TEST_F(Traces, OnDemandTracesAnswerTheirCallback) {
     start();
-    const struct {
-        int line;
-        int kind;
-        const char* event;
-    } rows[] = {
-        {__LINE__, 1, R"(type: VORN_TRACE_FILE_CREATE object_file_create { file_path: "/x" })"},
-        {__LINE__, 2, R"(type: VORN_TRACE_PROCESS object_processcreate { process_path: "/x" })"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        const auto context = static_cast<uint32_t>(row.line);
-        EXPECT_EQ(file_trace(row.kind, context, "/x", "key"), 0);
+    for (const auto& [kind, type] : {std::pair{0, vorn_retrace::VORN_TRACE_PROCESS},
+                                     {1, vorn_retrace::VORN_TRACE_FILE_CREATE},
+                                     {2, vorn_retrace::VORN_TRACE_PROCESS}}) {
+        const auto context = 10 + static_cast<uint32_t>(kind);
+        EXPECT_EQ(file_trace(kind, context, "/x", "key"), 0);
         const Callback callback = expect_callback(context);
         EXPECT_EQ(callback.code, 8);
         vorn_retrace::vorn_trace_info message;
         ASSERT_TRUE(message.ParseFromString(callback.bytes));
+        EXPECT_EQ(message.threat().file_key(), "key");
         EXPECT_EQ(message.threat().alert_guid().size(), 36u);
-        message.mutable_threat()->clear_alert_guid();
-        EXPECT_EQ(difference(message, std::string(R"(agent_id: "A-1" threat { alert_type: VORN_RISK_FILEMON
-            risk_level: VORN_RISK_LEVEL_CRITICAL threat_score: 100 total_score: 100 file_key: "key"
-            alert_rule { alert_event {)") +
-                                          row.event + "}}}"),
-                  "");
+        EXPECT_EQ(message.threat().alert_rule(0).alert_event(0).type(), type) << kind;
     }
     EXPECT_EQ(file_trace(1, 1, nullptr), -1);
     EXPECT_EQ(file_trace(1, 1, "/x", nullptr), -1);
