@@ -44,8 +44,8 @@ uint64_t read_all(const char* data, uint64_t size) {
 
 }  // namespace
 
-Rig::Rig(const std::vector<Setting>& settings, LineWatcher watcher, void* context)
-    : folder_(ZEL_AGENT_DIR, prepared(settings)),
+Rig::Rig(const std::string& agent, const std::vector<Setting>& settings, LineWatcher watcher, void* context)
+    : folder_(agent, prepared(settings)),
       watcher_(watcher),
       watcher_context_(context),
       bus_{folder_.library("liblummb.so")},

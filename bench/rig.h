@@ -1,5 +1,5 @@
-// The built plug-in in a private copy of the staged agent folder, with a host's count of all that goes in and comes
-// out. For the long runs; the count is that of zelhost.
+// The built plug-in in a private copy of an agent folder, with a host's count of all that goes in and comes out. For
+// the long runs; the count is that of zelhost.
 #pragma once
 
 #include <atomic>
@@ -23,7 +23,8 @@ using LineWatcher = void (*)(void* context, std::string_view line);
 class Rig {
 public:
     // The bus is loaded, the plug-in too, but not started. Throws Failure.
-    explicit Rig(const std::vector<Setting>& settings, LineWatcher watcher = nullptr, void* context = nullptr);
+    Rig(const std::string& agent, const std::vector<Setting>& settings, LineWatcher watcher = nullptr,
+        void* context = nullptr);
     // The plug-in must have been stopped.
     ~Rig();
     Rig(const Rig&) = delete;

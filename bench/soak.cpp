@@ -11,10 +11,12 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "agent_folder.h"
 #include "balance.h"
 #include "failure.h"
 #include "fast_clock.h"
@@ -72,15 +74,20 @@ uint64_t allowed_growth_kib(const Totals& totals) {
     return 4096 + totals.sum(&KindFigures::ignored) + totals.file_traces / 2 + totals.sum(&KindFigures::undecoded) * 2;
 }
 
+std::vector<Setting> parsed(std::span<const char* const> texts) {
+    std::vector<Setting> list;
+    for (const char* text : texts) list.push_back(parse_setting(text));
+    return list;
+}
+
 class Round {
 public:
-    Round(const RoundKind& kind, milliseconds length, uint32_t seed)
-        : kind_(kind), length_(length), seed_(seed), rig_(settings(kind)) {}
+    Round(const std::string& agent, const RoundKind& kind, milliseconds length, uint32_t seed)
+        : kind_(kind), length_(length), seed_(seed), rig_(agent, parsed(kind.settings)) {}
 
     bool run();
 
 private:
-    static std::vector<Setting> settings(const RoundKind& kind);
     void start();
     void load_until(Load& load, milliseconds end);
     void rest(Load& load);
@@ -96,13 +103,6 @@ private:
     uint64_t wrong_ = 0;
     std::vector<uint64_t> resident_;  // KiB at each rest
 };
-
-std::vector<Setting> Round::settings(const RoundKind& kind) {
-    std::vector<Setting> list;
-    for (const char* text : kCommon) list.push_back(parse_setting(text));
-    for (const char* text : kind.settings) list.push_back(parse_setting(text));
-    return list;
-}
 
 void Round::start() {
     if (rig_.plugin().init() != 0) throw Failure("plugin_init failed");
@@ -182,9 +182,9 @@ bool Round::sum_up() {
     return failed.empty() && wrong_ == 0;
 }
 
-int run_round(const RoundKind& kind, milliseconds length, uint32_t seed) {
+int run_round(const std::string& agent, const RoundKind& kind, milliseconds length, uint32_t seed) {
     try {
-        return Round(kind, length, seed).run() ? 0 : 1;
+        return Round(agent, kind, length, seed).run() ? 0 : 1;
     } catch (const std::exception& e) {
         fmt::print("  WRONG: {}\n", e.what());
         return 1;
@@ -192,12 +192,12 @@ int run_round(const RoundKind& kind, milliseconds length, uint32_t seed) {
 }
 
 // In a process of its own, which an alarm ends if it hangs.
-bool run_in_child(const RoundKind& kind, milliseconds length, uint32_t seed) {
+bool run_in_child(const std::string& agent, const RoundKind& kind, milliseconds length, uint32_t seed) {
     fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
         alarm(static_cast<unsigned>(length.count() / 1000) + kGraceSeconds);
-        exit(run_round(kind, length, seed));
+        exit(run_round(agent, kind, length, seed));
     }
     int status = 0;
     waitpid(child, &status, 0);
@@ -205,11 +205,9 @@ bool run_in_child(const RoundKind& kind, milliseconds length, uint32_t seed) {
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    const milliseconds total = std::chrono::seconds(argc > 1 ? atoi(argv[1]) : 60);
-    const auto seed = static_cast<uint32_t>(argc > 2 ? atoi(argv[2]) : 1);
+int soak(milliseconds total, uint32_t seed) {
+    // One copy for all rounds: a build in the meantime changes the staged folder.
+    const AgentFolder agent(ZEL_AGENT_DIR, parsed(kCommon));
     const milliseconds length = std::clamp(total / static_cast<int>(std::size(kRounds)), kShortestRound, kLongestRound);
     const milliseconds end = machine_time() + total;
     uint32_t rounds = 0;
@@ -217,9 +215,21 @@ int main(int argc, char** argv) {
     do {
         const RoundKind& kind = kRounds[rounds % std::size(kRounds)];
         fmt::print("round {}, {} s: {}\n", ++rounds, length.count() / 1000, kind.name);
-        if (!run_in_child(kind, length, seed + rounds)) failed.push_back(rounds);
+        if (!run_in_child(agent.root(), kind, length, seed + rounds)) failed.push_back(rounds);
     } while (machine_time() < end || rounds < std::size(kRounds));
     fmt::print("soak: {} rounds from seed {}, {} failed{}{}\n", rounds, seed, failed.size(), failed.empty() ? "" : ": ",
                fmt::join(failed, ", "));
     return failed.empty() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return soak(std::chrono::seconds(argc > 1 ? atoi(argv[1]) : 60),
+                    static_cast<uint32_t>(argc > 2 ? atoi(argv[2]) : 1));
+    } catch (const std::exception& e) {
+        fmt::print(stderr, "soak: {}\n", e.what());
+        return 1;
+    }
 }

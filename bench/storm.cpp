@@ -98,6 +98,7 @@ public:
         : alerts_(alerts),
           account_(alerts + kWarmUp, kSkipLevel),
           rig_(
+              ZEL_AGENT_DIR,
               {parse_setting("zelreshdl:config:queue_max=100"), parse_setting("zelreshdl:config:interval=1"),
                parse_setting("zeltrc:standin:cost_ms=1"), parse_setting("zeltrc:trace_setting:skip_behavior_level=2")},
               [](void* account, std::string_view line) { static_cast<StormAccount*>(account)->line(line); },
