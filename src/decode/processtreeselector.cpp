@@ -1,7 +1,7 @@
 #include "decode/processtreeselector.h"
 
 ProcessTreeSelector& ProcessTreeSelector::Instance() {
-    static ProcessTreeSelector selector;
+    static ProcessTreeSelector& selector = *new ProcessTreeSelector;
     return selector;
 }
 

@@ -14,7 +14,7 @@ constexpr uint64_t kLongestWindowMs = 59999;
 }  // namespace
 
 AlertFilter& AlertFilter::GetInstance() {
-    static AlertFilter instance;
+    static AlertFilter& instance = *new AlertFilter;
     return instance;
 }
 

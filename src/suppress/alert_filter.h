@@ -11,6 +11,7 @@ namespace ResHdlAlert {
 
 class AlertFilter {
 public:
+    // Made at the first call and never destroyed: a host that exits without a stop has the worker running till the end.
     static AlertFilter& GetInstance();
     AlertFilter();
     virtual ~AlertFilter() = default;
