@@ -1,9 +1,9 @@
 #include "trace/object_fillers.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <array>
+#include <fstream>
 #include <optional>
 #include <utility>
 
@@ -38,35 +38,25 @@ bool fill_file_modify_time(const ST_RAW_EVENT& stEvent, threat_event* pEvent, in
            time_text(record.llPreTime, object->mutable_file_pre_time());
 }
 
-// A path that stems from a document must not stop the worker for good, as the opening of a pipe would that nobody
-// writes to; hence O_NONBLOCK, which makes no difference to a file.
-class OpenFile {
-public:
-    explicit OpenFile(const char* path) : descriptor_(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
-    ~OpenFile() {
-        if (is_open()) close(descriptor_);
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
+// The path stems from a document. To open a pipe that nobody writes to would stop the worker for good, and a device may
+// act on being opened; neither has a size.
+bool may_open(const char* path) {
+    struct stat status{};
+    return stat(path, &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
+}
 
-    bool is_open() const { return descriptor_ >= 0; }
-    // Bytes; negative for what has no size.
-    off_t size() const { return lseek(descriptor_, 0, SEEK_END); }
-
-private:
-    const int descriptor_;
-};
-
-// None, with an ERROR line, when the file does not open; none for what has no size.
+// Bytes of a file; none, with an ERROR line, when it does not open.
 std::optional<uint64_t> file_size(const char* path) {
-    const OpenFile file(path);
-    if (!file.is_open()) {
+    std::ifstream stream;
+    if (may_open(path)) stream.open(path, std::ios::binary);
+    if (!stream.is_open()) {
         LOG_ERROR("open file error");
         return std::nullopt;
     }
-    const off_t size = file.size();
-    if (size < 0) return std::nullopt;
-    return static_cast<uint64_t>(size);
+    stream.seekg(0, std::ios::end);
+    const std::streamoff position = stream.tellg();
+    if (position < 0) return std::nullopt;
+    return static_cast<uint64_t>(position);
 }
 
 constexpr auto kFileModify =
