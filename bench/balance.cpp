@@ -64,10 +64,13 @@ void check_traces(std::vector<Check>& checks, const Account& account, const Term
                       value(account.process_traces + account.file_answers), false});
     checks.push_back(
         {"buffers given to the trace module that are not its own", value(account.trace.foreign_releases), 0, false});
-    // Kept by a KOV alert that was not completed, or by an event that outlived the module.
-    if (!terms.resets)
-        checks.push_back({"result buffers left / KOV alerts that were not completed", value(account.trace.outstanding),
-                          value(kov.not_completed), terms.partial_results});
+    if (terms.resets) return;
+    const int64_t kept = value(kov.not_completed);
+    const int64_t left = value(account.trace.outstanding);
+    checks.push_back({"result buffers left / of KOV alerts that were not completed and events that outlived the module",
+                      left, kept + value(account.outlived), true});
+    if (!terms.partial_results)
+        checks.push_back({"of KOV alerts that were not completed / result buffers left", kept, left, true});
 }
 
 }  // namespace

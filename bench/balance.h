@@ -35,6 +35,7 @@ struct Account {
     uint64_t all_answers = 0;          // calls of the host's result callback, whatever for
     uint64_t process_traces = 0;       // accepted
     uint64_t delivered_in_resets = 0;  // most events that were released unhandled in a reset period
+    uint64_t outlived = 0;             // most events that were released after the trace module had been unloaded
 };
 
 // How a run was made, and so what must hold.

@@ -105,7 +105,13 @@ void Rig::hold(MbFrame::IEvent* event) {
         }
         held_.push_back(event);
     }
-    if (oldest != nullptr) oldest->Release();
+    if (oldest != nullptr) give_back(oldest);
+}
+
+void Rig::give_back(MbFrame::IEvent* event) {
+    const uint64_t phase = phase_;
+    event->Release();
+    if (phase % 2 != 0 || phase != phase_) ++outlived_;
 }
 
 void Rig::release_held() {
@@ -115,7 +121,20 @@ void Rig::release_held() {
         released.assign(held_.begin(), held_.end());
         held_.clear();
     }
-    for (MbFrame::IEvent* const event : released) event->Release();
+    for (MbFrame::IEvent* const event : released) give_back(event);
+}
+
+void Rig::start() {
+    if (plugin_.init() != 0) throw Failure("plugin_init failed");
+    ++phase_;
+}
+
+void Rig::stop() {
+    ++phase_;
+    const lummb_counts before = bus_.counts();
+    plugin_.uninit();
+    outlived_ += before.sending + bus_.counts().sent - before.sent;
+    drain_bus();
 }
 
 template <class Publish>
@@ -204,6 +223,7 @@ Account Rig::account() {
     account.trace = trace_counts_.counts();
     account.totals = figures_.totals();
     account.left = left_of(account.totals);
+    account.outlived = outlived_;
     account.file_answers = g_answers[kFileTraceCode];
     account.all_answers = std::accumulate(g_answers.begin(), g_answers.end(), uint64_t{0});
     const std::lock_guard lock(mutex_);

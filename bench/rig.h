@@ -19,7 +19,7 @@ namespace zel {
 // Sees each log line, one at a time, on the thread that logs. Must be quick and must not log.
 using LineWatcher = void (*)(void* context, std::string_view line);
 
-// Any thread, but for init and uninit of the plug-in.
+// Any thread, but for start and stop.
 class Rig {
 public:
     // The bus is loaded, the plug-in too, but not started. Throws Failure.
@@ -29,6 +29,11 @@ public:
     ~Rig();
     Rig(const Rig&) = delete;
     Rig& operator=(const Rig&) = delete;
+
+    // Starts and stops the plug-in, on one thread. The stop waits until the bus has delivered all that was sent. Throws
+    // Failure when the plug-in does not start.
+    void start();
+    void stop();
 
     // Publish one event; wait while the bus is full.
     void publish(uint32_t id, const char* data, uint64_t size);
@@ -67,6 +72,7 @@ private:
     static void on_report(void* context, const char* module, int32_t result, const char* text);
     static int on_answer(int code, uint32_t context, const char* buffer, uint32_t size);
     void hold(MbFrame::IEvent* event);
+    void give_back(MbFrame::IEvent* event);
     template <class Publish>
     void publish_when_room(uint32_t id, Publish publish);
 
@@ -76,6 +82,8 @@ private:
     void* watcher_context_;
     std::atomic<uint64_t> longest_event_queue_ = 0;
     std::atomic<uint64_t> checksum_ = 0;  // of all that was sent
+    std::atomic<uint64_t> phase_ = 1;     // raised at each start and before each stop: odd while the plug-in is stopped
+    std::atomic<uint64_t> outlived_ = 0;  // most events that were released after the trace module had been unloaded
 
     std::mutex mutex_;  // guards what follows, up to the libraries
     Reports reports_;

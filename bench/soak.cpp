@@ -18,7 +18,6 @@
 
 #include "agent_folder.h"
 #include "balance.h"
-#include "failure.h"
 #include "fast_clock.h"
 #include "load.h"
 #include "rig.h"
@@ -88,7 +87,6 @@ public:
     bool run();
 
 private:
-    void start();
     void load_until(Load& load, milliseconds end);
     void rest(Load& load);
     void settle();
@@ -103,10 +101,6 @@ private:
     uint64_t wrong_ = 0;
     std::vector<uint64_t> resident_;  // KiB at each rest
 };
-
-void Round::start() {
-    if (rig_.plugin().init() != 0) throw Failure("plugin_init failed");
-}
 
 void Round::settle() {
     if (rig_.settle(discarded_)) return;
@@ -135,14 +129,13 @@ void Round::load_until(Load& load, milliseconds end) {
 
 // What a stop takes out of the queues is gone without a line, so it counts as left from then on.
 void Round::stop() {
-    rig_.plugin().uninit();
-    rig_.drain_bus();
+    rig_.stop();
     discarded_ = rig_.account().left;
 }
 
 bool Round::run() {
     const milliseconds end = machine_time() + length_;
-    start();
+    rig_.start();
     {
         Load load(rig_, kind_.load, seed_);
         load_until(load, end);
@@ -150,7 +143,7 @@ bool Round::run() {
         stop();
         // The second and later starts do not attach to the bus again: on-demand traces are all that comes.
         for (int i = 0; i < kRestarts; ++i) {
-            start();
+            rig_.start();
             load.resume();
             std::this_thread::sleep_for(length_ / 50);
             if (kind_.terms.settled) rest(load);

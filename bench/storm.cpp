@@ -19,7 +19,6 @@
 
 #include "balance.h"
 #include "event_kinds.h"
-#include "failure.h"
 #include "incoming.h"
 #include "platform/zel_support.h"
 #include "rig.h"
@@ -145,7 +144,7 @@ bool Storm::check(const char* what, uint64_t value, uint64_t most, bool exactly)
 }
 
 bool Storm::run() {
-    if (rig_.plugin().init() != 0) throw Failure("plugin_init failed");
+    rig_.start();
     blow(kWarmUp, 0);
     settle();
     rig_.release_held();
@@ -171,7 +170,7 @@ bool Storm::run() {
     growth_kib_ = static_cast<int64_t>(resident_kib()) - before;
     fmt::print("resident memory {} KiB before, {} KiB more after\n", before, growth_kib_);
     rig_.collect(kReportBuffer);
-    rig_.plugin().uninit();
+    rig_.stop();
     return sum_up();
 }
 
