@@ -175,7 +175,6 @@ constexpr PureRow kPureRows[] = {
     {"NoSection", "", true},
     {"NoKey", "[advthreats_module]\nother=1\n", true},
     {"Zero", "[advthreats_module]\nenable=0\n", true},
-    {"NoNumber", "[advthreats_module]\nenable=yes\n", true},
     {"One", "[advthreats_module]\nenable=1\n", false},
 };
 INSTANTIATE_TEST_SUITE_P(Table, PureMode, testing::ValuesIn(kPureRows), row_name);
