@@ -35,7 +35,7 @@ struct Decoded {
     bool good;
 };
 
-// The road ends the process on a file time of 0, as stated; such a document is not built.
+// The road ends the process on a file time of 0; such a document is not built.
 bool has_zero_file_time(const ST_BUF_DATA& data) {
     for (const ST_RULE& rule : data.vecRule) {
         for (const ST_RAW_EVENT& event : rule.vecEvent) {

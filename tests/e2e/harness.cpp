@@ -138,7 +138,7 @@ Agent::Agent() {
 
 void Agent::TearDown() {
     if (running_) {
-        // A result that is still on its way when the module is unloaded is stated to stay.
+        // A result that is still on its way when the module is unloaded stays for good.
         if (trace_worker_sleeps() > 0) trace_worker_rests();
         bus_rests();
         stop();

@@ -194,7 +194,7 @@ protected:
     void reset_begin() const { EXPORTED(reset_db_begin)(); }
     void reset_end() const { EXPORTED(reset_db_end)(); }
 
-    size_t kept_results_ = 0;  // most result buffers that are stated to stay
+    size_t kept_results_ = 0;  // most result buffers that may stay
 
 private:
     size_t count(const auto& list, const auto& counts) const {
