@@ -1,6 +1,7 @@
 #include "figures.h"
 
 #include <charconv>
+#include <utility>
 
 #include "event_kinds.h"
 #include "platform/zel_support.h"
@@ -116,14 +117,27 @@ void Figures::log_line(int32_t level, std::string_view line) {
     if (meaning == nullptr) return;
     ++(totals_.kinds[event_in_hand != 0 ? event_in_hand : meaning->otherwise].*meaning->figure);
 
-    if (!meaning->text.starts_with("alert trace ")) return;
-    const std::string guid(text.substr(meaning->text.size()));
-    if (meaning->figure == &KindFigures::retried) {
-        put_off_.emplace(guid, event_in_hand);
+    if (meaning->figure == &KindFigures::begun || meaning->figure == &KindFigures::ignored) {
+        ended_since_.reset();
+        if (event_in_hand == kKov) ended_since_.emplace();
+    }
+    if (meaning->text.starts_with("alert trace "))
+        trace_line(meaning->figure, std::string(text.substr(meaning->text.size())));
+}
+
+void Figures::trace_line(uint64_t KindFigures::* figure, const std::string& guid) {
+    const bool on_alarm_worker = event_in_hand == kKov;
+    const auto ended_since = on_alarm_worker ? std::exchange(ended_since_, std::nullopt) : std::nullopt;
+    if (figure == &KindFigures::retried) {
+        if (!on_alarm_worker)
+            put_off_.emplace(guid, event_in_hand);
+        else if (!ended_since || !ended_since->contains(guid))
+            put_off_[guid] = event_in_hand;
         return;
     }
     if (const auto pushed = pushed_.find(guid); pushed != pushed_.end()) pushed_.erase(pushed);
     put_off_.erase(guid);
+    if (ended_since_) ended_since_->insert(guid);
 }
 
 void Figures::published(uint32_t event_id) {

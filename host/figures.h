@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -74,11 +75,16 @@ public:
     uint64_t put_off_traces() const;
 
 private:
+    void trace_line(uint64_t KindFigures::* figure, const std::string& guid);
+
     mutable std::mutex mutex_;
     // Under the mutex.
     Totals totals_;
     std::multiset<std::string> pushed_;        // GUIDs in the eliminator's account
     std::map<std::string, uint32_t> put_off_;  // GUIDs with the event in hand at the first time
+    // While the alarm worker has a KOV alert in hand: GUIDs whose trace has ended since. That worker says that the
+    // alert was put off after it has queued it, and the trace worker may have been quicker.
+    std::optional<std::set<std::string>> ended_since_;
     std::atomic<Clock::time_point> last_sign_{Clock::now()};
 };
 
