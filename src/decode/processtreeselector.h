@@ -8,8 +8,7 @@
 
 class ProcessTreeSelector {
 public:
-    // Made at the first call, which loads the adapter library; works without it. Never destroyed, since a host may exit
-    // with the worker running.
+    // Made at the first call, which loads the adapter library; works without it.
     static ProcessTreeSelector& Instance();
 
     void SetSelection(uint32_t nPid, int64_t llCreateTime, const std::string& strImage);

@@ -1,6 +1,7 @@
 #include "suppress/alert_filter.h"
 
 #include <map>
+#include <memory>
 #include <set>
 #include <string_view>
 
@@ -11,10 +12,13 @@ namespace {
 
 constexpr uint64_t kLongestWindowMs = 59999;
 
+// Its owner is made at load and so goes after the pipeline, whose worker may run until then.
+std::unique_ptr<AlertFilter> g_instance;
+
 }  // namespace
 
 AlertFilter& AlertFilter::GetInstance() {
-    static AlertFilter& instance = *new AlertFilter;
+    static AlertFilter& instance = *(g_instance = std::make_unique<AlertFilter>());
     return instance;
 }
 

@@ -11,7 +11,6 @@ namespace ResHdlAlert {
 
 class AlertFilter {
 public:
-    // Made at the first call and never destroyed: a host that exits without a stop has the worker running till the end.
     static AlertFilter& GetInstance();
     AlertFilter();
     virtual ~AlertFilter() = default;
