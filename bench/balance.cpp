@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <iterator>
 #include <string_view>
 
 #include "event_kinds.h"
@@ -12,25 +10,23 @@
 namespace zel {
 namespace {
 
-int64_t value(uint64_t number) { return static_cast<int64_t>(number); }
-
 void check_bus(std::vector<Check>& checks, const Account& account, const Terms& terms) {
     const Totals& totals = account.totals;
     int64_t unhandled = 0;
     for (const auto& [id, kind] : totals.kinds) unhandled += not_taken_up(kind);
-    const int64_t released = unhandled - value(account.bus.discarded);
-    checks.push_back({"accepted by the bus / published by the host", value(account.bus.published),
-                      value(totals.sum(&KindFigures::in) - totals.sum(&KindFigures::not_subscribed)), false});
+    const int64_t released = unhandled - as_signed(account.bus.discarded);
+    checks.push_back({"accepted by the bus / published by the host", as_signed(account.bus.published),
+                      as_signed(totals.sum(&KindFigures::in) - totals.sum(&KindFigures::not_subscribed)), false});
     checks.push_back({"released in a reset period / not less than none", 0, released, true});
     checks.push_back({"released in a reset period / delivered while one was open", released,
-                      terms.resets ? value(account.delivered_in_resets) : 0, true});
-    checks.push_back({"events sent on the bus / seen by the host", value(account.bus.sent),
-                      value(totals.sum(&KindFigures::reported) + totals.sum(&KindFigures::traces) +
-                            totals.duplicate_batches + totals.memory_checks),
+                      terms.resets ? as_signed(account.delivered_in_resets) : 0, true});
+    checks.push_back({"events sent on the bus / seen by the host", as_signed(account.bus.sent),
+                      as_signed(totals.sum(&KindFigures::reported) + totals.sum(&KindFigures::traces) +
+                                totals.duplicate_batches + totals.memory_checks),
                       false});
-    checks.push_back({"incoming events never released", value(account.bus.alive), 0, false});
-    checks.push_back({"calls on incoming events after their end", value(account.bus.late), 0, false});
-    checks.push_back({"references to the bus's frame left", value(account.bus.frames), 0, false});
+    checks.push_back({"incoming events never released", as_signed(account.bus.alive), 0, false});
+    checks.push_back({"calls on incoming events after their end", as_signed(account.bus.late), 0, false});
+    checks.push_back({"references to the bus's frame left", as_signed(account.bus.frames), 0, false});
 }
 
 void check_stages(std::vector<Check>& checks, const Account& account, const Terms& terms) {
@@ -46,31 +42,31 @@ void check_stages(std::vector<Check>& checks, const Account& account, const Term
     }
     const Left& left = account.left;
     checks.push_back({"events discarded from the queue / longest queue seen", left.events,
-                      terms.settled ? 0 : value(terms.longest_event_queue), true});
-    checks.push_back({"traces waiting that the log names / all that wait", value(account.totals.waiting_traces),
-                      left.traces + value(account.totals.of(kKov).no_function), true});
+                      terms.settled ? 0 : as_signed(terms.longest_event_queue), true});
+    checks.push_back({"traces waiting that the log names / all that wait", as_signed(account.totals.waiting_traces),
+                      left.traces + as_signed(account.totals.of(kKov).no_function), true});
     if (terms.settled) checks.push_back({"traces without an end", left.traces, 0, false});
 }
 
 void check_traces(std::vector<Check>& checks, const Account& account, const Terms& terms) {
     const Totals& totals = account.totals;
     const KindFigures kov = totals.of(kKov);
-    const int64_t completed = value(kov.reported) - value(kov.not_completed);
+    const int64_t completed = as_signed(kov.reported) - as_signed(kov.not_completed);
     // On the trace worker no event is in hand: what it could not send belongs to no kind.
-    const int64_t results = value(totals.sum(&KindFigures::traces) + account.file_answers + totals.of(0).unsent);
-    checks.push_back({"successes of the trace stage / results given out", value(totals.sum(&KindFigures::succeeded)),
-                      completed + results, terms.partial_results});
-    checks.push_back({"answers to on-demand traces / results of such", value(account.all_answers),
-                      value(account.process_traces + account.file_answers), false});
-    checks.push_back(
-        {"buffers given to the trace module that are not its own", value(account.trace.foreign_releases), 0, false});
+    const int64_t results = as_signed(totals.sum(&KindFigures::traces) + account.file_answers + totals.of(0).unsent);
+    checks.push_back({"successes of the trace stage / results given out",
+                      as_signed(totals.sum(&KindFigures::succeeded)), completed + results, terms.partial_results});
+    checks.push_back({"answers to on-demand traces / results of such", as_signed(account.all_answers),
+                      as_signed(account.process_traces + account.file_answers), false});
+    checks.push_back({"buffers given to the trace module that are not its own",
+                      as_signed(account.trace.foreign_releases), 0, false});
     if (terms.resets) return;
-    const int64_t kept = value(kov.not_completed);
-    const int64_t left = value(account.trace.outstanding);
-    checks.push_back({"result buffers left / of KOV alerts that were not completed and events that outlived the module",
-                      left, kept + value(account.outlived), true});
-    if (!terms.partial_results)
-        checks.push_back({"of KOV alerts that were not completed / result buffers left", kept, left, true});
+    const int64_t kept = as_signed(kov.not_completed);
+    const int64_t left = as_signed(account.trace.outstanding);
+    const int64_t outlived = terms.settled ? 0 : as_signed(account.outlived);
+    checks.push_back({"of KOV alerts that were not completed / result buffers left", kept, left, true});
+    checks.push_back(
+        {"result buffers left / of such alerts and of events that outlived the module", left, kept + outlived, true});
 }
 
 }  // namespace
@@ -95,11 +91,11 @@ std::vector<Check> check_account(const Account& account, const Terms& terms) {
     if (!terms.settled) return checks;
     const auto agrees = [&](std::string_view key, int64_t counted) {
         checks.push_back(
-            {fmt::format("{} / counted from outside", key), value(account.reports.figure(key)), counted, false});
+            {fmt::format("{} / counted from outside", key), as_signed(account.reports.figure(key)), counted, false});
     };
     for (const CommonFigure& figure : common_figures()) agrees(figure.key, figure.counted(account.totals));
-    agrees("sentToTrcCount", ended_traces(account.totals) + value(account.totals.sum(&KindFigures::retried)) -
-                                 value(account.trace.calls[ZELTRC_COMPLETION]));
+    agrees("sentToTrcCount", ended_traces(account.totals) + as_signed(account.totals.sum(&KindFigures::retried)) -
+                                 as_signed(account.trace.calls[ZELTRC_COMPLETION]));
     return checks;
 }
 
@@ -109,22 +105,20 @@ std::string balance_text(const Totals& totals) {
     int64_t difference = 0;
     for (const auto& [id, kind] : totals.kinds) {
         if (kind.in == 0) continue;
-        int64_t rest = value(kind.in);
+        int64_t rest = as_signed(kind.in);
         std::string parts;
         const auto take = [&](int64_t n, const char* words) {
             if (n != 0) parts += fmt::format("{}{} {}", parts.empty() ? "" : " + ", n, words);
             rest -= n;
         };
-        take(value(kind.reported), "published");
-        for (const Ending& ending : kEndings) take(value(kind.*ending.figure), ending.words);
+        take(as_signed(kind.reported), "published");
+        for (const Ending& ending : kEndings) take(as_signed(kind.*ending.figure), ending.words);
         take(not_taken_up(kind), "released in a reset or at the stop");
         take(in_queue(kind) + (id == kKov ? on_worker(kind) : 0), "waiting at the stop");
-        const auto* name = std::ranges::find(kKindNames, id, &KindName::id);
-        text += fmt::format("  {:>4} {:<15} {:>8} = {}", id, name == std::end(kKindNames) ? "" : name->name, kind.in,
-                            parts);
+        text += fmt::format("  {:>4} {:<15} {:>8} = {}", id, kind_name(id), kind.in, parts);
         if (kind.repeats > 0) text += fmt::format(" ({} repeats)", kind.repeats);
         text += rest == 0 ? "\n" : fmt::format(", DIFFERENCE {}\n", rest);
-        in += value(kind.in);
+        in += as_signed(kind.in);
         difference += rest;
     }
     const Left left = left_of(totals);

@@ -20,6 +20,7 @@
 #include "balance.h"
 #include "event_kinds.h"
 #include "incoming.h"
+#include "outcome.h"
 #include "platform/zel_support.h"
 #include "rig.h"
 #include "storm_account.h"
@@ -179,8 +180,6 @@ bool Storm::sum_up() {
     const Totals& totals = account.totals;
     const StormFigures log = account_.figures();
     const KindFigures alerts = totals.of(kIoaAlert);
-    const uint64_t ended =
-        totals.sum(&KindFigures::succeeded) + totals.sum(&KindFigures::failed) + totals.sum(&KindFigures::dropped);
     fmt::print("{}", balance_text(totals));
     check("event queue, longest", log.longest_event_queue, kQueueMax + 1);
     check("trc queue, longest that the intake met", log.longest_trc_queue, 2 * kQueueMax + 3);
@@ -189,7 +188,7 @@ bool Storm::sum_up() {
     check("alerts shed at the intake, by lines", log.full_lines, alerts.queue_full, true);
     check("alerts shed at the intake and published as reports", alerts.queue_full + alerts.reported, published_, true);
     check("reports whose trace has an end", account_.count_ended(), alerts.reported, true);
-    check("ends of traces, by lines", ended, alerts.reported, true);
+    check("ends of traces, by lines", static_cast<uint64_t>(ended_traces(totals)), alerts.reported, true);
     check("alerts shed by the eliminator, by lines", log.drops, totals.sum(&KindFigures::dropped), true);
     check("of these ended as dropped", log.settled, log.drops, true);
     check("faults in the passes", account_.fault_count(), 0, true);

@@ -27,4 +27,11 @@ inline constexpr KindName kKindNames[] = {
     {1544, "event detection"}, {kKov, "KOV alert"},       {kExpand, "expand a chain"}, {2304, "not handled"},
 };
 
+// Empty for an unknown one.
+constexpr const char* kind_name(uint32_t id) {
+    for (const KindName& kind : kKindNames)
+        if (kind.id == id) return kind.name;
+    return "";
+}
+
 }  // namespace zel

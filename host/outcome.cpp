@@ -7,25 +7,23 @@
 namespace zel {
 namespace {
 
-int64_t value(uint64_t number) { return static_cast<int64_t>(number); }
-
 int64_t ended_at(const KindFigures& kind, Place place) {
     int64_t sum = 0;
     for (const Ending& ending : kEndings)
-        if (ending.place == place) sum += value(kind.*ending.figure);
+        if (ending.place == place) sum += as_signed(kind.*ending.figure);
     return sum;
 }
 
 int64_t of_documents(const Totals& totals, std::initializer_list<Figure> figures) {
     int64_t sum = 0;
     for (const uint32_t id : {kIoaAlert, kMemoryTrojan})
-        for (const Figure figure : figures) sum += value(totals.of(id).*figure);
+        for (const Figure figure : figures) sum += as_signed(totals.of(id).*figure);
     return sum;
 }
 
 template <Figure figure>
 int64_t sum_of(const Totals& totals) {
-    return value(totals.sum(figure));
+    return as_signed(totals.sum(figure));
 }
 
 // A KOV alert that is put off by the alarm worker enters the trc queue as a first attempt, all other retries enter the
@@ -46,44 +44,44 @@ constexpr CommonFigure kCommonFigures[] = {
     {"firstTraceTotalCount",
      [](const Totals& t) {
          const KindFigures kov = t.of(kKov);
-         return value(kov.begun + kov.retried) + (t.tracing_off ? 0 : chains(t));
+         return as_signed(kov.begun + kov.retried) + (t.tracing_off ? 0 : chains(t));
      }},
     {"delayedTraceTotalCount",
-     [](const Totals& t) { return value(t.sum(&KindFigures::retried) - t.of(kKov).retried); }},
+     [](const Totals& t) { return as_signed(t.sum(&KindFigures::retried) - t.of(kKov).retried); }},
 };
 
 }  // namespace
 
 int64_t not_taken_up(const KindFigures& kind) {
-    return value(kind.in) - ended_at(kind, Place::before_the_bus) - value(kind.got);
+    return as_signed(kind.in) - ended_at(kind, Place::before_the_bus) - as_signed(kind.got);
 }
 
 int64_t at_intake(const KindFigures& kind) {
-    return value(kind.got) - ended_at(kind, Place::bus_thread) - value(kind.queued);
+    return as_signed(kind.got) - ended_at(kind, Place::bus_thread) - as_signed(kind.queued);
 }
 
 int64_t in_queue(const KindFigures& kind) {
-    return value(kind.queued) - ended_at(kind, Place::event_queue) - value(kind.begun);
+    return as_signed(kind.queued) - ended_at(kind, Place::event_queue) - as_signed(kind.begun);
 }
 
 int64_t on_worker(const KindFigures& kind) {
-    return value(kind.begun) - ended_at(kind, Place::alarm_worker) - value(kind.reported);
+    return as_signed(kind.begun) - ended_at(kind, Place::alarm_worker) - as_signed(kind.reported);
 }
 
 int64_t chains(const Totals& totals) {
     const KindFigures kov = totals.of(kKov);  // comes a second time, completed
-    return value(totals.sum(&KindFigures::host_alerts) + totals.of(kDnsHit).reported + totals.file_traces) +
-           value(kov.reported) - value(kov.not_completed);
+    return as_signed(totals.sum(&KindFigures::host_alerts) + totals.of(kDnsHit).reported + totals.file_traces) +
+           as_signed(kov.reported) - as_signed(kov.not_completed);
 }
 
 int64_t asked_traces(const Totals& totals) {
     const KindFigures kov = totals.of(kKov);
-    return value(kov.begun) - value(kov.no_function) + (totals.tracing_off ? 0 : chains(totals));
+    return as_signed(kov.begun) - as_signed(kov.no_function) + (totals.tracing_off ? 0 : chains(totals));
 }
 
 int64_t ended_traces(const Totals& totals) {
-    return value(totals.sum(&KindFigures::succeeded) + totals.sum(&KindFigures::failed) +
-                 totals.sum(&KindFigures::dropped));
+    return as_signed(totals.sum(&KindFigures::succeeded) + totals.sum(&KindFigures::failed) +
+                     totals.sum(&KindFigures::dropped));
 }
 
 std::span<const CommonFigure> common_figures() { return kCommonFigures; }

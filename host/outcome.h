@@ -12,6 +12,8 @@ namespace zel {
 
 using Figure = uint64_t KindFigures::*;
 
+constexpr int64_t as_signed(uint64_t number) { return static_cast<int64_t>(number); }
+
 enum class Place { before_the_bus, bus_thread, event_queue, alarm_worker };
 
 // One way in which an event ends without a report.

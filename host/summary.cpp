@@ -1,7 +1,6 @@
 // What a run came to, for a person: every event accounted for by kind, and the host's figures beside the plug-in's own.
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <iterator>
 
 #include "event_kinds.h"
@@ -10,9 +9,6 @@
 
 namespace zel {
 namespace {
-
-// Signed: a figure that is too large shows as a negative rest.
-int64_t minus(uint64_t a, uint64_t b) { return static_cast<int64_t>(a - b); }
 
 class Text {
 public:
@@ -27,22 +23,21 @@ private:
     std::string text_;
 };
 
-void write_kind(Text& out, uint32_t id, const KindFigures& kind, uint64_t waiting) {
+void write_kind(Text& out, uint32_t id, const KindFigures& kind, uint64_t put_off) {
     std::vector<std::string> parts;
-    int64_t rest = minus(kind.in, kind.reported);
+    int64_t rest = as_signed(kind.in) - as_signed(kind.reported);
     const auto take = [&](int64_t n, const char* words) {
         if (n <= 0) return;
         parts.push_back(fmt::format("{} {}", n, words));
         rest -= n;
     };
-    for (const Ending& ending : kEndings) take(static_cast<int64_t>(kind.*ending.figure), ending.words);
+    for (const Ending& ending : kEndings) take(as_signed(kind.*ending.figure), ending.words);
     take(not_taken_up(kind), "not taken up, reset or stop");
-    take(minus(kind.queued + waiting, kind.begun + kind.ignored), "waiting at the stop");
+    take(in_queue(kind) + as_signed(put_off), "waiting at the stop");
     if (kind.repeats > 0) parts.push_back(fmt::format("{} repeats among the reported", kind.repeats));
 
-    const auto* name = std::ranges::find(kKindNames, id, &KindName::id);
-    out.line("  {:>4} {:<16} {:>8} {:>9} {:>11}{}{}", id, name == std::end(kKindNames) ? "" : name->name, kind.in,
-             kind.reported, rest, parts.empty() ? "" : "  ", fmt::join(parts, ", "));
+    out.line("  {:>4} {:<16} {:>8} {:>9} {:>11}{}{}", id, kind_name(id), kind.in, kind.reported, rest,
+             parts.empty() ? "" : "  ", fmt::join(parts, ", "));
 }
 
 void write_events(Text& out, const Totals& totals) {
@@ -63,7 +58,7 @@ void write_traces(Text& out, const Run& run, const Totals& totals) {
              asked_traces(totals), totals.tracing_off ? " (tracing is off)" : "", totals.sum(&KindFigures::succeeded),
              totals.sum(&KindFigures::failed), totals.sum(&KindFigures::dropped), waiting,
              totals.sum(&KindFigures::retried));
-    const int64_t rest = asked_traces(totals) - ended_traces(totals) - static_cast<int64_t>(waiting);
+    const int64_t rest = asked_traces(totals) - ended_traces(totals) - as_signed(waiting);
     if (rest != 0) out.line("  traces: DIFFERENCE {}", rest);
 }
 
@@ -81,12 +76,12 @@ void write_own_statistics(Text& out, const Run& run, const Totals& totals) {
     bool agree = true;
     const auto compare = [&](std::string_view key, int64_t host) {
         const uint64_t own = run.reports.figure(key);
-        if (static_cast<uint64_t>(host) == own) return;
+        if (host == as_signed(own)) return;
         agree = false;
         out.line("  {} DISAGREES: {} by the plug-in, {} by the host's count", key, own, host);
     };
     for (const CommonFigure& figure : common_figures()) compare(figure.key, figure.counted(totals));
-    compare("successCount", static_cast<int64_t>(totals.sum(&KindFigures::succeeded)));
+    compare("successCount", as_signed(totals.sum(&KindFigures::succeeded)));
     if (agree) out.line("  the host's own count agrees");
 }
 

@@ -102,14 +102,6 @@ STANDIN_EXPORT int32_t register_report_cb(const char* module, zel_report_cb_t ca
     return -1;
 }
 
-STANDIN_EXPORT uint32_t zelbpmgr_list_modules(zelbpmgr_visit_module_t visit, void* context) try {
-    const auto modules = registry.list();
-    for (const auto& module : modules) visit(context, module->name.c_str());
-    return static_cast<uint32_t>(modules.size());
-} catch (const std::exception&) {
-    return 0;
-}
-
 STANDIN_EXPORT uint32_t zelbpmgr_collect(int32_t thread, uint32_t buffer_size, zelbpmgr_report_t report,
                                          void* context) try {
     if (thread == ZELBPMGR_CALLER) return collect(buffer_size, report, context);

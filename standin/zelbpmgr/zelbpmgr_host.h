@@ -8,11 +8,6 @@
 extern "C" {
 #endif
 
-// Names the modules that have a callback, in the order of their registration; the text is valid during the visit, which
-// must not call back into this library. Returns how many there are.
-typedef void (*zelbpmgr_visit_module_t)(void* context, const char* module);
-typedef uint32_t (*zelbpmgr_list_modules_t)(zelbpmgr_visit_module_t visit, void* context);
-
 // One answer of a callback: its result, and what it wrote. `text` is always terminated; it is empty unless the callback
 // wrote something, and valid during the visit.
 typedef void (*zelbpmgr_report_t)(void* context, const char* module, int32_t result, const char* text);

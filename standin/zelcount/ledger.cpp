@@ -17,7 +17,6 @@ struct Alert {
 
 struct Buffer {
     uint32_t size;
-    uint32_t function;
     uint64_t load;
     std::string guid;
 };
@@ -45,7 +44,7 @@ std::vector<zelcount::TraceBuffer> outstanding_buffers() {
     const std::lock_guard lock(ledger.mutex);
     std::vector<zelcount::TraceBuffer> list;
     for (const auto& [key, buffer] : ledger.buffers)
-        list.push_back({reinterpret_cast<const char*>(~key), buffer.size, buffer.function, buffer.load, buffer.guid});
+        list.push_back({reinterpret_cast<const char*>(~key), buffer.size, buffer.load, buffer.guid});
     return list;
 }
 
@@ -125,9 +124,9 @@ void trc_settled(const std::string& guid, bool another_follows) {
     if (!another_follows) ledger.alerts.erase(at);
 }
 
-void trc_handed_out(const char* buffer, uint32_t size, uint32_t function, const std::string& guid) {
+void trc_handed_out(const char* buffer, uint32_t size, const std::string& guid) {
     const std::lock_guard lock(ledger.mutex);
-    ledger.buffers.insert_or_assign(key_of(buffer), Buffer{size, function, ledger.trc.loads, guid});
+    ledger.buffers.insert_or_assign(key_of(buffer), Buffer{size, ledger.trc.loads, guid});
 }
 
 bool trc_taken_back(const char* buffer) {
@@ -150,29 +149,6 @@ STANDIN_EXPORT void zeltrc_get_counts(zeltrc_counts* counts) {
     const std::lock_guard lock(ledger.mutex);
     *counts = ledger.trc;
     counts->outstanding = ledger.buffers.size();
-}
-
-STANDIN_EXPORT uint64_t zeltrc_list_waiting(zeltrc_visit_alert_t visit, void* context) {
-    const std::lock_guard lock(ledger.mutex);
-    for (const auto& [guid, alert] : ledger.alerts)
-        if (alert.waiting && visit != nullptr) visit(context, guid.c_str());
-    return ledger.trc.waiting;
-}
-
-STANDIN_EXPORT void zeltrc_forget_alert(const char* guid) {
-    if (guid != nullptr) return zelcount::trc_settled(guid, false);
-    const std::lock_guard lock(ledger.mutex);
-    ledger.alerts.clear();
-    ledger.trc.waiting = 0;
-}
-
-STANDIN_EXPORT uint64_t zeltrc_list_outstanding(zeltrc_visit_buffer_t visit, void* context) {
-    const auto list = outstanding_buffers();
-    for (const auto& [buffer, size, function, load, guid] : list) {
-        const zeltrc_buffer shown = {buffer, size, function, load, guid.c_str()};
-        if (visit != nullptr) visit(context, &shown);
-    }
-    return list.size();
 }
 
 STANDIN_EXPORT void zeltrc_set_explainer(zeltrc_explain_t explain, void* context) {

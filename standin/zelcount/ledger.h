@@ -18,7 +18,6 @@ STANDIN_EXPORT void ds_updated();
 struct TraceBuffer {
     const char* buffer;
     uint32_t size;
-    uint32_t function;
     uint64_t load;
     std::string guid;
 };
@@ -40,7 +39,7 @@ STANDIN_EXPORT bool trc_not_ready(const std::string& guid, uint64_t times);
 // The alert no longer waits. How often it was not ready is kept only if another of its traces will follow.
 STANDIN_EXPORT void trc_settled(const std::string& guid, bool another_follows);
 
-STANDIN_EXPORT void trc_handed_out(const char* buffer, uint32_t size, uint32_t function, const std::string& guid);
+STANDIN_EXPORT void trc_handed_out(const char* buffer, uint32_t size, const std::string& guid);
 // True if the buffer was outstanding: the caller frees it.
 STANDIN_EXPORT bool trc_taken_back(const char* buffer);
 

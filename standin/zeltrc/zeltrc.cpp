@@ -99,14 +99,13 @@ void make_result(uint32_t function, vorn_trace_info& message) {
 }
 
 // Gives the message to the caller, in a buffer that trace_event_release frees. False when there is no memory.
-bool hand_out(uint32_t function, const vorn_trace_info& message, const std::string& guid, char** result,
-              uint32_t* result_size) {
+bool hand_out(const vorn_trace_info& message, const std::string& guid, char** result, uint32_t* result_size) {
     const size_t size = message.ByteSizeLong();
     if (size > std::numeric_limits<int>::max()) return false;
     char* buffer = static_cast<char*>(malloc(size != 0 ? size : 1));
     if (buffer == nullptr) return false;
     message.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(buffer));
-    zelcount::trc_handed_out(buffer, static_cast<uint32_t>(size), function, guid);
+    zelcount::trc_handed_out(buffer, static_cast<uint32_t>(size), guid);
     *result = buffer;
     *result_size = static_cast<uint32_t>(size);
     return true;
@@ -130,7 +129,7 @@ int32_t work(const Call& call, const char* input, uint32_t input_size, char** re
     const int32_t code = is_trace ? trace_code(call, guid, now) : ZEL_TRC_COMPLETE;
     if (code != ZEL_TRC_COMPLETE && now.partial_result == 0) return code;
     make_result(call.function, message);
-    return hand_out(call.function, message, guid, result, result_size) ? code : kFailed;
+    return hand_out(message, guid, result, result_size) ? code : kFailed;
 }
 
 int32_t run(uint32_t function, const char* input, uint32_t input_size, char** result, uint32_t* result_size) {

@@ -23,8 +23,8 @@ enum {
 
 // `function` of the counts below is one of the numbers above. The four from ZELTRC_COMPLETION on work on a message.
 struct zeltrc_counts {
-    uint64_t
-        loads;  // a library that the sanitizer build keeps in memory counts once; calls[ZELTRC_INIT] counts its starts
+    // A library that the sanitizer build keeps in memory counts once; calls[ZELTRC_INIT] counts its starts.
+    uint64_t loads;
     uint64_t unloads;
     uint64_t calls[ZELTRC_FUNCTIONS];  // begun
     uint64_t running;                  // calls that work on a message at this moment
@@ -38,27 +38,6 @@ struct zeltrc_counts {
     uint64_t waiting;           // alerts whose last answer was "not ready"
 };
 typedef void (*zeltrc_get_counts_t)(struct zeltrc_counts* counts);
-
-// Visits the GUID of each alert whose last answer was "not ready", in no order; the text is valid during the visit. The
-// visit must not call back into this library. Returns how many there are.
-typedef void (*zeltrc_visit_alert_t)(void* context, const char* guid);
-typedef uint64_t (*zeltrc_list_waiting_t)(zeltrc_visit_alert_t visit, void* context);
-
-// Forgets how often an alert was answered "not ready", and that it waits: the caller has seen its end elsewhere. A null
-// guid forgets all of them.
-typedef void (*zeltrc_forget_alert_t)(const char* guid);
-
-// One result buffer that has not been released. Valid during a visit; `buffer` tells it from others and may be freed by
-// another thread at any time.
-struct zeltrc_buffer {
-    const char* buffer;
-    uint32_t size;
-    uint32_t function;  // that made it
-    uint64_t load;      // number of the load that made it, from 1
-    const char* guid;   // of the alert in it, may be empty
-};
-typedef void (*zeltrc_visit_buffer_t)(void* context, const struct zeltrc_buffer* buffer);
-typedef uint64_t (*zeltrc_list_outstanding_t)(zeltrc_visit_buffer_t visit, void* context);
 
 // Asked at each unload of the module, for each outstanding buffer: not 0 if an event that lives, or a leak that is
 // known, explains it. Such buffers are summed up in one INFO line; all others are named by an ERROR line each. Without

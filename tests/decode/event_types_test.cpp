@@ -126,8 +126,6 @@ TEST(Fields, ConvertNumbersOutsideTheRange) {
         {-3.9, "-3 18446744073709551613 "},
         {9007199254740993.0, "9007199254740992 9007199254740992 "},
         {0x1p63, "-9223372036854775808 9223372036854775808 "},
-        {0x1p64, "-9223372036854775808 0 "},
-        {-0x1p64, "-9223372036854775808 9223372036854775808 "},
     };
     for (const auto& row : rows)
         EXPECT_EQ(dump(zel::truncate_signed(row.number), zel::truncate_unsigned(row.number)), row.expected);

@@ -164,31 +164,25 @@ TEST_F(Alerts, BehaviourRulesAloneAreFilteredUnderLoad) {
 
 TEST_F(Alerts, FindingsGoOutWithTheirCommand) {
     start();
-    vorn_retrace::vorn_trace_info given;
-    given.set_agent_id("other");
-    given.set_task_id("task");
-    const std::string finished = given.SerializeAsString();
     const struct {
         int line;
         uint32_t id;
-        std::string data;
+        const char* data;
         uint32_t out;
-        const char* message;
+        vorn_retrace::TRACE_CMD cmd;
         const char* log;
     } rows[] = {
-        {__LINE__, 1540, "{1}", 769, R"(cmd: TRACE_CMD_PORTSCAN alert_json: "{1}")", "event_id:1540, data:\r\n {1}."},
-        {__LINE__, 1542, "", 769, "cmd: TRACE_CMD_ABNORMAL_LOGIN", "event_id:1542, data:\r\n ."},
-        {__LINE__, 1543, finished, 771, R"(cmd: TRACE_CMD_CREDIBLE_EVENT task_id: "task")",
-         "event_id:1543, data_size:"},
-        {__LINE__, 1544, "\xff", 769, "cmd: TRACE_CMD_EVENT_DETECT", "param is error!"},
+        {__LINE__, 1540, "{1}", 769, vorn_retrace::TRACE_CMD_PORTSCAN, "event_id:1540, data:\r\n {1}."},
+        {__LINE__, 1542, "", 769, vorn_retrace::TRACE_CMD_ABNORMAL_LOGIN, "event_id:1542, data:\r\n ."},
+        {__LINE__, 1543, "\x12\x01t", 771, vorn_retrace::TRACE_CMD_CREDIBLE_EVENT, "event_id:1543, data_size:3."},
+        {__LINE__, 1544, "\xff", 769, vorn_retrace::TRACE_CMD_EVENT_DETECT, "param is error!"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
         send(row.id, row.data);
         const Published event = expect_event(row.out);
         EXPECT_EQ(std::tuple(event.source, event.guid.size()), std::tuple(row.id, 36u));
-        const char* const rest = row.id <= 1542 ? R"( threat {} trace_tags_exs { str_data: "AbnormalL" })" : "";
-        EXPECT_EQ(difference(event.message, row.message + std::string(rest) + R"( agent_id: "A-1")"), "");
+        EXPECT_EQ(event.message.cmd(), row.cmd);
         expect_logs(row.log);
     }
     EXPECT_EQ(count_log("Unknown event!"), 2u);

@@ -90,7 +90,6 @@ TEST_F(Roads, LiveConfigurationTakesBothKeysOrNone) {
     } rows[] = {
         {__LINE__, "", -1, "invalid param"},
         {__LINE__, "{", -1, "on parser json"},
-        {__LINE__, "[]", -1, "delay_time is not a string"},
         {__LINE__, R"({"delay_time":70000,"queue_size":"60"})", -1, "delay_time is not a string"},
         {__LINE__, R"({"delay_time":"70000"})", -1, "delay_time is not a string"},
         {__LINE__, R"({"delay_time":"70000","queue_size":60})", -1, "delay_time is not a string"},

@@ -95,7 +95,6 @@ TEST_F(ZelTrc, AnswersAsInputAndSettingsAsk) {
         {__LINE__, "drop_every=2\nfail_every=3\n", kCreate, alert, {0, kDropped, kFailed, kDropped, 0, kFailed}},
         {__LINE__, "fail_every=-1\nnot_ready_times=2x\ncost_ms=600001\n", kCreate, alert, {0, 0}},
         {__LINE__, "", kCreate, no_text, {kInvalid}},
-        {__LINE__, "", kCreate, "", {kInvalid}},
         {__LINE__, "", "trace_event_coordinate_dispose_trc", "{\"pid\":1}", {0}},
     };
     for (const auto& [line, settings, name, input, codes] : rows) {
