@@ -78,6 +78,8 @@ Left left_of(const Totals& totals) {
         left.at_intake += at_intake(kind);
         left.events += in_queue(kind);
         (id == kKov ? left.kov : left.on_worker) += on_worker(kind);
+        if (id == kIoaAlert || id == kMemoryTrojan)
+            left.on_worker += as_signed(kind.reported) - as_signed(kind.host_alerts) - as_signed(kind.untraced);
     }
     left.traces = asked_traces(totals) - ended_traces(totals);
     return left;

@@ -17,7 +17,7 @@ namespace zel {
 struct Left {
     int64_t at_intake = 0;  // taken up by the plug-in's call-back and neither queued nor ended
     int64_t events = 0;     // in the event queue
-    int64_t on_worker = 0;  // taken from it and not ended, KOV alerts apart
+    int64_t on_worker = 0;  // taken from it and not ended, or sent and not yet done with; KOV alerts apart
     int64_t kov = 0;        // KOV alerts whose completion was put off
     int64_t traces = 0;     // in the trc queue and the delay queue
 

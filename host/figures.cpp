@@ -47,6 +47,7 @@ constexpr Meaning kMeanings[] = {
     {"trc_ex event invoke failed!", &KindFigures::unsent},
     {"zeltrc comp function is null.", &KindFigures::no_function, no_event, kKov},
     {"host alert,trace", &KindFigures::host_alerts},
+    {"container alert, not trace.", &KindFigures::untraced},
     {"event given up:", &KindFigures::given_up},
     // On either worker.
     {"Failed to complete the alarm information.", &KindFigures::not_completed, no_event, kKov},

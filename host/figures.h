@@ -31,6 +31,7 @@ struct KindFigures {
 
     uint64_t repeats = 0;        // of the reported ones
     uint64_t host_alerts = 0;    // of the reported ones: handed to the trace stage
+    uint64_t untraced = 0;       // of the reported documents: the others
     uint64_t not_completed = 0;  // KOV: reported, although its completion was no success
     uint64_t traces = 0;         // finished chains sent, event 770
     uint64_t succeeded = 0, failed = 0, dropped = 0, retried = 0;  // answers of the trace stage
