@@ -63,10 +63,9 @@ void check_traces(std::vector<Check>& checks, const Account& account, const Term
     if (terms.resets) return;
     const int64_t kept = as_signed(kov.not_completed);
     const int64_t left = as_signed(account.trace.outstanding);
-    const int64_t outlived = terms.settled ? 0 : as_signed(account.outlived);
     checks.push_back({"of KOV alerts that were not completed / result buffers left", kept, left, true});
-    checks.push_back(
-        {"result buffers left / of such alerts and of events that outlived the module", left, kept + outlived, true});
+    checks.push_back({"result buffers left / of such alerts and of events that outlived the module", left,
+                      kept + as_signed(account.outlived), true});
 }
 
 }  // namespace
