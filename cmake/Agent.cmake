@@ -6,16 +6,12 @@ foreach(file config/agent_cfg.json reshdl/config/zelreshdl.ini reshdl/config/zel
   configure_file(${PROJECT_SOURCE_DIR}/agent/${file} ${ZEL_AGENT_DIR}/${file} COPYONLY)
 endforeach()
 
-# A stand-in library NAME in FOLDER of the agent, from all sources in the current folder.
+# A stand-in library NAME in FOLDER of the agent, from SOURCES of the current folder, linked with LIBRARIES.
 function(zel_standin name folder)
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
-  if(NOT sources)
-    file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp "")
-    set(sources ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp)
-  endif()
-  add_library(${name} SHARED ${sources})
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_library(${name} SHARED ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
-  target_link_libraries(${name} PRIVATE zel_options ${ARGN})
+  target_link_libraries(${name} PRIVATE zel_options ${arg_LIBRARIES})
   target_link_options(${name} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/standin.map)
   set_target_properties(${name} PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY ${ZEL_AGENT_DIR}/${folder}

@@ -7,8 +7,7 @@ if(ZEL_SANITIZE)
   add_compile_options(-O1 -fno-omit-frame-pointer)
   set(zel_sanitize -fsanitize=${ZEL_SANITIZE})
   add_link_options(${zel_sanitize})
-  string(FIND "${ZEL_SANITIZE}" undefined has_undefined)
-  if(NOT has_undefined EQUAL -1)
+  if(ZEL_SANITIZE MATCHES undefined)
     list(APPEND zel_sanitize -fno-sanitize=vptr -fno-sanitize-recover=all)
     # Two checks of clang beyond those of g++: of function types, which it compares across libraries as well, and of an
     # offset to a null pointer, which the packaged JSON headers make.
@@ -31,16 +30,16 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
 endif()
 target_include_directories(zel_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
 
-# An object library of all sources in the current folder.
-function(zel_folder_library name)
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
-  if(NOT sources)
-    file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp "")
-    set(sources ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp)
-  endif()
-  add_library(${name} OBJECT ${sources})
-  target_link_libraries(${name} PUBLIC zel_options ${ARGN})
-endfunction()
+# What code may ask about its build: 1 under the sanitizer, else 0.
+set(zel_address_sanitizer 0)
+set(zel_thread_sanitizer 0)
+if(ZEL_SANITIZE MATCHES address)
+  set(zel_address_sanitizer 1)
+elseif(ZEL_SANITIZE MATCHES thread)
+  set(zel_thread_sanitizer 1)
+endif()
+target_compile_definitions(zel_options INTERFACE
+  ZEL_ADDRESS_SANITIZER=${zel_address_sanitizer} ZEL_THREAD_SANITIZER=${zel_thread_sanitizer})
 
 # Generated message classes as an object library. "lite" code is hidden and goes into the plug-in, the trace module and
 # their tests; "full" code registers the schema process-wide and goes into the host and the end-to-end tests.

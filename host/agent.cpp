@@ -8,17 +8,7 @@ namespace zel {
 namespace {
 
 // A leak report names no function of a library that is gone.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int kOpenFlags = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr int kOpenFlags = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
-#else
-constexpr int kOpenFlags = RTLD_NOW | RTLD_LOCAL;
-#endif
-#else
-constexpr int kOpenFlags = RTLD_NOW | RTLD_LOCAL;
-#endif
+constexpr int kOpenFlags = RTLD_NOW | RTLD_LOCAL | (ZEL_ADDRESS_SANITIZER != 0 ? RTLD_NODELETE : 0);
 
 }  // namespace
 

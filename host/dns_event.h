@@ -4,8 +4,8 @@
 #include <deque>
 #include <string_view>
 
-#include "common/native_payloads.h"
 #include "json_text.h"
+#include "platform/native_payloads.h"
 
 namespace zel {
 

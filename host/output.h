@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/native_payloads.h"
+#include "platform/native_payloads.h"
 
 namespace zel {
 

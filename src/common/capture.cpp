@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "common/event_ids.h"
 #include "common/log.h"
+#include "platform/event_ids.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <atomic>
 #include <cstdint>
 
-#include "common/mbframe.h"
 #include "common/mutex.h"
+#include "platform/mbframe.h"
 
 // Set by OnAdvised and never cleared, so that a second start does not attach again. Everything outgoing goes through
 // it.

@@ -6,11 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "common/event_ids.h"
-
-// The host's result callback; code 8 answers a file trace, 10 a process trace. The buffer is valid during the call. Its
-// result is ignored.
-using fn_server_ret_t = int (*)(int code, uint32_t context, const char* buffer, uint32_t size);
+#include "platform/event_ids.h"
+#include "platform/zelreshdl.h"
 
 inline constexpr size_t kGuidSize = 37;  // 36 characters and a terminator
 

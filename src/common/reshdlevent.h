@@ -4,8 +4,8 @@
 
 #include <memory>
 
-#include "common/mbframe.h"
-#include "common/native_payloads.h"
+#include "platform/mbframe.h"
+#include "platform/native_payloads.h"
 
 namespace ReshdlEventTrace {
 

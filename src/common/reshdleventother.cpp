@@ -5,10 +5,10 @@
 #include <new>
 
 #include "common/checks.h"
-#include "common/event_ids.h"
 #include "common/log.h"
 #include "common/memory.h"
 #include "common/module_state.h"
+#include "platform/event_ids.h"
 
 namespace {
 

@@ -13,13 +13,7 @@
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kSanitized = false;
-#endif
+constexpr bool kSanitized = ZEL_ADDRESS_SANITIZER != 0 || ZEL_THREAD_SANITIZER != 0;
 
 // The sanitizers end the process when a library is bound to itself first, and lose the names of unloaded code.
 constexpr int kOpenFlags = kSanitized ? RTLD_NOW | RTLD_NODELETE : RTLD_NOW | RTLD_DEEPBIND;

@@ -2,11 +2,11 @@
 
 #include <cstring>
 
-#include "common/event_ids.h"
 #include "common/log.h"
 #include "common/memory.h"
 #include "common/reshdleventother.h"
 #include "decode/memory_party.h"
+#include "platform/event_ids.h"
 
 namespace {
 

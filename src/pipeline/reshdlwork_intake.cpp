@@ -7,10 +7,10 @@
 #include "common/common.h"
 #include "common/log.h"
 #include "common/memory.h"
-#include "common/native_payloads.h"
 #include "common/statistics.h"
 #include "common/zel_bpsdk_api.h"
 #include "pipeline/reshdlwork.h"
+#include "platform/native_payloads.h"
 #include "suppress/fifoqueue.h"
 
 namespace {
@@ -58,9 +58,9 @@ struct CReshdlWork::EventRow {
 constexpr CReshdlWork::EventRow CReshdlWork::kEventRows[] = {
     {event_id::ioc, event_id::ioc, &IocEventHandle, "ioc", &CReshdlWork::HandleIocEvent},
     {event_id::ioa_alert, event_id::ioa_alert, &JsonEventHandle, nullptr, &CReshdlWork::HandleJsonEvent},
-    {1537, 1537, &ComBufEventHandle, nullptr, nullptr},
+    {event_id::unassigned_1537, event_id::unassigned_1537, &ComBufEventHandle, nullptr, nullptr},
     {event_id::memory_trojan, event_id::memory_trojan, &ComBufEventHandle, nullptr, &CReshdlWork::HandleJsonEvent},
-    {1539, 1539, &ComBufEventHandle, nullptr, nullptr},
+    {event_id::unassigned_1539, event_id::unassigned_1539, &ComBufEventHandle, nullptr, nullptr},
     {event_id::port_scan, event_id::abnormal_login, &ComBufEventHandle, nullptr, &CReshdlWork::HandleBFEvent},
     {event_id::credible_event, event_id::event_detect, &ComBufEventHandle, nullptr, &CReshdlWork::HandleDetanalEvent},
     {event_id::kov, event_id::kov, &ComBufEventHandle, "kov", &CReshdlWork::HandleKovEvent},

@@ -8,11 +8,11 @@
 #include "common/checks.h"
 #include "common/log.h"
 #include "common/memory.h"
-#include "common/native_payloads.h"
 #include "common/reshdlevent.h"
 #include "common/statistics.h"
 #include "pipeline/handler_support.h"
 #include "pipeline/reshdlwork.h"
+#include "platform/native_payloads.h"
 
 namespace {
 

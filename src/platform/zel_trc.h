@@ -10,7 +10,7 @@
 extern "C" {
 #endif
 
-enum : int32_t {
+enum {
     ZEL_TRC_COMPLETE = 0,
     ZEL_TRC_DROPPED = -0x7b31fff0,    // 0x84ce0010
     ZEL_TRC_NOT_READY = -0x7b31ffeb,  // 0x84ce0015: try again later

@@ -1,4 +1,4 @@
-#include "plugin/zelreshdl.h"
+#include "platform/zelreshdl.h"
 
 #include "common/guard.h"
 #include "common/log.h"

@@ -8,7 +8,7 @@
 
 #include "common/log.h"
 #include "common/memory.h"
-#include "common/native_payloads.h"
+#include "platform/native_payloads.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // The plug-in object that the bus calls, and its attachment to the bus.
 #pragma once
 
-#include "common/mbframe.h"
 #include "common/module_path.h"
 #include "common/pure_mode.h"
+#include "platform/mbframe.h"
 
 // Identifies this plug-in to the bus; filled when the object is made.
 extern unsigned char g_pluginGuid[16];

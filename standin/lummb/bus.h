@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "common/mbframe.h"
 #include "incoming_event.h"
 #include "lummb_host.h"
+#include "platform/mbframe.h"
 
 using PluginId = std::array<unsigned char, 16>;
 

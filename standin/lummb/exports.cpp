@@ -4,6 +4,7 @@
 #include "bus.h"
 #include "bus_codes.h"
 #include "frame.h"
+#include "platform/event_ids.h"
 
 #define LUMMB_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -24,10 +25,9 @@ LUMMB_EXPORT int32_t lummb_publish(uint32_t event_id, const char* data, uint64_t
 }
 
 LUMMB_EXPORT int32_t lummb_publish_dns(const ST_DNS_NATIVE* record, const char* query_name) noexcept {
-    constexpr uint32_t kDnsEvent = 1281;
     Bus& bus = Bus::instance();
-    const int32_t answer = bus.reserve(kDnsEvent);
-    if (answer == LUMMB_OK) bus.deliver_later(new IncomingEvent(kDnsEvent, make_dns_payload(*record, query_name)));
+    const int32_t answer = bus.reserve(event_id::ioc);
+    if (answer == LUMMB_OK) bus.deliver_later(new IncomingEvent(event_id::ioc, make_dns_payload(*record, query_name)));
     return answer;
 }
 

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "common/mbframe.h"
+#include "platform/mbframe.h"
 
 // Valid after Unadvise and after the library was closed, since plug-ins keep it.
 MbFrame::IDispatch& bus_dispatcher();

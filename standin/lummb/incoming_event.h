@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "common/mbframe.h"
 #include "payload.h"
+#include "platform/mbframe.h"
 #include "reference_count.h"
 
 // The last Release frees the payload at once; the empty object stays for a while, so that a call that comes too late is

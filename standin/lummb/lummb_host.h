@@ -4,8 +4,8 @@
 
 #include <stdint.h>
 
-#include "common/mbframe.h"
-#include "common/native_payloads.h"
+#include "platform/mbframe.h"
+#include "platform/native_payloads.h"
 
 extern "C" {
 

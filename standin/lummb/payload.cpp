@@ -4,9 +4,9 @@
 #include <variant>
 #include <vector>
 
-namespace {
+#include "platform/event_ids.h"
 
-constexpr uint32_t kJsonEvent = 1536;
+namespace {
 
 std::unique_ptr<char[]> copy_bytes(const char* data, uint64_t size) {
     if (data == nullptr) return nullptr;
@@ -18,7 +18,7 @@ std::unique_ptr<char[]> copy_bytes(const char* data, uint64_t size) {
 class BufferPayload final : public Payload {
 public:
     BufferPayload(uint32_t event_id, const char* data, uint64_t size) : bytes_(copy_bytes(data, size)) {
-        if (event_id == kJsonEvent)
+        if (event_id == event_id::ioa_alert)
             record_ = ST_JSON_BUFFER{bytes_.get(), size};
         else
             record_ = ST_COMMON_BUFFER{event_id, size, bytes_.get()};

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "common/native_payloads.h"
+#include "platform/native_payloads.h"
 
 class Payload {
 public:

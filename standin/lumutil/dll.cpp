@@ -6,24 +6,13 @@
 
 #include "platform/zel_support.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define LUMUTIL_ADDRESS_SANITIZER true
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define LUMUTIL_ADDRESS_SANITIZER true
-#endif
-#endif
-#ifndef LUMUTIL_ADDRESS_SANITIZER
-#define LUMUTIL_ADDRESS_SANITIZER false
-#endif
-
 namespace {
 
 constexpr int32_t kNotFound = static_cast<int32_t>(0x84ce0015);
 
 // A leak report can name only functions of libraries that are still loaded; ZEL_DLL_UNLOAD asks for real unloading.
 int open_flags() {
-    const bool keep = LUMUTIL_ADDRESS_SANITIZER && getenv("ZEL_DLL_UNLOAD") == nullptr;
+    const bool keep = ZEL_ADDRESS_SANITIZER != 0 && getenv("ZEL_DLL_UNLOAD") == nullptr;
     return RTLD_NOW | RTLD_LOCAL | (keep ? RTLD_NODELETE : 0);
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "common/native_payloads.h"
+#include "platform/native_payloads.h"
 
 namespace e2e {
 

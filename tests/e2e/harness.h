@@ -21,7 +21,7 @@
 #include "e2e/overrides.h"
 #include "e2e/scripted.h"
 #include "platform/zel_trc.h"
-#include "plugin/zelreshdl.h"
+#include "platform/zelreshdl.h"
 #include "retrace.pb.h"
 #include "standin/lummb/lummb_host.h"
 

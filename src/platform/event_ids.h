@@ -1,4 +1,4 @@
-// Ids of the events that the plug-in handles. What is subscribed stands with the subscription tables.
+// Ids of the events that cross the bus between the agent and the plug-in, in both directions.
 #pragma once
 
 #include <cstdint>
@@ -13,10 +13,12 @@ inline constexpr EVENT_ID file_trace_process = 513;  // any kind but 1
 inline constexpr EVENT_ID file_trace_file = 518;     // kind 1
 
 // Incoming.
-inline constexpr EVENT_ID unprocessed = 534;     // subscribed, refused at intake
-inline constexpr EVENT_ID ioc = 1281;            // a DNS query hit
-inline constexpr EVENT_ID ioa_alert = 1536;      // JSON document
-inline constexpr EVENT_ID memory_trojan = 1538;  // JSON document in a common buffer
+inline constexpr EVENT_ID unprocessed = 534;       // subscribed, refused at intake
+inline constexpr EVENT_ID ioc = 1281;              // a DNS query hit
+inline constexpr EVENT_ID ioa_alert = 1536;        // JSON document
+inline constexpr EVENT_ID unassigned_1537 = 1537;  // not subscribed; accepted, not handled
+inline constexpr EVENT_ID memory_trojan = 1538;    // JSON document in a common buffer
+inline constexpr EVENT_ID unassigned_1539 = 1539;  // as 1537
 inline constexpr EVENT_ID port_scan = 1540;
 inline constexpr EVENT_ID brute_force = 1541;
 inline constexpr EVENT_ID abnormal_login = 1542;

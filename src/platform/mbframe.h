@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "common/interface_ids.h"
+#include "platform/interface_ids.h"
 
 // Base of every counted interface: a virtual table and a 64-bit count. Results of AddRef and Release are the new count.
 class IUnknown {
