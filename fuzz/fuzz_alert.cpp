@@ -39,9 +39,8 @@ struct Decoded {
 bool has_zero_file_time(const ST_BUF_DATA& data) {
     for (const ST_RULE& rule : data.vecRule) {
         for (const ST_RAW_EVENT& event : rule.vecEvent) {
-            if (event.uType != 9) continue;
-            const auto* times = static_cast<const PST_FILE_TIME_CHANGE*>(event.pPrivate);
-            if (times->llPostTime == 0 || times->llPreTime == 0) return true;
+            const auto* times = event.pPrivate.as<PST_FILE_TIME_CHANGE>();
+            if (times != nullptr && (times->llPostTime == 0 || times->llPreTime == 0)) return true;
         }
     }
     return false;

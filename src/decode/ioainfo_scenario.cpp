@@ -31,9 +31,8 @@ constexpr Field<ST_LINK_SET> kLinkFields[] = {
     {"LinkType", &ST_LINK_SET::uLinkType},
 };
 
-const ST_PROCESS_CREATE* created_process(const ST_RAW_EVENT& event) {
-    return event.uType == 1 ? static_cast<const ST_PROCESS_CREATE*>(event.pPrivate) : nullptr;
-}
+// What an event of type 1 created; null for all others.
+const ST_PROCESS_CREATE* created_process(const ST_RAW_EVENT& event) { return event.pPrivate.as<ST_PROCESS_CREATE>(); }
 
 // The created process if there is one to be selected, otherwise the subject.
 void select(const ST_PROCESS_CREATE* created, const ST_RAW_EVENT& event) {

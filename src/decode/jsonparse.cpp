@@ -240,7 +240,7 @@ bool CEventHandle::GetRuleInfoEx(const cJSON* pjRule, std::vector<ST_RULE>& vecR
         ST_RULE& stRule = vecRule.emplace_back();
         if (read_rule(item, stRule)) continue;
         // A refused rule leaves the document before FreeBufData can see its events: their records are lost with it.
-        for (const ST_RAW_EVENT& stEvent : stRule.vecEvent) zel::leave_allocated(stEvent.pPrivate);
+        for (ST_RAW_EVENT& stEvent : stRule.vecEvent) stEvent.pPrivate.leave();
         vecRule.pop_back();
         return false;
     }

@@ -4,12 +4,12 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
-// One behaviour event with its subject, the process that acted.
-//
-// pPrivate is a plain pointer because events are copied by value into their lists: the copy takes the record over, and
-// FreeEventPrivate alone frees it.
+#include "decode/event_private.h"
+
+// One behaviour event with its subject, the process that acted. It owns its record, so it moves and cannot be copied.
 struct ST_RAW_EVENT {
     uint32_t uVersion = 0;
     uint32_t uType = 0;
@@ -21,7 +21,7 @@ struct ST_RAW_EVENT {
     std::string strUser;
     std::string strGuid;
     int64_t llOpTime = 0;
-    void* pPrivate = nullptr;
+    zel::EventPrivate pPrivate;  // the record of the event's type, see event_records.h
     std::vector<std::string> vecHighlight;
     std::vector<std::string> vecSubHighlight;
     uint32_t uPostOpr = 0;  // memory check wanted: bit 0 the subject, bit 1 the object
@@ -30,6 +30,7 @@ struct ST_RAW_EVENT {
     std::string strMd5;
     std::string strSha256;
 };
+static_assert(std::is_nothrow_move_constructible_v<ST_RAW_EVENT> && !std::is_copy_constructible_v<ST_RAW_EVENT>);
 
 struct ST_RULE {
     std::string strRuleId;
@@ -109,8 +110,9 @@ struct ST_CONTAINER_INFO {
 };
 extern ST_CONTAINER_INFO g_stContainerInfo;
 
-// Frees the record behind pPrivate and nulls it. An event of an unknown type keeps its record, with an ERROR line.
+// Frees the record behind pPrivate. An event of an unknown type keeps it for good, with an ERROR line.
 void FreeEventPrivate(ST_RAW_EVENT& stEvent);
 
-// Frees every per-event record and gives up the storage of all lists. Safe on a document that failed to decode.
+// Frees every per-event record and gives up the storage of all lists. Safe on a document that failed to decode. Lists
+// of a document that is not given here end with it, records and all.
 void FreeBufData(ST_BUF_DATA& stData);

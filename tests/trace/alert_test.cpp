@@ -10,24 +10,26 @@ constexpr uint32_t kMinus1 = 0xFFFFFFFF;
 
 // An alert with one rule with one event, and in each member a value of its own.
 struct Alert {
-    ST_FILE_DELETE record{"gone"};
     ST_BUF_DATA data{2,      "mal",   "guid",  kMinus1, -2,   "ev",    "erv", "cid", "rep",  "mnt", "usr", "ns",
                      "iid",  "tag",   "cname", "cap",   "pb", "iname", 1,     -3,    "ext",  "scn", {},    {},
                      "HIGH", kMinus1, 2,       3,       4,    {},      10,    20,    "desc", "name"};
     ST_RULE& rule = data.vecRule.emplace_back(
         ST_RULE{"rid", -5, "mitre", "int", "rdesc", "rname", "risk", 60, "trigger", "ver", {}, {"t1", "t2"}});
     ST_RAW_EVENT& event = rule.vecEvent.emplace_back();
+    ST_FILE_DELETE* record = new ST_FILE_DELETE{"gone"};
 
     Alert() {
-        event = {kMinus1, 7,       kMinus1, kMinus1, "img", "cmd",   30,   "eusr", "eguid",
-                 40,      &record, {},      {},      0,     "login", "ip", "md5",  "sha"};
+        event = {kMinus1, 7,  kMinus1, kMinus1, "img", "cmd",   30,   "eusr", "eguid",
+                 40,      {}, {},      {},      0,     "login", "ip", "md5",  "sha"};
+        event.pPrivate = zel::EventPrivate(std::unique_ptr<ST_FILE_DELETE>(record));
         event.vecHighlight = {"h1", "h2"};
         event.vecSubHighlight = {"s1", "s2"};
     }
 };
 
 TEST(Alert, EveryMemberReachesItsField) {
-    const Built built = build(Alert().data, true);
+    Alert alert;
+    const Built built = build(alert.data, true);
     EXPECT_EQ(
         built.shown,
         "1=me 7=4 8={1=2 2=guid 3=4 4=-1 5=2 6=3 7=4 8=20 9=10 10=desc 11={1=rid 2=mitre 3=int 4=-5 5=rdesc 6=4 7=ver "
@@ -46,7 +48,8 @@ TEST(Alert, WhatIsEmptyOrUnknownIsNoFailure) {
     data.vecRule.resize(2);
     data.vecRule[1].strStatus = "Trigger ";
     EXPECT_EQ(build(data, false, event_id::mem_detect).shown, "1=me 8={11={} 11={}} 16={1=MemDection}");
-    EXPECT_THAT(build(Alert().data, false, event_id::memory_trojan).shown, EndsWith(" 34=-3}")) << "no tags";
+    Alert alert;
+    EXPECT_THAT(build(alert.data, false, event_id::memory_trojan).shown, EndsWith(" 34=-3}")) << "no tags";
     agent_id = "";
     EXPECT_EQ(build(data).shown, "8={11={} 11={}}");
     agent_id = nullptr;
@@ -66,7 +69,7 @@ TEST(Alert, ARefusedTextEndsTheAlertWithItsChainOfLines) {
         {&spoiled.rule.strRiskTag, refused({alert})},
         {&spoiled.event.strImage, refused({event, rule, alert})},
         {&spoiled.event.strSha256, refused({event, rule, alert})},
-        {&spoiled.record.strFilePath, refused({event, rule, alert})},
+        {&spoiled.record->strFilePath, refused({event, rule, alert})},
     };
     for (const auto& [text, lines] : rows) {
         const std::string good = std::exchange(*text, std::string(1, '\x01'));

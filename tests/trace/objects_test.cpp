@@ -14,18 +14,18 @@ using namespace zel_test;
 namespace {
 
 template <class Record>
-std::shared_ptr<void> record(Record value) {
-    return std::make_shared<Record>(std::move(value));
+zel::EventPrivate record(Record value) {
+    return zel::EventPrivate(std::make_unique<Record>(std::move(value)));
 }
 
-Built build_event(uint32_t uType, const std::shared_ptr<void>& record, int nContainerInitPid = 0, int type = 0) {
+Built build_event(uint32_t uType, zel::EventPrivate record, int nContainerInitPid = 0, int type = 0) {
     ST_BUF_DATA data;
     data.nAlertType = type;
     data.nContainerInitPid = nContainerInitPid;
     data.vecRule.resize(1);
     data.vecRule[0].vecEvent.resize(1);
     data.vecRule[0].vecEvent[0].uType = uType;
-    data.vecRule[0].vecEvent[0].pPrivate = record.get();
+    data.vecRule[0].vecEvent[0].pPrivate = std::move(record);
     return build(data);
 }
 
@@ -38,8 +38,8 @@ constexpr uint32_t kMinus1 = 0xFFFFFFFF;
 constexpr const char* kBad = "\x01";
 
 // uType, type in the message, record, object in the message.
-using ObjectCase = std::tuple<uint32_t, int, std::shared_ptr<void>, std::string>;
-const ObjectCase kObjects[] = {
+using ObjectCase = std::tuple<uint32_t, int, zel::EventPrivate, std::string>;
+ObjectCase kObjects[] = {
     {1, 1, record(ST_PROCESS_CREATE{kMinus1, kMinus1, "i", "c", -5, "u", "g", "d", "m", "s"}),
      "5={2=-1 3=g 4=i 5=m 6=s 8=c 9=u 13=-5 14=-1}"},
     {2, 15, record(ST_PROCESS_EXIT{kMinus1, -9}), "6={2=-1 3=-9}"},
@@ -86,8 +86,8 @@ TEST(Objects, EveryTypeReachesItsFieldsAndNoOtherIsKnown) {
     for (uint32_t uType = 0; uType < 64; ++uType) {
         const bool known = row != std::end(kObjects) && std::get<0>(*row) == uType;
         ASSERT_EQ(zel::find_object_row(uType) != nullptr, known) << uType;
-        const auto& [same, type, record, object] = known ? *row++ : ObjectCase{};
-        const Built built = build_event(uType, record);
+        auto [same, type, record, object] = known ? std::move(*row++) : ObjectCase{};
+        const Built built = build_event(uType, std::move(record));
         EXPECT_EQ(built.shown, known ? around(type, object) : "") << uType;
         EXPECT_TRUE(known || built.lines == unknown) << uType;
     }
