@@ -10,9 +10,6 @@
 
 namespace {
 
-constexpr uint32_t kSubject = 1;
-constexpr uint32_t kObject = 2;
-
 // Null for an empty text, and when there is no memory.
 char* copy_text(const std::string& text) {
     if (text.empty()) return nullptr;
@@ -66,9 +63,9 @@ void invoke_for(const ProcessParty& party, int64_t llOpTime, int32_t nConfidence
 }  // namespace
 
 void InvokeMemDetect(const ST_RAW_EVENT& stEvent, uint32_t uMask, int32_t nConfidence, std::set<uint32_t>& setDone) {
-    if ((uMask & kSubject) != 0)
+    if ((uMask & memory_check::subject) != 0)
         invoke_for({stEvent.uPid, stEvent.llCreateTime, &stEvent.strImage}, stEvent.llOpTime, nConfidence, setDone);
-    if ((uMask & kObject) == 0) return;
+    if ((uMask & memory_check::object) == 0) return;
     const auto object = object_process(stEvent);
     if (object.has_value())
         invoke_for(*object, stEvent.llOpTime, nConfidence, setDone);

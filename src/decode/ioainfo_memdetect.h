@@ -6,7 +6,7 @@
 
 #include "decode/records.h"
 
-// Publishes event 2305 for the subject (bit 0 of uMask) and for the object (bit 1), unless its pid is in setDone, and
-// puts the pid there. The request describes the container of the last container alert. An object that is no process
-// with an image is an ERROR line.
+// Publishes event 2305 for the parties of the event that uMask names in bits of memory_check, but for those whose pid
+// is in setDone, and puts their pids there. The request describes the container of the last container alert. An object
+// that is no process with an image is an ERROR line.
 void InvokeMemDetect(const ST_RAW_EVENT& stEvent, uint32_t uMask, int32_t nConfidence, std::set<uint32_t>& setDone);

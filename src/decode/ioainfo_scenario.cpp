@@ -19,9 +19,6 @@ constexpr Field<PostOperation> kPostOperationTypeField = {"Type", &PostOperation
 constexpr int32_t kMemoryCheck = 1;
 constexpr int32_t kSelectTree = 2;
 
-constexpr uint32_t kCheckSubject = 1;
-constexpr uint32_t kCheckObject = 2;
-
 constexpr Field<ST_BUF_DATA> kScenarioIdField = {"ScenarioID", &ST_BUF_DATA::strScenarioId};
 
 constexpr Field<ST_LINK_SET> kLinkFields[] = {
@@ -109,8 +106,9 @@ void CEventHandle::SetMemCheckPostOprEvent(const JsonObject& pjPostOprArray, ST_
     if (parties == nullptr) return;
     std::vector<std::string> names;
     zel::append_texts(*parties, names);
-    for (const std::string& name : names) stEvent.uPostOpr |= name == "SubjectPid" ? kCheckSubject : kCheckObject;
-    if (names.empty()) stEvent.uPostOpr = kCheckSubject;
+    for (const std::string& name : names)
+        stEvent.uPostOpr |= name == "SubjectPid" ? memory_check::subject : memory_check::object;
+    if (names.empty()) stEvent.uPostOpr = memory_check::subject;
 }
 
 void CEventHandle::SetSelectProTreePostOprEvent(const JsonObject& pjPostOprArray, ST_RAW_EVENT& stEvent) {

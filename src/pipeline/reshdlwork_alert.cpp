@@ -8,6 +8,7 @@
 #include "common/checks.h"
 #include "common/log.h"
 #include "common/statistics.h"
+#include "decode/alert_types.h"
 #include "decode/jsonparse.h"
 #include "pipeline/handler_support.h"
 #include "pipeline/reshdlwork.h"
@@ -15,8 +16,6 @@
 #include "trace/getprotobuf.h"
 
 namespace {
-
-constexpr int32_t kScenarioAlert = 2;
 
 // A decoded document, released with everything behind it on every path.
 struct Document {
@@ -93,7 +92,7 @@ void CReshdlWork::HandleJsonEvent(NodePtr pEventData) {
 }
 
 bool CReshdlWork::IsAlertFiltered(const ST_BUF_DATA& stData) {
-    if (stData.nAlertType != kScenarioAlert) return false;
+    if (stData.nAlertType != alert_type::ioa) return false;
     if (!std::all_of(stData.vecRule.begin(), stData.vecRule.end(), is_xdr_rule)) return false;
     uint64_t waiting = 0;
     {

@@ -1,19 +1,19 @@
 // The scenario scan: which processes of an alert are to be checked for foreign code, with a brake on busy rules.
 #include "common/common.h"
 #include "common/log.h"
+#include "decode/alert_types.h"
 #include "decode/ioainfo_memdetect.h"
 #include "pipeline/reshdlwork.h"
 
 namespace {
 
-constexpr int32_t kScenarioAlert = 2;
 constexpr int64_t kHourMs = 3600000;
-constexpr uint32_t kSubjectAndObject = 3;
+constexpr uint32_t kSubjectAndObject = memory_check::subject | memory_check::object;
 
 }  // namespace
 
 void CReshdlWork::ScanScenario(const ST_BUF_DATA& stData) {
-    if (stData.nAlertType != kScenarioAlert) return;
+    if (stData.nAlertType != alert_type::ioa) return;
     std::set<uint32_t> done;  // one check for each process and alert
     bool allowed = false;
     for (const ST_RULE& rule : stData.vecRule) {

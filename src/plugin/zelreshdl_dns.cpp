@@ -70,9 +70,10 @@ void flatten(ST_IOC_MSG& msg, const ST_DNS_NATIVE& native) {
     memcpy(msg.ullHead, native.ullHead, sizeof msg.ullHead);
     if (native.pVariant == nullptr) return;
     memcpy(msg.uHead, native.uHead, sizeof msg.uHead);
-    const std::array<std::span<char>, 13> texts{msg.szText1,  msg.szText2,  msg.szText3, msg.szText4, msg.szText5,
-                                                msg.szText6,  msg.szText7,  msg.szText8, msg.szText9, msg.szText10,
-                                                msg.szText11, msg.szText12, msg.szText13};
+    const std::array<std::span<char>, 13> texts{
+        msg.szRepository,   msg.szMounts,   msg.szUser,      msg.szNamespace,     msg.szImageId,
+        msg.szContainerId,  msg.szImageTag, msg.szImageName, msg.szContainerName, msg.szCapability,
+        msg.szPortsBinding, msg.szUnread1,  msg.szUnread2};
     for (size_t i = 0; i < texts.size(); ++i) put(texts[i], native.pszText[i]);
     switch (native.uKind) {
         case 1: return store_variant<IocVariant1, ST_DNS_VARIANT_1>(msg, native.pVariant);

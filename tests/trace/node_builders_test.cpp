@@ -34,7 +34,7 @@ struct Hit {
 TEST(IocBuilder, EveryMemberReachesItsField) {
     ProcessTreeSelector::Instance();  // says that there is no adapter
     Hit hit;
-    hit.msg.szText1[2] = '\x01';  // behind the text
+    hit.msg.szRepository[2] = '\x01';  // behind the text
     const Built built = hit.built();
     EXPECT_EQ(
         built.shown,
@@ -53,7 +53,7 @@ TEST(IocBuilder, ChecksArraysWhole) {
     const Lines subject = errors({"SetSubjectInfo failed!", "GetThreatAlertInfo failed!"});
     const std::tuple<int, char&, const Lines&> rows[] = {
         {__LINE__, hit.node.szGuid[0], alert},         {__LINE__, hit.msg.strQueryName[0], alert},
-        {__LINE__, hit.msg.szText8[0], alert},         {__LINE__, hit.area.szGuid[31], subject},
+        {__LINE__, hit.msg.szImageName[0], alert},     {__LINE__, hit.area.szGuid[31], subject},
         {__LINE__, hit.area.szPath[1024], subject},    {__LINE__, hit.area.szMd5[32], subject},
         {__LINE__, hit.area.szSha256[64], subject},    {__LINE__, hit.area.szCmd[1024], subject},
         {__LINE__, hit.area.szUser[32], subject},      {__LINE__, hit.area.szDomain[63], alert},
