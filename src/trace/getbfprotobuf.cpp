@@ -1,7 +1,7 @@
 // Findings of the login and scan detectors: their document travels on as text.
 #include "common/log.h"
-#include "trace/builder_core.h"
 #include "trace/getprotobuf.h"
+#include "trace/getprotobuf_steps.h"
 
 using namespace vorn_retrace;
 

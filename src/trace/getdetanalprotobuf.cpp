@@ -1,7 +1,7 @@
 // Results of the detection analysis: a finished message, which gets this agent's id and its command.
 #include "common/log.h"
-#include "trace/builder_core.h"
 #include "trace/getprotobuf.h"
+#include "trace/getprotobuf_steps.h"
 
 using namespace vorn_retrace;
 

@@ -2,10 +2,10 @@
 #include "common/checks.h"
 #include "common/log.h"
 #include "decode/alert_types.h"
-#include "trace/builder_core.h"
 #include "trace/field_table.h"
+#include "trace/getioaprotobuf_objects.h"
 #include "trace/getprotobuf.h"
-#include "trace/object_fillers.h"
+#include "trace/getprotobuf_steps.h"
 
 using namespace vorn_retrace;
 using zel::number, zel::text;

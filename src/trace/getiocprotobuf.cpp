@@ -5,8 +5,8 @@
 
 #include "common/log.h"
 #include "decode/processtreeselector.h"
-#include "trace/builder_core.h"
 #include "trace/getprotobuf.h"
+#include "trace/getprotobuf_steps.h"
 #include "trace/text_check.h"
 
 using namespace vorn_retrace;

@@ -7,7 +7,7 @@
 
 #include "decode/event_records.h"
 #include "trace/built.h"
-#include "trace/object_fillers.h"
+#include "trace/getioaprotobuf_objects.h"
 
 using namespace zel_test;
 

@@ -1,4 +1,4 @@
-#include "trace/builder_core.h"
+#include "trace/getprotobuf_steps.h"
 
 #include <strings.h>
 

@@ -1,4 +1,4 @@
-#include "trace/object_fillers.h"
+#include "trace/getioaprotobuf_objects.h"
 
 #include <sys/stat.h>
 
@@ -12,8 +12,8 @@
 #include "common/log.h"
 #include "decode/event_records.h"
 #include "platform/zel_support.h"
-#include "trace/builder_core.h"
 #include "trace/field_table.h"
+#include "trace/getprotobuf_steps.h"
 
 using namespace vorn_retrace;
 using zel::number, zel::text, zel::unchecked_text;
