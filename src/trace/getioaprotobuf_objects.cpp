@@ -1,9 +1,10 @@
 #include "trace/getioaprotobuf_objects.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
-#include <fstream>
 #include <optional>
 #include <utility>
 
@@ -38,25 +39,41 @@ bool fill_file_modify_time(const PST_FILE_TIME_CHANGE& record, threat_event* pEv
            time_text(record.llPreTime, object->mutable_file_pre_time());
 }
 
-// The path stems from a document. To open a pipe that nobody writes to would stop the worker for good, and a device may
-// act on being opened; neither has a size.
-bool may_open(const char* path) {
-    struct stat status{};
-    return stat(path, &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
-}
+// A file opened for a look at it. The path comes from a document: opening must not wait for the writer of a pipe and
+// must not make a terminal ours.
+class OpenFile {
+public:
+    explicit OpenFile(const char* path) : descriptor_(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
+    ~OpenFile() {
+        if (descriptor_ >= 0) close(descriptor_);
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+
+    // False for what has no size: pipes, devices, sockets. It is the open file that is looked at, since another one can
+    // have the path by now.
+    bool is_file_or_folder() const {
+        struct stat status{};
+        return descriptor_ >= 0 && fstat(descriptor_, &status) == 0 &&
+               (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode));
+    }
+    // Negative where the file system does not say.
+    int64_t size() const { return lseek(descriptor_, 0, SEEK_END); }
+
+private:
+    int descriptor_;
+};
 
 // Bytes of a file; none, with an ERROR line, when it does not open.
 std::optional<uint64_t> file_size(const char* path) {
-    std::ifstream stream;
-    if (may_open(path)) stream.open(path, std::ios::binary);
-    if (!stream.is_open()) {
+    const OpenFile file(path);
+    if (!file.is_file_or_folder()) {
         LOG_ERROR("open file error");
         return std::nullopt;
     }
-    stream.seekg(0, std::ios::end);
-    const std::streamoff position = stream.tellg();
-    if (position < 0) return std::nullopt;
-    return static_cast<uint64_t>(position);
+    const int64_t size = file.size();
+    if (size < 0) return std::nullopt;
+    return static_cast<uint64_t>(size);
 }
 
 constexpr auto kFileModify =

@@ -105,24 +105,48 @@ TEST(Objects, TheAlertsTypeDecidesAboutObjectAndContainer) {
         EXPECT_THAT(build_event(7, record(ST_FILE_DELETE{"gone"}), 3, type).shown, testing::EndsWith(shown)) << type;
 }
 
-TEST(Objects, SizeOfAModifiedFile) {
+TEST(Objects, AModifiedFileHasTheSizeThatItHasNow) {
     const std::string folder = std::filesystem::temp_directory_path() / ("sizes" + std::to_string(getpid()));
     std::filesystem::create_directory(folder);
     std::ofstream(folder + "/five") << "12345";
     std::ofstream(folder + "/empty").flush();
+    std::ofstream(folder + "/huge").flush();
+    std::filesystem::resize_file(folder + "/huge", 5ULL << 30);
     mkfifo((folder + "/fifo").c_str(), 0600);
-    const Lines none = errors({"open file error", "get file size error"});
-    const std::tuple<std::string, int, std::string, Lines> rows[] = {
-        {folder + "/five", 0, " 8=5", {}}, {folder + "/five", getpid(), " 8=5", {}}, {folder + "/empty", 0, "", {}},
-        {folder + "/gone", 0, "", none},   {folder + "/five", 1 << 30, "", none},    {folder + "/fifo", 0, "", none},
-        {"/dev/null", 0, "", none},
+    const Lines none, not_opened = errors({"open file error", "get file size error"});
+    const Lines no_size = errors({"get file size error"});
+    const struct {
+        std::string path;
+        int container;
+        std::string size;
+        Lines lines;
+    } rows[] = {
+        {folder + "/five", 0, " 8=5", none},
+        {folder + "/five", getpid(), " 8=5", none},
+        {folder + "/five", 1 << 30, "", not_opened},  // no such process
+        {folder + "/empty", 0, "", none},
+        {folder + "/huge", 0, " 8=5368709120", none},
+        {folder + "/gone", 0, "", not_opened},
+        {folder + "/fifo", 0, "", not_opened},
+        {"/dev/null", 0, "", not_opened},
+        {"/proc/self", 0, "", none},  // a folder of size 0
+        {"/proc/cpuinfo", 0, "", no_size},
     };
-    for (const auto& [path, container, size, lines] : rows) {
-        const Built built = build_event(10, record(PST_FILE_MODIFY{"", path, "", "", "x"}), container);
-        EXPECT_EQ(built.shown, around(8, "13={2=" + path + " 7=x" + size + "}"));
-        EXPECT_EQ(built.lines, lines) << path << " in " << container;
+    for (const auto& row : rows) {
+        const Built built = build_event(10, record(PST_FILE_MODIFY{"", row.path, "", "", "x"}), row.container);
+        EXPECT_EQ(built.shown, around(8, "13={2=" + row.path + " 7=x" + row.size + "}"));
+        EXPECT_EQ(built.lines, row.lines) << row.path << " in " << row.container;
     }
     std::filesystem::remove_all(folder);
+}
+
+TEST(Objects, ALookAtAFileLeavesNoneOpen) {
+    const int lowest_free = dup(STDERR_FILENO);
+    close(lowest_free);
+    for (const char* path : {"/", "/dev/null"}) build_event(10, record(PST_FILE_MODIFY{"", path, "", "", ""}));
+    const int lowest_free_now = dup(STDERR_FILENO);
+    close(lowest_free_now);
+    EXPECT_EQ(lowest_free_now, lowest_free);
 }
 
 TEST(ObjectsDeathTest, AFileTimeOf0EndsTheProcess) {
