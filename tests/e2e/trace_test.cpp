@@ -1,22 +1,10 @@
 // The trace stage: retries, failures, shedding, the reset period, stops; KOV alerts and on-demand traces on it.
-#include <dlfcn.h>
-
 #include <thread>
 
 #include "e2e/harness.h"
+#include "e2e/support_hooks.h"
 
 using namespace e2e;
-
-namespace {
-std::atomic<bool> g_joining{false};
-}
-
-// Wins over the support library's: a test wants to know when the plug-in has told its workers to stop.
-extern "C" __attribute__((visibility("default"))) int32_t zel_thread_join(void* thread) {
-    static const auto real = reinterpret_cast<decltype(&zel_thread_join)>(dlsym(RTLD_NEXT, "zel_thread_join"));
-    g_joining = true;
-    return real(thread);
-}
 
 namespace {
 
@@ -187,7 +175,7 @@ TEST_F(Traces, StopWithFullQueuesFreesAllAndEndsInTime) {
     bus_rests();
     std::thread stopping([&] { stop(); });
     expect_logs("stop work thread!");
-    EXPECT_SOON(g_joining.load());
+    EXPECT_SOON(is_joining());
     EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
     hold_traces(false);
     stopping.join();
