@@ -10,58 +10,85 @@ class Roads : public Agent {};
 
 TEST_F(Roads, LiveConfigurationTakesBothKeysOrNone) {
     start();
+    const char* const no_text = "delay_time is not a string";  // of either key
+    const char* const taken = "set max delay second to:";
     const struct {
-        int line;
         const char* document;
         int result;
         const char* log;
+        bool delay_taken = false;
     } rows[] = {
-        {__LINE__, "", -1, "invalid param"},
-        {__LINE__, "{", -1, "on parser json"},
-        {__LINE__, R"({"delay_time":70000,"queue_size":"60"})", -1, "delay_time is not a string"},
-        {__LINE__, R"({"delay_time":"70000"})", -1, "delay_time is not a string"},
-        {__LINE__, R"({"delay_time":"70000","queue_size":60})", -1, "delay_time is not a string"},
-        {__LINE__, R"({"delay_time":"59999","queue_size":"0"})", 0, "data:{\"delay_time\":\"59999\""},
-        {__LINE__, R"({"delay_time":"36000001","queue_size":"x"})", 0, "size: 42"},
-        {__LINE__, R"({"delay_time":"36000000","queue_size":"10"})", 0, "set max delay second to: 36000000"},
+        {.document = "", .result = -1, .log = "invalid param"},
+        {.document = "{", .result = -1, .log = "on parser json"},
+        {.document = R"({"delay_time":70000,"queue_size":"60"})", .result = -1, .log = no_text},
+        {.document = R"({"delay_time":"70000"})", .result = -1, .log = no_text},
+        {.document = R"({"delay_time":"70000","queue_size":60})", .result = -1, .log = no_text},
+        {.document = R"({"delay_time":"59999","queue_size":"0"})", .result = 0, .log = R"(data:{"delay_time":"59999")"},
+        {.document = R"({"delay_time":"36000001","queue_size":"x"})", .result = 0, .log = "size: 42"},
+        {.document = R"({"delay_time":"0xea60","queue_size":"0"})",
+         .result = 0,
+         .log = R"(data:{"delay_time":"0xea60")"},
+        {.document = R"({"delay_time":"60000","queue_size":"0"})",
+         .result = 0,
+         .log = "to: 60000",
+         .delay_taken = true},
+        {.document = R"({"delay_time":"0100000","queue_size":"0"})",
+         .result = 0,
+         .log = "to: 100000",
+         .delay_taken = true},
+        {.document = R"({"delay_time":"36000000","queue_size":"0"})",
+         .result = 0,
+         .log = "to: 36000000",
+         .delay_taken = true},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        const size_t before = count_log(row.log);
+        SCOPED_TRACE(row.document);
+        const size_t lines = count_log(row.log), changes = count_log(taken);
         EXPECT_EQ(configure(row.document), row.result);
-        EXPECT_EQ(count_log(row.log), before + 1);
+        EXPECT_EQ(count_log(row.log), lines + 1);
+        EXPECT_EQ(count_log(taken), changes + (row.delay_taken ? 1 : 0));
     }
-    EXPECT_EQ(count_log("set max delay second to:"), 1u);
-    hold_alarm_worker();
-    for (int number = 1; number <= 12; ++number) send(Alert{.number = number});
-    expect_logs("The queue reached the threshold. Event queue:11, trc queue:0, delay queue:0");
-    hold_traces(false);
 }
 
-TEST_F(Roads, ReportsCarryTheFiguresAndStartAgain) {
+class Reports : public Agent {
+protected:
+    // One trace that takes this long, and a bit more.
+    void trace_of(std::chrono::seconds cost) {
+        const uint64_t before = calls(ZELTRC_CREATE);
+        hold_traces(true);
+        send(Alert{.number = ++number_});
+        EXPECT_SOON(calls(ZELTRC_CREATE) == before + 1);
+        advance(cost);
+        hold_traces(false);
+        expect_event(770, guid(number_));
+        settle();
+    }
+    // The costs of traces reach the next report, unless those that wait for it have the worse single trace.
+    void collect_costs() { EXPECT_EQ(report("zelreshdl", 1).result, 0); }
+
+    int number_ = 0;
+};
+
+TEST_F(Reports, CarryTheFiguresAndStartAgain) {
     start();
-    hold_traces(true);
-    send(Alert{});
-    EXPECT_SOON(calls(ZELTRC_CREATE) == 1);
-    advance(2s);
-    hold_traces(false);
-    expect_event(770);
-    settle();
-    const Report refused = report("zelreshdl", 100);
-    EXPECT_EQ(std::tuple(refused.result, refused.text), std::tuple(0, ""));
+    trace_of(2s);
+    trace_of(4s);
+    collect_costs();
     expect_logs("Error: Buffer size is too small for the result.");
     EXPECT_EQ(report("zelreshdl", 0).result, 0);
     const Report full = report();
     EXPECT_EQ(full.result, 1);
     EXPECT_TRUE(full.text.starts_with(
-        R"("BP_ZELRESHDL":{"summary": {"recvAlarmCount": 2, "sentToTrcCount": 1, "sentToMbCount": 1, )"
-        R"("eventQueueOverflowCount": 0, "firstTraceTotalCount": 1, "eventQueueTotalCount": 2, )"
-        R"("delayedTraceTotalCount": 0, "hotCacheHitCount": 0, "traceFailedCount": 0, "alertEventTotalCount": 1, )"
-        R"("alertEventFilterCount": 0, "traceDroppedCount": 0, "ioaTrunkTracePredict": 300, "ioaFullTracePredict": 2)"))
+        R"("BP_ZELRESHDL":{"summary": {"recvAlarmCount": 4, "sentToTrcCount": 2, "sentToMbCount": 2, )"
+        R"("eventQueueOverflowCount": 0, "firstTraceTotalCount": 2, "eventQueueTotalCount": 4, )"
+        R"("delayedTraceTotalCount": 0, "hotCacheHitCount": 0, "traceFailedCount": 0, "alertEventTotalCount": 2, )"
+        R"("alertEventFilterCount": 0, "traceDroppedCount": 0, "ioaTrunkTracePredict": 300, "ioaFullTracePredict": 4)"))
         << full.text;
     EXPECT_NE(full.text.find(R"("details": {"avgCost": )"), std::string::npos) << full.text;
-    EXPECT_GE(full["maxCost"], 2000);
-    EXPECT_EQ(full["traceCost"], full["maxCost"]);
+    EXPECT_EQ(full["traceCost"] / 1000, 6);
+    EXPECT_EQ(full["avgCost"], full["traceCost"] / 2);
+    EXPECT_EQ(full["maxCost"] / 1000, 4);
+    EXPECT_EQ(std::tuple(full["successCount"], full["firstSuccessCount"]), std::tuple(2, 0));
     const Report empty = report();
     EXPECT_EQ(empty["recvAlarmCount"], 0);
     EXPECT_TRUE(empty.text.ends_with(R"("details": {}})")) << empty.text;
@@ -69,6 +96,30 @@ TEST_F(Roads, ReportsCarryTheFiguresAndStartAgain) {
     EXPECT_EQ(report("zelreshdl", size).result, 0);
     EXPECT_EQ(report("zelreshdl", size + 1).result, 1);
     EXPECT_EQ(report("zeltrc", 0).result, 1);
+}
+
+TEST_F(Reports, KeepTheCostsOfThePeriodWithTheWorstTrace) {
+    start();
+    trace_of(3s);
+    collect_costs();
+    trace_of(2s);
+    collect_costs();
+    const Report worst = report();
+    EXPECT_EQ(std::tuple(worst["successCount"], worst["maxCost"] / 1000), std::tuple(1, 3));
+    EXPECT_EQ(report()["maxCost"] / 1000, 2);  // which waited in the other record
+}
+
+TEST_F(Reports, StartFromZeroAtAStart) {
+    start();
+    trace_of(2s);
+    collect_costs();
+    trace_of(1s);
+    trace_worker_rests();
+    stop();
+    start();
+    const Report first = report();
+    EXPECT_EQ(std::tuple(first["recvAlarmCount"], first["maxCost"]), std::tuple(0, -1)) << first.text;
+    EXPECT_EQ(report()["maxCost"], -1);
 }
 
 // With the stand-in of the trace module instead of the scripted one.
