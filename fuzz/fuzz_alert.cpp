@@ -20,8 +20,8 @@ NodePtr make_node(std::string_view text) {
     NodePtr node(new ST_QUEQE_NODE);
     node->uEventId = event_id::ioa_alert;
     node->uSize = text.size();
-    node->pData = static_cast<char*>(calloc(text.size() + 1, 1));
-    text.copy(node->pData, text.size());
+    node->pData = zel::calloc_buffer(text.size() + 1);
+    text.copy(node->pData.get(), text.size());
     return node;
 }
 

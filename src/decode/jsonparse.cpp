@@ -165,7 +165,7 @@ void zel::append_texts(const cJSON& array, std::vector<std::string>& texts) {
 
 bool CEventHandle::GetJsonInfo(ST_QUEQE_NODE* pNode, ST_BUF_DATA& stData) {
     if (pNode->pData == nullptr) return false;
-    std::unique_ptr<cJSON, TreeDeleter> tree(cJSON_Parse(pNode->pData));
+    std::unique_ptr<cJSON, TreeDeleter> tree(cJSON_Parse(pNode->pData.get()));
     if (tree == nullptr) return false;
     const JsonObject root(tree.get());
     const bool decoded = GetJsonInfoEx(root, stData);

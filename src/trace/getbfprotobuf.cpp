@@ -15,7 +15,7 @@ uint64_t CGetProtobuf::GetBfProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& b
         LOG_ERROR("param is error!");
         return 0;
     }
-    info->set_alert_json(stNode.pData);
+    info->set_alert_json(stNode.pData.get());
     return SerializeTraceInfo(*info, buffer);
 }
 

@@ -6,11 +6,16 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
 #include <source_location>
 
 #include "common/memory.h"
 #include "common/queue_nodes.h"
 #include "decode/records.h"
+
+namespace ResHdlCache {
+struct ST_CACHE_NODE;
+}
 
 namespace vorn_retrace {
 class process_vertex;
@@ -36,6 +41,9 @@ public:
     static uint64_t GetDetanalProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer);
     // Events 513 and 518: the request of a host, wrapped in an alert.
     static uint64_t GetFileTraceProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer);
+    // What left the hot cache: the tallies of all hits that were repeated. Without any the message says just that.
+    static uint64_t GetDupAlertProtobuf(const std::list<ResHdlCache::ST_CACHE_NODE>& entries,
+                                        zel::MallocBuffer& buffer);
 
     // The last step of every builder, with the results of an entry point. Safe on any thread. The line of a failure
     // names the place of the call.

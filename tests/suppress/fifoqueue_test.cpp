@@ -1,4 +1,4 @@
-// What the hot cache knows, keeps and sheds. What leaves it goes out on the bus, which the end-to-end tests look at.
+// What the hot cache knows, keeps and sheds. The batch that is made of what left it is for the end-to-end tests.
 #include "suppress/fifoqueue.h"
 
 #include <gtest/gtest.h>
@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "support/agent_folder.h"
-#include "support/fake_clock.h"
 #include "support/log_capture.h"
 #include "support/mutex_refusal.h"
 #include "suppress/cityhash.h"
@@ -26,6 +25,7 @@ ST_IOC_MSG message(const std::string& domain) {
     strcpy(process.szDomain, domain.c_str());
     ST_IOC_MSG msg;
     memcpy(msg.variant, &process, sizeof process);
+    msg.ullCacheKey = CFifoQueue::CalculateHash(process.szDomain, 0, "", 0);
     return msg;
 }
 
@@ -55,19 +55,20 @@ protected:
     void see(const std::string& domain, EVENT_ID id = event_id::ioc) {
         const NodePtr node(new ST_QUEQE_NODE);
         node->uEventId = id;
-        node->ullCacheKey = CFifoQueue::CalculateHash(domain.c_str(), 0, "", 0);
-        node->pIocMsg = new ST_IOC_MSG(message(domain));
-        static_cast<void>(cache.InsertAlert(*node));
+        node->pIocMsg = std::make_unique<ST_IOC_MSG>(message(domain));
+        node->ullCacheKey = node->pIocMsg->ullCacheKey;
+        cache.InsertAlert(*node, now);
     }
     bool knows(const std::string& domain, EVENT_ID id = event_id::ioc) {
         return cache.CheckAlertHot(message(domain), id);
     }
     void advance(uint64_t ms) {
-        zel_test::monotonic_ms += ms;
-        static_cast<void>(cache.CheckDieOut());
+        now += ms;
+        cache.CheckDieOut(now);
     }
 
-    CFifoQueue cache;
+    uint64_t now = 1'000'000;
+    CFifoQueue cache{now};
 };
 
 TEST_F(HotCache, ShedsItsOldestEntriesWhenItIsFull) {
@@ -114,7 +115,7 @@ TEST_F(HotCache, EndsAnEntryAtTheAgeLimitInACheckThatIsDue) {
 TEST_F(HotCache, TakesEveryHitAsNewWithoutSettingsOrMutex) {
     const zel_test::MutexRefusal refusal;
     std::destroy_at(&cache);
-    std::construct_at(&cache);
+    std::construct_at(&cache, now);
     zel_test::LogCapture::get().take();
     see("domain");
     EXPECT_FALSE(knows("domain"));

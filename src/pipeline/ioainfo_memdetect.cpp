@@ -1,4 +1,4 @@
-#include "decode/ioainfo_memdetect.h"
+#include "pipeline/ioainfo_memdetect.h"
 
 #include <cstring>
 
@@ -46,6 +46,7 @@ void invoke_for(const ProcessParty& party, int64_t llOpTime, int32_t nConfidence
         return;
     }
     memcpy(path.get(), image.data(), image.size());
+    setDone.insert(party.uPid);  // may fail, so it comes before the record, whose texts have no owner but the event
 
     ST_MEM_DETECT_INFO info = describe_container();
     info.llOpTime = llOpTime;
@@ -57,7 +58,6 @@ void invoke_for(const ProcessParty& party, int64_t llOpTime, int32_t nConfidence
     // The event may be gone with its texts, so the path is the record's; it was never sent when the pointer was nulled.
     LOG_INFO("invoke MEM_DETECT_EVENT: pid [%d], path [%s], confidence [%d]", static_cast<int>(party.uPid),
              info.pszPath != nullptr ? image.c_str() : "", nConfidence);
-    setDone.insert(party.uPid);
 }
 
 }  // namespace
