@@ -2,12 +2,12 @@
 
 #include <memory>
 
-// Its owner is made at load and so goes after the pipeline, whose worker may run until then.
-static std::unique_ptr<ProcessTreeSelector> g_selector;
+#include "decode/decode_state.h"
 
+// A first call that fails for want of memory leaves nothing, and the next one tries again.
 ProcessTreeSelector& ProcessTreeSelector::Instance() {
     static ProcessTreeSelector& selector =
-        *(g_selector = std::unique_ptr<ProcessTreeSelector>(new ProcessTreeSelector));
+        *(zel::decode_state().selector = std::unique_ptr<ProcessTreeSelector>(new ProcessTreeSelector));
     return selector;
 }
 
@@ -20,8 +20,8 @@ ProcessTreeSelector::ProcessTreeSelector() {
 }
 
 void ProcessTreeSelector::SetSelection(uint32_t nPid_, int64_t llCreateTime_, const std::string& strImage_) {
+    strImage = strImage_;  // first, as it alone can fail
     nPid = static_cast<int32_t>(nPid_);
     llCreateTime = llCreateTime_;
-    strImage = strImage_;
     bSelected = 1;
 }

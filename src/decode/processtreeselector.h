@@ -8,9 +8,10 @@
 
 class ProcessTreeSelector {
 public:
-    // Made at the first call, which loads the adapter library; works without it.
+    // Made at the first call, which loads the adapter library; works without it. The decoder's state owns it.
     static ProcessTreeSelector& Instance();
 
+    // Replaces the selection, or leaves it whole when there is no memory.
     void SetSelection(uint32_t nPid, int64_t llCreateTime, const std::string& strImage);
     // True once anything was selected in the life of the process.
     bool IsSelected() const { return bSelected != 0; }
