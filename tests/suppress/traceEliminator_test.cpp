@@ -74,6 +74,18 @@ TEST_F(Eliminator, DropsOnlyAboveALimitFromAMinuteToTenHours) {
     EXPECT_EQ(g_statistics.ioaFullTracePredict, static_cast<uint64_t>(-1));
 }
 
+TEST_F(Eliminator, DropsNothingAtTheLimitAndAlertsThatCostNothingAboveIt) {
+    EXPECT_EQ(finish(0, 0), 0);  // a process of levels 0 to 2 costs nothing now
+    const Node &free = push(0, 5), &first = push(3, 12);
+    EXPECT_EQ(finish(0, 0), 0);
+    EXPECT_FALSE(free.bDropped);
+    const Node& second = push(3, 1);
+    EXPECT_EQ(finish(0, 0), 60'000);
+    EXPECT_TRUE(free.bDropped);
+    EXPECT_TRUE(first.bDropped);
+    EXPECT_FALSE(second.bDropped);
+}
+
 TEST_F(Eliminator, LeavesOtherEventsAndLevelsOutOfTheAccount) {
     Node odd[] = {{-1, 100}, {6, 100}, {3, 100, event_id::kov}};
     for (Node& node : odd) eliminator.Push(&node);
