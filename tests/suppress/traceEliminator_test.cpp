@@ -1,3 +1,4 @@
+// Which waiting alerts the eliminator drops, by costs that tests give it, and how it reads its setting.
 #include "suppress/traceEliminator.h"
 
 #include <gtest/gtest.h>
