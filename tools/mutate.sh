@@ -250,6 +250,7 @@ done
 echo "mutate.sh: ${#faults[@]} faults in the list; the copies are ready after $((SECONDS - started)) s" >&2
 
 exec 3>"$work/progress.txt"
+trap 'kill $(jobs -p) 2>/dev/null; exit 130' INT TERM
 for ((n = 1; n <= jobs; n++)); do worker "$n" & done
 wait
 exec 3>&-
@@ -268,10 +269,15 @@ sort -t$'\t' -k3n "$results" | awk -F'\t' -v work="$work" '
     $1 == "does not compile" { print "does not compile: " $4 " (" work "/" $3 + 1 ".log)" }'
 [ "$skipped" -eq 0 ] || echo "$skipped faults left out: they are for tools/mutate.sh $([ -n "$sanitizer" ] && echo "without $sanitizer" || echo "asan or tsan")"
 planted=$((found + through))
+lost=$((${#faults[@]} - skipped - planted - broken))
 share=$((planted > 0 ? 100 * found / planted : 0))
 echo "$found of $planted planted faults found ($share %) in $(((SECONDS - started) / 60)) min"
 if [ "$list_errors" -gt 0 ] || [ "$broken" -gt 0 ]; then
     echo "mutate.sh: $((list_errors + broken)) row(s) of the list are not in order" >&2
+    exit 1
+fi
+if [ "$lost" -gt 0 ]; then
+    echo "mutate.sh: $lost fault(s) were not planted, see $work/progress.txt" >&2
     exit 1
 fi
 [ "$planted" -gt 0 ] || usage "no fault matches"
