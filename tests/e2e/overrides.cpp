@@ -25,6 +25,7 @@ std::atomic<int64_t> g_time_ms{1'700'000'000'000};
 std::atomic<const char*> g_flag_folder{nullptr};
 std::atomic<uint64_t> g_sleeps{0};
 std::atomic<uint64_t> g_longest_us{0};
+std::atomic<long> g_longest_sleep_us{1000};
 
 int64_t real_ns(clockid_t clock) {
     timespec now{};
@@ -60,7 +61,7 @@ OVERRIDE int usleep(useconds_t microseconds) {
         g_longest_us = std::max<uint64_t>(g_longest_us, microseconds);
         ++g_sleeps;
     }
-    const timespec shortened{0, std::min<long>(microseconds, 1000) * 1000};
+    const timespec shortened{0, std::min<long>(microseconds, g_longest_sleep_us) * 1000};
     syscall(SYS_nanosleep, &shortened, nullptr);
     return 0;
 }
@@ -86,6 +87,8 @@ void advance(std::chrono::milliseconds by) {
 std::chrono::steady_clock::time_point real_now() {
     return std::chrono::steady_clock::time_point(std::chrono::nanoseconds(real_ns(CLOCK_MONOTONIC)));
 }
+
+void set_longest_sleep(std::chrono::microseconds longest) { g_longest_sleep_us = longest.count(); }
 
 void redirect_flag_folder(const std::string& folder) { g_flag_folder = strdup(folder.c_str()); }
 

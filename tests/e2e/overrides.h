@@ -17,7 +17,9 @@ std::chrono::steady_clock::time_point real_now();
 // What stands below /root/kq-agent/ is looked for in `folder`, from then on.
 void redirect_flag_folder(const std::string& folder);
 
-// A sleep through usleep takes a millisecond at most. By the trace worker: calls, and the longest asked for.
+// A sleep through usleep takes a millisecond at most, or this long. By the trace worker: calls, and the longest asked
+// for.
+void set_longest_sleep(std::chrono::microseconds longest);
 uint64_t trace_worker_sleeps();
 uint64_t longest_trace_worker_sleep_us();
 
