@@ -179,7 +179,12 @@ void Session::process_trace(const char* data) {
 
 void Session::configure(const std::string& text) {
     const auto size = static_cast<uint32_t>(text.size());
-    output("configure:" + std::to_string(PLUGIN(plugin_configuration_update)(text.c_str(), size)));
+    const auto call = [&] {
+        const int result = PLUGIN(plugin_configuration_update)(text.c_str(), size);
+        output("configure:" + std::to_string(result));
+        return result == 0;
+    };
+    if (!call()) call();
 }
 
 void Session::reset_begin() { PLUGIN(reset_db_begin)(); }
@@ -242,9 +247,9 @@ void Session::on_event(MbFrame::IEvent* event) {
         memcpy(&native, event->GetNativeEvent(), sizeof native);
         size = native.uSize;
         if (native.pszGuid == nullptr) guid = "without";
-        if (native.uEventId != id) guid = "other id";
+        if (native.uEventId != id) guid = "of-another-id";
     }
-    output(std::to_string(id) + ":" + std::to_string(size) + (guid == "with" ? "" : ":guid " + guid));
+    output(std::to_string(id) + ":" + std::to_string(size) + (guid == "with" ? "" : ":guid-" + guid));
 }
 
 int Session::on_callback(int code, uint32_t, const char*, uint32_t size) {
@@ -293,7 +298,7 @@ lummb_counts Session::bus() const {
 void Session::hang(const char* what) {
     printf("wrong hang in step '%s': %s\n", step_.c_str(), what);
     const std::lock_guard lock(mutex_);
-    for (const auto& line : lines_) printf("line %s|%s\n", step_.c_str(), line.c_str());
+    for (const auto& line : lines_) printf("line %s\n", line.c_str());
     fflush(stdout);
     _exit(3);
 }
@@ -359,10 +364,10 @@ void Session::step(const std::string& name, const char* group, const std::functi
         lines.swap(lines_);
     }
     std::ranges::sort(outputs);
-    printf("%s %s|%s|%zu|", armed_ ? "armed" : "clean", name.c_str(), group, lines.size());
+    printf("%s %s|%s|", armed_ ? "armed" : "clean", name.c_str(), group);
     for (const auto& text : outputs) printf("%s ", text.c_str());
     printf("|%lu\n", failing_allocations_counted());
-    for (const auto& line : lines) printf("line %s|%s\n", name.c_str(), line.c_str());
+    for (const auto& line : lines) printf("line %s\n", line.c_str());
     fflush(stdout);
 }
 

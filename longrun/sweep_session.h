@@ -2,11 +2,10 @@
 // which nothing moves any more. What a step brought out goes to standard output as one line.
 //
 //   failed CALL THREAD FRAMES     the allocation that failed
-//   armed|clean NAME|GROUP|LINES|OUTPUTS|NUMBER
+//   armed|clean NAME|GROUP|OUTPUTS|NUMBER
 //                                 a step: NAME is its own; steps of one GROUP depend on each other ("-" for none);
-//                                 LINES counts the lines of level WARN and ERROR; OUTPUTS are sorted texts; NUMBER is
-//                                 that of the last allocation
-//   line NAME|TEXT                a line of level ERROR or WARN
+//                                 OUTPUTS are sorted texts; NUMBER is that of the last allocation
+//   line TEXT                     a line of level ERROR or WARN in that step
 //   wrong TEXT                    what must never be
 //   end KEY=VALUE...              the balance
 //
@@ -76,7 +75,7 @@ public:
     void advance(std::chrono::milliseconds by);
     void file_trace(const char* path, const char* key, int kind);
     void process_trace(const char* data);
-    void configure(const std::string& text);
+    void configure(const std::string& text);  // twice if it is refused, since what follows may need it
     void reset_begin();
     void reset_end();
     // Collects the reports: the number of figures of each, or with `figures` the figures themselves, but for costs.
