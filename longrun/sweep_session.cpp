@@ -29,6 +29,8 @@ namespace {
 constexpr auto kDeadline = 15s;
 constexpr auto kMarkerPatience = 30ms;
 
+constexpr const char* kManager = "/reshdl/lib/libzelbpmgr.so";
+
 Session* g_session = nullptr;  // of the call-backs, which come without a context
 
 void pause() {
@@ -192,8 +194,6 @@ void Session::reset_begin() { PLUGIN(reset_db_begin)(); }
 void Session::reset_end() { PLUGIN(reset_db_end)(); }
 
 void Session::report(bool figures) {
-    static const auto collect =
-        reinterpret_cast<zelbpmgr_collect_t>(symbol("reshdl/lib/libzelbpmgr.so", "zelbpmgr_collect"));
     struct Request {
         Session& session;
         bool figures;
@@ -204,7 +204,11 @@ void Session::report(bool figures) {
         asked.session.output(std::string("report:") + module + ":" + std::to_string(result) + ":" +
                              (asked.figures ? numbers : std::to_string(std::ranges::count(numbers, '='))));
     };
+    // Closed again, so that the last stop can be seen to leave the library.
+    void* const manager = dlopen((root_ + kManager).c_str(), RTLD_NOW);
+    const auto collect = reinterpret_cast<zelbpmgr_collect_t>(dlsym(manager, "zelbpmgr_collect"));
     collect(ZELBPMGR_OWN_THREAD, 4096, take, &request);
+    dlclose(manager);
 }
 
 void Session::capture(bool on) {
@@ -380,10 +384,12 @@ void Session::finish() {
     const lummb_counts now = bus();
     const std::lock_guard lock(mutex_);
     printf(
-        "end allocations=%lu failed=%d alive=%lu late=%lu frames=%lu threads=%zu modules=%ld inits=%ld results=%zu\n",
+        "end allocations=%lu failed=%d alive=%lu late=%lu frames=%lu threads=%zu modules=%ld inits=%ld results=%zu "
+        "manager=%d\n",
         failing_allocations_counted(), failing_allocations_failed() ? 1 : 0, now.alive, now.late, now.frames,
         plugin_threads("zelreshdl_"), static_cast<long>(ds.loads - ds.unloads),
-        static_cast<long>(calls_[ZELTRC_INIT] - calls_[ZELTRC_UNINIT]), results_.size());
+        static_cast<long>(calls_[ZELTRC_INIT] - calls_[ZELTRC_UNINIT]), results_.size(),
+        dlopen((root_ + kManager).c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr ? 1 : 0);
     fflush(stdout);
 }
 
