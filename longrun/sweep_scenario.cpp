@@ -322,7 +322,7 @@ void play(Session& s, uint64_t number) {
     play_calls(s, "second ");
     s.step("second reports", "calls", [&] { s.report(false); });
     s.disarm();
-    s.step("flush second reports", kAlone, [&] {
+    s.step("flush second reports", "calls", [&] {
         s.report(false);
         s.report(false);
     });
