@@ -5,7 +5,6 @@
 //
 // What one failure may cost is the event in hand: one report, one trace, one call or one start, with a line of level
 // ERROR or WARN. Everything else comes out as in the run without a failure; so does all that is played afterwards.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -15,187 +14,37 @@
 #include <atomic>
 #include <charconv>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
-#include "failing_allocations.h"
+#include "sweep_judge.h"
 #include "sweep_session.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
+using sweep::Run;
+
 constexpr auto kLongestRun = std::chrono::seconds(60);
 constexpr int kExitFault = 1;
 constexpr int kExitUsage = 2;
-
-struct Step {
-    std::string name;
-    std::string group;
-    std::vector<std::string> outputs;  // sorted
-    bool armed = false;
-    std::vector<std::string> lines = {};  // of level ERROR or WARN
-};
-
-// One run, as its process told it.
-struct Run {
-    std::string call;  // the allocation that failed
-    std::vector<std::string> frames;
-    std::vector<Step> steps;
-    std::string wrong;
-    std::map<std::string, long> end;
-    std::string text;  // all that it wrote
-};
 
 struct Options {
     uint64_t every = 1;
     uint64_t from = 1;
     uint64_t only = 0;
 };
-
-std::vector<std::string> split(const std::string& text, char at) {
-    std::vector<std::string> parts;
-    std::istringstream in(text);
-    for (std::string part; std::getline(in, part, at);)
-        if (!part.empty() || at != ' ') parts.push_back(part);
-    return parts;
-}
-
-Run parse(const std::string& text) {
-    Run run;
-    run.text = text;
-    for (const std::string& line : split(text, '\n')) {
-        const size_t space = line.find(' ');
-        const std::string word = line.substr(0, space);
-        const std::string rest = space == std::string::npos ? "" : line.substr(space + 1);
-        if (word == "failed") {
-            run.frames = split(rest, ' ');
-            if (run.frames.size() < 2) continue;
-            run.call = run.frames[0] + " in " + run.frames[1];
-            run.frames.erase(run.frames.begin(), run.frames.begin() + 2);
-        } else if (word == "armed" || word == "clean") {
-            const auto parts = split(rest + "|", '|');
-            if (parts.size() < 3) continue;
-            run.steps.push_back({parts[0], parts[1], split(parts[2], ' '), word == "armed"});
-        } else if (word == "line" && !run.steps.empty()) {
-            run.steps.back().lines.push_back(rest);
-        } else if (word == "wrong") {
-            run.wrong += (run.wrong.empty() ? "" : "; ") + rest;
-        } else if (word == "end") {
-            for (const auto& pair : split(rest, ' '))
-                if (const size_t equal = pair.find('='); equal != std::string::npos)
-                    run.end[pair.substr(0, equal)] = atol(pair.c_str() + equal + 1);
-        }
-    }
-    return run;
-}
-
-// ---- What differs ----
-
-std::string shown(const std::vector<std::string>& texts) {
-    std::string all;
-    for (const auto& text : texts) all += (all.empty() ? "" : " ") + text;
-    return all.empty() ? "nothing" : all;
-}
-
-std::string difference(const Step& expected, const Step& seen) {
-    return "step '" + seen.name + "' gave " + shown(seen.outputs) + " in place of " + shown(expected.outputs);
-}
-
-// What stands in `seen` more often than in `expected`.
-std::vector<std::string> beyond(std::vector<std::string> expected, std::vector<std::string> seen) {
-    std::vector<std::string> surplus;
-    std::ranges::sort(expected);
-    std::ranges::sort(seen);
-    std::ranges::set_difference(seen, expected, std::back_inserter(surplus));
-    return surplus;
-}
-
-std::string kind_of(const std::string& output) { return output.substr(0, output.find(':')); }
-
-// Of the steps that differ: what they gave together, by kind, against what they give without a failure.
-std::string too_much(const std::vector<std::pair<const Step*, const Step*>>& differing, bool alone) {
-    std::map<std::string, int> kinds;
-    std::vector<std::string> expected;
-    std::vector<std::string> seen;
-    for (const auto& [before, now] : differing) {
-        for (const auto& output : before->outputs) --kinds[kind_of(output)];
-        for (const auto& output : now->outputs) ++kinds[kind_of(output)];
-        expected.insert(expected.end(), before->outputs.begin(), before->outputs.end());
-        seen.insert(seen.end(), now->outputs.begin(), now->outputs.end());
-    }
-    for (const auto& [kind, change] : kinds) {
-        const bool a_call = kind == "init" || kind == "configure" || kind == "file_trace" || kind == "process_trace" ||
-                            kind == "report";
-        if (a_call) continue;
-        if (change > 0) return "more of " + kind;
-        if (change < -1 && kind != "2305") return std::to_string(-change) + " of " + kind + " lost";
-    }
-    if (!alone) return "";
-    // A step that depends on no other gives no event that it would not give without the failure.
-    std::vector<std::string> surplus = beyond(expected, seen);
-    std::erase_if(surplus, [](const std::string& text) { return text.find(":-1") != std::string::npos; });
-    // An event whose GUID could not be copied has none.
-    std::erase_if(surplus, [](const std::string& text) { return text.ends_with(":guid-without"); });
-    return surplus.empty() ? "" : "changed: " + shown(surplus);
-}
-
-// Empty when the run is as it must be.
-std::string judge(const Run& baseline, const Run& run, int status) {
-    if (!run.wrong.empty()) return run.wrong;
-    if (WIFSIGNALED(status)) {
-        const std::string last = run.steps.empty() ? "the begin" : "step '" + run.steps.back().name + "'";
-        return std::string("ended by signal ") + strsignal(WTERMSIG(status)) + " after " + last;
-    }
-    for (const auto& line : split(run.text, '\n'))
-        if (line.find("ERROR: ") != std::string::npos || line.find("runtime error: ") != std::string::npos) return line;
-    if (WEXITSTATUS(status) != 0) return "exit code " + std::to_string(WEXITSTATUS(status));
-    if (run.steps.size() != baseline.steps.size() || run.end.empty()) return "the run did not come to its end";
-
-    std::vector<std::pair<const Step*, const Step*>> differing;
-    bool has_line = false;
-    for (size_t i = 0; i < run.steps.size(); ++i) {
-        const Step& before = baseline.steps[i];
-        const Step& now = run.steps[i];
-        has_line = has_line || !beyond(before.lines, now.lines).empty();
-        if (before.outputs == now.outputs) continue;
-        if (!now.armed && !now.name.starts_with("flush")) return "afterwards: " + difference(before, now);
-        differing.emplace_back(&before, &now);
-    }
-    if (!differing.empty()) {
-        const Step& first = *differing.front().second;
-        for (const auto& [before, now] : differing)
-            if (now != &first && (now->group == "-" || now->group != first.group))
-                return "more than the event in hand: " + difference(*differing.front().first, first) + "; " +
-                       difference(*before, *now);
-        const std::string much = too_much(differing, first.group == "-");
-        if (!much.empty()) return much + ": " + difference(*differing.front().first, first);
-        if (!has_line) return "no line about it: " + difference(*differing.front().first, first);
-    }
-    // The interface of a DNS event is not given back when there is no memory for its copy.
-    const bool keeps_dns = run.text.find("line new(std::nothrow)ST_IOC_MSG error!") != std::string::npos;
-    for (const auto& [key, value] : baseline.end) {
-        if (key == "allocations" || key == "failed") continue;
-        const auto found = run.end.find(key);
-        const long now = found == run.end.end() ? -1 : found->second;
-        if (key == "alive" && keeps_dns && now == value + 1) continue;
-        // A result that stays in the run without a failure may be the one that was lost.
-        if (now != value && !(key == "results" && now >= 0 && now < value))
-            return "at the end " + key + "=" + std::to_string(now) + " in place of " + std::to_string(value);
-    }
-    return "";
-}
-
-// ---- Runs ----
 
 class Sweep {
 public:
@@ -284,7 +133,7 @@ std::pair<Run, int> Sweep::play(uint64_t number) const {
     }
     std::ostringstream text;
     text << std::ifstream(out).rdbuf();
-    Run run = parse(text.str());
+    Run run = sweep::parse(text.str());
     if (killed) run.wrong += " hang: no end within " + std::to_string(kLongestRun.count()) + " s";
     fs::remove_all(folder);
     return {std::move(run), status};
@@ -365,23 +214,11 @@ unsigned jobs() {
     return given > 0 ? static_cast<unsigned>(given) : std::max(1U, std::thread::hardware_concurrency());
 }
 
-// What the run without a failure must bring, so that a comparison with it is worth something.
-std::string unsound(const Run& baseline) {
-    std::map<std::string, int> kinds;
-    for (const Step& step : baseline.steps)
-        for (const auto& output : step.outputs) ++kinds[kind_of(output)];
-    for (const char* kind : {"769", "770", "771", "2305", "callback8", "callback10", "report"})
-        if (kinds[kind] == 0) return std::string("no ") + kind;
-    for (const char* key : {"alive", "late", "frames", "threads", "inits"})
-        if (baseline.end.at(key) != 0) return key + ("=" + std::to_string(baseline.end.at(key)));
-    return "";
-}
-
 int run_sweep(const Options& options) {
     const Sweep runs;
     const auto [baseline, status] = runs.play(0);
-    std::string fault = judge(baseline, baseline, status);
-    if (fault.empty()) fault = unsound(baseline);
+    std::string fault = sweep::judge(baseline, baseline, status);
+    if (fault.empty()) fault = sweep::unsound(baseline);
     if (!fault.empty()) {
         fprintf(stderr, "allocation_sweep: the run without a failure is at fault: %s\n", fault.c_str());
         fputs(baseline.text.c_str(), stderr);
@@ -390,7 +227,7 @@ int run_sweep(const Options& options) {
     const auto count = static_cast<uint64_t>(baseline.end.at("allocations"));
     if (options.only != 0) {
         const auto [run, ended] = runs.play(options.only);
-        fault = judge(baseline, run, ended);
+        fault = sweep::judge(baseline, run, ended);
         fputs(run.text.c_str(), stdout);
         printf("N=%lu %s: %s\n", options.only, runs.describe(run).c_str(), fault.empty() ? "no fault" : fault.c_str());
         return fault.empty() ? 0 : kExitFault;
@@ -405,7 +242,7 @@ int run_sweep(const Options& options) {
             const uint64_t number = next.fetch_add(options.every);
             if (number > count) return;
             const auto [run, ended] = runs.play(number);
-            const std::string found = judge(baseline, run, ended);
+            const std::string found = sweep::judge(baseline, run, ended);
             ++played;
             if (found.empty()) continue;
             ++faults;
