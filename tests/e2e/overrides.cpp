@@ -27,6 +27,7 @@ std::atomic<int64_t> g_stopped_ns{0};  // 0: runs
 std::atomic<uint64_t> g_alarm_sleeps{0};
 std::atomic<uint64_t> g_sleeps{0};
 std::atomic<uint64_t> g_longest_us{0};
+std::atomic<long> g_longest_sleep_us{1000};
 
 int64_t real_ns(clockid_t clock) {
     timespec now{};
@@ -69,7 +70,7 @@ OVERRIDE int usleep(useconds_t microseconds) {
         g_longest_us = std::max<uint64_t>(g_longest_us, microseconds);
         ++g_sleeps;
     }
-    const timespec shortened{0, std::min<long>(microseconds, 1000) * 1000};
+    const timespec shortened{0, std::min<long>(microseconds, g_longest_sleep_us) * 1000};
     syscall(SYS_nanosleep, &shortened, nullptr);
     return 0;
 }
@@ -97,6 +98,7 @@ std::chrono::steady_clock::time_point real_now() {
 }
 
 void stop_alarm_workers_clock() { g_stopped_ns = real_ns(CLOCK_MONOTONIC) / 1'000'000 * 1'000'000; }
+void set_longest_sleep(std::chrono::microseconds longest) { g_longest_sleep_us = longest.count(); }
 
 void redirect_flag_folder(const std::string& folder) { g_flag_folder = strdup(folder.c_str()); }
 

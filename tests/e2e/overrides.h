@@ -20,8 +20,9 @@ void stop_alarm_workers_clock();
 // What stands below /root/kq-agent/ is looked for in `folder`, from then on.
 void redirect_flag_folder(const std::string& folder);
 
-// A sleep through usleep takes a millisecond at most. Calls by each worker, and the longest that the trace worker asked
-// for.
+// A sleep through usleep takes a millisecond at most, or this long.
+void set_longest_sleep(std::chrono::microseconds longest);
+// Calls of such sleeps by each worker, and the longest that the trace worker asked for.
 uint64_t alarm_worker_sleeps();
 uint64_t trace_worker_sleeps();
 uint64_t longest_trace_worker_sleep_us();
