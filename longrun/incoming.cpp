@@ -1,43 +1,50 @@
-#include "incoming.h"
+#include "longrun/incoming.h"
 
 #include <fmt/format.h>
 
-#include <cstdlib>
 #include <iterator>
 #include <string_view>
 
-#include "event_kinds.h"
-#include "rig.h"
+#include "host/lib/alert.h"
+#include "platform/event_ids.h"
 
 namespace zelhost {
 namespace {
 
-constexpr const char* kObjects[] = {
-    R"("type":1,"ObjectPid":4711,"ObjectTid":4711,"ObjectImage":"/usr/bin/curl","ObjectCmd":"curl -o /tmp/.x","ObjectCreateTime":1715000002000,"ObjectUser":"root","ObjectGuid":"6f1b2c3d-0000-4000-8000-000000000002","ObjectMd5":"m","ObjectSha256":"s","DecodedObjectCmd":"","PostOpr":[{"Type":1,"Name":["SubjectPid","ObjectPid"]}])",
-    R"("type":6,"FileType":"elf","FilePath":"/tmp/.x/kworker")",
-    R"("type":14,"DstPort":4444,"SrcPort":50022,"DstIp":"198.51.100.9","Protocol":"tcp","SrcIp":"192.0.2.10")",
-    R"("type":26,"FilePath":"/etc/shadow","FileType":"text")",
-    R"("type":8,"FileType":"script","OldFilePath":"/tmp/.x/job","NewFilePath":"/etc/cron.hourly/job")",
+struct Object {
+    int type;
+    const char* keys;
 };
+constexpr Object kObjects[] = {
+    {1,
+     R"("ObjectPid":4711,"ObjectTid":4711,"ObjectImage":"/usr/bin/curl","ObjectCmd":"curl -o /tmp/.x","ObjectCreateTime":1715000002000,"ObjectUser":"root","ObjectGuid":"6f1b2c3d-0000-4000-8000-000000000002","ObjectMd5":"m","ObjectSha256":"s","DecodedObjectCmd":"","PostOpr":[{"Type":1,"Name":["SubjectPid","ObjectPid"]}])"},
+    {6, R"("FileType":"elf","FilePath":"/tmp/.x/kworker")"},
+    {14, R"("DstPort":4444,"SrcPort":50022,"DstIp":"198.51.100.9","Protocol":"tcp","SrcIp":"192.0.2.10")"},
+    {26, R"("FilePath":"/etc/shadow","FileType":"text")"},
+    {8, R"("FileType":"script","OldFilePath":"/tmp/.x/job","NewFilePath":"/etc/cron.hourly/job")"},
+};
+constexpr const char* kRuleKeys = R"("internal_id":"i","tags":["linux","shell"],"risk_tag":"r","confidence":80)";
 
-std::string event_text(uint64_t number, int index) {
-    return fmt::format(
-        R"({{"version":1,"SubjectPid":{},"SubjectTid":9,"SubjectImage":"/usr/bin/tool-{}","SubjectCmd":"tool -d {}",)"
-        R"("SubjectCreateTime":1715000000123,"SubjectUser":"root","SubjectGuid":"{}","OpTime":{},{}}})",
-        1000 + index, index % 7, number, guid_text(number % 64), 1715000000000 + index,
-        kObjects[static_cast<size_t>(index) % std::size(kObjects)]);
+AlertEvent event(uint64_t number, int index) {
+    const Object& object = kObjects[static_cast<size_t>(index) % std::size(kObjects)];
+    return {.type = object.type,
+            .pid = 1000 + static_cast<uint64_t>(index),
+            .image = fmt::format("/usr/bin/tool-{}", index % 7),
+            .keys = object.keys,
+            .op_time = 1715000000000 + index,
+            .command = fmt::format("tool -d {}", number),
+            .guid = guid_text(number % 64)};
 }
 
-std::string rule_text(const AlertForm& form, int rule) {
-    const std::string id =
-        rule == 0 && !form.rule_id.empty() ? form.rule_id : fmt::format("R-{}-{}", form.number, rule);
-    std::string events;
-    for (int i = 0; i < form.events; ++i)
-        events += (i > 0 ? "," : "") + event_text(form.number, rule * form.events + i);
-    return fmt::format(
-        R"({{"rule_id":"{}","mitre_id":"T1059","rule_desc":"a rule","status":"{}","score":{},"version":"1","rule_name":"name",)"
-        R"("internal_id":"i","tags":["linux","shell"],"risk_tag":"r","confidence":80,"event":[{}]}})",
-        id, form.status, 5 + rule, events);
+AlertRule rule(const AlertForm& form, int index) {
+    AlertRule rule{
+        .id = index == 0 && !form.rule_id.empty() ? form.rule_id : fmt::format("R-{}-{}", form.number, index),
+        .status = form.status,
+        .events = {},
+        .keys = kRuleKeys,
+        .score = 5 + index};
+    for (int i = 0; i < form.events; ++i) rule.events.push_back(event(form.number, index * form.events + i));
+    return rule;
 }
 
 // One field of a serialised message: the number of a field below 16, and its bytes.
@@ -54,31 +61,15 @@ constexpr uint32_t kAgentId = 1, kTaskId = 2, kThreat = 8, kAlertGuid = 2;
 
 }  // namespace
 
-std::string guid_text(uint64_t number) {
-    return fmt::format("5a5a5a5a-0000-4000-{:04x}-{:012x}", number >> 48, number & 0xffffffffffff);
-}
-
-uint64_t guid_number(std::string_view guid) {
-    return guid.size() < 36 ? UINT64_MAX : strtoull(std::string(guid.substr(24, 12)).c_str(), nullptr, 16);
-}
-
 std::string alert_text(const AlertForm& form) {
-    std::string rules;
-    for (int i = 0; i < form.rules; ++i) rules += (i > 0 ? "," : "") + rule_text(form, i);
-    const std::string scenario =
-        form.type == 2
-            ? fmt::format(R"("ExtendedInfo":{{"msg":"m","ScenarioInfo":{{"ScenarioID":"S-1","ProcessSet":[{}]}}}},)",
-                          event_text(form.number, 0))
-            : "";
-    return fmt::format(
-        R"({{"alert_type":{},"risk_level":"{}","threat_score":70,"total_score":80,"verify_score":1,"verify_total_score":2,)"
-        R"("count":1,"hash":7,"engine_ver":"e","engine_rule_ver":"er","containerid":"{}","repository":"r","mounts":"m",)"
-        R"("user":"u","namespace":"n","imageid":"i","imagetag":"","containername":"c","Capability":"","PortsBinding":"p",)"
-        R"("ImageName":"in","ContainerInitPid":99,"Privileged":1,"rule":[{}],{}"Guid":"{}"}})",
-        form.type, form.level, form.container, rules, scenario, guid_text(form.number));
+    Alert alert{
+        .number = form.number, .type = form.type, .container = form.container, .rules = {}, .level = form.level};
+    for (int i = 0; i < form.rules; ++i) alert.rules.push_back(rule(form, i));
+    if (form.type == 2) alert.process_set = {event(form.number, 0)};
+    return alert.text();
 }
 
-void Mixture::send(uint32_t id, const std::string& data) { rig_.publish(id, data.data(), data.size()); }
+void Mixture::send(uint32_t id, const std::string& data) { session_.publish(id, data.data(), data.size()); }
 
 void Mixture::send_alert(AlertForm form, uint32_t id) {
     constexpr const char* kLevels[] = {"none", "Verbose", "Low", "Medium", "High", "Critical"};
@@ -89,23 +80,26 @@ void Mixture::send_alert(AlertForm form, uint32_t id) {
 
 void Mixture::fresh_alert() {
     const int rules = 1 + static_cast<int>(below(random_, 3));
-    send_alert({.rules = rules, .events = 1 + static_cast<int>(below(random_, 3))}, kIoaAlert);
+    send_alert({.rules = rules, .events = 1 + static_cast<int>(below(random_, 3))}, event_id::ioa_alert);
 }
 
-void Mixture::repeated_alert() { send_alert({.rule_id = fmt::format("R-again-{}", below(random_, 8))}, kIoaAlert); }
+void Mixture::repeated_alert() {
+    send_alert({.rule_id = fmt::format("R-again-{}", below(random_, 8))}, event_id::ioa_alert);
+}
 
-void Mixture::container_alert() { send_alert({.container = "0a1b2c3d4e5f"}, kIoaAlert); }
+void Mixture::container_alert() { send_alert({.container = "0a1b2c3d4e5f"}, event_id::ioa_alert); }
 
-void Mixture::scenario_alert() { send_alert({.type = 2, .rules = 2, .events = 2}, kIoaAlert); }
+void Mixture::scenario_alert() { send_alert({.type = 2, .rules = 2, .events = 2}, event_id::ioa_alert); }
 
 // Filtered while many traces are put off.
 void Mixture::busy_rule_alert() {
-    send_alert({.type = 2, .rule_id = fmt::format("xdr-IOA-{}", below(random_, 1000)), .events = 2}, kIoaAlert);
+    send_alert({.type = 2, .rule_id = fmt::format("xdr-IOA-{}", below(random_, 1000)), .events = 2},
+               event_id::ioa_alert);
 }
 
-void Mixture::trigger_alert() { send_alert({.status = "Trigger"}, kIoaAlert); }
+void Mixture::trigger_alert() { send_alert({.status = "Trigger"}, event_id::ioa_alert); }
 
-void Mixture::memory_alert() { send_alert({.events = 2}, kMemoryTrojan); }
+void Mixture::memory_alert() { send_alert({.events = 2}, event_id::memory_trojan); }
 
 void Mixture::bad_document() {
     std::string text = alert_text({.number = next_++});
@@ -116,36 +110,40 @@ void Mixture::bad_document() {
         case 3: text.replace(text.find("tool -d"), 1, "\\u0001"); break;  // no message may carry it
         default: text.replace(text.find("\"version\""), 4, "\"V");
     }
-    send(below(random_, 4) == 0 ? kMemoryTrojan : kIoaAlert, text);
+    send(below(random_, 4) == 0 ? event_id::memory_trojan : event_id::ioa_alert, text);
 }
 
 void Mixture::finding() {
     const char* const text = below(random_, 5) == 0 ? "\x01 not a text" : R"({"src_ip":"198.51.100.7","count":614})";
-    send(1540 + below(random_, 3), text);
+    send(event_id::port_scan + below(random_, 3), text);
 }
 
 void Mixture::detection() {
     const std::string message = field(kAgentId, "elsewhere");
-    send(1543 + below(random_, 2), message.substr(0, 1 + below(random_, static_cast<uint32_t>(message.size()))));
+    send(event_id::credible_event + below(random_, 2),
+         message.substr(0, 1 + below(random_, static_cast<uint32_t>(message.size()))));
 }
 
-void Mixture::kov() { send(kKov, field(kThreat, field(kAlertGuid, guid_text(next_++)))); }
+void Mixture::kov() { send(event_id::kov, field(kThreat, field(kAlertGuid, guid_text(next_++)))); }
 
-void Mixture::expand() { send(kExpand, field(kTaskId, "task-4711")); }
+void Mixture::expand() { send(event_id::trc_ex, field(kTaskId, "task-4711")); }
 
-void Mixture::ignored() { send(2304, "heartbeat"); }
+void Mixture::ignored() { send(event_id::ignored, "heartbeat"); }
 
 // The first byte makes it no message, and no document.
 void Mixture::garbage() {
-    constexpr uint32_t kIds[] = {534, 1536, 1537, 1538, 1543, 1544, 1793, 1794, 4242};
+    constexpr uint32_t kIds[] = {event_id::unprocessed,   event_id::ioa_alert,      event_id::unassigned_1537,
+                                 event_id::memory_trojan, event_id::credible_event, event_id::event_detect,
+                                 event_id::kov,           event_id::trc_ex,         4242};
     std::string bytes(1 + below(random_, 300), '\x07');
     for (size_t i = 1; i < bytes.size(); ++i) bytes[i] = static_cast<char>(below(random_, 256));
     send(kIds[below(random_, std::size(kIds))], bytes);
 }
 
 void Mixture::no_data() {
-    constexpr uint32_t kIds[] = {1536, 1538, 1540, 1544, 1793, 1794};
-    rig_.publish(kIds[below(random_, std::size(kIds))], nullptr, below(random_, 2) * 100);
+    constexpr uint32_t kIds[] = {event_id::ioa_alert,    event_id::memory_trojan, event_id::port_scan,
+                                 event_id::event_detect, event_id::kov,           event_id::trc_ex};
+    session_.publish(kIds[below(random_, std::size(kIds))], nullptr, below(random_, 2) * 100);
 }
 
 void Mixture::fresh_hit() { hit(next_++, below(random_, 5)); }
@@ -171,7 +169,7 @@ void Mixture::hit(uint64_t number, uint32_t kind) {
     record.ullHead[12] = 1715000000000 + below(random_, 100000);
     record.pszText[0] = "repository";
     record.pVariant = variants[kind];
-    rig_.publish(record, domain.c_str());
+    session_.publish(record, domain.c_str());
 }
 
 struct Mixture::Kind {

@@ -4,19 +4,19 @@
 #include <cstdint>
 #include <random>
 #include <string>
-#include <string_view>
+
+#include "host/lib/session.h"
 
 namespace zelhost {
-
-class Rig;
 
 using Random = std::mt19937;
 
 inline uint32_t below(Random& random, uint32_t limit) { return std::uniform_int_distribution(0u, limit - 1)(random); }
 
+// Alerts as the mixture and the storm vary them.
 struct AlertForm {
     uint64_t number = 0;         // makes the GUID
-    int type = 3;                // 2: with a scenario, whose processes are to be checked
+    int type = 3;                // 2: with processes in its scenario, which are to be checked
     const char* level = "High";  // Verbose, Low, Medium, High, Critical, or another for none
     const char* container = "host";
     std::string rule_id = {};  // of the first rule; empty: made from the number, so that no alert repeats another
@@ -26,15 +26,11 @@ struct AlertForm {
 };
 std::string alert_text(const AlertForm& form);
 
-// 36 characters that end with the number, and back.
-std::string guid_text(uint64_t number);
-uint64_t guid_number(std::string_view guid);
-
 // Publishes a mixture of everything that a plug-in may meet. One thread.
 class Mixture {
 public:
     // Two mixtures with different numbers send no equal alerts, but for those meant as repeats.
-    Mixture(Rig& rig, uint32_t number) : rig_(rig), random_(number), next_(uint64_t{number} << 32) {}
+    Mixture(Session& session, uint32_t number) : session_(session), random_(number), next_(uint64_t{number} << 32) {}
 
     void publish_one();
 
@@ -63,7 +59,7 @@ private:
     void repeated_hit();
     void hit(uint64_t number, uint32_t kind);
 
-    Rig& rig_;
+    Session& session_;
     Random random_;
     uint64_t next_;
 };

@@ -1,4 +1,4 @@
-#include "load.h"
+#include "longrun/load.h"
 
 #include <algorithm>
 #include <chrono>
@@ -36,7 +36,7 @@ Load::~Load() {
 
 void Load::work(const Worker& worker, uint32_t seed) {
     Random random(seed);
-    Mixture mixture(rig_, seed + 1);
+    Mixture mixture(rig_.session(), seed + 1);
     while (enter()) {
         (this->*worker.turn)(random, mixture);
         leave();
@@ -103,7 +103,7 @@ void Load::configure(Random& random, Mixture&) {
     };
     const Row& row = kRows[below(random, std::size(kRows))];
     const auto size = static_cast<uint32_t>(row.text == nullptr ? 1 : strlen(row.text));
-    expect("plugin_configuration_update", rig_.plugin().configuration_update(row.text, size), {row.answer});
+    expect("plugin_configuration_update", rig_.session().configure(row.text, size), {row.answer});
 }
 
 // Either may meet a reset period; the trace of a process needs the trace module.
@@ -112,32 +112,33 @@ void Load::trace(Random& random, Mixture&) {
     static constexpr const char* kDocuments[] = {"{}", "no message", nullptr};
     if (below(random, 4) != 0) {
         const char* const path = kPaths[below(random, std::size(kPaths))];
-        const int answer = rig_.file_trace(path, "key", static_cast<int>(below(random, 3)), below(random, 100));
+        const int answer =
+            rig_.session().file_trace(path, "key", static_cast<int>(below(random, 3)), below(random, 100));
         expect("reshdl_file_trace", answer, {path == nullptr ? -1 : 0, -2});
     } else {
         const char* const data = kDocuments[below(random, std::size(kDocuments))];
         const auto size = static_cast<uint32_t>(data == nullptr ? 0 : strlen(data));
-        const int answer = rig_.process_trace(data, size, below(random, 100));
+        const int answer = rig_.session().process_trace(data, size, below(random, 100));
         expect("reshdl_process_trace", answer, {data == nullptr ? -1 : 0, -1, -2});
     }
 }
 
 void Load::collect(Random& random, Mixture&) {
     static constexpr uint32_t kSizes[] = {0, 1, 2, 64, 65536};
-    rig_.collect(kSizes[below(random, std::size(kSizes) - (options_.reports_at_any_time ? 0 : 1))]);
+    rig_.session().collect(kSizes[below(random, std::size(kSizes) - (options_.reports_at_any_time ? 0 : 1))]);
 }
 
 void Load::reset(Random& random, Mixture&) {
     if (!options_.resets) return;
-    rig_.reset_begin();
+    rig_.session().reset_begin();
     std::this_thread::sleep_for(std::chrono::microseconds(below(random, 20000)));
-    rig_.reset_end();
+    rig_.session().reset_end();
 }
 
 void Load::call_plain(Random&, Mixture&) {
-    expect("plugin_start", rig_.plugin().start(), {0});
-    expect("plugin_update", rig_.update(), {0});
-    expect("plugin_stop", rig_.plugin().stop(), {0});
+    expect("plugin_start", rig_.session().plugin().start(), {0});
+    expect("plugin_update", rig_.session().plugin().update(), {0});
+    expect("plugin_stop", rig_.session().plugin().stop(), {0});
 }
 
 }  // namespace zelhost

@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "incoming.h"
-#include "rig.h"
+#include "longrun/incoming.h"
+#include "longrun/rig.h"
 
 namespace zelhost {
 

@@ -16,17 +16,20 @@
 #include <thread>
 #include <vector>
 
-#include "agent_folder.h"
-#include "balance.h"
-#include "fast_clock.h"
-#include "load.h"
-#include "rig.h"
+#include "host/lib/account_text.h"
+#include "host/lib/agent_folder.h"
+#include "host/lib/clocks.h"
+#include "longrun/checks.h"
+#include "longrun/load.h"
+#include "longrun/rig.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using namespace zelhost;
+using clocks::machine_now;
 using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 
 struct RoundKind {
     const char* name;
@@ -64,8 +67,8 @@ constexpr milliseconds kLongestRound = 5min;
 constexpr milliseconds kShortestRound = 5s;
 constexpr milliseconds kBetweenPauses = 5s;
 constexpr unsigned kGraceSeconds = 240;
-constexpr uint32_t kWholeReport = 65536;
 constexpr int kRestarts = 3;
+constexpr int kClockSpeed = 60;  // a minute of the run is an hour of the plug-in's
 
 // What a round may add to its memory: some of its own, and what the plug-in keeps on purpose, which is the nodes of
 // ignored events, the builder's buffers of file traces and the trees of documents without an id.
@@ -87,7 +90,7 @@ public:
     bool run();
 
 private:
-    void load_until(Load& load, milliseconds end);
+    void load_until(Load& load, steady_clock::time_point end);
     void rest(Load& load);
     void settle();
     void stop();
@@ -114,13 +117,13 @@ void Round::rest(Load& load) {
     load.pause();
     settle();
     rig_.release_held();
-    rig_.collect(kWholeReport);
+    rig_.session().collect();
     resident_.push_back(resident_kib());
 }
 
-void Round::load_until(Load& load, milliseconds end) {
-    while (machine_time() < end) {
-        std::this_thread::sleep_for(std::min(kBetweenPauses, end - machine_time()));
+void Round::load_until(Load& load, steady_clock::time_point end) {
+    while (machine_now() < end) {
+        std::this_thread::sleep_for(std::min<steady_clock::duration>(kBetweenPauses, end - machine_now()));
         if (!kind_.terms.settled) continue;
         rest(load);
         load.resume();
@@ -130,11 +133,11 @@ void Round::load_until(Load& load, milliseconds end) {
 // What a stop takes out of the queues is gone without a line, so it counts as left from then on.
 void Round::stop() {
     rig_.stop();
-    discarded_ = rig_.account().left;
+    discarded_ = rig_.session().account().left;
 }
 
 bool Round::run() {
-    const milliseconds end = machine_time() + length_;
+    const auto end = machine_now() + length_;
     rig_.start();
     {
         Load load(rig_, kind_.load, seed_);
@@ -159,16 +162,14 @@ bool Round::run() {
 bool Round::sum_up() {
     Terms terms = kind_.terms;
     terms.longest_event_queue = rig_.longest_event_queue();
-    const Account account = rig_.account();
+    terms.outlived = rig_.outlived();
+    const Account account = rig_.session().account();
     std::vector<Check> checks = check_account(account, terms);
     if (kMeasureMemory && !resident_.empty())
         checks.push_back({"resident memory, KiB / allowed", static_cast<int64_t>(resident_.back()),
                           static_cast<int64_t>(resident_.front() + allowed_growth_kib(account.totals)), true});
-    fmt::print("{}", balance_text(account.totals));
-    fmt::print("       answers to {} file traces and {} process traces, {} duplicate batches, {} memory checks\n",
-               account.file_answers, account.process_traces, account.totals.duplicate_batches,
-               account.totals.memory_checks);
-    if (!resident_.empty()) fmt::print("       resident memory at rest, KiB: {}\n", fmt::join(resident_, " "));
+    fmt::print("{}", account_text(account, terms.settled ? End::quiet : End::under_load));
+    if (!resident_.empty()) fmt::print("  resident memory at rest, KiB: {}\n", fmt::join(resident_, " "));
     const std::string failed = failed_text(checks);
     fmt::print("{}  {} checks, {}\n", failed, checks.size(),
                failed.empty() && wrong_ == 0 ? "all hold" : "NOT all hold");
@@ -202,14 +203,14 @@ int soak(milliseconds total, uint32_t seed) {
     // One copy for all rounds: a build in the meantime changes the staged folder.
     const AgentFolder agent(ZEL_AGENT_DIR, parsed(kCommon));
     const milliseconds length = std::clamp(total / static_cast<int>(std::size(kRounds)), kShortestRound, kLongestRound);
-    const milliseconds end = machine_time() + total;
+    const auto end = machine_now() + total;
     uint32_t rounds = 0;
     std::vector<uint32_t> failed;
     do {
         const RoundKind& kind = kRounds[rounds % std::size(kRounds)];
         fmt::print("round {}, {} s: {}\n", ++rounds, length.count() / 1000, kind.name);
         if (!run_in_child(agent.root(), kind, length, seed + rounds)) failed.push_back(rounds);
-    } while (machine_time() < end || rounds < std::size(kRounds));
+    } while (machine_now() < end || rounds < std::size(kRounds));
     fmt::print("soak: {} rounds from seed {}, {} failed{}{}\n", rounds, seed, failed.size(), failed.empty() ? "" : ": ",
                fmt::join(failed, ", "));
     return failed.empty() ? 0 : 1;
@@ -218,6 +219,7 @@ int soak(milliseconds total, uint32_t seed) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    clocks::speed_up(kClockSpeed);
     try {
         return soak(std::chrono::seconds(argc > 1 ? atoi(argv[1]) : 60),
                     static_cast<uint32_t>(argc > 2 ? atoi(argv[2]) : 1));

@@ -17,13 +17,13 @@
 #include <thread>
 #include <vector>
 
-#include "balance.h"
-#include "event_kinds.h"
-#include "incoming.h"
-#include "outcome.h"
-#include "platform/zel_support.h"
-#include "rig.h"
-#include "storm_account.h"
+#include "host/lib/account_text.h"
+#include "host/lib/clocks.h"
+#include "longrun/checks.h"
+#include "longrun/incoming.h"
+#include "longrun/rig.h"
+#include "longrun/storm_account.h"
+#include "platform/event_ids.h"
 
 namespace {
 
@@ -34,7 +34,6 @@ constexpr uint64_t kQueueMax = 100;
 constexpr int kSkipLevel = 2;
 constexpr uint64_t kWarmUp = 3000;
 constexpr int64_t kMostGrowthKib = 5 * 1024;
-constexpr uint32_t kReportBuffer = 65536;
 
 // Ticks that a trace costs, both inclusive. The most that can wait is 2 * 100 + 4 alerts of 20 processes, which at
 // 20000 a process stays far below what 32 bits hold.
@@ -51,10 +50,8 @@ bool on_trace_worker() {
     return is;
 }
 
-}  // namespace
-
 // The trace worker asks before and after each trace, and only then: half of the difference comes with each call.
-uint64_t zel_time_get_tick_cout() {
+uint64_t storm_ticks() {
     if (!on_trace_worker()) return g_tick;
     thread_local Random random(1);
     thread_local uint32_t half = 0;
@@ -65,8 +62,6 @@ uint64_t zel_time_get_tick_cout() {
     half = lowest + below(random, static_cast<uint32_t>(g_highest_cost.load()) - lowest + 1);
     return g_tick;
 }
-
-namespace {
 
 // How the storm blows for a while.
 struct Phase {
@@ -97,12 +92,10 @@ public:
     Storm(uint64_t alerts)
         : alerts_(alerts),
           account_(alerts + kWarmUp, kSkipLevel),
-          rig_(
-              ZEL_AGENT_DIR,
-              {parse_setting("zelreshdl:config:queue_max=100"), parse_setting("zelreshdl:config:interval=1"),
-               parse_setting("zeltrc:standin:cost_ms=1"), parse_setting("zeltrc:trace_setting:skip_behavior_level=2")},
-              [](void* account, std::string_view line) { static_cast<StormAccount*>(account)->line(line); },
-              &account_) {}
+          rig_(ZEL_AGENT_DIR,
+               {parse_setting("zelreshdl:config:queue_max=100"), parse_setting("zelreshdl:config:interval=1"),
+                parse_setting("zeltrc:standin:cost_ms=1"), parse_setting("zeltrc:trace_setting:skip_behavior_level=2")},
+               [this](std::string_view line) { account_.line(line); }) {}
 
     bool run();
 
@@ -127,7 +120,7 @@ void Storm::blow(uint64_t alerts, int per_second) {
             std::this_thread::sleep_until(begin +
                                           std::chrono::microseconds(i * 1000000 / static_cast<uint64_t>(per_second)));
         const std::string text = storm_alert(published_++);
-        rig_.publish(kIoaAlert, text.data(), text.size());
+        rig_.session().publish(event_id::ioa_alert, text.data(), text.size());
     }
 }
 
@@ -153,7 +146,7 @@ bool Storm::run() {
     for (const Phase& phase : kPhases) {
         const std::string settings =
             fmt::format(R"({{"delay_time":"{}","queue_size":"{}"}})", phase.delay_time, kQueueMax);
-        rig_.plugin().configuration_update(settings.c_str(), static_cast<uint32_t>(settings.size()));
+        rig_.session().configure(settings.c_str(), static_cast<uint32_t>(settings.size()));
         account_.set_limit(atoll(phase.delay_time));
         g_lowest_cost = phase.lowest_cost;
         g_highest_cost = phase.highest_cost;
@@ -170,17 +163,17 @@ bool Storm::run() {
     rig_.release_held();
     growth_kib_ = static_cast<int64_t>(resident_kib()) - before;
     fmt::print("resident memory {} KiB before, {} KiB more after\n", before, growth_kib_);
-    rig_.collect(kReportBuffer);
+    rig_.session().collect();
     rig_.stop();
     return sum_up();
 }
 
 bool Storm::sum_up() {
-    const Account account = rig_.account();
+    const Account account = rig_.session().account();
     const Totals& totals = account.totals;
     const StormFigures log = account_.figures();
-    const KindFigures alerts = totals.of(kIoaAlert);
-    fmt::print("{}", balance_text(totals));
+    const KindFigures alerts = totals.of(event_id::ioa_alert);
+    fmt::print("{}", account_text(account, End::quiet));
     check("event queue, longest", log.longest_event_queue, kQueueMax + 1);
     check("trc queue, longest that the intake met", log.longest_trc_queue, 2 * kQueueMax + 3);
     check("waiting for a trace or in one, most at once", log.most_waiting, 2 * kQueueMax + 3 + 1);
@@ -204,7 +197,8 @@ bool Storm::sum_up() {
     if (kMeasureMemory)
         check("growth of resident memory, KiB", static_cast<uint64_t>(std::max<int64_t>(growth_kib_, 0)),
               kMostGrowthKib);
-    const std::string failed = failed_text(check_account(account, {.longest_event_queue = log.longest_event_queue}));
+    const std::string failed = failed_text(
+        check_account(account, {.longest_event_queue = log.longest_event_queue, .outlived = rig_.outlived()}));
     fmt::print("{}storm: {}\n", failed, good_ && failed.empty() ? "all holds" : "NOT all holds");
     return good_ && failed.empty();
 }
@@ -212,6 +206,7 @@ bool Storm::sum_up() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    clocks::replace_ticks(storm_ticks);
     try {
         return Storm(argc > 1 ? strtoull(argv[1], nullptr, 10) : 100000).run() ? 0 : 1;
     } catch (const std::exception& e) {

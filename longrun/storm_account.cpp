@@ -1,4 +1,4 @@
-#include "storm_account.h"
+#include "longrun/storm_account.h"
 
 #include <fmt/format.h>
 
@@ -7,16 +7,15 @@
 #include <cstdlib>
 #include <utility>
 
-#include "incoming.h"
+#include "host/lib/alert.h"
+#include "host/lib/figures.h"
 
 namespace zelhost {
 namespace {
 
 constexpr size_t kMostFaults = 20;
 constexpr std::string_view kDropAlarm = "drop alarm: ";
-constexpr std::string_view kPushed = ", push into eliminator";
 constexpr std::string_view kPopped = ", pop from eliminator";
-constexpr std::string_view kGuid = "guid: ";
 
 // The thread that writes the predictions writes the drops, too.
 thread_local bool on_trace_worker = false;
@@ -48,8 +47,8 @@ void StormAccount::line(std::string_view line) {
     const std::lock_guard lock(mutex_);
 
     if (pass_ && on_trace_worker && !text.starts_with(kDropAlarm)) end_pass(text);
-    if (text.starts_with("node event id: ") && (text.ends_with(kPushed) || text.ends_with(kPopped))) {
-        Alert alert{guid_number(text.substr(text.find(kGuid) + kGuid.size())), 0, 0};
+    if (text.starts_with("node event id: ") && (text.ends_with(kPushedText) || text.ends_with(kPopped))) {
+        Alert alert{guid_number(text.substr(text.find(kGuidText) + kGuidText.size())), 0, 0};
         sscanf(text.data(), "node event id: %*d, process count: %d, risk level: %d", &alert.processes, &alert.level);
         if (text.ends_with(kPopped))
             pop(alert.number);

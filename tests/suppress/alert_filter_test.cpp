@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/fake_clock.h"
+#include "host/lib/clocks.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -32,9 +32,10 @@ TEST(AlertFilter, MakesItsKeyOfRulesAndImages) {
 }
 
 TEST(AlertFilter, ForgetsEverythingWhenAMinuteHasPassedSinceItLastDid) {
+    zelhost::clocks::stand_still(zelhost::clocks::monotonic, std::chrono::seconds(1000));
     AlertFilter filter;
     const auto repeat_after = [&](uint64_t ms, const Rules& rules) {
-        zel_test::tick_ms += ms;
+        zelhost::clocks::advance(std::chrono::milliseconds(ms));
         return filter.CheckRepeat(alert(rules));
     };
     const Rules first = {{"r", {"/a"}}}, second = {{"r", {"/a", "/b"}}};
