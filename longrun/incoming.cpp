@@ -62,8 +62,11 @@ constexpr uint32_t kAgentId = 1, kTaskId = 2, kThreat = 8, kAlertGuid = 2;
 }  // namespace
 
 std::string alert_text(const AlertForm& form) {
-    Alert alert{
-        .number = form.number, .type = form.type, .container = form.container, .rules = {}, .level = form.level};
+    Alert alert{.number = static_cast<int64_t>(form.number),
+                .type = form.type,
+                .container = form.container,
+                .rules = {},
+                .level = form.level};
     for (int i = 0; i < form.rules; ++i) alert.rules.push_back(rule(form, i));
     if (form.type == 2) alert.process_set = {event(form.number, 0)};
     return alert.text();

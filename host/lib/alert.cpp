@@ -25,7 +25,7 @@ std::string event_text(const AlertEvent& event) {
         event.type, event.pid, event.command, event.guid, event.image, event.op_time, event.keys);
 }
 
-std::string rule_text(const AlertRule& rule, uint64_t number) {
+std::string rule_text(const AlertRule& rule, int64_t number) {
     return fmt::format(
         R"({{"rule_id":"{}","status":"{}","mitre_id":"T1070","rule_desc":"desc","score":{},"version":"v",)"
         R"("rule_name":"name",{},"event":[{}]}})",
@@ -61,7 +61,8 @@ std::string Alert::text() const {
         R"({{"risk_level":"{}","threat_score":70,"total_score":80,"verify_score":1,"verify_total_score":2,"count":1,)"
         R"("hash":7,"engine_ver":"e","engine_rule_ver":"er","alert_type":{},{}"rule":[{}],{}"Guid":"{}"}})",
         level, type, details ? kContainerKeys + container + "\"," : "",
-        joined(rules, [this](const AlertRule& rule) { return rule_text(rule, number); }), scenario, guid_text(number));
+        joined(rules, [this](const AlertRule& rule) { return rule_text(rule, number); }), scenario,
+        guid_text(static_cast<uint64_t>(number)));
 }
 
 }  // namespace zelhost

@@ -32,7 +32,7 @@ struct AlertRule {
 };
 
 struct Alert {
-    uint64_t number = 1;  // makes its GUID
+    int64_t number = 1;  // makes its GUID
     int type = 3;
     std::string container = "host";
     std::vector<AlertRule> rules = {AlertRule{}};

@@ -14,7 +14,7 @@ namespace e2e {
 using zelhost::Alert;
 using RawEvent = zelhost::AlertEvent;
 using Rule = zelhost::AlertRule;
-inline constexpr auto guid = zelhost::guid_text;
+inline std::string guid(int number) { return zelhost::guid_text(static_cast<uint64_t>(number)); }
 
 struct DnsHit {
     std::string domain = "bad.example";
