@@ -97,7 +97,7 @@ std::vector<std::string> Session::unknown() const {
     if (!support_.set_log_tap)
         miss("liblumutil.so", "what becomes of an event without a report is not shown, nor are waiting traces");
     if (started_ && trace_module_ && !trace_counts())
-        miss("libzeltrc.so", "its buffers are not counted, and only the log tells which traces wait");
+        miss("libzeltrc.so", "its buffers are not counted, and traces are followed by the log alone");
     if (!can_collect()) miss("libzelbpmgr.so", "the plug-in's own statistics are not shown");
     return sentences;
 }
