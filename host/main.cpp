@@ -11,6 +11,7 @@ namespace {
 
 using namespace zelhost;
 
+// A command is this row and a file in host/commands/. The table is in the order in which the help text lists it.
 struct Command {
     const char* name;
     const char* help;
@@ -20,6 +21,7 @@ constexpr Command kCommands[] = {
     {"run", "Play a script of events to the plug-in of an agent folder", prepare_run},
 };
 
+// One sentence for the help texts of all commands, from the one table of codes.
 std::string exit_codes() {
     std::string text;
     for (const ExitCodeWords& row : kExitCodes)
@@ -27,6 +29,7 @@ std::string exit_codes() {
     return text + ".";
 }
 
+// What is said of a wrong command line, in one line; it names the help text that would have told.
 std::string failure_text(const CLI::App* app, const CLI::Error& error) {
     const auto chosen = app->get_subcommands();
     const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";

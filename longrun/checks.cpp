@@ -7,6 +7,7 @@
 namespace zelhost {
 namespace {
 
+// The list in the making.
 class Checks {
 public:
     void equal(std::string what, int64_t left, int64_t right) {
@@ -27,6 +28,7 @@ private:
     std::vector<Check> list_;
 };
 
+// Nothing is lost between host, bus and plug-in, and every incoming event and reference is given back.
 void check_bus(Checks& checks, const Account& account, const Terms& terms) {
     const Totals& totals = account.totals;
     int64_t unhandled = 0;
@@ -65,6 +67,7 @@ void check_stages(Checks& checks, const Account& account, const Terms& terms) {
     }
 }
 
+// Every success gives one result, and every buffer of the trace module goes back to it.
 void check_traces(Checks& checks, const Account& account, const Terms& terms) {
     const Totals& totals = account.totals;
     const zeltrc_counts trace = account.trace.value_or(zeltrc_counts{});
@@ -86,6 +89,7 @@ void check_traces(Checks& checks, const Account& account, const Terms& terms) {
                    kept, as_signed(trace.outstanding), kept + as_signed(terms.outlived));
 }
 
+// The plug-in's own figures, summed over all reports, are those that the log and the bus show.
 void check_reports(Checks& checks, const Account& account) {
     const auto agrees = [&](std::string_view key, int64_t counted) {
         checks.equal(fmt::format("{} / counted from outside", key), as_signed(account.reports.figure(key)), counted);

@@ -11,6 +11,7 @@
 namespace zelhost {
 namespace {
 
+// Objects of the event types that a document mixes, with the keys that their decoders ask for.
 struct Object {
     int type;
     const char* keys;
@@ -86,6 +87,7 @@ void Mixture::fresh_alert() {
     send_alert({.rules = rules, .events = 1 + static_cast<int>(below(random_, 3))}, event_id::ioa_alert);
 }
 
+// Eight rules in all, so that most come within a minute of their like.
 void Mixture::repeated_alert() {
     send_alert({.rule_id = fmt::format("R-again-{}", below(random_, 8))}, event_id::ioa_alert);
 }
@@ -116,11 +118,13 @@ void Mixture::bad_document() {
     send(below(random_, 4) == 0 ? event_id::memory_trojan : event_id::ioa_alert, text);
 }
 
+// The text travels on unread, so that one that is none is as good.
 void Mixture::finding() {
     const char* const text = below(random_, 5) == 0 ? "\x01 not a text" : R"({"src_ip":"198.51.100.7","count":614})";
     send(event_id::port_scan + below(random_, 3), text);
 }
 
+// Cut at any byte: what can be read of it is sent.
 void Mixture::detection() {
     const std::string message = field(kAgentId, "elsewhere");
     send(event_id::credible_event + below(random_, 2),

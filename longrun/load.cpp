@@ -13,6 +13,7 @@ struct Load::Worker {
     uint32_t longest_rest_us;  // between two turns
     void (Load::*turn)(Random& random, Mixture& mixture);
 };
+// Two threads reset, so that reset periods overlap.
 const Load::Worker Load::kWorkers[] = {
     {3, 50000, &Load::publish}, {1, 20000, &Load::configure}, {2, 40000, &Load::trace},
     {2, 30000, &Load::collect}, {2, 2000000, &Load::reset},   {1, 50000, &Load::call_plain},
@@ -34,6 +35,7 @@ Load::~Load() {
     for (std::thread& thread : threads_) thread.join();
 }
 
+// Each thread has numbers of its own, so that a run with one seed sends the same events.
 void Load::work(const Worker& worker, uint32_t seed) {
     Random random(seed);
     Mixture mixture(rig_.session(), seed + 1);
@@ -57,6 +59,7 @@ void Load::leave() {
     changed_.notify_all();
 }
 
+// Returns when the last turn has ended; a thread that waits begins no other.
 void Load::pause() {
     std::unique_lock lock(mutex_);
     paused_ = true;

@@ -43,6 +43,7 @@ Rig::Rig(const std::string& agent, const std::vector<Setting>& settings, Watcher
 
 Rig::~Rig() { release_held(); }
 
+// The longest queue is known to the log alone; the plug-in reports only how often it overflowed.
 void Rig::on_log_line(std::string_view line) {
     if (const size_t at = line.find(kQueueCount); at != std::string_view::npos) {
         const uint64_t size = strtoul(line.data() + at + kQueueCount.size(), nullptr, 10);
@@ -68,10 +69,12 @@ void Rig::on_event(MbFrame::IEvent& event, const ST_PB_EVENT& record) {
     if (oldest != nullptr) give_back(oldest);
 }
 
+// The path is read to its end, so that a checker sees a text that is gone.
 void Rig::on_memory_check(const ST_MEM_DETECT_INFO& info) { checksum_ += std::string_view(info.pszPath).size(); }
 
 void Rig::on_answer(int, uint32_t, const char* buffer, uint32_t size) { checksum_ += read_all(buffer, size); }
 
+// Counts too many rather than too few: a stop may begin while the release is under way.
 void Rig::give_back(MbFrame::IEvent* event) {
     const uint64_t phase = phase_;
     event->Release();
@@ -94,6 +97,8 @@ void Rig::start() {
     ++phase_;
 }
 
+// What is on its way when the stop begins, and what the workers send while it goes on, may be released after the trace
+// module has been unloaded.
 void Rig::stop() {
     ++phase_;
     const lummb_counts before = session_.account().bus;

@@ -21,8 +21,7 @@ public:
     // Sees each log line, one at a time, on the thread that logs. Must be quick and must not log.
     using Watcher = std::function<void(std::string_view line)>;
 
-    // `agent` is the folder that is copied. Throws Failure, also when the agent's own libraries stand where the long
-    // runs need the counts of stand-ins.
+    // `agent` is the folder that is copied. Throws Failure.
     Rig(const std::string& agent, const std::vector<Setting>& settings, Watcher watcher = {});
     // The plug-in must have been stopped.
     ~Rig();
@@ -30,7 +29,8 @@ public:
     Rig& operator=(const Rig&) = delete;
 
     Session& session() { return session_; }
-    // On one thread, in turn. Start throws Failure when the plug-in does not start.
+    // On one thread, in turn. Start throws Failure when the plug-in does not start, and when the agent's own libraries
+    // stand where a long run needs the counts of stand-ins.
     void start();
     void stop();
     // Waits until all that went in has its end, but for what `discarded` counts as gone at an earlier stop. False after

@@ -159,6 +159,7 @@ bool Round::run() {
     return sum_up();
 }
 
+// All that the round says of itself, and what does not hold.
 bool Round::sum_up() {
     Terms terms = kind_.terms;
     terms.longest_event_queue = rig_.longest_event_queue();
@@ -199,6 +200,7 @@ bool run_in_child(const std::string& agent, const RoundKind& kind, milliseconds 
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+// At least one round of each kind, however short the time.
 int soak(milliseconds total, uint32_t seed) {
     // One copy for all rounds: a build in the meantime changes the staged folder.
     const AgentFolder agent(ZEL_AGENT_DIR, parsed(kCommon));

@@ -41,6 +41,7 @@ std::atomic<int32_t> g_lowest_cost{5000};
 std::atomic<int32_t> g_highest_cost{5000};
 std::atomic<uint64_t> g_tick{1};
 
+// Asked once a thread: its name does not change.
 bool on_trace_worker() {
     thread_local const bool is = [] {
         char name[16] = {};
@@ -113,6 +114,7 @@ private:
     int64_t growth_kib_ = 0;
 };
 
+// In groups of a hundred, since a sleep a document would be too coarse.
 void Storm::blow(uint64_t alerts, int per_second) {
     const auto begin = Clock::now();
     for (uint64_t i = 0; i < alerts; ++i) {

@@ -1,3 +1,5 @@
+// The run itself: its steps, its waits, its summary and its options. The lines of the script are played in
+// run_script.cpp.
 #include "host/commands/run.h"
 
 #include <stdlib.h>
@@ -21,10 +23,12 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
+// A run that is over at once shows no progress.
 constexpr auto kProgressAfter = 1s;
 constexpr auto kProgressStep = 200ms;
 constexpr auto kFullPause = 1ms;
 
+// Blank lines and lines that begin with #.
 bool is_comment(std::string_view line) {
     const size_t first = line.find_first_not_of(" \t\r");
     return first == std::string_view::npos || line[first] == '#';
@@ -34,6 +38,8 @@ bool is_comment(std::string_view line) {
 
 // --- what comes back ---
 
+// These four run on the threads that Client names, while the main thread plays or waits. Output takes lines from any
+// thread. It is made before the session and so is there for all of them.
 void Run::on_event(MbFrame::IEvent&, const ST_PB_EVENT& record) { output_->trace_event(record); }
 
 void Run::on_memory_check(const ST_MEM_DETECT_INFO& info) { output_->memory_check(info); }
@@ -47,10 +53,12 @@ void Run::on_report(std::string_view module, int32_t result, std::string_view te
     if (print_reports_ && !text.empty()) output_->report(module, text);
 }
 
+// A signal ends the wait for room on the bus, and with it the run.
 bool Run::pause_publishing() { return !stop_signal_.sleep(kFullPause); }
 
 // --- the steps of a run ---
 
+// First of all: a wrong folder is said before a file is written.
 void Run::find_agent() { folder_.emplace(options_.root, options_.settings); }
 
 // The logger reads these at its first line. It would say nothing of a file that cannot be written.
@@ -65,6 +73,7 @@ void Run::prepare_log() {
     log_place_ = fmt::format("{}, level {}", file == nullptr ? "standard error" : file, getenv("ZEL_LOG_LEVEL"));
 }
 
+// Both before anything is loaded, so that a name that is wrong costs no start of the plug-in.
 void Run::open_files() {
     output_.emplace(options_.output);
     input_.emplace(options_.input, stop_signal_);
@@ -74,6 +83,8 @@ void Run::open_files() {
 
 void Run::load() { session_.emplace(*folder_, *this); }
 
+// A start that fails has said why in the log, and only there: its last errors are repeated for the reader. What cannot
+// be known is said here, once, because only a start shows whether the trace module counts.
 void Run::start() {
     const int answer = session_->start();
     const Totals totals = session_->account().totals;
@@ -84,6 +95,8 @@ void Run::start() {
     for (const std::string& sentence : session_->unknown()) console::message(sentence);
 }
 
+// A line that cannot be understood is skipped and counted, so that the rest of a long script still runs. The output is
+// looked at after each line: when nobody reads it any more, there is no point in going on.
 void Run::play_input() {
     auto shown = Clock::now() + kProgressAfter;
     std::string_view line;
@@ -107,6 +120,7 @@ void Run::play_input() {
     console::progress("");
 }
 
+// In a reset period the trace module is not loaded, and no trace can end.
 void Run::wait_for_the_rest() {
     const bool reset_open = session_->reset_open();
     if (reset_open && session_->account().totals.waiting_traces > 0)
@@ -125,10 +139,13 @@ void Run::stop() {
     if (session_) session_->stop();
 }
 
+// After the bus has come to rest, so that nothing is written any more.
 void Run::check_output() {
     if (output_ && !output_->error().empty()) throw Failure("{}", output_->error());
 }
 
+// The session still has its libraries here, and can tell what they count. Without a start there is nothing to sum up,
+// and the failure has been said.
 void Run::sum_up() {
     if (!started_) return;
     const Account account = session_->account();
@@ -149,6 +166,7 @@ void Run::unload() { session_.reset(); }
 
 void Run::remove_copy() { folder_.reset(); }
 
+// The first step that fails is the last of these; the teardown follows in any case.
 const Run::Step Run::kSteps[] = {
     {"find the agent", &Run::find_agent},
     {"prepare the log", &Run::prepare_log},
@@ -167,6 +185,7 @@ const Run::Step Run::kTeardown[] = {
     {"remove the temporary agent folder", &Run::remove_copy},
 };
 
+// A Failure says all by itself. Any other exception, as of the file system, gets the name of the step.
 bool Run::take(const Step& step) {
     try {
         (this->*step.act)();
@@ -180,6 +199,7 @@ bool Run::take(const Step& step) {
     return false;
 }
 
+// Of several things that went wrong, the worst decides.
 ExitCode Run::run() {
     std::ranges::all_of(kSteps, [this](const Step& step) { return take(step); });
     for (const Step& step : kTeardown) take(step);
@@ -188,6 +208,7 @@ ExitCode Run::run() {
     return lines_skipped_ > 0 ? kLinesSkipped : kDone;
 }
 
+// The longest wait holds for each wait of a run. The step is short against the quiet time that is waited for.
 void Run::wait_until_idle(bool traces) {
     const auto deadline = Clock::now() + options_.max_wait;
     const auto step = std::clamp(options_.idle / 10, 1ms, 50ms);
@@ -229,6 +250,7 @@ struct Shorthand {
     const char* help;
     Setting setting;  // without its value
 };
+// The values that are changed most often; their limits are the plug-in's, which takes its default outside of them.
 const Shorthand kShorthands[] = {
     {"--not-ready",
      "How often the trace module puts an alert off: zeltrc:standin:not_ready_times",
@@ -242,6 +264,7 @@ const Shorthand kShorthands[] = {
      {"zelreshdl", "config", "trc_times", ""}},
 };
 
+// Settings do not change the agent folder: the run plays in a copy that has them.
 void add_settings(CLI::App& app, RunOptions& options) {
     app.add_option_function<std::vector<std::string>>(
            "--set",
@@ -265,6 +288,7 @@ void add_settings(CLI::App& app, RunOptions& options) {
             ->type_name("N");
 }
 
+// Each help text names its default, because the parser does not know what an empty value stands for.
 void add_options(CLI::App& app, RunOptions& options) {
     app.add_option("--root", options.root, "Agent folder; the one that zelhost stands in if not given")
         ->type_name("DIR");
@@ -288,6 +312,7 @@ void add_options(CLI::App& app, RunOptions& options) {
 
 }  // namespace
 
+// The options live as long as the action; the parser writes into them before.
 Action prepare_run(CLI::App& app) {
     const auto options = std::make_shared<RunOptions>();
     app.footer(kFooter);

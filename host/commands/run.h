@@ -60,6 +60,7 @@ private:
     };
     static const Step kSteps[];
     static const Step kTeardown[];
+    // Takes one step and says its failure; false when it failed.
     bool take(const Step& step);
 
     // --- the script, in run_script.cpp ---
@@ -68,6 +69,8 @@ private:
     static const ScriptAction kActions[];
     // Does what one line of the input asks for. Throws Failure when the line cannot be understood.
     void play_line(std::string_view line);
+    // One for each form of a line. Each throws Failure for keys and values that it does not know, before it does
+    // anything.
     void play_event(const JsonText& line);
     void note(uint32_t event_id, Session::Published published);
     void publish_bytes(uint32_t event_id, const Payload& payload);
@@ -85,6 +88,7 @@ private:
     // longest wait has passed, and notes the latter.
     void wait_until_idle(bool traces);
 
+    // Of Client: write what comes back as JSON lines.
     void on_event(MbFrame::IEvent& event, const ST_PB_EVENT& record) override;
     void on_memory_check(const ST_MEM_DETECT_INFO& info) override;
     void on_answer(int code, uint32_t context, const char* buffer, uint32_t size) override;
@@ -93,6 +97,7 @@ private:
 
     const RunOptions options_;
     const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+    // In the order in which they are made. The session is the last and so ends first.
     StopSignal stop_signal_;
     std::string log_place_;  // where the log goes, for people
     std::optional<AgentFolder> folder_;

@@ -41,6 +41,8 @@ std::string config_document(const JsonText& line) {
 
 // --- events ---
 
+// An event that nobody takes is no mistake in the script: engines publish such events, too. It is said at the first one
+// of each kind.
 void Run::note(uint32_t event_id, Session::Published published) {
     if (published != Session::Published::not_subscribed) return;
     if (session_->account().totals.of(event_id).not_subscribed == 1)
@@ -48,11 +50,13 @@ void Run::note(uint32_t event_id, Session::Published published) {
                      input_->number(), event_id);
 }
 
+// No payload and an empty one differ: the first is a null pointer.
 void Run::publish_bytes(uint32_t event_id, const Payload& payload) {
     const char* const data = payload ? payload->data() : nullptr;
     note(event_id, session_->publish(event_id, data, payload ? payload->size() : 0));
 }
 
+// A DNS hit is a native record with pointers, so it has a form of its own; all others are bytes.
 void Run::play_event(const JsonText& line) {
     const auto event_id = static_cast<uint32_t>(line.whole("event", 0, kMaxUint32));
     if (event_id == event_id::ioc) {
@@ -68,6 +72,7 @@ void Run::play_event(const JsonText& line) {
 
 // --- calls ---
 
+// What the exports answer is no failure of the run: a script may try a refusal on purpose.
 void Run::say_answer(const char* function, int answer) const {
     if (answer == 0) return;
     console::say("line {}: {} answered {}{}", input_->number(), function, answer,
@@ -79,6 +84,7 @@ void Run::sleep(const JsonText& line) {
     stop_signal_.sleep(std::chrono::milliseconds{line.whole("ms", 0, std::numeric_limits<int32_t>::max())});
 }
 
+// Traces are not waited for: one that is put off would hold the script up for 15 seconds.
 void Run::wait(const JsonText& line) {
     line.expect_only({"do"});
     wait_until_idle(false);
@@ -94,6 +100,7 @@ void Run::reset_end(const JsonText& line) {
     session_->reset_end();
 }
 
+// "text" takes any bytes, for documents that are none.
 void Run::configure(const JsonText& line) {
     line.expect_only({"do", "delay_time", "queue_size", "text"});
     const std::string* text = line.text("text");
@@ -102,6 +109,7 @@ void Run::configure(const JsonText& line) {
                session_->configure(document.c_str(), static_cast<uint32_t>(document.size())));
 }
 
+// A key that is missing or null becomes a null pointer, which the export has to refuse.
 void Run::file_trace(const JsonText& line) {
     line.expect_only({"do", "path", "file_key", "kind", "context"});
     const std::string* path = line.text("path");
@@ -124,6 +132,7 @@ void Run::process_trace(const JsonText& line) {
                                        payload ? static_cast<uint32_t>(payload->size()) : 0, context_of(line)));
 }
 
+// The reports of the end are for the sums only; this one is printed.
 void Run::report(const JsonText& line) {
     line.expect_only({"do"});
     print_reports_ = true;
@@ -135,6 +144,7 @@ struct Run::ScriptAction {
     std::string_view name;
     void (Run::*act)(const JsonText& line);
 };
+// One row an action; each knows its own keys and refuses others.
 const Run::ScriptAction Run::kActions[] = {
     {"sleep", &Run::sleep},
     {"wait", &Run::wait},
@@ -146,6 +156,8 @@ const Run::ScriptAction Run::kActions[] = {
     {"file_trace", &Run::file_trace},
 };
 
+// An alert document may stand as it is, without an envelope: such files exist, and one alert a line is the commonest
+// input.
 void Run::play_line(std::string_view text) {
     const JsonText line(text);
     if (line.find("event") != nullptr) return play_event(line);

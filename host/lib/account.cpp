@@ -5,6 +5,7 @@
 namespace zelhost {
 namespace {
 
+// All events of a kind that ended at one place.
 int64_t ended_at(const KindFigures& kind, Place place) {
     int64_t sum = 0;
     for (const LogText& row : log_texts())
@@ -12,6 +13,7 @@ int64_t ended_at(const KindFigures& kind, Place place) {
     return sum;
 }
 
+// Alert documents are counted by the plug-in apart from all other events.
 int64_t of_documents(const Totals& totals, std::initializer_list<Figure> figures) {
     int64_t sum = 0;
     for (const uint32_t id : {event_id::ioa_alert, event_id::memory_trojan})
@@ -19,6 +21,7 @@ int64_t of_documents(const Totals& totals, std::initializer_list<Figure> figures
     return sum;
 }
 
+// A figure that the plug-in counts over all kinds.
 template <Figure figure>
 int64_t sum_of(const Totals& totals) {
     return as_signed(totals.sum(figure));
@@ -26,6 +29,7 @@ int64_t sum_of(const Totals& totals) {
 
 // A KOV alert that is put off by the alarm worker enters the trc queue as a first attempt, all other retries enter the
 // delay queue.
+// In the order of the report.
 constexpr CommonFigure kCommonFigures[] = {
     {"recvAlarmCount", sum_of<&KindFigures::got>},
     {"eventQueueTotalCount", sum_of<&KindFigures::queued>},
@@ -50,6 +54,7 @@ constexpr CommonFigure kCommonFigures[] = {
 
 }  // namespace
 
+// An event passes these four places in turn. What entered a place and neither ended there nor went on is still in it.
 int64_t not_taken_up(const KindFigures& kind) {
     return as_signed(kind.in) - ended_at(kind, Place::before_the_bus) - as_signed(kind.got);
 }
@@ -66,12 +71,14 @@ int64_t on_worker(const KindFigures& kind) {
     return as_signed(kind.begun) - ended_at(kind, Place::alarm_worker) - as_signed(kind.reported);
 }
 
+// Host alerts, DNS hits and file traces are pushed once each.
 int64_t chains(const Totals& totals) {
     const KindFigures kov = totals.of(event_id::kov);  // comes a second time, completed
     return as_signed(totals.sum(&KindFigures::host_alerts) + totals.of(event_id::ioc).reported + totals.file_traces) +
            as_signed(kov.reported) - as_signed(kov.not_completed);
 }
 
+// A KOV alert is completed before it is reported, whether tracing is on or not.
 int64_t asked_traces(const Totals& totals) {
     const KindFigures kov = totals.of(event_id::kov);
     return as_signed(kov.begun) - as_signed(kov.no_function) + (totals.tracing_off ? 0 : chains(totals));
@@ -82,6 +89,8 @@ int64_t ended_traces(const Totals& totals) {
                      totals.sum(&KindFigures::dropped));
 }
 
+// A document that was reported has its end with the line that says whether it is traced; until then the alarm worker
+// still has it in hand.
 Left left_of(const Totals& totals) {
     Left left;
     for (const auto& [id, kind] : totals.kinds) {

@@ -23,6 +23,7 @@ int64_t in_queue(const KindFigures& kind);
 int64_t on_worker(const KindFigures& kind);
 
 // First pushes into the trace stage, and what it was asked for, with the completions of KOV alerts.
+// A KOV alert counts twice: it is completed before its report and traced after it.
 int64_t chains(const Totals& totals);
 int64_t asked_traces(const Totals& totals);
 int64_t ended_traces(const Totals& totals);
@@ -56,6 +57,7 @@ struct CommonFigure {
     std::string_view key;  // in the report
     int64_t (*counted)(const Totals& totals);
 };
+// Exact when a run has come to its end and every report was collected at rest.
 std::span<const CommonFigure> common_figures();
 
 }  // namespace zelhost

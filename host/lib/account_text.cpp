@@ -11,6 +11,7 @@
 namespace zelhost {
 namespace {
 
+// Lines under construction.
 class Text {
 public:
     template <class... T>
@@ -43,6 +44,7 @@ void write_kind(Text& out, uint32_t id, const KindFigures& kind, uint64_t put_of
              parts.empty() ? "" : "  ", fmt::join(parts, ", "));
 }
 
+// Only the kinds that the host published. Kind 0 holds lines that belong to no event.
 void write_events(Text& out, const Totals& totals) {
     out.line("  {:<21} {:>8} {:>9} {:>11}  {}", "events", "in", "reported", "difference", "others");
     for (const auto& [id, kind] : totals.kinds)
@@ -63,6 +65,7 @@ uint64_t named_waiting(const Account& account) {
     return totals.waiting_traces + (nobody ? totals.file_traces : 0);
 }
 
+// Every trace that was asked for is finished, failed, dropped or waiting.
 void write_traces(Text& out, const Account& account, End end) {
     const Totals& totals = account.totals;
     const int64_t open = asked_traces(totals) - ended_traces(totals);
@@ -75,6 +78,7 @@ void write_traces(Text& out, const Account& account, End end) {
 }
 
 // Whether the host's own count says the same as the plug-in's figures.
+// Both count the same things from two sides, so a difference is a fault of one of them.
 void compare_statistics(Text& out, const Account& account) {
     bool agree = true;
     const auto compare = [&](std::string_view key, int64_t host) {
@@ -90,6 +94,7 @@ void compare_statistics(Text& out, const Account& account) {
 
 }  // namespace
 
+// An expanded chain counts as the report of its event, but is no first report to a reader.
 std::string account_text(const Account& account, End end) {
     const Totals& totals = account.totals;
     Text out;
@@ -104,6 +109,7 @@ std::string account_text(const Account& account, End end) {
     return out.take();
 }
 
+// In the order of the plug-in's report, wrapped to the width of a terminal.
 std::string statistics_text(const Account& account) {
     Text out;
     if (account.reports.count() == 0) {

@@ -15,6 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// The settings files of an agent, by the names that people give them on the command line.
 struct IniFile {
     const char* name;
     const char* path;  // from the agent's root
@@ -38,10 +39,12 @@ void write_setting(const fs::path& path, const Setting& setting) {
     if (!out.flush()) throw Failure("cannot write {}: {}", path.string(), strerror(errno));
 }
 
+// zelhost stands in the bin folder of an agent.
 fs::path folder_of_executable() { return fs::read_symlink("/proc/self/exe").parent_path().parent_path(); }
 
 }  // namespace
 
+// A value may hold any character but a line end; file, section and key end at the first colon or equals sign.
 Setting parse_setting(const std::string& text) {
     const size_t first = text.find(':');
     const size_t second = first == std::string::npos ? first : text.find(':', first + 1);
@@ -55,6 +58,7 @@ Setting parse_setting(const std::string& text) {
     return setting;
 }
 
+// The plug-in is the one file without which nothing works; other libraries are missed when they are opened.
 AgentFolder::AgentFolder(const std::string& root, const std::vector<Setting>& settings) {
     std::error_code error;
     root_ = root.empty() ? folder_of_executable() : fs::absolute(root, error);
@@ -66,6 +70,8 @@ AgentFolder::AgentFolder(const std::string& root, const std::vector<Setting>& se
     for (const Setting& setting : settings) write_setting(root_ / find_ini_file(setting.file)->path, setting);
 }
 
+// Everything but bin/: zelhost runs from where it is. A copy that fails half-way is removed here, since no destructor
+// will run.
 void AgentFolder::copy() {
     std::string name = (fs::temp_directory_path() / "zelhost-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) throw Failure("cannot make a temporary folder {}: {}", name, strerror(errno));
@@ -82,6 +88,7 @@ void AgentFolder::copy() {
     root_ = copy_;
 }
 
+// The libraries of the copy are closed by then: whoever opened them borrowed the folder.
 AgentFolder::~AgentFolder() {
     if (copy_.empty()) return;
     std::error_code error;

@@ -18,6 +18,8 @@ struct Setting {
 // Parses FILE:SECTION:KEY=VALUE. Throws Failure when it has another form or names an unknown file.
 Setting parse_setting(const std::string& text);
 
+// Owns the copy, if there is one, and removes it at its end. Everything that is loaded from the folder must be closed
+// by then.
 class AgentFolder {
 public:
     // `root` empty: the folder above the one that holds the executable. With settings the folder is copied first, since
@@ -28,6 +30,7 @@ public:
     AgentFolder& operator=(const AgentFolder&) = delete;
 
     const std::filesystem::path& root() const { return root_; }
+    // The two places from which a host loads; neither path is checked.
     std::filesystem::path plugin() const { return root_ / "reshdl/bin/libzelreshdl.so"; }
     std::filesystem::path library(const char* name) const { return root_ / "reshdl/lib" / name; }
 

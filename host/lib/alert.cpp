@@ -1,3 +1,4 @@
+// All texts go into the document as they are, without escapes: who wants a bad document gives bad texts.
 #include "host/lib/alert.h"
 
 #include <fmt/format.h>
@@ -7,10 +8,13 @@
 namespace zelhost {
 namespace {
 
+// The last group of a GUID has 12 hexadecimal digits, which are 48 bits; what a number has above them goes into the
+// first group.
 constexpr uint64_t kLow48 = 0xffff'ffff'ffff;
 constexpr size_t kGuidSize = 36;
 constexpr size_t kNumberDigits = 12;
 
+// With commas between, without brackets.
 template <class List, class Print>
 std::string joined(const List& list, Print print) {
     std::string text;
@@ -18,6 +22,7 @@ std::string joined(const List& list, Print print) {
     return text;
 }
 
+// The keys that every event has, and behind them those of its type.
 std::string event_text(const AlertEvent& event) {
     return fmt::format(
         R"({{"version":1,"type":{},"SubjectPid":{},"SubjectTid":9,"SubjectCmd":"{}","SubjectCreateTime":900,)"
@@ -25,6 +30,7 @@ std::string event_text(const AlertEvent& event) {
         event.type, event.pid, event.command, event.guid, event.image, event.op_time, event.keys);
 }
 
+// The repeat filter makes its key of rule ids and images, so that an id of its own makes an alert a new one.
 std::string rule_text(const AlertRule& rule, int64_t number) {
     return fmt::format(
         R"({{"rule_id":"{}","status":"{}","mitre_id":"T1070","rule_desc":"desc","score":{},"version":"v",)"
@@ -33,6 +39,7 @@ std::string rule_text(const AlertRule& rule, int64_t number) {
         joined(rule.events, event_text));
 }
 
+// An alert that names a container is not traced; "host" as its id stands for none.
 constexpr const char* kContainerKeys =
     R"("mounts":"m","user":"u","namespace":"n","imageid":"i","imagetag":"","containername":"c","Capability":"",)"
     R"("PortsBinding":"p","ImageName":"in","ContainerInitPid":99,"Privileged":1,"repository":"repo","containerid":")";

@@ -13,6 +13,7 @@ namespace zelhost {
 std::string guid_text(uint64_t number);
 uint64_t guid_number(std::string_view guid);
 
+// One event of a rule: the process that acts, and what it acts upon in `keys`.
 struct AlertEvent {
     int type = 7;
     uint64_t pid = 4001;
@@ -23,6 +24,7 @@ struct AlertEvent {
     std::string guid = "g-1";
 };
 
+// One rule that matched, with the events that it matched.
 struct AlertRule {
     std::string id = {};  // empty: made from the alert's number, so that no alert repeats another
     std::string status = "Enable";
@@ -31,6 +33,7 @@ struct AlertRule {
     int score = 5;
 };
 
+// The whole document.
 struct Alert {
     int64_t number = 1;  // makes its GUID
     int type = 3;
@@ -40,6 +43,7 @@ struct Alert {
     std::string level = "high";
     bool details = true;  // with the texts of a container and a scenario
 
+    // The document on one line.
     std::string text() const;
 };
 

@@ -1,3 +1,5 @@
+// The overrides themselves are at the end. They ask the kernel directly: to find the functions of the C library that
+// they replace would take a look-up, which allocates.
 #include "host/lib/clocks.h"
 
 #include <sys/prctl.h>
@@ -29,6 +31,7 @@ struct Course {
     std::atomic<int64_t> shown_ns{0};
 };
 Course g_courses[3];
+// The one name of threads that see the monotonic clock stand still.
 std::atomic<const char*> g_still_thread{nullptr};
 std::atomic<int64_t> g_still_ns{0};
 std::atomic<int64_t> g_longest_sleep_us{std::numeric_limits<int64_t>::max()};
@@ -41,6 +44,7 @@ int64_t machine_ns(clockid_t clock) {
     return now.tv_sec * kSecond + now.tv_nsec;
 }
 
+// Asked at each look at the clock, but only once a name is set: the kernel has to be asked.
 bool on_still_thread() {
     const char* const wanted = g_still_thread;
     if (wanted == nullptr) return false;
@@ -56,6 +60,8 @@ int64_t shown_ns(Clock clock) {
     return course.shown_ns + (machine_ns(kMachineClocks[clock]) - course.since_ns) * course.speed;
 }
 
+// Three stores, which another thread may see apart: so courses are set before others run, and only `advance` moves a
+// clock later.
 void set(Clock clock, int64_t shown, int64_t speed) {
     Course& course = g_courses[clock];
     course.since_ns = machine_ns(kMachineClocks[clock]);
@@ -72,6 +78,7 @@ void stand_still_on(const char* thread) {
     g_still_thread = thread;
 }
 
+// An addition is one step, so that this needs no order with readers.
 void advance(std::chrono::milliseconds by) {
     const int64_t ns = std::chrono::nanoseconds(by).count();
     for (Course& course : g_courses) course.shown_ns += ns;
@@ -96,6 +103,7 @@ std::chrono::steady_clock::time_point machine_now() {
 
 using namespace zelhost::clocks;
 
+// Other clocks, as those of processor time, are the machine's.
 OVERRIDE int clock_gettime(clockid_t clock, timespec* now) noexcept {
     const int64_t ns = clock == CLOCK_MONOTONIC  ? shown_ns(monotonic)
                        : clock == CLOCK_REALTIME ? shown_ns(realtime)
@@ -110,6 +118,7 @@ OVERRIDE time_t time(time_t* out) noexcept {
     return now;
 }
 
+// The watch sees what was asked for, not how long the sleep takes.
 OVERRIDE int usleep(useconds_t microseconds) {
     if (void (*const watch)(uint32_t) = g_watch) watch(microseconds);
     int64_t us = microseconds;

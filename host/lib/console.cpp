@@ -9,6 +9,7 @@
 namespace zelhost::console {
 namespace {
 
+// Lines of several threads do not mix, and each takes the progress line away first, so that it stands below all others.
 std::mutex mutex;
 std::string shown;  // the progress line, under the mutex
 
@@ -25,6 +26,7 @@ void message(const std::string& text) { write_line(std::string(program_invocatio
 
 void block(const std::string& text) { write_line(text); }
 
+// The same text again costs no output.
 void progress(const std::string& text) {
     static const bool terminal = isatty(STDERR_FILENO) == 1;
     if (!terminal) return;

@@ -10,6 +10,7 @@ namespace zelhost::console {
 // Writes "PROGRAM: TEXT" as one line.
 void message(const std::string& text);
 
+// The same, from a format and its values.
 template <class... T>
 void say(fmt::format_string<T...> text, T&&... values) {
     message(fmt::format(text, std::forward<T>(values)...));

@@ -11,6 +11,7 @@ namespace {
 using Member = JsonText::Member;
 using Type = JsonText::Type;
 
+// All digits of a number, and nothing else.
 template <class Number>
 bool parse_whole(std::string_view digits, Number& out) {
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), out);
@@ -30,12 +31,14 @@ void read(const Member& member, Number& out) {
         throw Failure("a whole number is wanted");
 }
 
+// Only the two words, so that 0 and 1 are not taken for them.
 template <>
 void read(const Member& member, bool& out) {
     if (member.type != Type::boolean) throw Failure("true or false is wanted");
     out = member.raw == "true";
 }
 
+// A pointer into the member, which the event keeps.
 template <>
 void read(const Member& member, const char*& out) {
     if (member.type != Type::string && member.type != Type::null) throw Failure("a text or null is wanted");
@@ -44,6 +47,7 @@ void read(const Member& member, const char*& out) {
 
 }  // namespace
 
+// Items that are not given stay 0 or null. The list is kept, because texts point into it.
 template <class Item, size_t count>
 void DnsEvent::read_list(const Member& member, Item (&out)[count]) {
     const auto& items = lists_.emplace_back(member.raw, Type::array).members();
@@ -51,6 +55,7 @@ void DnsEvent::read_list(const Member& member, Item (&out)[count]) {
     for (size_t i = 0; i < items.size(); ++i) read(items[i], out[i]);
 }
 
+// One row a key, in the order of the comment in the header.
 const DnsEvent::Field DnsEvent::kFields[] = {
     {"kind", [](DnsEvent& e, const Member& m) { read(m, e.native_.uKind); }},
     {"variant", [](DnsEvent& e, const Member& m) { read(m, e.with_variant_); }},
@@ -94,6 +99,7 @@ DnsEvent::DnsEvent(std::string_view json) : fields_(json) {
     }
     if (fields_.find("query_name") == nullptr) query_name_ = two_.pszDomain;
 
+    // The keys fill the second variant; the first and the third share some of its members.
     one_.uPid = two_.uPid;
     one_.llCreateTime = two_.llCreateTime;
     std::ranges::copy(two_.pszProcess, one_.pszProcess);

@@ -19,6 +19,7 @@ namespace zelhost {
 //   kinds 1 and 2   pid, create_time, guid, path, md5, sha256, cmd, user, extra
 //   kind 2          domain, status, results, number
 //   kinds 1 and 3   tail: 3 texts or nulls; shorts, longs: 2 numbers each, of which kind 3 has one long
+// Owns all texts of the record. Built on one thread, and only read after that.
 class DnsEvent {
 public:
     // Throws Failure for an unknown key and for a value of the wrong kind.

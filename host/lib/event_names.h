@@ -5,6 +5,7 @@
 
 namespace zelhost {
 
+// Words for people alone. Ids that the plug-in does not know may come, too, and have no row.
 struct EventName {
     EVENT_ID id;
     const char* name;

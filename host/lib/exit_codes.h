@@ -3,6 +3,7 @@
 
 namespace zelhost {
 
+// A code that was given once keeps its meaning: scripts test for it.
 enum ExitCode { kDone = 0, kFailed = 1, kUsage = 2, kLinesSkipped = 3, kMaxWaitPassed = 4 };
 
 struct ExitCodeWords {

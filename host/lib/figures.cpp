@@ -70,6 +70,7 @@ const LogText* find_row(std::string_view text) {
     return nullptr;
 }
 
+// 0 when there is no number.
 uint32_t number_at(std::string_view text) {
     uint32_t number = 0;
     std::from_chars(text.data(), text.data() + text.size(), number);
@@ -80,6 +81,7 @@ uint32_t number_at(std::string_view text) {
 
 std::span<const LogText> log_texts() { return kLogTexts; }
 
+// A sum over all kinds holds also what belongs to no event.
 uint64_t Totals::sum(Figure figure) const {
     uint64_t sum = 0;
     for (const auto& [id, kind] : kinds) sum += kind.*figure;
@@ -91,6 +93,8 @@ KindFigures Totals::of(uint32_t event_id) const {
     return found == kinds.end() ? KindFigures{} : found->second;
 }
 
+// Called for every line of the process, at level debug a hundred thousand times for a large alert: the table is
+// searched without the mutex.
 void Figures::log_line(uint64_t thread, int32_t level, std::string_view line) {
     last_sign_ = Clock::now();
     const std::string_view text = text_of(line);
@@ -105,6 +109,7 @@ void Figures::log_line(uint64_t thread, int32_t level, std::string_view line) {
     }
     if (const size_t tries = text.find(kTriesText); text.starts_with(kSettingsText) && tries != std::string_view::npos)
         totals_.tracing_off = number_at(text.substr(tries + kTriesText.size())) == 0;
+    // The GUID stands between its mark and the end of the line.
     if (text.ends_with(kPushedText)) {
         const size_t guid = text.rfind(kGuidText) + kGuidText.size();
         pushed_.emplace(text.substr(guid, text.size() - kPushedText.size() - guid));
@@ -124,12 +129,15 @@ void Figures::log_line(uint64_t thread, int32_t level, std::string_view line) {
     if (text.starts_with(kTraceAnswer)) trace_line(row->figure, in_hand, std::string(text.substr(row->text.size())));
 }
 
+// Called between a stop and the next start, when no thread of the plug-in runs.
 void Figures::workers_ended() {
     const std::lock_guard lock(mutex_);
     in_hand_.clear();
     ended_since_.reset();
 }
 
+// An answer that is no retry is the end of that trace. A retry is told on the alarm worker for a KOV alert, on the
+// trace worker for all others.
 void Figures::trace_line(Figure figure, EVENT_ID in_hand, const std::string& guid) {
     const bool on_alarm_worker = in_hand == event_id::kov;
     const auto ended_since = on_alarm_worker ? std::exchange(ended_since_, std::nullopt) : std::nullopt;
@@ -151,12 +159,15 @@ void Figures::published(uint32_t event_id) {
     ++totals_.kinds[event_id].in;
 }
 
+// Counts as published, so that every event of a script is found in the account.
 void Figures::not_subscribed(uint32_t event_id) {
     const std::lock_guard lock(mutex_);
     ++totals_.kinds[event_id].in;
     ++totals_.kinds[event_id].not_subscribed;
 }
 
+// A 770 without a GUID is a batch of repeated DNS hits. A 770 for an expansion is the report of its event, every other
+// one a finished trace.
 void Figures::sent(const ST_PB_EVENT& event) {
     last_sign_ = Clock::now();
     const std::lock_guard lock(mutex_);
@@ -194,6 +205,7 @@ void Figures::process_trace() {
     ++totals_.process_traces;
 }
 
+// A trace that was pushed and then put off waits once.
 Totals Figures::totals() const {
     const std::lock_guard lock(mutex_);
     Totals totals = totals_;

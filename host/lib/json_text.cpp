@@ -49,6 +49,7 @@ public:
     bool EndArray(Size) { return close(); }
 
 private:
+    // Each of the following answers false when the text is not of the form that is wanted, which ends the parser.
     bool number(int64_t value) {
         if (!scalar(Type::number)) return false;
         if (depth_ == 1) members_.back().whole = value;
@@ -67,10 +68,12 @@ private:
         if (depth_ == 0) item_after_ = stream_.Tell() + 1;
         return depth_++ > 0 || type == outermost_;
     }
+    // The end of a member that is an object or a list itself; its inside is left unread.
     bool close() {
         if (--depth_ == 1) finish_item(stream_.Tell() + 1);
         return true;
     }
+    // In an object the key has made the member already.
     void begin_item(Type type) {
         if (outermost_ == Type::array) {
             members_.emplace_back();
@@ -78,6 +81,7 @@ private:
         }
         members_.back().type = type;
     }
+    // The value as it stands in the text, without the spaces around it.
     void finish_item(size_t end) {
         members_.back().raw = text_.substr(begin_, end - begin_);
         item_after_ = end;
@@ -106,17 +110,20 @@ JsonText::JsonText(std::string_view text, Type outermost) {
         throw Failure("no valid JSON at byte {}: {}", result.Offset() + 1, rapidjson::GetParseError_En(result.Code()));
 }
 
+// A line has a handful of members, so that a search through all is quick.
 const JsonText::Member* JsonText::find(std::string_view key) const {
     const auto found = std::ranges::find(members_, key, &Member::key);
     return found == members_.end() ? nullptr : &*found;
 }
 
+// Keys are ASCII; the plug-in's parser ignores case in the same way.
 bool JsonText::has_ignoring_case(std::string_view key) const {
     return std::ranges::any_of(members_, [&](const Member& member) {
         return member.key.size() == key.size() && strncasecmp(member.key.data(), key.data(), key.size()) == 0;
     });
 }
 
+// A key that is misspelt would otherwise be left out silently.
 void JsonText::expect_only(std::initializer_list<std::string_view> keys) const {
     for (const Member& member : members_) {
         if (std::ranges::find(keys, member.key) == keys.end())
@@ -125,6 +132,7 @@ void JsonText::expect_only(std::initializer_list<std::string_view> keys) const {
     }
 }
 
+// What is absent has its default; what is there and wrong has none.
 int64_t JsonText::whole(std::string_view key, int64_t lowest, int64_t highest, std::optional<int64_t> absent) const {
     const Member* member = find(key);
     if (member == nullptr && absent) return *absent;

@@ -1,3 +1,4 @@
+// RTLD_NOW, so that a library that lacks something is found out here and not in the middle of a run.
 #include "host/lib/libraries.h"
 
 #include "host/lib/failure.h"
@@ -19,6 +20,7 @@ Library::~Library() {
     if (handle_ != nullptr) dlclose(handle_);
 }
 
+// The loader compares files, so that another spelling of the path finds the library, too.
 bool is_loaded(const std::filesystem::path& path) {
     void* const handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
     if (handle != nullptr) dlclose(handle);

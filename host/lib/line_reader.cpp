@@ -13,10 +13,12 @@
 namespace zelhost {
 namespace {
 
+// Bytes asked for at once; a pipe gives no more at a time.
 constexpr size_t kChunk = 1 << 16;
 
 }  // namespace
 
+// Only a regular file has a size against which progress can be told.
 LineReader::LineReader(const std::string& path, const StopSignal& stop)
     : stop_(stop), path_(path), descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (descriptor_ < 0) throw Failure("cannot open the input {}: {}", path, strerror(errno));
@@ -24,10 +26,13 @@ LineReader::LineReader(const std::string& path, const StopSignal& stop)
     if (fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode)) size_ = static_cast<uint64_t>(status.st_size);
 }
 
+// Standard input belongs to the process.
 LineReader::~LineReader() {
     if (descriptor_ != STDIN_FILENO) close(descriptor_);
 }
 
+// The buffer holds the line that was given out and what was read beyond it. What is searched once is not searched again
+// when more comes, so that one line of 200 MB takes one pass. A last line without an end counts.
 bool LineReader::next(std::string_view& line) {
     if (stop_.requested()) return false;
     size_t searched = used_;
@@ -64,6 +69,7 @@ bool LineReader::fill() {
     return !ended_;
 }
 
+// Of what was given out, not of what was read.
 int LineReader::percent() const {
     if (size_ == 0) return -1;
     return static_cast<int>((read_ - (buffer_.size() - used_)) * 100 / size_);

@@ -9,6 +9,7 @@
 
 namespace zelhost {
 
+// Owns the descriptor, but for standard input. Borrows the stop signal. One thread.
 class LineReader {
 public:
     // "-" is standard input. Throws Failure when the file cannot be opened.

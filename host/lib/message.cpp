@@ -12,6 +12,7 @@ namespace zelhost {
 
 using google::protobuf::util::JsonPrintOptions;
 
+// Field names as in the schema, so that a reader finds them there; enum values by name.
 std::optional<std::string> message_to_json(const char* data, uint64_t size) {
     const google::protobuf::LogSilencer quiet;  // a refused string is shown as a result, not as a line of the library
     vorn_retrace::vorn_trace_info message;
@@ -24,6 +25,7 @@ std::optional<std::string> message_to_json(const char* data, uint64_t size) {
     return json;
 }
 
+// A field that the schema does not know is refused: it is most likely misspelt.
 std::string message_from_json(std::string_view json) {
     const google::protobuf::LogSilencer quiet;
     vorn_retrace::vorn_trace_info message;

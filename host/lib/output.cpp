@@ -18,6 +18,7 @@ namespace {
 using rapidjson::StringBuffer;
 using rapidjson::UTF8;
 
+// RapidJSON would write bytes that are no UTF-8 as they are, and the line would be no JSON.
 bool is_utf8(std::string_view text) {
     struct Nowhere {
         void Put(char) {}
@@ -71,6 +72,7 @@ public:
         key(name);
         writer_.Null();
     }
+    // A message that does not parse is still shown, as bytes: it is what the agent would have sent.
     void message(const char* data, uint64_t size) {
         key("message");
         if (const auto json = message_to_json(data, size)) return raw(*json);
@@ -78,6 +80,7 @@ public:
         const auto* bytes = reinterpret_cast<const unsigned char*>(data);
         text("hex", fmt::format("{:02x}", fmt::join(bytes, bytes + (data == nullptr ? 0 : size), "")));
     }
+    // "latin1" names the keys whose text was written byte by byte.
     std::string finish() {
         if (!latin1_.empty()) {
             key("latin1");
@@ -90,6 +93,7 @@ public:
     }
 
 private:
+    // The type is asked for by the writer and makes no difference to what it writes.
     void raw(const std::string& json) { writer_.RawValue(json.data(), json.size(), rapidjson::kObjectType); }
 
     StringBuffer buffer_;
@@ -97,15 +101,19 @@ private:
     std::vector<const char*> latin1_;
 };
 
+// Standard output belongs to the process.
 int keep_open(FILE* file) { return fflush(file); }
 
 }  // namespace
 
+// "e" closes the file in a child process.
 Output::Output(const std::string& path)
     : path_(path), file_(path == "-" ? stdout : fopen(path.c_str(), "we"), path == "-" ? keep_open : fclose) {
     if (!file_) throw Failure("cannot open the output {}: {}", path, strerror(errno));
 }
 
+// Each line is flushed: whoever reads a pipe sees an event when it comes. The first error is kept, since a later one
+// only follows from it.
 void Output::write(const std::string& line) {
     const std::lock_guard lock(mutex_);
     if (!error_.empty()) return;
@@ -118,6 +126,7 @@ std::string Output::error() const {
     return error_;
 }
 
+// The message is shown as JSON in full; "size" is that of its bytes on the bus.
 void Output::trace_event(const ST_PB_EVENT& event) {
     Line line;
     line.number("event", uint64_t{event.uEventId});
@@ -128,6 +137,7 @@ void Output::trace_event(const ST_PB_EVENT& event) {
     write(line.finish());
 }
 
+// All members of the record in its own order, pointers to texts as text or null.
 void Output::memory_check(const ST_MEM_DETECT_INFO& info) {
     Line line;
     line.number("event", uint64_t{event_id::mem_detect});
@@ -154,6 +164,7 @@ void Output::memory_check(const ST_MEM_DETECT_INFO& info) {
     write(line.finish());
 }
 
+// An answer without a result has a null buffer and size 0.
 void Output::callback(int code, uint32_t context, const char* buffer, uint32_t size) {
     Line line;
     line.number("callback", int64_t{code});

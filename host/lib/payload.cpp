@@ -11,6 +11,7 @@ namespace {
 using Member = JsonText::Member;
 using Type = JsonText::Type;
 
+// A document as it stands, with its spaces and its order: what the decoder sees must be what the author wrote.
 Payload raw_bytes(const Member& member) { return std::string(member.raw); }
 
 Payload text_bytes(const Member& member) {
@@ -18,6 +19,7 @@ Payload text_bytes(const Member& member) {
     return member.text;
 }
 
+// Any bytes at all, for messages and for what is none.
 Payload hex_bytes(const Member& member) {
     const std::string& digits = member.text;
     std::string bytes;
@@ -34,12 +36,14 @@ Payload hex_bytes(const Member& member) {
 
 Payload message_bytes(const Member& member) { return message_from_json(member.raw); }
 
+// Only null, so that nobody gives bytes under a key that would drop them.
 Payload no_bytes(const Member& member) {
     if (member.type != Type::null)
         throw Failure("\"{}\" can only be null; \"text\" and \"hex\" take bytes", member.key);
     return {};
 }
 
+// One row a form; the header tells what each takes.
 struct Form {
     std::string_view key;
     Payload (*read)(const Member& member);

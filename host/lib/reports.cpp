@@ -8,6 +8,8 @@
 namespace zelhost {
 namespace {
 
+// How a figure of one report joins that of the reports before. A prediction of 0 says that there was nothing to
+// predict.
 uint64_t sum_up(uint64_t sum, uint64_t value) { return sum + value; }
 uint64_t greatest(uint64_t sum, uint64_t value) { return std::max(sum, value); }
 uint64_t latest(uint64_t sum, uint64_t value) { return value != 0 ? value : sum; }
@@ -25,6 +27,7 @@ constexpr Rule kRules[] = {
 
 }  // namespace
 
+// A report is one JSON member: the module's name, and objects of figures in it. Text values are left out.
 void Reports::add(std::string_view text) {
     const std::string object = "{" + std::string(text) + "}";
     const JsonText whole(object);
@@ -43,6 +46,7 @@ void Reports::add(std::string_view text) {
     ++count_;
 }
 
+// A list and not a map: people read the figures in the order of the report.
 uint64_t& Reports::entry(std::string_view key) {
     const auto found = std::ranges::find(figures_, key, &std::pair<std::string, uint64_t>::first);
     return found != figures_.end() ? found->second : figures_.emplace_back(key, 0).second;

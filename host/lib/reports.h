@@ -21,6 +21,7 @@ public:
     uint64_t figure(std::string_view key) const;
 
 private:
+    // Made with 0 when it is new.
     uint64_t& entry(std::string_view key);
 
     std::vector<std::pair<std::string, uint64_t>> figures_;

@@ -1,3 +1,5 @@
+// Libraries are opened from the outside in: the support functions first, the plug-in last. They are closed the other
+// way round, after everything that was given to them has been taken back.
 #include "host/lib/session.h"
 
 #include <pthread.h>
@@ -33,11 +35,13 @@ void guarded(const char* what, Act act) {
     }
 }
 
+// An agent may lack a library that only a stand-in has.
 template <class Record>
 void open_if_there(std::optional<Record>& record, const std::filesystem::path& path) {
     if (std::filesystem::exists(path)) record.emplace(path);
 }
 
+// What is delivered at this moment counts as waiting.
 bool at_rest(const lummb_counts& bus) { return bus.waiting == 0 && bus.sending == 0; }
 
 }  // namespace
@@ -47,6 +51,7 @@ bool Client::pause_publishing() {
     return true;
 }
 
+// A step that fails does not keep the others from being taken.
 Undo::~Undo() {
     for (const auto& step : std::views::reverse(steps_)) guarded("end a session", step);
 }
@@ -73,6 +78,7 @@ Session::Session(const AgentFolder& folder, Client& client)
     subscribe();
 }
 
+// The subscriptions stay over restarts of the plug-in, so that what it sends while it stops is seen, too.
 void Session::subscribe() {
     const auto take = [this](uint32_t event_id, lummb_sink_t sink) {
         const uint64_t token = bus_.subscribe(event_id, sink, static_cast<void*>(this));
@@ -89,6 +95,7 @@ Session::~Session() {
     if (!at_rest(bus_.counts())) plugin_.library.keep();
 }
 
+// In pure mode no trace module is loaded, and nothing about it is missed.
 std::vector<std::string> Session::unknown() const {
     std::vector<std::string> sentences;
     const auto miss = [&](const char* library, const char* what) {
@@ -102,6 +109,7 @@ std::vector<std::string> Session::unknown() const {
     return sentences;
 }
 
+// Whether there is a trace module is looked up once, since a reset period unloads it for a while.
 int Session::start() {
     started_ = true;
     const int answer = plugin_.init();
@@ -110,6 +118,8 @@ int Session::start() {
     return answer;
 }
 
+// Also after a start that failed, as an agent does. The counter forgets the threads only when the bus has come to rest:
+// until then its thread may still be in the middle of an event.
 void Session::stop() {
     if (!std::exchange(started_, false)) return;
     plugin_.stop();
@@ -120,6 +130,7 @@ void Session::stop() {
 
 // --- what comes back ---
 
+// The logger's own lock makes these calls one at a time.
 void Session::take_log_line(void* session, int32_t level, const char* text) {
     guarded("count a log line", [&] {
         auto& self = *static_cast<Session*>(session);
@@ -145,6 +156,7 @@ void Session::take_memory_check(void* session, MbFrame::IEvent* event) {
     });
 }
 
+// The plug-in ignores the result.
 int Session::take_answer(int code, uint32_t context, const char* buffer, uint32_t size) {
     guarded("show the answer to a trace", [&] {
         Session& self = *current;
@@ -154,6 +166,7 @@ int Session::take_answer(int code, uint32_t context, const char* buffer, uint32_
     return 0;
 }
 
+// A callback that answered something other than 1 has written nothing that counts.
 void Session::take_report(void* session, const char* module, int32_t result, const char* text) {
     guarded("read a report", [&] {
         auto& self = *static_cast<Session*>(session);
@@ -174,6 +187,7 @@ int32_t Session::explain_buffer(void* session, const char*) {
 
 // --- what goes in ---
 
+// Counted after the bus has taken it: the plug-in may be quicker, so that sums are exact only at rest.
 template <class Act>
 Session::Published Session::publish_when_room(uint32_t event_id, Act publish) {
     int32_t answer;
@@ -208,6 +222,7 @@ int Session::process_trace(const char* data, uint32_t size, uint32_t context) {
     return result;
 }
 
+// The count of deliveries is taken before the plug-in closes its gate, and at the end after it has opened it again.
 void Session::reset_begin() {
     {
         const std::lock_guard lock(mutex_);
@@ -265,6 +280,7 @@ bool Session::wait_until_idle(bool traces, std::chrono::milliseconds quiet, cons
     }
 }
 
+// Looks at the bus first: what it has delivered by then is in the figures that are read after it.
 bool Session::wait_until_settled(const Left& discarded, const Pause& pause) const {
     for (;;) {
         const lummb_counts bus = bus_.counts();
@@ -281,6 +297,7 @@ void Session::drain() const {
     }
 }
 
+// Each part is right in itself; together they are exact when nothing runs.
 Account Session::account() const {
     Account account;
     account.bus = bus_.counts();

@@ -58,6 +58,7 @@ private:
     std::vector<std::function<void()>> steps_;
 };
 
+// Start, stop and the waits belong to one thread; everything that says "any thread" may be called by several at once.
 class Session {
 public:
     // Loads everything and subscribes; the plug-in is not started. Throws Failure.
@@ -118,13 +119,16 @@ public:
     Plugin& plugin() { return plugin_; }
 
 private:
+    // C call-backs of the libraries. `session` is the object.
     static void take_log_line(void* session, int32_t level, const char* text);
     static void take_event(void* session, MbFrame::IEvent* event);
     static void take_memory_check(void* session, MbFrame::IEvent* event);
     static void take_report(void* session, const char* module, int32_t result, const char* text);
     static int take_answer(int code, uint32_t context, const char* buffer, uint32_t size);
     static int32_t explain_buffer(void* session, const char* buffer);
+    // Part of the constructor.
     void subscribe();
+    // None when the trace module does not count, or when there is none.
     std::optional<zeltrc_counts> trace_counts() const;
     uint64_t open_traces() const;
     template <class Act>

@@ -12,6 +12,7 @@
 
 namespace zelhost {
 
+// Blocked signals wait in the descriptor, where a poll finds them; a handler could do next to nothing.
 StopSignal::StopSignal() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -24,6 +25,7 @@ StopSignal::StopSignal() {
 
 StopSignal::~StopSignal() { close(descriptor_); }
 
+// The signal is not read, so that every later sleep ends at once.
 bool StopSignal::sleep(std::chrono::milliseconds time) const {
     pollfd wanted{descriptor_, POLLIN, 0};
     return poll(&wanted, 1, static_cast<int>(time.count())) > 0;
