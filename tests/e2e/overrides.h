@@ -6,23 +6,23 @@
 #include <cstdint>
 #include <string>
 
+#include "host/lib/clocks.h"
+
 namespace e2e {
 
-// Moves the monotonic clock, CLOCK_REALTIME and time(), forwards or back. time() moves in no other way, so that a test
-// knows its whole seconds; the other two go on running as well.
-void advance(std::chrono::milliseconds by);
-// The clock that no test moves, for deadlines.
-std::chrono::steady_clock::time_point real_now();
-
+// time() stands still, so that a test knows its whole seconds; the other clocks go on running. This moves all of them.
+using zelhost::clocks::advance;
 // From then on the alarm worker reads a monotonic clock that only advance() moves, in whole milliseconds.
-void stop_alarm_workers_clock();
+inline void stop_alarm_workers_clock() { zelhost::clocks::stand_still_on("zelreshdl_alarm"); }
+// The clock that no test moves, for deadlines.
+inline std::chrono::steady_clock::time_point real_now() { return zelhost::clocks::machine_now(); }
 
 // What stands below /root/kq-agent/ is looked for in `folder`, from then on.
 void redirect_flag_folder(const std::string& folder);
 
-// A sleep through usleep takes a millisecond at most, or this long.
-void set_longest_sleep(std::chrono::microseconds longest);
-// Calls of such sleeps by each worker, and the longest that the trace worker asked for.
+// A sleep through usleep takes a millisecond at most. Calls by each worker, and the longest that the trace worker asked
+// for.
+using zelhost::clocks::set_longest_sleep;
 uint64_t alarm_worker_sleeps();
 uint64_t trace_worker_sleeps();
 uint64_t longest_trace_worker_sleep_us();
