@@ -129,6 +129,7 @@ std::string statistics_text(const Account& account) {
     return out.take();
 }
 
+// The account of events says what became of them; this says what became of the objects that carried them.
 std::string leftover_text(const Account& account) {
     Text out;
     const lummb_counts& bus = account.bus;

@@ -26,6 +26,7 @@ constexpr IniFile kIniFiles[] = {
     {"zel_pure_mode", "config/zel_pure_mode.ini"},
 };
 
+// Null for a name that is none of these.
 const IniFile* find_ini_file(std::string_view name) {
     const auto found = std::ranges::find(kIniFiles, name, &IniFile::name);
     return found == std::end(kIniFiles) ? nullptr : found;

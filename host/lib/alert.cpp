@@ -65,9 +65,9 @@ std::string Alert::text() const {
                           joined(process_set, event_text))
             : "";
     return fmt::format(
-        R"({{"risk_level":"{}","threat_score":70,"total_score":80,"verify_score":1,"verify_total_score":2,"count":1,)"
+        R"({{"risk_level":"{}","threat_score":70,"total_score":80,"verify_score":{},"verify_total_score":{},"count":1,)"
         R"("hash":7,"engine_ver":"e","engine_rule_ver":"er","alert_type":{},{}"rule":[{}],{}"Guid":"{}"}})",
-        level, type, details ? kContainerKeys + container + "\"," : "",
+        level, details ? 1 : 0, details ? 2 : 0, type, details ? kContainerKeys + container + "\"," : "",
         joined(rules, [this](const AlertRule& rule) { return rule_text(rule, number); }), scenario,
         guid_text(static_cast<uint64_t>(number)));
 }

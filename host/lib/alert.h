@@ -41,7 +41,7 @@ struct Alert {
     std::vector<AlertRule> rules = {AlertRule{}};
     std::vector<AlertEvent> process_set = {};  // of its scenario
     std::string level = "high";
-    bool details = true;  // with the texts of a container and a scenario
+    bool details = true;  // with verify scores, the texts of a container and a scenario
 
     // The document on one line.
     std::string text() const;

@@ -52,6 +52,7 @@ uint64_t& Reports::entry(std::string_view key) {
     return found != figures_.end() ? found->second : figures_.emplace_back(key, 0).second;
 }
 
+// 0 for a figure that no report has had.
 uint64_t Reports::figure(std::string_view key) const {
     const auto found = std::ranges::find(figures_, key, &std::pair<std::string, uint64_t>::first);
     return found == figures_.end() ? 0 : found->second;

@@ -6,6 +6,7 @@
 namespace zelhost {
 
 // Made before any other thread starts: threads inherit the signal mask. One in a process.
+// Owns the descriptor. Any thread may sleep on it.
 class StopSignal {
 public:
     StopSignal();
