@@ -38,7 +38,7 @@ std::string document() {
 bool decode(const std::string& text, int64_t count) {
     ST_QUEQE_NODE node;
     ST_BUF_DATA data;
-    node.pData = strdup(text.c_str());
+    node.pData = zel::copy_bytes(text.c_str(), text.size() + 1);
     const FailingMemory memory(count);
     try {
         CEventHandle::GetJsonInfo(&node, data);
@@ -46,7 +46,6 @@ bool decode(const std::string& text, int64_t count) {
         EXPECT_TRUE(FailingMemory::has_failed());
     }
     FreeBufData(data);
-    FreeNodeData(&node);
     return !FailingMemory::has_failed();
 }
 

@@ -1,4 +1,4 @@
-#include "e2e/overrides.h"
+#include "host/lib/overrides.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -16,6 +16,8 @@
 namespace {
 
 using namespace std::chrono_literals;
+
+namespace clocks = zelhost::clocks;
 
 constexpr std::string_view kFlagFolder = "/root/kq-agent/";
 
@@ -36,9 +38,9 @@ void count_sleep(uint32_t microseconds) {
 }
 
 const bool g_clocks_set = [] {
-    zelhost::clocks::stand_still(zelhost::clocks::whole_seconds, 1'700'000'000s);
-    zelhost::clocks::set_longest_sleep(1ms);
-    zelhost::clocks::watch_sleeps(count_sleep);
+    clocks::stand_still(clocks::whole_seconds, 1'700'000'000s);
+    clocks::set_longest_sleep(1ms);
+    clocks::watch_sleeps(count_sleep);
     return true;
 }();
 
@@ -61,7 +63,7 @@ OVERRIDE int access(const char* path, int mode) noexcept {
     return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, redirected(path).c_str(), mode));
 }
 
-namespace e2e {
+namespace zelhost::overrides {
 
 void redirect_flag_folder(const std::string& folder) { g_flag_folder = strdup(folder.c_str()); }
 
@@ -69,4 +71,4 @@ uint64_t alarm_worker_sleeps() { return g_alarm_sleeps; }
 uint64_t trace_worker_sleeps() { return g_trace_sleeps; }
 uint64_t longest_trace_worker_sleep_us() { return g_longest_us; }
 
-}  // namespace e2e
+}  // namespace zelhost::overrides

@@ -1,5 +1,5 @@
-// Stands in an agent folder in place of the trace module or of the bus, and passes every call on to the test program.
-#include "e2e/scripted.h"
+// Stands in an agent folder in place of the trace module or of the bus, and passes every call on to the program that loads it.
+#include "scripted_host.h"
 
 #define EXPORT extern "C" __attribute__((visibility("default")))
 

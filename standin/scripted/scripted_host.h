@@ -1,4 +1,4 @@
-// What the scripted library asks the test program that loads it.
+// What the scripted library asks the program that loads it, a test or a long run.
 #pragma once
 
 #include "standin/zeltrc/zeltrc_host.h"
