@@ -208,7 +208,7 @@ TEST_F(Traces, StopWithFullQueuesFreesAllAndEndsInTime) {
     trace_worker_rests();
     EXPECT_EQ(count_callbacks(1), 0u);
     EXPECT_EQ(count_events(769), 13u);
-    EXPECT_LE(count_events(770), 1u);
+    EXPECT_LE(count_events(770), 1u);  // the trace worker may not have begun with the third
 }
 
 TEST_F(Traces, KovAlertIsCompletedAndThenTraced) {
