@@ -1,19 +1,21 @@
 #!/bin/bash
 # Sets up, builds and runs all tests.
 #
-#   ./test.sh         release build
-#   ./test.sh asan    under the address, undefined and leak sanitizers
-#   ./test.sh tsan    under the thread sanitizer
-#   ./test.sh fuzz    built by clang, whose lock annotations are checked; the fuzz targets replay their corpora
+#   ./test.sh             release build
+#   ./test.sh debug       plain build for a debugger
+#   ./test.sh coverage    a build that counts which lines run; tools/coverage.sh prints the counts
+#   ./test.sh asan        under the address, undefined and leak sanitizers
+#   ./test.sh tsan        under the thread sanitizer
+#   ./test.sh fuzz        built by clang, whose lock annotations are checked; the fuzz targets replay their corpora
 set -euo pipefail
 root="$(dirname "$(readlink -f "$0")")"
 
 preset="${1:-release}"
 case "$preset" in
-    release | asan | tsan) "$root/tools/setup.sh" ;;
+    release | debug | coverage | asan | tsan) "$root/tools/setup.sh" ;;
     fuzz) "$root/tools/setup.sh" --ci ;;
     *)
-        echo "test.sh: unknown preset '$preset' (usage: ./test.sh [asan|tsan|fuzz])" >&2
+        echo "test.sh: unknown preset '$preset' (usage: ./test.sh [release|debug|coverage|asan|tsan|fuzz])" >&2
         exit 2
         ;;
 esac

@@ -21,8 +21,8 @@ NodePtr make_node(const std::string& text) {
     NodePtr node(new ST_QUEQE_NODE);
     node->uEventId = event_id::ioa_alert;
     node->uSize = text.size();
-    node->pData = static_cast<char*>(calloc(text.size() + 1, 1));
-    text.copy(node->pData, text.size());
+    node->pData = zel::calloc_buffer(text.size() + 1);
+    text.copy(node->pData.get(), text.size());
     return node;
 }
 
@@ -59,7 +59,7 @@ void walk(const cJSON* root) {
 void fill_object(const ST_RAW_EVENT& from, threat_event& to) {
     switch (from.uType) {
         case 1: {
-            const auto& process = *static_cast<const ST_PROCESS_CREATE*>(from.pPrivate);
+            const auto& process = *from.pPrivate.as<ST_PROCESS_CREATE>();
             auto& object = *to.mutable_object_processcreate();
             to.set_type(vorn_retrace::VORN_TRACE_PROCESS);
             object.set_process_path(process.strImage);
@@ -74,14 +74,14 @@ void fill_object(const ST_RAW_EVENT& from, threat_event& to) {
             break;
         }
         case 6: {
-            const auto& file = *static_cast<const ST_FILE_CREATE*>(from.pPrivate);
+            const auto& file = *from.pPrivate.as<ST_FILE_CREATE>();
             to.set_type(vorn_retrace::VORN_TRACE_FILE_CREATE);
             to.mutable_object_file_create()->set_file_path(file.strFilePath);
             to.mutable_object_file_create()->set_file_type(file.strFileType);
             break;
         }
         case 8: {
-            const auto& file = *static_cast<const ST_FILE_RENAME*>(from.pPrivate);
+            const auto& file = *from.pPrivate.as<ST_FILE_RENAME>();
             to.set_type(vorn_retrace::VORN_TRACE_FILE_RENAME);
             to.mutable_object_file_rename()->set_file_post_path(file.strNewFilePath);
             to.mutable_object_file_rename()->set_file_pre_path(file.strOldFilePath);
@@ -89,7 +89,7 @@ void fill_object(const ST_RAW_EVENT& from, threat_event& to) {
             break;
         }
         case 14: {
-            const auto& connection = *static_cast<const ST_NETWORK_CONNECT*>(from.pPrivate);
+            const auto& connection = *from.pPrivate.as<ST_NETWORK_CONNECT>();
             auto& object = *to.mutable_object_net_connect();
             to.set_type(vorn_retrace::VORN_TRACE_NET_CONNECT);
             object.set_net_dst_ip(connection.strDstIp);
@@ -100,7 +100,7 @@ void fill_object(const ST_RAW_EVENT& from, threat_event& to) {
             break;
         }
         default: {
-            const auto& file = *static_cast<const ST_FILE_OPEN_INFO*>(from.pPrivate);
+            const auto& file = *from.pPrivate.as<ST_FILE_OPEN_INFO>();
             to.set_type(vorn_retrace::VORN_TRACE_FILE_OPEN);
             to.mutable_object_file_open()->set_file_path(file.strFilePath);
             to.mutable_object_file_open()->set_file_type(file.strFileType);

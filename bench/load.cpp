@@ -124,7 +124,8 @@ void Load::trace(Random& random, Mixture&) {
 
 void Load::collect(Random& random, Mixture&) {
     static constexpr uint32_t kSizes[] = {0, 1, 2, 64, 65536};
-    rig_.collect(kSizes[below(random, std::size(kSizes) - (options_.reports_at_any_time ? 0 : 1))]);
+    constexpr uint32_t kAll = std::size(kSizes);
+    rig_.collect(kSizes[below(random, options_.reports_at_any_time ? kAll : kAll - 1)]);
 }
 
 void Load::reset(Random& random, Mixture&) {

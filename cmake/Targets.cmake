@@ -1,6 +1,7 @@
 # How the project's own code is compiled, and the two libraries of generated code.
 set(ZEL_SANITIZE "" CACHE STRING "sanitizers for -fsanitize=, comma-separated")
 option(ZEL_FUZZER "instrument for libFuzzer and link the fuzz targets with it" OFF)
+option(ZEL_COVERAGE "count the lines and branches that run, for tools/coverage.sh" OFF)
 
 # vptr compares type names across libraries that hide their symbols, and finds strangers where there are none.
 if(ZEL_SANITIZE)
@@ -20,10 +21,15 @@ endif()
 if(ZEL_FUZZER)
   list(APPEND zel_sanitize -fsanitize=fuzzer-no-link)
 endif()
+if(ZEL_COVERAGE)
+  # The workers count at the same time as the test.
+  set(zel_coverage --coverage -fprofile-update=atomic -fprofile-abs-path)
+  add_link_options(--coverage)
+endif()
 
 add_library(zel_options INTERFACE)
 target_compile_options(zel_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror ${zel_sanitize})
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror ${zel_sanitize} ${zel_coverage})
 if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
   # -Wconversion of g++ leaves changes of sign alone.
   target_compile_options(zel_options INTERFACE -Wthread-safety -Wno-sign-conversion)

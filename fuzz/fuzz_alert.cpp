@@ -20,8 +20,8 @@ NodePtr make_node(std::string_view text) {
     NodePtr node(new ST_QUEQE_NODE);
     node->uEventId = event_id::ioa_alert;
     node->uSize = text.size();
-    node->pData = static_cast<char*>(calloc(text.size() + 1, 1));
-    text.copy(node->pData, text.size());
+    node->pData = zel::calloc_buffer(text.size() + 1);
+    text.copy(node->pData.get(), text.size());
     return node;
 }
 
@@ -39,9 +39,8 @@ struct Decoded {
 bool has_zero_file_time(const ST_BUF_DATA& data) {
     for (const ST_RULE& rule : data.vecRule) {
         for (const ST_RAW_EVENT& event : rule.vecEvent) {
-            if (event.uType != 9) continue;
-            const auto* times = static_cast<const PST_FILE_TIME_CHANGE*>(event.pPrivate);
-            if (times->llPostTime == 0 || times->llPreTime == 0) return true;
+            const auto* times = event.pPrivate.as<PST_FILE_TIME_CHANGE>();
+            if (times != nullptr && (times->llPostTime == 0 || times->llPreTime == 0)) return true;
         }
     }
     return false;

@@ -13,11 +13,10 @@ struct Message {
         ST_QUEQE_NODE node;
         node.uEventId = id;
         node.uSize = payload.size();
-        node.pData = static_cast<char*>(calloc(payload.size() + 1, 1));
-        payload.copy(node.pData, payload.size());
+        node.pData = zel::calloc_buffer(payload.size() + 1);
+        payload.copy(node.pData.get(), payload.size());
         zel::MallocBuffer buffer;
         const uint64_t size = builder(node, buffer);
-        FreeNodeData(&node);
         FUZZ_CHECK(size > 0 && buffer != nullptr);
         parsed = info.ParseFromArray(buffer.get(), static_cast<int>(size));
     }

@@ -1,12 +1,16 @@
 #!/bin/bash
-# Configures and builds a preset (release, asan, tsan, fuzz) or some of its targets. The chatter goes to
-# build/PRESET/build.log; its end is shown when the build fails.
+# Configures and builds a preset (release, debug, coverage, asan, tsan, fuzz) or some of its targets. The chatter goes to
+# build/PRESET/build.log; its end is shown when the build fails. ZEL_JOBS is the number of compilers at a time.
 #
 #   tools/build.sh PRESET [TARGET...]
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 
-preset="$1"
+preset="${1-}"
+if [[ ! "$preset" =~ ^(release|debug|coverage|asan|tsan|fuzz)$ ]]; then
+    echo "build.sh: unknown preset '$preset' (usage: tools/build.sh release|debug|coverage|asan|tsan|fuzz [TARGET...])" >&2
+    exit 2
+fi
 shift
 log="build/$preset/build.log"
 mkdir -p "build/$preset"

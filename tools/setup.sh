@@ -1,12 +1,13 @@
 #!/bin/bash
 # Installs the Debian packages that are missing, as root or through sudo; changes nothing when all are there.
 #
-#   tools/setup.sh         what building and testing need
-#   tools/setup.sh --ci    also clang 19 with its tools, for the preset "fuzz" and for tools/lint.sh
+#   tools/setup.sh               what building and testing need
+#   tools/setup.sh --ci          also clang 19 with its tools, for the preset "fuzz", tools/lint.sh and tools/quick
+#   tools/setup.sh --coverage    also gcovr, for tools/coverage.sh
 set -euo pipefail
 
 packages=(
-    g++                 # compiler of the presets release, asan and tsan
+    g++                 # compiler of every preset but fuzz
     cmake               # 3.25 or later
     ninja-build         # runs the build
     pkg-config          # finds the C libraries
@@ -29,7 +30,10 @@ ci_packages=(
     clang-19            # compiler of the preset fuzz; checks the lock annotations
     libclang-rt-19-dev  # its sanitizers and libFuzzer
     clang-tidy-19       # tools/lint.sh
-    clang-format-19     # tools/lint.sh
+    clang-format-19     # tools/lint.sh, tools/quick
+)
+coverage_packages=(
+    gcovr               # tools/coverage.sh
 )
 
 fail() {
@@ -40,7 +44,11 @@ fail() {
 case "${1-}" in
     "") ;;
     --ci) packages+=("${ci_packages[@]}") ;;
-    *) fail "unknown argument '$1' (usage: tools/setup.sh [--ci])" ;;
+    --coverage) packages+=("${coverage_packages[@]}") ;;
+    *)
+        echo "setup.sh: unknown argument '$1' (usage: tools/setup.sh [--ci|--coverage])" >&2
+        exit 2
+        ;;
 esac
 
 command -v dpkg-query >/dev/null && command -v apt-get >/dev/null || fail "this needs Debian 12: no dpkg-query or apt-get here"

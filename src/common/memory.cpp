@@ -1,5 +1,7 @@
 #include "common/memory.h"
 
+#include <cstring>
+
 #if ZEL_ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
 #endif
@@ -7,6 +9,12 @@
 namespace zel {
 
 MallocBuffer calloc_buffer(uint64_t size) { return MallocBuffer(static_cast<char*>(calloc(size > 0 ? size : 1, 1))); }
+
+MallocBuffer copy_bytes(const char* data, uint64_t size) {
+    MallocBuffer copy = calloc_buffer(size);
+    if (copy != nullptr && size > 0) memcpy(copy.get(), data, size);
+    return copy;
+}
 
 #if ZEL_ADDRESS_SANITIZER
 void leave_allocated(const void* object) {

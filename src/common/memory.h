@@ -17,6 +17,9 @@ using MallocBuffer = std::unique_ptr<char, FreeDeleter>;
 // A zeroed buffer of `size` bytes, null when there is no memory. A size of 0 is no failure: one byte is asked for then.
 MallocBuffer calloc_buffer(uint64_t size);
 
+// A copy of `size` bytes, null when there is no memory. `data` may be null with a size of 0.
+MallocBuffer copy_bytes(const char* data, uint64_t size);
+
 // Says that an object is meant to stay allocated although nobody will free it. A leak checker is told so, and what the
 // object points to is known with it; otherwise this does nothing. The call stands beside the reason.
 void leave_allocated(const void* object);

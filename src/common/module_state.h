@@ -1,4 +1,5 @@
-// State of the module that several floors share.
+// State of the module that several floors share. All of it never ends: threads of the bus and of the host may use it up
+// to the last moment of the process.
 #pragma once
 
 #include <atomic>
@@ -7,12 +8,10 @@
 #include "common/mutex.h"
 #include "platform/mbframe.h"
 
-// Set by OnAdvised and never cleared, so that a second start does not attach again. Everything outgoing goes through
-// it.
+// Everything outgoing goes through it. Set by OnAdvised and never cleared, so that a second start does not attach again.
 extern std::atomic<MbFrame::IDispatch*> g_pDispatcher;
 
-// Guards start and stop of the pipeline. Created by the constructor of the plug-in object.
-// Never destroyed: the plug-in object that it belongs to never is.
+// Guards start and stop of the pipeline. Its handle is made by the constructor of the plug-in object.
 extern zel::Mutex& g_hWorkMutex;
 
 // 1 inside the reset period of the data store.

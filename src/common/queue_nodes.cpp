@@ -10,11 +10,9 @@ IocVariant2 ST_IOC_MSG::process() const {
     return area;
 }
 
-void FreeNodeData(ST_QUEQE_NODE* pNode) {
-    delete pNode->pIocMsg;
-    pNode->pIocMsg = nullptr;
-    free(pNode->pData);
-    pNode->pData = nullptr;
+void FreeNodeData(ST_QUEQE_NODE& node) {
+    node.pIocMsg.reset();
+    node.pData.reset();
 }
 
 void set_guid(ST_QUEQE_NODE& node, const char* guid) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "common/memory.h"
 #include "platform/event_ids.h"
 #include "platform/zelreshdl.h"
 
@@ -69,55 +70,50 @@ struct ST_IOC_MSG {
     uint32_t uKind = 0;
     uint64_t ullHead[13] = {};  // the last is the alert time
     uint32_t uHead[3] = {};     // the first is the container's init process
-    char szText1[512] = {};     // repository
-    char szText2[1024] = {};    // mounts
-    char szText3[512] = {};     // user
-    char szText4[512] = {};     // namespace
-    char szText5[512] = {};     // image id
-    char szText6[65] = {};      // container id
-    char szText7[512] = {};     // image tag
-    char szText8[512] = {};     // image name
-    char szText9[512] = {};     // container name
-    char szText10[512] = {};    // capability
-    char szText11[1024] = {};   // ports binding
-    char szText12[512] = {};    // not read
-    char szText13[512] = {};    // not read
+    char szRepository[512] = {};
+    char szMounts[1024] = {};
+    char szUser[512] = {};
+    char szNamespace[512] = {};
+    char szImageId[512] = {};
+    char szContainerId[65] = {};
+    char szImageTag[512] = {};
+    char szImageName[512] = {};
+    char szContainerName[512] = {};
+    char szCapability[512] = {};
+    char szPortsBinding[1024] = {};
+    char szUnread1[512] = {};
+    char szUnread2[512] = {};
     alignas(8) unsigned char variant[sizeof(IocVariant2)] = {};
     std::string strQueryName;
     int64_t llScore = 0;
+    uint64_t ullCacheKey = 0;  // of the hot cache, computed once for each hit
 
     // The area as kind 2 has it.
     IocVariant2 process() const;
     uint64_t alert_time() const { return ullHead[12]; }
 };
 
-// One unit of work of the alert stage. Owns pIocMsg and pData.
+// One unit of work of the alert stage. It owns its payload. One thread at a time has it: who takes it from a queue owns
+// it until it goes back into a queue.
 struct ST_QUEQE_NODE {
     EVENT_ID uEventId = 0;
     uint64_t ullCacheKey = 0;  // only for 1281
     // A document's GUID of more than 36 characters fills its 37; the byte behind them is never written.
     char szGuid[kGuidSize + 1] = {};
-    ST_IOC_MSG* pIocMsg = nullptr;  // only for 1281
+    std::unique_ptr<ST_IOC_MSG> pIocMsg;  // only for 1281
     struct {
         std::string strPath;
         std::string strFileKey;
         uint32_t uContext = 0;
         fn_server_ret_t pfnResult = nullptr;
-    } stFileTrace;          // only for 513 and 518
-    uint64_t uSize = 0;     // of pData, without the spare terminator
-    char* pData = nullptr;  // from calloc
+    } stFileTrace;           // only for 513 and 518
+    uint64_t uSize = 0;      // of pData, without the spare terminator
+    zel::MallocBuffer pData;
 };
+using NodePtr = std::unique_ptr<ST_QUEQE_NODE>;
 
-// Frees pIocMsg and pData and nulls both; the node stays.
-void FreeNodeData(ST_QUEQE_NODE* pNode);
-
-struct NodeDeleter {
-    void operator()(ST_QUEQE_NODE* pNode) const {
-        FreeNodeData(pNode);
-        delete pNode;
-    }
-};
-using NodePtr = std::unique_ptr<ST_QUEQE_NODE, NodeDeleter>;
+// Frees the payload, that is pIocMsg and pData; the node stays.
+void FreeNodeData(ST_QUEQE_NODE& node);
 
 // At most 36 characters of a GUID text, terminated, the rest zero.
 void set_guid(ST_QUEQE_NODE& node, const char* guid);

@@ -5,9 +5,7 @@
 
 #include "common/checks.h"
 #include "common/log.h"
-#include "common/memory.h"
 #include "common/module_state.h"
-#include "common/trc_functions.h"
 
 namespace ReshdlEventTrace {
 namespace {
@@ -16,6 +14,18 @@ constexpr int32_t kNoInterface = static_cast<int32_t>(0x80004002);
 constexpr int32_t kNullPointer = static_cast<int32_t>(0x80004003);
 
 }  // namespace
+
+char* Payload::data() const {
+    const auto* result = std::get_if<TraceResult>(&owner_);
+    return result != nullptr ? result->data() : std::get<zel::MallocBuffer>(owner_).get();
+}
+
+void Payload::give_back() {
+    if (auto* const result = std::get_if<TraceResult>(&owner_))
+        result->give_back();
+    else
+        std::get<zel::MallocBuffer>(owner_).reset();
+}
 
 int32_t CountedEvent::QueryInterface(const InterfaceId* iid, void** out) {
     if (out == nullptr) return kNullPointer;
@@ -37,10 +47,10 @@ int64_t CountedEvent::Release() {
     return 0;
 }
 
-CReshdlEvent* CReshdlEvent::New(uint32_t uEventId, uint32_t uSourceEventId, char* pPbEvent, uint64_t uSize,
-                                EDataType eType, const char* pszGuid) {
+CReshdlEvent* CReshdlEvent::New(uint32_t uEventId, uint32_t uSourceEventId, Payload& stPbEvent, const char* pszGuid) {
+    const char* const pPbEvent = stPbEvent.data();
     ZEL_ASSERT(pPbEvent);
-    auto* event = new (std::nothrow) CReshdlEvent(uEventId, uSourceEventId, pPbEvent, uSize, eType, pszGuid);
+    auto* event = new (std::nothrow) CReshdlEvent(uEventId, uSourceEventId, stPbEvent, pszGuid);
     if (event == nullptr) {
         LOG_WARN("Create event Failed");
         return nullptr;
@@ -49,42 +59,38 @@ CReshdlEvent* CReshdlEvent::New(uint32_t uEventId, uint32_t uSourceEventId, char
     return event;
 }
 
-CReshdlEvent::CReshdlEvent(uint32_t uEventId, uint32_t uSourceEventId, char* pPbEvent, uint64_t uSize, EDataType eType,
-                           const char* pszGuid)
-    : m_eType(eType), m_stNative{uEventId, uSize, pPbEvent, uSourceEventId, nullptr} {
+CReshdlEvent::CReshdlEvent(uint32_t uEventId, uint32_t uSourceEventId, Payload& stPbEvent, const char* pszGuid)
+    : m_stPayload(std::move(stPbEvent)),
+      m_stNative{uEventId, m_stPayload.size(), m_stPayload.data(), uSourceEventId, nullptr} {
     const size_t size = strlen(pszGuid) + 1;
     zel::MallocBuffer copy = zel::calloc_buffer(size);
     if (copy != nullptr) memcpy(copy.get(), pszGuid, size);
-    m_stNative.pszGuid = copy.release();
+    m_stNative.pszGuid = copy.release();  // the record is a C structure; the destructor frees its text
 }
 
-CReshdlEvent::~CReshdlEvent() {
-    free(m_stNative.pszGuid);
-    if (m_eType == EDataType::plugin) free(m_stNative.pData);
-    if (m_eType == EDataType::trace_module) release_trace_result(m_stNative.pData);
-}
+CReshdlEvent::~CReshdlEvent() { free(m_stNative.pszGuid); }
 
 }  // namespace ReshdlEventTrace
 
-ReshdlEventTrace::EventRef InvokeEvent(uint32_t uEventId, uint32_t uSourceEventId, char* pBuffer, uint64_t uSize,
-                                       ReshdlEventTrace::EDataType eType, const char* pszGuid) {
-    if (pBuffer == nullptr) {
+ReshdlEventTrace::Invoked InvokeEvent(uint32_t uEventId, uint32_t uSourceEventId, ReshdlEventTrace::Payload stMessage,
+                                      const char* pszGuid) {
+    ReshdlEventTrace::Invoked outcome{nullptr, std::move(stMessage)};  // refused until an event has taken it over
+    if (outcome.refused.data() == nullptr) {
         LOG_ERROR("Invoke buf is null!");
-        return nullptr;
+        return outcome;
     }
     MbFrame::IDispatch* const dispatcher = g_pDispatcher.load(std::memory_order_acquire);
     if (dispatcher == nullptr) {
         LOG_ERROR("dispatcher is null!");
-        return nullptr;
+        return outcome;
     }
-    LOG_INFO("invoke buf size:%u", static_cast<uint32_t>(uSize));
-    ReshdlEventTrace::EventRef event(
-        ReshdlEventTrace::CReshdlEvent::New(uEventId, uSourceEventId, pBuffer, uSize, eType, pszGuid));
-    if (event == nullptr) {
+    LOG_INFO("invoke buf size:%u", static_cast<uint32_t>(outcome.refused.size()));
+    outcome.event.reset(ReshdlEventTrace::CReshdlEvent::New(uEventId, uSourceEventId, outcome.refused, pszGuid));
+    if (outcome.event == nullptr) {
         LOG_ERROR("create event error!");
-        return nullptr;
+        return outcome;
     }
-    dispatcher->Invoke(event.get());
+    dispatcher->Invoke(outcome.event.get());
     LOG_INFO("invoke event succeed!");
-    return event;
+    return outcome;
 }

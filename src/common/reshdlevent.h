@@ -3,16 +3,31 @@
 #pragma once
 
 #include <memory>
+#include <variant>
 
+#include "common/memory.h"
+#include "common/trc_functions.h"
 #include "platform/mbframe.h"
 #include "platform/native_payloads.h"
 
 namespace ReshdlEventTrace {
 
-// Where the buffer of an event comes from, and so who frees it.
-enum class EDataType : uint32_t {
-    plugin = 0,        // calloc: freed by the event
-    trace_module = 1,  // a result of the trace module: given back to it, if it is loaded then
+// A serialised message with its owner, whose type says how it is freed: a builder's buffer, or a result of the trace
+// module, which goes back to it.
+class Payload {
+public:
+    Payload() = default;
+    Payload(zel::MallocBuffer buffer, uint64_t size) : owner_(std::move(buffer)), size_(size) {}
+    Payload(TraceResult result) : size_(result.size()) { owner_.emplace<TraceResult>(std::move(result)); }
+
+    char* data() const;
+    uint64_t size() const { return size_; }
+    // A result of the trace module goes back to it, a null one too; a buffer is freed.
+    void give_back();
+
+private:
+    std::variant<zel::MallocBuffer, TraceResult> owner_;
+    uint64_t size_ = 0;
 };
 
 // The count and the answers that both event classes share.
@@ -33,20 +48,20 @@ private:
 // A serialised vorn_trace_info.
 class CReshdlEvent final : public CountedEvent {
 public:
-    // The event takes pPbEvent over, with a count of 1. Null, and the buffer still the caller's, when there is no
-    // memory.
-    static CReshdlEvent* New(uint32_t uEventId, uint32_t uSourceEventId, char* pPbEvent, uint64_t uSize,
-                             EDataType eType, const char* pszGuid);
+    // An event with a count of 1 that has taken the payload over. Null when there is no memory; the payload is the
+    // caller's still.
+    static CReshdlEvent* New(uint32_t uEventId, uint32_t uSourceEventId, Payload& stPbEvent, const char* pszGuid);
     ~CReshdlEvent() override;
 
     uint32_t GetEventId() override { return m_stNative.uEventId; }
     void* GetNativeEvent() override { return &m_stNative; }
+    // Valid as long as the event.
+    const Payload& payload() const { return m_stPayload; }
 
 private:
-    CReshdlEvent(uint32_t uEventId, uint32_t uSourceEventId, char* pPbEvent, uint64_t uSize, EDataType eType,
-                 const char* pszGuid);
+    CReshdlEvent(uint32_t uEventId, uint32_t uSourceEventId, Payload& stPbEvent, const char* pszGuid);
 
-    EDataType m_eType;
+    Payload m_stPayload;
     ST_PB_EVENT m_stNative;
 };
 
@@ -56,9 +71,15 @@ struct Releaser {
 };
 using EventRef = std::unique_ptr<MbFrame::IEvent, Releaser>;
 
+// What became of a message.
+struct Invoked {
+    std::unique_ptr<CReshdlEvent, Releaser> event;  // the caller's reference; null when the message was not sent
+    Payload refused;                                // the message then
+};
+
 }  // namespace ReshdlEventTrace
 
-// Publishes a message. The caller gets one reference, or null with a log line; from the moment that an event is
-// returned the buffer belongs to it, and with null it is still the caller's. pszGuid must not be null.
-ReshdlEventTrace::EventRef InvokeEvent(uint32_t uEventId, uint32_t uSourceEventId, char* pBuffer, uint64_t uSize,
-                                       ReshdlEventTrace::EDataType eType, const char* pszGuid);
+// Publishes a message and says in the log why not. The event owns the message from then on; what was not sent comes
+// back, so that the caller decides when it is freed. pszGuid must not be null; it is copied. Any thread.
+ReshdlEventTrace::Invoked InvokeEvent(uint32_t uEventId, uint32_t uSourceEventId, ReshdlEventTrace::Payload stMessage,
+                                      const char* pszGuid);

@@ -4,6 +4,7 @@
 #include "common/common.h"
 #include "common/ini_file.h"
 #include "common/log.h"
+#include "common/setting.h"
 
 namespace {
 
@@ -43,4 +44,12 @@ unsigned long CltCommon::IniGetDoubleExA(const char* pszSection, const char* psz
     if (!(dDefault > 0 && dMaxLimit > 0)) zel::assertion_failed("dDefault > 0 && dMaxLimit > 0 && dMinLimit >= 0");
     ZEL_ASSERT(dMaxLimit >= dMinLimit);
     return within(read_number(pszSection, pszKey, pszFilename, 10), dMinLimit, dMaxLimit, dDefault);
+}
+
+unsigned long zel::read_setting(const Setting& setting, const std::string& path) {
+    if (setting.base == 0)
+        return CltCommon::IniGetUintExA(setting.section, setting.key, setting.otherwise, setting.lowest,
+                                        setting.highest, path.c_str());
+    return CltCommon::IniGetDoubleExA(setting.section, setting.key, setting.otherwise, setting.lowest, setting.highest,
+                                      path.c_str());
 }

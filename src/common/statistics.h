@@ -5,11 +5,13 @@
 #include <atomic>
 #include <cstdint>
 
+#include "common/relaxed.h"
+
 using Counter = std::atomic<uint64_t>;
 
 inline void count(Counter& counter, uint64_t n = 1) { counter.fetch_add(n, std::memory_order_relaxed); }
 
-// 14 counters in the record's order.
+// 14 counters in the record's order. A new counter is a member here and a row in kStatistics.
 struct Statistics {
     Counter recvAlarmCount;
     Counter sentToTrcCount;
@@ -37,8 +39,37 @@ struct TraceCost {
     Counter maxCost;
 
     void reset();
+    // Copies all figures.
+    void take_over(const TraceCost& other);
 };
 
+// A counter under its name in the report.
+struct StatisticsRow {
+    const char* key;
+    Counter Statistics::* counter;
+};
+
+// In the order of the report, which is that of the record but for one exchange.
+inline constexpr StatisticsRow kStatistics[] = {
+    {"recvAlarmCount", &Statistics::recvAlarmCount},
+    {"sentToTrcCount", &Statistics::sentToTrcCount},
+    {"sentToMbCount", &Statistics::sentToMbCount},
+    {"eventQueueOverflowCount", &Statistics::eventQueueOverflowCount},
+    {"firstTraceTotalCount", &Statistics::firstTraceTotalCount},
+    {"eventQueueTotalCount", &Statistics::eventQueueTotalCount},
+    {"delayedTraceTotalCount", &Statistics::delayedTraceTotalCount},
+    {"hotCacheHitCount", &Statistics::hotCacheHitCount},
+    {"traceFailedCount", &Statistics::traceFailedCount},
+    {"alertEventTotalCount", &Statistics::alertEventTotalCount},
+    {"alertEventFilterCount", &Statistics::alertEventFilterCount},
+    {"traceDroppedCount", &Statistics::traceDroppedCount},
+    {"ioaTrunkTracePredict", &Statistics::ioaTrunkTracePredict},
+    {"ioaFullTracePredict", &Statistics::ioaFullTracePredict},
+};
+static_assert(sizeof(Statistics) == sizeof kStatistics / sizeof *kStatistics * sizeof(Counter),
+              "each counter has one row");
+
+// All three never end, since they have no destructor.
 extern Statistics g_statistics;
 extern TraceCost g_liveTraceCost;    // written by the trace stage
 extern TraceCost g_reportTraceCost;  // written by the report callbacks only

@@ -1,13 +1,20 @@
 #include "common/trc_functions.h"
 
 #include "common/memory.h"
+#include "common/never_ends.h"
 
-zel::Snapshot<TrcFunctionTable>& g_trcModule = *new zel::Snapshot<TrcFunctionTable>;
+namespace {
 
-void release_trace_result(char* buffer) {
-    const auto table = g_trcModule.get();
-    if (table != nullptr && table->trace_event_release != nullptr)
-        table->trace_event_release(buffer);
+constinit zel::NeverEnds<zel::Snapshot<TrcFunctionTable>> g_module;
+
+}  // namespace
+
+zel::Snapshot<TrcFunctionTable>& g_trcModule = *g_module;
+
+void TraceResult::give_back() {
+    const auto module = g_trcModule.get();
+    if (module != nullptr && module->trace_event_release != nullptr)
+        give_back(*module);
     else
-        zel::leave_allocated(buffer);  // only the module could free it, and it is gone
+        zel::leave_allocated(std::exchange(data_, nullptr));  // only the module could free it, and it is gone
 }

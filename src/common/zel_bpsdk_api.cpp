@@ -10,6 +10,7 @@
 
 #include "common/log.h"
 #include "common/module_path.h"
+#include "common/never_ends.h"
 
 namespace {
 
@@ -36,10 +37,8 @@ int32_t zel::open_reporting_library(const char* path, void** handle) {
 void* zel::reporting_address(void* handle, const char* name) { return dlsym(handle, name); }
 
 ZelBpSdkApi& ZelBpSdkApi::Instance() {
-    static int32_t once = 0;
-    static ZelBpSdkApi* api = nullptr;
-    zel_singleton_once(&once, [](void* slot) { *static_cast<ZelBpSdkApi**>(slot) = new ZelBpSdkApi; }, &api);
-    return *api;
+    static constinit zel::MadeOnce<ZelBpSdkApi> api;
+    return api.get();
 }
 
 void ZelBpSdkApi::Init() {

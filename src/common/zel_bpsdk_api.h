@@ -26,8 +26,9 @@ void reporting_symbol(void* handle, const char* name, F*& function) {
 
 class ZelBpSdkApi {
 public:
-    // An empty object, made at the first call; never destroyed.
+    // An empty object, made at the first call. It never ends, for the bus thread may report through it at any time.
     static ZelBpSdkApi& Instance();
+    ZelBpSdkApi() = default;
 
     // Loads the libraries and reads version and agent id. A missing library costs log lines. On the starting thread; a
     // second start may come while events arrive.
@@ -57,8 +58,6 @@ private:
         char szVersion[16] = "3.7.2.20";
         char szAgentId[32] = "0000000000";  // no terminator when the id has 32 bytes or more
     };
-
-    ZelBpSdkApi() = default;
 
     mutable zel::PlainMutex mutex_;
     Binding binding_ GUARDED_BY(mutex_);

@@ -1,9 +1,10 @@
-// Per-event records: what the subject of a behaviour event acted upon, by the event's type. A decoder allocates one and
-// hangs it on ST_RAW_EVENT::pPrivate; FreeEventPrivate frees it.
+// Per-event records: what the subject of a behaviour event acted upon, by the event's type. An event owns its record
+// through ST_RAW_EVENT::pPrivate.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <tuple>
 
 // 1: process created
 struct ST_PROCESS_CREATE {
@@ -286,3 +287,21 @@ struct ST_FD_INFO {
     uint32_t uFdId = 0;
     uint64_t ullFdLinkInode = 0;
 };
+
+namespace zel {
+
+// The records by event type, from type 1 on. Decoders and builders take the record of a type from this list alone.
+using EventRecords =
+    std::tuple<ST_PROCESS_CREATE, ST_PROCESS_EXIT, ST_REMOTE_THREAD, ST_LOAD_EVENT, ST_LOAD_EVENT, ST_FILE_CREATE,
+               ST_FILE_DELETE, ST_FILE_RENAME, PST_FILE_TIME_CHANGE, PST_FILE_MODIFY, ST_REG_OP, ST_REG_OP, ST_REG_SET,
+               ST_NETWORK_CONNECT, ST_DNS_QUERY, ST_TASK_CREATE, ST_WMIFILTER_INFO, ST_WMICONSUMER_INFO,
+               ST_WMIBINDING_INFO, ST_ACCOUNT_CREATE, ST_ACCOUNT_LOGON, ST_SVRCREATE_INFO, ST_SVRDEL_INFO,
+               ST_SVRUPDATE_INFO, ST_PORTLISTEN_INFO, ST_FILE_OPEN_INFO, ST_SYMBOL_LINK_INFO, ST_NAMED_PIPE_CREATE_INFO,
+               ST_NAMED_PIPE_CONNECT_INFO, ST_PROCESS_TAMPERING_INFO, ST_DLL_INJECT_INFO, ST_REFLECTIVE_INJECT_INFO,
+               ST_INJECT_REPORT_INFO, _ST_SYSCALL_SOCKET, _ST_SYSCALL_PTRACE, _ST_SYSCALL_USERFAULTFD,
+               _ST_SYSCALL_COREPATTERN, ST_SYSCALL_SYSCONNECT, ST_FD_INFO>;
+
+template <uint32_t uType>
+using RecordOf = std::tuple_element_t<uType - 1, EventRecords>;
+
+}  // namespace zel

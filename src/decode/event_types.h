@@ -1,11 +1,11 @@
 // The table of event types: one row a type, in the order of the types, without a gap.
 //
-// A row's decoder makes exactly the record that the row's release function frees and its process function reads; a type
-// that the dispatch does not reach fails its document, but its records can be made by calling the decoder, and are
-// freed.
+// A row's decoder makes the record that RecordOf names for its type, and the row's process function reads that record.
+// A type that is not dispatched fails its document; its decoder can still be called.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <source_location>
 #include <span>
 
@@ -18,8 +18,8 @@ namespace zel {
 struct EventType {
     uint32_t uType;
     bool (*decode)(const JsonObject& event, ST_RAW_EVENT& stEvent);
-    void (*release)(void* record);
-    ProcessParty (*process)(const void* record);  // null: the object is no process with an image
+    // Null when the object is no process with an image. Nothing for a record of another type.
+    std::optional<ProcessParty> (*process)(const EventPrivate& record);
     bool dispatched;
 };
 

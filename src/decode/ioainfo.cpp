@@ -2,6 +2,8 @@
 #include <iterator>
 #include <memory>
 #include <new>
+#include <type_traits>
+#include <utility>
 
 #include "common/checks.h"
 #include "common/log.h"
@@ -29,15 +31,27 @@ bool decode_record(const JsonObject& object, ST_RAW_EVENT& event, std::span<cons
         return false;
     }
     const bool read = zel::read_fields(object, *record, fields, Words::not_type, where);
-    event.pPrivate = read ? record.release() : nullptr;
+    event.pPrivate = read ? zel::EventPrivate(std::move(record)) : zel::EventPrivate();
     return read;
 }
 
 }  // namespace
 
+namespace zel {
+
+// The record that a decoder makes.
+template <CEventHandle::EventDecoder* decoder>
+struct Makes;
+
+}  // namespace zel
+
 // A decoder is its name, its record R, and the keys in reading order, which is not always the order of the members. The
 // line in the log is that of the decoder's row.
 #define ZEL_EVENT_DECODER(function, record, ...)                                            \
+    template <>                                                                             \
+    struct zel::Makes<&CEventHandle::function> {                                            \
+        using Record = record;                                                              \
+    };                                                                                      \
     bool CEventHandle::function(const JsonObject& pjRawEventArray, ST_RAW_EVENT& stEvent) { \
         using R = record;                                                                   \
         static constexpr Field<R> kFields[] = {__VA_ARGS__};                                \
@@ -152,14 +166,16 @@ namespace {
 
 enum class Dispatch : bool { no, yes };
 
-template <class R>
-consteval EventType row(uint32_t type, CEventHandle::EventDecoder* decode, Dispatch dispatch = Dispatch::yes) {
-    EventType result = {type, decode, [](void* record) { delete static_cast<R*>(record); }, nullptr,
-                        dispatch == Dispatch::yes};
+template <uint32_t uType, CEventHandle::EventDecoder* decode, Dispatch dispatch = Dispatch::yes>
+consteval EventType row() {
+    using R = zel::RecordOf<uType>;
+    static_assert(std::is_same_v<typename zel::Makes<decode>::Record, R>, "the decoder makes another type's record");
+    EventType result = {uType, decode, nullptr, dispatch == Dispatch::yes};
     if constexpr (requires(R r) { r.uPid, r.llCreateTime, r.strImage; }) {
-        result.process = [](const void* record) {
-            const R& process = *static_cast<const R*>(record);
-            return ProcessParty{process.uPid, process.llCreateTime, &process.strImage};
+        result.process = [](const zel::EventPrivate& record) -> std::optional<ProcessParty> {
+            const R* process = record.as<R>();
+            if (process == nullptr) return std::nullopt;
+            return ProcessParty{process->uPid, process->llCreateTime, &process->strImage};
         };
     }
     return result;
@@ -168,46 +184,46 @@ consteval EventType row(uint32_t type, CEventHandle::EventDecoder* decode, Dispa
 using Handle = CEventHandle;
 
 constexpr EventType kEventTypes[] = {
-    row<ST_PROCESS_CREATE>(1, Handle::GetProcessCreateInfo),
-    row<ST_PROCESS_EXIT>(2, Handle::GetProcessTerminateInfo),
-    row<ST_REMOTE_THREAD>(3, Handle::GetRemoteThreadCreateInfo),
-    row<ST_LOAD_EVENT>(4, Handle::GetImageLoadInfo),
-    row<ST_LOAD_EVENT>(5, Handle::GetImageLoadInfo),
-    row<ST_FILE_CREATE>(6, Handle::GetFileCreateInfo),
-    row<ST_FILE_DELETE>(7, Handle::GetFileDeleteInfo),
-    row<ST_FILE_RENAME>(8, Handle::GetFileRenameInfo),
-    row<PST_FILE_TIME_CHANGE>(9, Handle::GetFileTimeChange),
-    row<PST_FILE_MODIFY>(10, Handle::GetFileModify),
-    row<ST_REG_OP>(11, Handle::GetRegOptInfo),
-    row<ST_REG_OP>(12, Handle::GetRegOptInfo),
-    row<ST_REG_SET>(13, Handle::GetRegSetValueInfo),
-    row<ST_NETWORK_CONNECT>(14, Handle::GetNetworkConnectInfo),
-    row<ST_DNS_QUERY>(15, Handle::GetDNSInfo),
-    row<ST_TASK_CREATE>(16, Handle::GetTaskCreateInfo),
-    row<ST_WMIFILTER_INFO>(17, Handle::GetWmiFilterCreateInfo),
-    row<ST_WMICONSUMER_INFO>(18, Handle::GetWmiConsumerCreateInfo),
-    row<ST_WMIBINDING_INFO>(19, Handle::GetWmiBindingCreateInfo),
-    row<ST_ACCOUNT_CREATE>(20, Handle::GetAccountCreateInfo),
-    row<ST_ACCOUNT_LOGON>(21, Handle::GetAccountLogonInfo),
-    row<ST_SVRCREATE_INFO>(22, Handle::GetServiceCreateInfo),
-    row<ST_SVRDEL_INFO>(23, Handle::GetServiceDeleteInfo),
-    row<ST_SVRUPDATE_INFO>(24, Handle::GetServiceUpdateInfo),
-    row<ST_PORTLISTEN_INFO>(25, Handle::GetPortListenInfo),
-    row<ST_FILE_OPEN_INFO>(26, Handle::GetFileOpenInfo),
-    row<ST_SYMBOL_LINK_INFO>(27, Handle::GetSymbolLinkInfo),
-    row<ST_NAMED_PIPE_CREATE_INFO>(28, Handle::GetNamedPipeCreateInfo),
-    row<ST_NAMED_PIPE_CONNECT_INFO>(29, Handle::GetNamedPipeConnectInfo),
+    row<1, Handle::GetProcessCreateInfo>(),
+    row<2, Handle::GetProcessTerminateInfo>(),
+    row<3, Handle::GetRemoteThreadCreateInfo>(),
+    row<4, Handle::GetImageLoadInfo>(),
+    row<5, Handle::GetImageLoadInfo>(),
+    row<6, Handle::GetFileCreateInfo>(),
+    row<7, Handle::GetFileDeleteInfo>(),
+    row<8, Handle::GetFileRenameInfo>(),
+    row<9, Handle::GetFileTimeChange>(),
+    row<10, Handle::GetFileModify>(),
+    row<11, Handle::GetRegOptInfo>(),
+    row<12, Handle::GetRegOptInfo>(),
+    row<13, Handle::GetRegSetValueInfo>(),
+    row<14, Handle::GetNetworkConnectInfo>(),
+    row<15, Handle::GetDNSInfo>(),
+    row<16, Handle::GetTaskCreateInfo>(),
+    row<17, Handle::GetWmiFilterCreateInfo>(),
+    row<18, Handle::GetWmiConsumerCreateInfo>(),
+    row<19, Handle::GetWmiBindingCreateInfo>(),
+    row<20, Handle::GetAccountCreateInfo>(),
+    row<21, Handle::GetAccountLogonInfo>(),
+    row<22, Handle::GetServiceCreateInfo>(),
+    row<23, Handle::GetServiceDeleteInfo>(),
+    row<24, Handle::GetServiceUpdateInfo>(),
+    row<25, Handle::GetPortListenInfo>(),
+    row<26, Handle::GetFileOpenInfo>(),
+    row<27, Handle::GetSymbolLinkInfo>(),
+    row<28, Handle::GetNamedPipeCreateInfo>(),
+    row<29, Handle::GetNamedPipeConnectInfo>(),
     // The builder has no object for these: their documents are refused.
-    row<ST_PROCESS_TAMPERING_INFO>(30, Handle::GetProcessTamperingInfo, Dispatch::no),
-    row<ST_DLL_INJECT_INFO>(31, Handle::GetDllInjectInfo, Dispatch::no),
-    row<ST_REFLECTIVE_INJECT_INFO>(32, Handle::GetReflectiveInjectInfo, Dispatch::no),
-    row<ST_INJECT_REPORT_INFO>(33, Handle::GetInjectReportInfo, Dispatch::no),
-    row<_ST_SYSCALL_SOCKET>(34, Handle::GetSyscallSocketInfo),
-    row<_ST_SYSCALL_PTRACE>(35, Handle::GetSyscallPtraceInfo),
-    row<_ST_SYSCALL_USERFAULTFD>(36, Handle::GetSyscallUserfaultfdInfo),
-    row<_ST_SYSCALL_COREPATTERN>(37, Handle::GetSyscallCorePatternInfo),
-    row<ST_SYSCALL_SYSCONNECT>(38, Handle::GetSyscallConnectInfo),
-    row<ST_FD_INFO>(39, Handle::GetFdInfo),
+    row<30, Handle::GetProcessTamperingInfo, Dispatch::no>(),
+    row<31, Handle::GetDllInjectInfo, Dispatch::no>(),
+    row<32, Handle::GetReflectiveInjectInfo, Dispatch::no>(),
+    row<33, Handle::GetInjectReportInfo, Dispatch::no>(),
+    row<34, Handle::GetSyscallSocketInfo>(),
+    row<35, Handle::GetSyscallPtraceInfo>(),
+    row<36, Handle::GetSyscallUserfaultfdInfo>(),
+    row<37, Handle::GetSyscallCorePatternInfo>(),
+    row<38, Handle::GetSyscallConnectInfo>(),
+    row<39, Handle::GetFdInfo>(),
 };
 
 constexpr bool rows_in_order() {
@@ -216,6 +232,7 @@ constexpr bool rows_in_order() {
     return true;
 }
 static_assert(rows_in_order(), "a type is looked up by its place");
+static_assert(std::size(kEventTypes) == std::tuple_size_v<zel::EventRecords>, "each record has a decoder");
 
 }  // namespace
 

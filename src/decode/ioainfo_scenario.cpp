@@ -19,9 +19,6 @@ constexpr Field<PostOperation> kPostOperationTypeField = {"Type", &PostOperation
 constexpr int32_t kMemoryCheck = 1;
 constexpr int32_t kSelectTree = 2;
 
-constexpr uint32_t kCheckSubject = 1;
-constexpr uint32_t kCheckObject = 2;
-
 constexpr Field<ST_BUF_DATA> kScenarioIdField = {"ScenarioID", &ST_BUF_DATA::strScenarioId};
 
 constexpr Field<ST_LINK_SET> kLinkFields[] = {
@@ -31,9 +28,8 @@ constexpr Field<ST_LINK_SET> kLinkFields[] = {
     {"LinkType", &ST_LINK_SET::uLinkType},
 };
 
-const ST_PROCESS_CREATE* created_process(const ST_RAW_EVENT& event) {
-    return event.uType == 1 ? static_cast<const ST_PROCESS_CREATE*>(event.pPrivate) : nullptr;
-}
+// What an event of type 1 created; null for all others.
+const ST_PROCESS_CREATE* created_process(const ST_RAW_EVENT& event) { return event.pPrivate.as<ST_PROCESS_CREATE>(); }
 
 // The created process if there is one to be selected, otherwise the subject.
 void select(const ST_PROCESS_CREATE* created, const ST_RAW_EVENT& event) {
@@ -110,8 +106,9 @@ void CEventHandle::SetMemCheckPostOprEvent(const JsonObject& pjPostOprArray, ST_
     if (parties == nullptr) return;
     std::vector<std::string> names;
     zel::append_texts(*parties, names);
-    for (const std::string& name : names) stEvent.uPostOpr |= name == "SubjectPid" ? kCheckSubject : kCheckObject;
-    if (names.empty()) stEvent.uPostOpr = kCheckSubject;
+    for (const std::string& name : names)
+        stEvent.uPostOpr |= name == "SubjectPid" ? memory_check::subject : memory_check::object;
+    if (names.empty()) stEvent.uPostOpr = memory_check::subject;
 }
 
 void CEventHandle::SetSelectProTreePostOprEvent(const JsonObject& pjPostOprArray, ST_RAW_EVENT& stEvent) {

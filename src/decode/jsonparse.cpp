@@ -8,6 +8,7 @@
 #include "common/checks.h"
 #include "common/log.h"
 #include "common/memory.h"
+#include "decode/alert_types.h"
 #include "decode/json_fields.h"
 
 using zel::Field;
@@ -16,13 +17,6 @@ using zel::Need;
 using zel::Words;
 
 namespace {
-
-// Alert types that the decoder treats on their own.
-constexpr int32_t kIoc = 1;
-constexpr int32_t kIoa = 2;
-constexpr int32_t kMemory = 6;
-constexpr int32_t kRtsAdr = 7;
-constexpr int32_t kHighestAlertType = 22;
 
 // What is gathered across one document. All but nCurAlertType is cleared only when a document passes as a whole: what a
 // failed document left flows into the next good one.
@@ -120,21 +114,7 @@ struct TreeDeleter {
 };
 
 void keep_container(const ST_BUF_DATA& data) {
-    g_stContainerInfo = {
-        .strRepository = data.strRepository,
-        .strMounts = data.strMounts,
-        .strUser = data.strUser,
-        .strNamespace = data.strNamespace,
-        .strImageId = data.strImageId,
-        .strImageTag = data.strImageTag,
-        .strContainerId = data.strContainerId,
-        .strContainerName = data.strContainerName,
-        .strImageName = data.strImageName,
-        .strCapability = data.strCapability,
-        .strPortsBinding = data.strPortsBinding,
-        .llContainerInitPid = data.nContainerInitPid,
-        .uPrivileged = data.uPrivileged,
-    };
+    g_stContainerInfo = {data, data.nContainerInitPid, data.uPrivileged};
     LOG_DEBUG("jsonparse_strContainerId:%s, strImageId:%s, strContainerName:%s", data.strContainerId.c_str(),
               data.strImageId.c_str(), data.strContainerName.c_str());
 }
@@ -142,7 +122,7 @@ void keep_container(const ST_BUF_DATA& data) {
 bool read_alert_type(const JsonObject& root, ST_BUF_DATA& data) {
     g_scratch.nCurAlertType = 0;
     if (!zel::read_field(root, g_scratch, kAlertTypeField, Words::not_string)) return false;
-    if (g_scratch.nCurAlertType < 1 || g_scratch.nCurAlertType > kHighestAlertType) {
+    if (g_scratch.nCurAlertType < 1 || g_scratch.nCurAlertType > alert_type::highest) {
         LOG_ERROR("The json event is unknown.%d", g_scratch.nCurAlertType);
         return false;
     }
@@ -154,7 +134,7 @@ bool read_rule(const JsonObject& object, ST_RULE& rule) {
     if (!zel::read_fields(object, rule, kRuleFields, Words::not_string)) return false;
     CEventHandle::GetRuleTagsInfo(object, rule.vecTags);
     // A memory finding of a high score is certain, whatever the engine says.
-    if (g_scratch.nCurAlertType == kMemory && rule.nScore > 6) rule.nConfidence = 100;
+    if (g_scratch.nCurAlertType == alert_type::memory && rule.nScore > 6) rule.nConfidence = 100;
     g_scratch.note_rule(rule);
     if (!CEventHandle::GetRawEventInfo(object, rule.vecEvent)) {
         LOG_ERROR("GetRawEventInfo failed!");
@@ -185,7 +165,7 @@ void zel::append_texts(const cJSON& array, std::vector<std::string>& texts) {
 
 bool CEventHandle::GetJsonInfo(ST_QUEQE_NODE* pNode, ST_BUF_DATA& stData) {
     if (pNode->pData == nullptr) return false;
-    std::unique_ptr<cJSON, TreeDeleter> tree(cJSON_Parse(pNode->pData));
+    std::unique_ptr<cJSON, TreeDeleter> tree(cJSON_Parse(pNode->pData.get()));
     if (tree == nullptr) return false;
     const JsonObject root(tree.get());
     const bool decoded = GetJsonInfoEx(root, stData);
@@ -205,11 +185,11 @@ bool CEventHandle::GetJsonInfoEx(const JsonObject& pjRoot, ST_BUF_DATA& stData) 
     ZEL_ASSERT(pjRoot);
     if (!read_alert_type(pjRoot, stData)) return false;
     if (!zel::read_fields(pjRoot, stData, kRootFields, Words::not_string)) return false;
-    if (stData.nAlertType == kIoa || stData.nAlertType == kMemory) {
+    if (alert_type::has_container(stData.nAlertType)) {
         if (!zel::read_fields(pjRoot, stData, kContainerFields, Words::not_string)) return false;
         keep_container(stData);
     }
-    if (stData.nAlertType == kIoc && !zel::read_field(pjRoot, stData, kMaliciousKeyField, Words::not_string))
+    if (stData.nAlertType == alert_type::ioc && !zel::read_field(pjRoot, stData, kMaliciousKeyField, Words::not_string))
         return false;
     if (!GetRuleInfo(pjRoot, stData.vecRule)) {
         LOG_ERROR("GetRuleInfo failed!");
@@ -240,7 +220,7 @@ bool CEventHandle::GetRuleInfoEx(const cJSON* pjRule, std::vector<ST_RULE>& vecR
         ST_RULE& stRule = vecRule.emplace_back();
         if (read_rule(item, stRule)) continue;
         // A refused rule leaves the document before FreeBufData can see its events: their records are lost with it.
-        for (const ST_RAW_EVENT& stEvent : stRule.vecEvent) zel::leave_allocated(stEvent.pPrivate);
+        for (ST_RAW_EVENT& stEvent : stRule.vecEvent) stEvent.pPrivate.leave();
         vecRule.pop_back();
         return false;
     }
@@ -292,8 +272,8 @@ bool CEventHandle::GetHighlightInfo(const JsonObject& pjRawEventArray, std::vect
 
 bool CEventHandle::GetExtenedInfo(const JsonObject& pjRoot, ST_BUF_DATA& stData) {
     ZEL_ASSERT(pjRoot);
-    const bool scenario = stData.nAlertType == kIoa;
-    if (!scenario && stData.nAlertType != kMemory && stData.nAlertType != kRtsAdr) return true;
+    const bool scenario = stData.nAlertType == alert_type::ioa;
+    if (!scenario && stData.nAlertType != alert_type::memory && stData.nAlertType != alert_type::rts_adr) return true;
     constexpr zel::Key kKey = "ExtendedInfo";
     const cJSON* info = pjRoot.find(kKey);
     if (info == nullptr) {

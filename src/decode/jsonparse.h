@@ -43,8 +43,8 @@ public:
     static void SetMemCheckPostOprEvent(const zel::JsonObject& pjPostOprArray, ST_RAW_EVENT& stEvent);
     static void SetSelectProTreePostOprEvent(const zel::JsonObject& pjPostOprArray, ST_RAW_EVENT& stEvent);
 
-    // Event decoders: read the keys of an event's object from the event's own JSON object and store a new record in
-    // pPrivate, or null when a required key failed. FreeEventPrivate frees it.
+    // Event decoders: read the keys of an event's object from the event's own JSON object and give the event a new
+    // record, or none when a required key failed.
     using EventDecoder = bool(const zel::JsonObject& pjRawEventArray, ST_RAW_EVENT& stEvent);
 
     // Runs the decoder of the event's uType.

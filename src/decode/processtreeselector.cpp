@@ -1,13 +1,13 @@
 #include "decode/processtreeselector.h"
 
-#include <memory>
-
-// Its owner is made at load and so goes after the pipeline, whose worker may run until then.
-static std::unique_ptr<ProcessTreeSelector> g_selector;
-
 ProcessTreeSelector& ProcessTreeSelector::Instance() {
-    static ProcessTreeSelector& selector =
-        *(g_selector = std::unique_ptr<ProcessTreeSelector>(new ProcessTreeSelector));
+    std::unique_ptr<ProcessTreeSelector>& selector = place();
+    if (selector == nullptr) selector.reset(new ProcessTreeSelector);
+    return *selector;
+}
+
+std::unique_ptr<ProcessTreeSelector>& ProcessTreeSelector::place() {
+    static std::unique_ptr<ProcessTreeSelector> selector;
     return selector;
 }
 

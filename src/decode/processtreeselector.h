@@ -2,14 +2,17 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "common/module_path.h"
 
 class ProcessTreeSelector {
 public:
-    // Made at the first call, which loads the adapter library; works without it.
+    // The one selector, made at the first call, which loads the adapter library; works without it. Ends with the library.
     static ProcessTreeSelector& Instance();
+    // Where the one selector is made. Who uses it in a destructor touches the place in the constructor.
+    static std::unique_ptr<ProcessTreeSelector>& place();
 
     void SetSelection(uint32_t nPid, int64_t llCreateTime, const std::string& strImage);
     // True once anything was selected in the life of the process.

@@ -21,14 +21,13 @@ void free_events(std::vector<ST_RAW_EVENT>& events) {
 }  // namespace
 
 void FreeEventPrivate(ST_RAW_EVENT& stEvent) {
-    if (stEvent.pPrivate == nullptr) return;
-    const zel::EventType* type = zel::find_event_type(stEvent.uType);
-    if (type == nullptr) {
+    if (!stEvent.pPrivate) return;
+    if (zel::find_event_type(stEvent.uType) == nullptr) {
         zel::log_unknown_event(stEvent.uType);
+        stEvent.pPrivate.leave();  // nothing that is known here could have made it
         return;
     }
-    type->release(stEvent.pPrivate);
-    stEvent.pPrivate = nullptr;
+    stEvent.pPrivate = {};
 }
 
 void FreeBufData(ST_BUF_DATA& stData) {
@@ -40,6 +39,6 @@ void FreeBufData(ST_BUF_DATA& stData) {
 
 std::optional<ProcessParty> object_process(const ST_RAW_EVENT& stEvent) {
     const zel::EventType* type = zel::find_event_type(stEvent.uType);
-    if (type == nullptr || type->process == nullptr || stEvent.pPrivate == nullptr) return std::nullopt;
+    if (type == nullptr || type->process == nullptr) return std::nullopt;
     return type->process(stEvent.pPrivate);
 }

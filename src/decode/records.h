@@ -4,12 +4,20 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
-// One behaviour event with its subject, the process that acted.
-//
-// pPrivate is a plain pointer because events are copied by value into their lists: the copy takes the record over, and
-// FreeEventPrivate alone frees it.
+#include "decode/event_private.h"
+
+// Whose memory is to be checked.
+namespace memory_check {
+
+inline constexpr uint32_t subject = 1;
+inline constexpr uint32_t object = 2;
+
+}  // namespace memory_check
+
+// One behaviour event with its subject, the process that acted. It owns its record, so it moves and cannot be copied.
 struct ST_RAW_EVENT {
     uint32_t uVersion = 0;
     uint32_t uType = 0;
@@ -21,15 +29,16 @@ struct ST_RAW_EVENT {
     std::string strUser;
     std::string strGuid;
     int64_t llOpTime = 0;
-    void* pPrivate = nullptr;
+    zel::EventPrivate pPrivate;  // the record of the event's type, see event_records.h
     std::vector<std::string> vecHighlight;
     std::vector<std::string> vecSubHighlight;
-    uint32_t uPostOpr = 0;  // memory check wanted: bit 0 the subject, bit 1 the object
+    uint32_t uPostOpr = 0;  // bits of memory_check
     std::string strLoginName;
     std::string strSshIp;
     std::string strMd5;
     std::string strSha256;
 };
+static_assert(std::is_nothrow_move_constructible_v<ST_RAW_EVENT> && !std::is_copy_constructible_v<ST_RAW_EVENT>);
 
 struct ST_RULE {
     std::string strRuleId;
@@ -54,15 +63,11 @@ struct ST_LINK_SET {
     uint32_t uLinkType = 0;
 };
 
-struct ST_BUF_DATA {
-    int32_t nAlertType = 0;
-    std::string strMaliciousKey;  // alert type 1
-    std::string strGuid;
-    uint32_t uCount = 0;
-    int64_t llHash = 0;
-    std::string strEngineVer;
-    std::string strEngineRuleVer;
-    std::string strContainerId = "host";  // this and the other container members: alert types 2 and 6
+namespace zel {
+
+// What is known of a container in words.
+struct ContainerTexts {
+    std::string strContainerId;
     std::string strRepository;
     std::string strMounts;
     std::string strUser;
@@ -73,6 +78,21 @@ struct ST_BUF_DATA {
     std::string strCapability;
     std::string strPortsBinding;
     std::string strImageName;
+};
+
+}  // namespace zel
+
+// A document. Types 2 and 6 fill the container; all others leave it at "host".
+struct ST_BUF_DATA : zel::ContainerTexts {
+    ST_BUF_DATA() { strContainerId = "host"; }
+
+    int32_t nAlertType = 0;
+    std::string strMaliciousKey;  // alert type 1
+    std::string strGuid;
+    uint32_t uCount = 0;
+    int64_t llHash = 0;
+    std::string strEngineVer;
+    std::string strEngineRuleVer;
     uint32_t uPrivileged = 0;
     int32_t nContainerInitPid = 0;
     std::string strExtendedMsg;  // alert types 6 and 7
@@ -92,25 +112,15 @@ struct ST_BUF_DATA {
 };
 
 // The container of the last alert of type 2 or 6, kept for the life of the module.
-struct ST_CONTAINER_INFO {
-    std::string strRepository;
-    std::string strMounts;
-    std::string strUser;
-    std::string strNamespace;
-    std::string strImageId;
-    std::string strImageTag;
-    std::string strContainerId;
-    std::string strContainerName;
-    std::string strImageName;
-    std::string strCapability;
-    std::string strPortsBinding;
+struct ST_CONTAINER_INFO : zel::ContainerTexts {
     int64_t llContainerInitPid = 0;
     uint32_t uPrivileged = 0;
 };
 extern ST_CONTAINER_INFO g_stContainerInfo;
 
-// Frees the record behind pPrivate and nulls it. An event of an unknown type keeps its record, with an ERROR line.
+// Frees the record behind pPrivate. An event of an unknown type keeps it for good, with an ERROR line.
 void FreeEventPrivate(ST_RAW_EVENT& stEvent);
 
-// Frees every per-event record and gives up the storage of all lists. Safe on a document that failed to decode.
+// Frees every per-event record and gives up the storage of all lists. Safe on a document that failed to decode. Lists
+// of a document that is not given here end with it, records and all.
 void FreeBufData(ST_BUF_DATA& stData);

@@ -4,36 +4,60 @@
 #include <unistd.h>
 
 #include <ctime>
-#include <mutex>
 
 #include "common/checks.h"
+#include "common/common.h"
 #include "common/guard.h"
 #include "common/log.h"
-#include "suppress/fifoqueue.h"
-
-CReshdlWork g_reshdlWork;
+#include "common/never_ends.h"
+#include "decode/processtreeselector.h"
+#include "pipeline/fifoqueue_publish.h"
+#include "suppress/alert_filter.h"
 
 namespace {
 
 constexpr int64_t kRetryDelaySeconds = 15;
 constexpr useconds_t kResetSleepMicroseconds = 10000000;
 
+zel::NeverEnds<CReshdlWork> g_work;
+
+// Ends with the library: stops the workers when the host exits, or unloads the plug-in, without a stop. What only the
+// workers use ends with the library as well, and later, because it is touched here first.
+struct WorkersEnd {
+    WorkersEnd() {
+        ResHdlAlert::AlertFilter::place();
+        ProcessTreeSelector::place();
+    }
+    ~WorkersEnd() {
+        g_reshdlWork.Uninit();
+        g_reshdlWork.forget();
+        g_hotCache.forget();
+    }
+};
+const WorkersEnd g_workersEnd;
+
 void join(void*& thread) {
     if (thread != nullptr) zel_thread_join(thread);
     thread = nullptr;
 }
 
+bool start_thread(void*& thread, int (*entry)(void*), void* param) {
+    if (thread != nullptr) return true;
+    const int32_t result = zel_thread_start(&thread, entry, param);
+    if (result != 0) LOG_ERROR("thread_start failed, 0x%08x", static_cast<uint32_t>(result));
+    return result == 0;
+}
+
 }  // namespace
 
-// Reached at process exit with the workers running when the host has not stopped the plug-in.
-CReshdlWork::~CReshdlWork() { Uninit(); }
+CReshdlWork& g_reshdlWork = *g_work;
 
 bool CReshdlWork::Init() {
     bool started = false;
     {
         const zel::Lock lock(g_hWorkMutex);
-        m_bInit = Start();
-        started = m_bInit;
+        zel::guarded("start", [&]() REQUIRES(g_hWorkMutex) { started = Start(); });
+        m_bInit = started;
     }
     if (!started) Uninit();
     return started;
@@ -48,13 +72,13 @@ bool CReshdlWork::Start() {
         LOG_WARN("The plug-in is not initialized");
         return false;
     }
-    LoadIni();
-    if (!m_pureMode.enabled() && !LoadModules()) return false;
+    m_settings.load();
+    if (!m_modules.load()) return false;
     if (!m_eliminator.Init()) {
         LOG_ERROR("init eliminator manager failed!");
         return false;
     }
-    if (!create_queue_mutexes()) {
+    if (!m_eventQueue.open() || !m_trcQueue.open() || !m_delayQueue.open()) {
         LOG_ERROR("mutex_init error.");
         return false;
     }
@@ -65,72 +89,50 @@ bool CReshdlWork::Start() {
     return true;
 }
 
-bool CReshdlWork::create_queue_mutexes() {
-    const std::unique_lock gate(m_queueGate);
-    return m_hEventMutex.init() && m_hTrcMutex.init() && m_hDelayMutex.init();
-}
-
-bool CReshdlWork::StartThreads() NO_THREAD_SAFETY_ANALYSIS {  // called by Start alone, with g_hWorkMutex held
-    const auto start = [this](void*& thread, int (*entry)(void*)) {
-        const int32_t result = thread == nullptr ? zel_thread_start(&thread, entry, this) : 0;
-        if (result != 0) LOG_ERROR("thread_start failed, 0x%08x", static_cast<uint32_t>(result));
-        return result == 0;
-    };
+bool CReshdlWork::StartThreads() {
     m_bStop.store(false, std::memory_order_relaxed);
-    return start(m_hWorkerThread, WorkerProc) && (m_pureMode.enabled() || start(m_hTrcThread, TrcWorkerProc));
+    return start_thread(m_hWorkerThread, WorkerProc, this) &&
+           (m_modules.pure_mode() || start_thread(m_hTrcThread, TrcWorkerProc, this));
 }
 
+// The workers are joined before anything that they use goes. What the alarm worker queued last, and in pure mode all
+// traces, are still in the queues then and go with them.
 void CReshdlWork::Uninit() {
     const zel::Lock lock(g_hWorkMutex);
     m_bInit = false;
     m_bStop.store(true, std::memory_order_relaxed);
     join(m_hWorkerThread);
     join(m_hTrcThread);
-    // The alarm worker's last alert may have been queued after the trace worker had drained, and in pure mode there is
-    // no trace worker.
-    drain_events();
-    drain_traces();
-    {
-        const std::unique_lock gate(m_queueGate);
-        m_hEventMutex.destroy();
-        m_hTrcMutex.destroy();
-        m_hDelayMutex.destroy();
-    }
+    m_eventQueue.close();
+    m_trcQueue.close();
+    m_delayQueue.close();
     m_eliminator.Uninit();
-    const zel::Lock modules(m_moduleMutex);
-    uninit_trace_module();
-    UnloadTrcModule();
-    UnloadDsModule();
+    m_modules.unload();
 }
 
 int CReshdlWork::WorkerProc(void* pParam) {
     ZEL_ASSERT(pParam);
     prctl(PR_SET_NAME, "zelreshdl_alarm");
-    auto* work = static_cast<CReshdlWork*>(pParam);
-    work->run_alarm_worker();
-    work->drain_events();
+    static_cast<CReshdlWork*>(pParam)->run_alarm_worker();
     return 0;
 }
 
 int CReshdlWork::TrcWorkerProc(void* pParam) {
     ZEL_ASSERT(pParam);
     prctl(PR_SET_NAME, "zelreshdl_trc");
-    auto* work = static_cast<CReshdlWork*>(pParam);
-    work->run_trace_worker();
-    work->drain_traces();
+    static_cast<CReshdlWork*>(pParam)->run_trace_worker();
     return 0;
 }
 
-void CReshdlWork::idle() const { usleep(static_cast<uint32_t>(m_uInterval.load(std::memory_order_relaxed)) * 1000u); }
+void CReshdlWork::idle() const { usleep(static_cast<uint32_t>(value_of(m_settings.uInterval)) * 1000u); }
 
 void CReshdlWork::run_alarm_worker() {
     while (!m_bStop.load(std::memory_order_relaxed)) {
-        NodePtr node = take_event();
-        if (node != nullptr)
+        if (NodePtr node = m_eventQueue.take(); node != nullptr)
             zel::guarded("event", [&] { HandleEvent(std::move(node)); });
         else
             idle();
-        zel::guarded("die-out", [] { g_hotCache.CheckDieOut(); });
+        report_repeats(g_hotCache.CheckDieOut(GetTickMs()));
     }
 }
 
@@ -146,53 +148,13 @@ void CReshdlWork::run_trace_worker() {
             busy = true;
             zel::guarded("trace", [&] { HandleDelayEvent(std::move(node)); });
         };
-        handle(take_due_retry());
-        handle(take_trace());
+        // A clock that went back lets a retry go at once.
+        const int64_t now = time(nullptr);
+        handle(m_delayQueue.take_if([now](const ST_DELAY_QUEQE_NODE& node) {
+            const int64_t age = zel::checked_sub(now, node.tPushTime);
+            return age < 0 || age >= kRetryDelaySeconds;
+        }));
+        handle(m_trcQueue.take());
         if (!busy) idle();
     }
-}
-
-NodePtr CReshdlWork::take_event() {
-    const zel::Lock lock(m_hEventMutex);
-    if (m_listEvent.empty()) return nullptr;
-    NodePtr node = std::move(m_listEvent.front());
-    m_listEvent.pop_front();
-    return node;
-}
-
-// Only the front is tested, so that a young retry holds back all behind it. A clock that went back lets it go at once.
-DelayNodePtr CReshdlWork::take_due_retry() {
-    const int64_t now = time(nullptr);
-    const zel::Lock lock(m_hDelayMutex);
-    if (m_listDelay.empty()) return nullptr;
-    const int64_t age = now - m_listDelay.front()->tPushTime;
-    if (age >= 0 && age < kRetryDelaySeconds) return nullptr;
-    DelayNodePtr node = std::move(m_listDelay.front());
-    m_listDelay.pop_front();
-    return node;
-}
-
-DelayNodePtr CReshdlWork::take_trace() {
-    const zel::Lock lock(m_hTrcMutex);
-    if (m_listTrc.empty()) return nullptr;
-    DelayNodePtr node = std::move(m_listTrc.front());
-    m_listTrc.pop_front();
-    return node;
-}
-
-void CReshdlWork::drain_events() {
-    std::list<NodePtr> discarded;
-    const zel::Lock lock(m_hEventMutex);
-    m_listEvent.swap(discarded);
-}
-
-void CReshdlWork::drain_traces() {
-    std::list<DelayNodePtr> first_attempts;
-    std::list<DelayNodePtr> retries;
-    {
-        const zel::Lock lock(m_hTrcMutex);
-        m_listTrc.swap(first_attempts);
-    }
-    const zel::Lock lock(m_hDelayMutex);
-    m_listDelay.swap(retries);
 }

@@ -7,16 +7,15 @@
 #include "common/capture.h"
 #include "common/checks.h"
 #include "common/log.h"
+#include "common/reshdlevent.h"
 #include "common/statistics.h"
+#include "decode/alert_types.h"
 #include "decode/jsonparse.h"
-#include "pipeline/handler_support.h"
 #include "pipeline/reshdlwork.h"
 #include "suppress/alert_filter.h"
 #include "trace/getprotobuf.h"
 
 namespace {
-
-constexpr int32_t kScenarioAlert = 2;
 
 // A decoded document, released with everything behind it on every path.
 struct Document {
@@ -64,8 +63,9 @@ void CReshdlWork::HandleJsonEvent(NodePtr pEventData) {
         return;
     }
     count(g_statistics.alertEventTotalCount);
-    const bool repeated = m_uAlertFilterSwitch.load(std::memory_order_relaxed) != 0 &&
-                          ResHdlAlert::AlertFilter::GetInstance().CheckRepeat(data);
+    const bool repeated =
+        value_of(m_settings.uAlertFilterSwitch) != 0 &&
+        ResHdlAlert::AlertFilter::GetInstance().CheckRepeat(data, zel_time_get_tick_cout());
     if (repeated) {
         count(g_statistics.alertEventFilterCount);
         LOG_INFO("The alert has been repeated. guid:%s", guid);
@@ -74,11 +74,10 @@ void CReshdlWork::HandleJsonEvent(NodePtr pEventData) {
     zel::MallocBuffer buffer;
     const uint64_t size =
         CGetProtobuf::GetComProtobuf(data, repeated, buffer, nProcessCount, nRiskLevel, pEventData->uEventId);
-    if (!is_built(buffer, size)) return;
+    if (!is_built(size)) return;
     CaptureData(buffer.get(), size, CaptureKind::ioa_alarm);
-    const char* const message = buffer.get();  // the event's, once it is published
-    const auto event = publish_built(event_id::first_report, *pEventData, buffer, size);
-    if (event == nullptr) {
+    const auto sent = InvokeEvent(event_id::first_report, pEventData->uEventId, {std::move(buffer), size}, guid);
+    if (sent.event == nullptr) {
         LOG_ERROR("event invoke failed! guid:%s", guid);
         return;
     }
@@ -86,21 +85,16 @@ void CReshdlWork::HandleJsonEvent(NodePtr pEventData) {
     const bool on_host = data.strContainerId == "host" || data.strContainerId.empty();
     if (!repeated && on_host) {
         LOG_INFO("host alert,trace");
-        HandleJsonEventResult(nProcessCount, nRiskLevel, message, size, *pEventData);
+        HandleJsonEventResult(nProcessCount, nRiskLevel, sent.event->payload().data(), size, *pEventData);
     } else {
         LOG_INFO("container alert, not trace. guid:%s", guid);  // for repeats, too
     }
 }
 
 bool CReshdlWork::IsAlertFiltered(const ST_BUF_DATA& stData) {
-    if (stData.nAlertType != kScenarioAlert) return false;
+    if (stData.nAlertType != alert_type::ioa) return false;
     if (!std::all_of(stData.vecRule.begin(), stData.vecRule.end(), is_xdr_rule)) return false;
-    uint64_t waiting = 0;
-    {
-        const zel::Lock lock(m_hDelayMutex);
-        waiting = m_listDelay.size();
-    }
-    return waiting >= m_uTraceVal.load(std::memory_order_relaxed) * m_uQueueMax.load(std::memory_order_relaxed) / 100;
+    return m_delayQueue.size() >= value_of(m_settings.uTraceVal) * value_of(m_settings.uQueueMax) / 100;
 }
 
 void CReshdlWork::HandleJsonEventResult(int nProcessCount, int nRiskLevel, const char* pInBuf, uint64_t uSize,
@@ -116,15 +110,13 @@ void CReshdlWork::HandleJsonEventResult(int nProcessCount, int nRiskLevel, const
         LOG_ERROR("new(std::nothrow)ST_QUEQE_NODE");
         return;
     }
-    // The message itself belongs to the event.
-    zel::MallocBuffer copy = copy_message(pInBuf, uSize);
-    if (copy == nullptr) {
+    ST_QUEQE_NODE& node = *job->pNode;
+    node.pData = zel::copy_bytes(pInBuf, uSize);  // the message itself belongs to the event
+    if (node.pData == nullptr) {
         LOG_ERROR("(char*)calloc(uPbSize, sizeof(char)) failed!");
         return;
     }
-    ST_QUEQE_NODE& node = *job->pNode;
     node.uEventId = stNode.uEventId;
-    node.pData = copy.release();
     node.uSize = uSize;
     std::copy(std::begin(stNode.szGuid), std::end(stNode.szGuid), node.szGuid);
     job->nProcessCount = nProcessCount;

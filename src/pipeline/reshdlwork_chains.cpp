@@ -3,13 +3,13 @@
 
 #include "common/capture.h"
 #include "common/checks.h"
+#include "common/common.h"
 #include "common/log.h"
 #include "common/memory.h"
 #include "common/reshdlevent.h"
 #include "common/statistics.h"
-#include "pipeline/handler_support.h"
+#include "pipeline/fifoqueue_publish.h"
 #include "pipeline/reshdlwork.h"
-#include "suppress/fifoqueue.h"
 #include "trace/getprotobuf.h"
 
 namespace {
@@ -23,22 +23,21 @@ void CReshdlWork::HandleIocEvent(NodePtr pEventData) {
     zel::MallocBuffer buffer;
     const uint64_t size = CGetProtobuf::GetIocProtobuf(*pEventData, buffer);
     // A hit whose message could not be built is remembered all the same, and its repeats are tallied.
-    g_hotCache.InsertAlert(*pEventData);
-    FreeNodeData(pEventData.get());
+    report_repeats(g_hotCache.InsertAlert(*pEventData, GetTickMs()));
+    FreeNodeData(*pEventData);
     CaptureData(buffer.get(), size, CaptureKind::ioc_alarm);
-    const char* const message = buffer.get();
-    const auto event = publish_built(event_id::first_report, *pEventData, buffer, size);
-    if (event == nullptr) {
+    auto sent = InvokeEvent(event_id::first_report, pEventData->uEventId, {std::move(buffer), size}, pEventData->szGuid);
+    if (sent.event == nullptr) {
         LOG_ERROR("event invoke failed!");
         return;
     }
-    zel::MallocBuffer copy = copy_message(message, size);
-    if (copy == nullptr) {
+    pEventData->uSize = size;
+    pEventData->pData = zel::copy_bytes(sent.event->payload().data(), size);
+    sent.event.reset();
+    if (pEventData->pData == nullptr) {
         LOG_ERROR("(char*)calloc(uPbSize, sizeof(char)) failed!");
         return;
     }
-    pEventData->uSize = size;
-    pEventData->pData = copy.release();
     PushIocTrace(std::move(pEventData));
 }
 
@@ -66,21 +65,13 @@ void CReshdlWork::HandleKovEvent(NodePtr pEventData) {
 void CReshdlWork::HandleTrcExEvent(NodePtr pEventData) {
     ZEL_ASSERT(pEventData);
     TraceResult result;
-    {
-        // In a reset period there is no module, and so no result.
-        const auto table = g_trcModule.get();
-        if (table != nullptr && table->trace_event_expand_from_mgr != nullptr)
-            result.take(table->trace_event_expand_from_mgr, pEventData->pData, pEventData->uSize);
-    }
-    const EVENT_ID id = pEventData->uEventId;
-    const std::string guid = pEventData->szGuid;
-    pEventData.reset();
-    const auto event = InvokeEvent(event_id::finished_trace, id, result.data(), result.size(),
-                                   ReshdlEventTrace::EDataType::trace_module, guid.c_str());
-    if (event == nullptr) {
-        LOG_ERROR("trc_ex event invoke failed!");
-        result.give_back();
-        return;
-    }
-    result.hand_over();
+    // In a reset period there is no module, and so no result.
+    if (const auto module = g_trcModule.get(); module != nullptr && module->trace_event_expand_from_mgr != nullptr)
+        result.take(module->trace_event_expand_from_mgr, pEventData->pData.get(), pEventData->uSize);
+    FreeNodeData(*pEventData);
+    auto sent =
+        InvokeEvent(event_id::finished_trace, pEventData->uEventId, std::move(result), pEventData->szGuid);
+    if (sent.event != nullptr) return;
+    LOG_ERROR("trc_ex event invoke failed!");
+    sent.refused.give_back();
 }

@@ -3,25 +3,29 @@
 #include "common/log.h"
 #include "common/memory.h"
 #include "common/reshdlevent.h"
-#include "pipeline/handler_support.h"
 #include "pipeline/reshdlwork.h"
 #include "trace/getprotobuf.h"
 
 namespace {
 
 void send_finding(const ST_QUEQE_NODE& node, EVENT_ID type, zel::MallocBuffer buffer, uint64_t size) {
-    const auto event = publish_built(type, node, buffer, size);
-    if (event == nullptr) LOG_ERROR("event invoke failed!");
+    const auto sent = InvokeEvent(type, node.uEventId, {std::move(buffer), size}, node.szGuid);
+    if (sent.event == nullptr) LOG_ERROR("event invoke failed!");
 }
 
 }  // namespace
+
+bool CReshdlWork::is_built(uint64_t size, std::source_location where) {
+    if (size == 0) LOG_ERROR_AT(where, "Get com protobuf failed!");
+    return size > 0;
+}
 
 void CReshdlWork::HandleBFEvent(NodePtr pEventData) {
     ZEL_ASSERT(pEventData);
     zel::MallocBuffer buffer;
     const uint64_t size = CGetProtobuf::GetBfProtobuf(*pEventData, buffer);
-    if (!is_built(buffer, size)) return;
-    LOG_INFO("event_id:%lu, data:\r\n %s.", static_cast<unsigned long>(pEventData->uEventId), pEventData->pData);
+    if (!is_built(size)) return;
+    LOG_INFO("event_id:%lu, data:\r\n %s.", static_cast<unsigned long>(pEventData->uEventId), pEventData->pData.get());
     send_finding(*pEventData, event_id::first_report, std::move(buffer), size);
 }
 
@@ -29,7 +33,7 @@ void CReshdlWork::HandleDetanalEvent(NodePtr pEventData) {
     ZEL_ASSERT(pEventData);
     zel::MallocBuffer buffer;
     const uint64_t size = CGetProtobuf::GetDetanalProtobuf(*pEventData, buffer);
-    if (!is_built(buffer, size)) return;
+    if (!is_built(size)) return;
     LOG_INFO("event_id:%lu, data_size:%llu.", static_cast<unsigned long>(pEventData->uEventId),
              static_cast<unsigned long long>(pEventData->uSize));
     const EVENT_ID type =

@@ -1,7 +1,8 @@
 // From a bus event to a node in the event queue, and from the queue to the handler.
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <new>
-#include <shared_mutex>
 
 #include "common/checks.h"
 #include "common/common.h"
@@ -11,7 +12,6 @@
 #include "common/zel_bpsdk_api.h"
 #include "pipeline/reshdlwork.h"
 #include "platform/native_payloads.h"
-#include "suppress/fifoqueue.h"
 
 namespace {
 
@@ -35,100 +35,26 @@ bool create_guid(char (&guid)[kGuidSize]) {
 bool copy_payload(ST_QUEQE_NODE& node, const char* data, uint64_t size) {
     node.uSize = size;
     const bool impossible = size == UINT64_MAX || (data == nullptr && size > 0);
-    zel::MallocBuffer copy = impossible ? nullptr : zel::calloc_buffer(size + 1);
-    if (copy == nullptr) {
+    if (!impossible) node.pData = zel::calloc_buffer(size + 1);
+    if (node.pData == nullptr) {
         LOG_ERROR("(char*)calloc(uSize, sizeof(char)) failed!");
         return false;
     }
-    if (size > 0) memcpy(copy.get(), data, size);
-    node.pData = copy.release();
+    if (size > 0) memcpy(node.pData.get(), data, size);
     return true;
 }
 
-}  // namespace
-
-struct CReshdlWork::EventRow {
-    EVENT_ID first;  // of a range of ids
-    EVENT_ID last;
-    NodePtr (*build)(void* pEventData, EVENT_ID uEventId);
-    const char* name;                                 // in the log line; null: the id
-    void (CReshdlWork::*handle)(NodePtr pEventData);  // null: ignored
-};
-
-constexpr CReshdlWork::EventRow CReshdlWork::kEventRows[] = {
-    {event_id::ioc, event_id::ioc, &IocEventHandle, "ioc", &CReshdlWork::HandleIocEvent},
-    {event_id::ioa_alert, event_id::ioa_alert, &JsonEventHandle, nullptr, &CReshdlWork::HandleJsonEvent},
-    {event_id::unassigned_1537, event_id::unassigned_1537, &ComBufEventHandle, nullptr, nullptr},
-    {event_id::memory_trojan, event_id::memory_trojan, &ComBufEventHandle, nullptr, &CReshdlWork::HandleJsonEvent},
-    {event_id::unassigned_1539, event_id::unassigned_1539, &ComBufEventHandle, nullptr, nullptr},
-    {event_id::port_scan, event_id::abnormal_login, &ComBufEventHandle, nullptr, &CReshdlWork::HandleBFEvent},
-    {event_id::credible_event, event_id::event_detect, &ComBufEventHandle, nullptr, &CReshdlWork::HandleDetanalEvent},
-    {event_id::kov, event_id::kov, &ComBufEventHandle, "kov", &CReshdlWork::HandleKovEvent},
-    {event_id::trc_ex, event_id::trc_ex, &ComBufEventHandle, "trc_ex", &CReshdlWork::HandleTrcExEvent},
-    {event_id::ignored, event_id::ignored, &ComBufEventHandle, nullptr, nullptr},
-};
-
-void CReshdlWork::PushQueue(void* pEventData, EVENT_ID_T uEventId) {
-    ZEL_ASSERT(pEventData);
-    const std::shared_lock gate(m_queueGate);
-    size_t trc_size = 0;
-    size_t delay_size = 0;
-    size_t event_size = 0;
-    {
-        const zel::Lock lock(m_hTrcMutex);
-        trc_size = m_listTrc.size();
-    }
-    {
-        const zel::Lock lock(m_hDelayMutex);
-        delay_size = m_listDelay.size();
-    }
-    const uint64_t limit = m_uQueueMax.load(std::memory_order_relaxed);
-    {
-        const zel::Lock lock(m_hEventMutex);
-        event_size = m_listEvent.size();
-        if (static_cast<double>(delay_size) > static_cast<double>(limit) * 0.5)
-            ZelBpSdkApi::Instance().report_busy(event_size, trc_size, delay_size);
-        // Inclusive, so that a queue may reach the limit plus one.
-        if (limit >= event_size && limit >= delay_size && limit >= trc_size) {
-            NodePtr node = m_hEventMutex.valid() ? GetEventHandle(pEventData, uEventId) : nullptr;
-            if (node == nullptr) {
-                LOG_ERROR("Get event struct error!");
-                // The record of a DNS hit has no owner then.
-                if (uEventId == event_id::ioc) zel::leave_allocated(pEventData);
-                return;
-            }
-            count(g_statistics.eventQueueTotalCount);
-            m_listEvent.push_back(std::move(node));
-            LOG_DEBUG("[work queue count : %zu]", m_listEvent.size());
-            return;
-        }
-        count(g_statistics.eventQueueOverflowCount);
-    }
-    if (uEventId == event_id::ioc) delete static_cast<ST_IOC_MSG*>(pEventData);
-    LOG_INFO("The queue reached the threshold. Event queue:%zu, trc queue:%zu, delay queue:%zu", event_size, trc_size,
-             delay_size);
-}
-
-NodePtr CReshdlWork::GetEventHandle(void* pEventData, EVENT_ID_T uEventId) {
-    ZEL_ASSERT(pEventData);
-    if (m_bStop.load(std::memory_order_relaxed)) return nullptr;
-    for (const EventRow& row : kEventRows)
-        if (uEventId >= row.first && uEventId <= row.last) return row.build(pEventData, uEventId);
-    LOG_ERROR("unknown event id : %u", uEventId);
-    return nullptr;
-}
-
 // The GUID of such an event is the document's, so none is made here.
-NodePtr CReshdlWork::JsonEventHandle(void* pEventData, EVENT_ID uEventId) {
-    const auto& native = *static_cast<const ST_JSON_BUFFER*>(pEventData);
+NodePtr JsonEventHandle(Incoming& incoming, EVENT_ID uEventId) {
+    const auto& native = *static_cast<const ST_JSON_BUFFER*>(incoming.native);
     NodePtr node = new_node(uEventId);
     if (node == nullptr || !copy_payload(*node, native.pData, native.uSize)) return nullptr;
     return node;
 }
 
-NodePtr CReshdlWork::ComBufEventHandle(void* pEventData, EVENT_ID uEventId) {
+NodePtr ComBufEventHandle(Incoming& incoming, EVENT_ID uEventId) {
     ST_COMMON_BUFFER native;
-    memcpy(&native, pEventData, sizeof native);
+    memcpy(&native, incoming.native, sizeof native);
     char guid[kGuidSize] = {};
     if (!create_guid(guid)) return nullptr;
     NodePtr node = new_node(uEventId);
@@ -137,33 +63,120 @@ NodePtr CReshdlWork::ComBufEventHandle(void* pEventData, EVENT_ID uEventId) {
     return node;
 }
 
-NodePtr CReshdlWork::IocEventHandle(void* pEventData, EVENT_ID uEventId) {
+NodePtr IocEventHandle(Incoming& incoming, EVENT_ID uEventId) {
     char guid[kGuidSize] = {};
     if (!create_guid(guid)) return nullptr;
     NodePtr node = new_node(uEventId);
     if (node == nullptr) return nullptr;
-    node->pIocMsg = static_cast<ST_IOC_MSG*>(pEventData);
+    node->pIocMsg = std::move(incoming.dns);
+    node->ullCacheKey = node->pIocMsg->ullCacheKey;
     const IocVariant2 process = node->pIocMsg->process();
-    const uint64_t key =
-        ResHdlCache::CFifoQueue::CalculateHash(process.szDomain, process.llCreateTime, process.szPath, process.uPid);
     LOG_INFO("receive one ioc alert, qury_name:%s, guid:%s", process.szDomain, guid);
-    LOG_DEBUG("[%llu]pid:%d, path:%s, ptime:%llu, name:%s", static_cast<unsigned long long>(key),
+    LOG_DEBUG("[%llu]pid:%d, path:%s, ptime:%llu, name:%s", static_cast<unsigned long long>(node->ullCacheKey),
               static_cast<int>(process.uPid), process.szPath, static_cast<unsigned long long>(process.llCreateTime),
               process.szDomain);
-    node->ullCacheKey = key;
     set_guid(*node, guid);
     return node;
+}
+
+}  // namespace
+
+// Rules: an id stands once. An id that is not subscribed would be handled all the same, if it came.
+std::span<const EventRow> event_rows() {
+    using Work = CReshdlWork;
+    constexpr bool yes = true;
+    constexpr bool no = false;
+    static constexpr EventRow kRows[] = {
+        // id, subscribed, in pure mode, carries a buffer
+        {event_id::unprocessed, yes, no, yes, nullptr, nullptr, nullptr},
+        {event_id::ioc, yes, no, no, IocEventHandle, &Work::HandleIocEvent, "ioc"},
+        {event_id::ioa_alert, yes, no, yes, JsonEventHandle, &Work::HandleJsonEvent, nullptr},
+        {event_id::unassigned_1537, no, no, yes, ComBufEventHandle, nullptr, nullptr},
+        {event_id::memory_trojan, yes, no, yes, ComBufEventHandle, &Work::HandleJsonEvent, nullptr},
+        {event_id::unassigned_1539, no, no, yes, ComBufEventHandle, nullptr, nullptr},
+        {event_id::port_scan, yes, no, yes, ComBufEventHandle, &Work::HandleBFEvent, nullptr},
+        {event_id::brute_force, yes, yes, yes, ComBufEventHandle, &Work::HandleBFEvent, nullptr},
+        {event_id::abnormal_login, yes, yes, yes, ComBufEventHandle, &Work::HandleBFEvent, nullptr},
+        {event_id::credible_event, yes, no, yes, ComBufEventHandle, &Work::HandleDetanalEvent, nullptr},
+        {event_id::event_detect, yes, no, yes, ComBufEventHandle, &Work::HandleDetanalEvent, nullptr},
+        {event_id::kov, yes, no, yes, ComBufEventHandle, &Work::HandleKovEvent, "kov"},
+        {event_id::trc_ex, yes, no, yes, ComBufEventHandle, &Work::HandleTrcExEvent, "trc_ex"},
+        {event_id::ignored, yes, no, yes, ComBufEventHandle, nullptr, nullptr},
+    };
+    return kRows;
+}
+
+const EventRow* find_event_row(EVENT_ID id) {
+    const auto rows = event_rows();
+    const auto found = std::ranges::find(rows, id, &EventRow::id);
+    return found == rows.end() ? nullptr : &*found;
+}
+
+void CReshdlWork::PushQueue(const void* pEventData, EVENT_ID_T uEventId) {
+    ZEL_ASSERT(pEventData);
+    Incoming incoming{pEventData, nullptr};
+    push(incoming, uEventId);
+}
+
+void CReshdlWork::PushQueue(std::unique_ptr<ST_IOC_MSG> pEventData) {
+    ZEL_ASSERT(pEventData);
+    Incoming incoming{nullptr, std::move(pEventData)};
+    push(incoming, event_id::ioc);
+}
+
+void CReshdlWork::push(Incoming& incoming, EVENT_ID_T uEventId) {
+    const size_t trc_size = m_trcQueue.size();
+    const size_t delay_size = m_delayQueue.size();
+    const uint64_t limit = value_of(m_settings.uQueueMax);
+    size_t event_size = 0;
+    {
+        const WorkQueue<ST_QUEQE_NODE>::Hold hold(m_eventQueue);
+        event_size = m_eventQueue.size_held();
+        if (static_cast<double>(delay_size) > static_cast<double>(limit) * 0.5)
+            ZelBpSdkApi::Instance().report_busy(event_size, trc_size, delay_size);
+        // Inclusive, so that a queue may reach the limit plus one.
+        if (limit >= event_size && limit >= delay_size && limit >= trc_size) {
+            auto cell = WorkQueue<ST_QUEQE_NODE>::make_cell();
+            if (!cell.empty()) cell.front() = GetEventHandle(incoming, uEventId);
+            if (cell.empty() || cell.front() == nullptr || !m_eventQueue.push_held(cell)) {
+                LOG_ERROR("Get event struct error!");
+                // The record of a DNS hit has no owner then.
+                zel::leave_allocated(incoming.dns.release());
+                return;
+            }
+            count(g_statistics.eventQueueTotalCount);
+            LOG_DEBUG("[work queue count : %zu]", m_eventQueue.size_held());
+            return;
+        }
+        count(g_statistics.eventQueueOverflowCount);
+    }
+    incoming.dns.reset();
+    LOG_INFO("The queue reached the threshold. Event queue:%zu, trc queue:%zu, delay queue:%zu", event_size, trc_size,
+             delay_size);
+}
+
+NodePtr CReshdlWork::GetEventHandle(Incoming& incoming, EVENT_ID_T uEventId) {
+    if (m_bStop.load(std::memory_order_relaxed)) return nullptr;
+    const EventRow* const row = find_event_row(uEventId);
+    if (row == nullptr || row->build == nullptr) {
+        LOG_ERROR("unknown event id : %u", uEventId);
+        return nullptr;
+    }
+    return row->build(incoming, uEventId);
 }
 
 void CReshdlWork::HandleEvent(NodePtr pEventData) {
     ZEL_ASSERT(pEventData);
     const EVENT_ID id = pEventData->uEventId;
-    for (const EventRow& row : kEventRows) {
-        if (id < row.first || id > row.last || row.handle == nullptr) continue;
-        LOG_DEBUG("start handle %s!", row.name != nullptr ? row.name : std::to_string(id).c_str());
-        (this->*row.handle)(std::move(pEventData));
+    const EventRow* const row = find_event_row(id);
+    if (row == nullptr || row->handle == nullptr) {
+        LOG_DEBUG("ignore handle: %d!", static_cast<int>(id));
+        zel::leave_allocated(pEventData.release());  // an ignored event keeps its node
         return;
     }
-    LOG_DEBUG("ignore handle: %d!", static_cast<int>(id));
-    zel::leave_allocated(pEventData.release());  // an ignored event keeps its node
+    if (row->name != nullptr)
+        LOG_DEBUG("start handle %s!", row->name);
+    else
+        LOG_DEBUG("start handle %d!", static_cast<int>(id));
+    (this->*row->handle)(std::move(pEventData));
 }

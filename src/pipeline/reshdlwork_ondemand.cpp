@@ -5,7 +5,6 @@
 #include "common/common.h"
 #include "common/log.h"
 #include "common/memory.h"
-#include "pipeline/handler_support.h"
 #include "pipeline/reshdlwork.h"
 #include "trace/getprotobuf.h"
 
@@ -36,28 +35,26 @@ int CReshdlWork::FileTrace(fn_server_ret_t fun, const char* path, const char* fi
     set_guid(*node, guid);
     zel::MallocBuffer message;
     node->uSize = CGetProtobuf::GetFileTraceProtobuf(*node, message);
-    zel::MallocBuffer copy = copy_message(message.get(), node->uSize);
+    node->pData = zel::copy_bytes(message.get(), node->uSize);
     zel::leave_allocated(message.release());  // the builder's buffer of a file trace has no further owner
-    if (copy == nullptr) {
+    if (node->pData == nullptr) {
         LOG_ERROR("malloc data failed!");
         return -1;
     }
-    node->pData = copy.release();
     PushIocTrace(std::move(node));
     return 0;
 }
 
 int CReshdlWork::ProcTrace(fn_server_ret_t fun, const char* data, uint32_t size, uint32_t uContext) {
     ZEL_ASSERT(fun && data);
-    const auto table = g_trcModule.get();
-    if (table == nullptr || table->trace_event_coordinate_dispose_trc == nullptr) {
+    const auto module = g_trcModule.get();
+    if (module == nullptr || module->trace_event_coordinate_dispose_trc == nullptr) {
         LOG_ERROR("zeltrc proc_trc comp function is null.");
         return -1;
     }
-    char* result = nullptr;
-    uint32_t result_size = 0;
-    table->trace_event_coordinate_dispose_trc(data, size, &result, &result_size);
-    fun(kProcessTraceCode, uContext, result, result_size);
-    table->trace_event_release(result);
+    TraceResult result;
+    result.take(module->trace_event_coordinate_dispose_trc, data, size);
+    fun(kProcessTraceCode, uContext, result.data(), result.size());
+    result.give_back(*module);
     return 0;
 }

@@ -1,29 +1,32 @@
 // The trace stage: the road of a trace job from its first push to a finished trace, a callback or a discard.
+#include <array>
 #include <cstring>
 #include <ctime>
 #include <new>
-#include <shared_mutex>
 
 #include "common/capture.h"
 #include "common/checks.h"
+#include "common/guard.h"
 #include "common/log.h"
 #include "common/memory.h"
 #include "common/reshdlevent.h"
 #include "common/statistics.h"
-#include "pipeline/handler_support.h"
 #include "pipeline/reshdlwork.h"
 #include "platform/native_payloads.h"
 
 namespace {
 
 constexpr int kFileTraceCode = 8;
+constexpr int32_t kFailed = -1;
 
 bool is_file_trace(EVENT_ID id) { return id == event_id::file_trace_process || id == event_id::file_trace_file; }
 
-// Runs a function of the module on the node's message and measures it in milliseconds of the tick clock.
+// Runs a function of the module on the node's message and measures it in milliseconds of the tick clock. A trace in
+// which the module throws has failed like any other, so that the eliminator learns of its end.
 int32_t measured_call(trace_event_work_t work, const ST_QUEQE_NODE& node, TraceResult& result, int& cost) {
+    int32_t hr = kFailed;
     const uint64_t before = zel_time_get_tick_cout();
-    const int32_t hr = result.take(work, node.pData, node.uSize);
+    zel::guarded("call of the trace module", [&] { hr = result.take(work, node.pData.get(), node.uSize); });
     cost = static_cast<int>(zel_time_get_tick_cout() - before);
     return hr;
 }
@@ -45,50 +48,54 @@ ETrcResult log_failed(const char* guid) {
 }
 
 // A leak checker does not find what stands in a packed record, so each is named.
-void leave_event(ReshdlEventTrace::EventRef event) {
+void leave_event(MbFrame::IEvent* event) {
     ST_PB_EVENT native;
     memcpy(&native, event->GetNativeEvent(), sizeof native);
     zel::leave_allocated(native.pData);
     zel::leave_allocated(native.pszGuid);
-    zel::leave_allocated(event.release());
+    zel::leave_allocated(event);
 }
 
 }  // namespace
 
+DelayNodePtr CReshdlWork::new_trace_job(NodePtr node) {
+    DelayNodePtr job(new (std::nothrow) ST_DELAY_QUEQE_NODE);
+    if (job == nullptr) return nullptr;
+    job->uType = event_id::finished_trace;
+    job->tPushTime = time(nullptr);
+    job->pNode = std::move(node);
+    return job;
+}
+
 bool CReshdlWork::PushDelayQueueNode(DelayNodePtr& pEventData) {
     ZEL_ASSERT(pEventData);
-    const std::shared_lock gate(m_queueGate);
-    const uint64_t most_tries = m_uTrcTimes.load(std::memory_order_relaxed);
-    if (most_tries == 0 || !m_hTrcMutex.valid()) return false;
+    ST_DELAY_QUEQE_NODE& node = *pEventData;
+    const uint64_t most_tries = value_of(m_settings.uTrcTimes);
+    if (most_tries == 0) return false;
 
-    // The cell is made first: nothing can fail once the eliminator knows the node, and a node without a cell is not
-    // queued.
-    ST_DELAY_QUEQE_NODE* const node = pEventData.get();
-    std::list<DelayNodePtr> cell;
-    try {
-        cell.push_back(nullptr);
-    } catch (const std::bad_alloc&) {
+    // The cell is made first: nothing can fail once the eliminator knows the node.
+    DelayQueue::Cell cell = DelayQueue::make_cell();
+    if (cell.empty()) {
+        LOG_ERROR("no memory to queue a trace, guid:%s", node.pNode->szGuid);
         return false;
     }
-    if (node->uTryCount == 0) {
-        count(g_statistics.firstTraceTotalCount);
-        ++node->uTryCount;
-        // Before the queue can give the node away: the trace worker may finish and free it at once.
-        m_eliminator.Push(node);
-        cell.front() = std::move(pEventData);
-        const zel::Lock lock(m_hTrcMutex);
-        m_listTrc.splice(m_listTrc.end(), cell);
-        return true;
+    const bool first = node.uTryCount == 0;
+    if (first) {
+        // Before the queue can give the node away: the trace worker may finish and free it at once. A closed queue
+        // refuses on-demand traces alone, which the eliminator does not track; the workers are joined by then.
+        m_eliminator.Push(&node);
     }
-    ++node->uTryCount;
-    if (node->uTryCount > most_tries) {
-        LOG_DEBUG("Try more than %d times, discard! guid:%s", static_cast<int>(most_tries), node->pNode->szGuid);
+    ++node.uTryCount;
+    if (!first && node.uTryCount > most_tries) {
+        LOG_DEBUG("Try more than %d times, discard! guid:%s", static_cast<int>(most_tries), node.pNode->szGuid);
         return false;
     }
-    count(g_statistics.delayedTraceTotalCount);
     cell.front() = std::move(pEventData);
-    const zel::Lock lock(m_hDelayMutex);
-    m_listDelay.splice(m_listDelay.end(), cell);
+    if (!(first ? m_trcQueue : m_delayQueue).push(cell)) {
+        pEventData = std::move(cell.front());
+        return false;
+    }
+    count(first ? g_statistics.firstTraceTotalCount : g_statistics.delayedTraceTotalCount);
     return true;
 }
 
@@ -130,15 +137,14 @@ ETrcResult CReshdlWork::GetComResult(DelayNodePtr& pEventData, TraceResult& resu
 ETrcResult CReshdlWork::TrcRetHandle(int32_t hr, DelayNodePtr& pEventData, TraceResult& result, int cost) {
     ZEL_ASSERT(pEventData);
     // A queued node may be finished and freed by the other worker before the line about it is written.
-    char guid[kGuidSize + 1];
-    memcpy(guid, pEventData->pNode->szGuid, sizeof guid);
+    const std::array<char, kGuidSize + 1> kept = std::to_array(pEventData->pNode->szGuid);
+    const char* const guid = kept.data();
     ETrcResult outcome = TRC_FAILED;
     switch (hr) {
         case ZEL_TRC_NOT_READY:
             pEventData->tPushTime = time(nullptr);
             if (PushDelayQueueNode(pEventData)) {
-                const auto ds = m_dsModule.get();
-                if (ds != nullptr && ds->ds_update_db != nullptr) ds->ds_update_db();
+                m_modules.update_data_store();
                 result.give_back();
                 LOG_INFO("alert trace retry, guid:%s", guid);
                 return TRC_RETRY;
@@ -159,8 +165,7 @@ ETrcResult CReshdlWork::TrcRetHandle(int32_t hr, DelayNodePtr& pEventData, Trace
     }
     m_eliminator.Pop(pEventData.get());
     if (outcome == TRC_SUCCESS) m_eliminator.UpdateCost(pEventData.get(), cost);
-    FreeNodeData(pEventData->pNode.get());
-    pEventData->pNode->uSize = result.size();
+    FreeNodeData(*pEventData->pNode);
     return outcome;
 }
 
@@ -173,26 +178,18 @@ void CReshdlWork::HandleEventResult(DelayNodePtr pEventData) {
         LOG_DEBUG("GetComResult failed!");
         return;
     }
-    if (result.data() != nullptr) send_trace(*pEventData->pNode, outcome, result);
-}
-
-// What the module gave goes out whatever it said of the trace; a host's callback alone is spared a failure.
-void CReshdlWork::send_trace(const ST_QUEQE_NODE& stNode, ETrcResult eResult, TraceResult& result) {
-    CaptureTraceData(result.data(), result.size(), stNode.uEventId);
-    if (is_file_trace(stNode.uEventId)) {
-        if (eResult != TRC_FAILED)
-            stNode.stFileTrace.pfnResult(kFileTraceCode, stNode.stFileTrace.uContext, result.data(), result.size());
-        result.give_back();
+    if (result.data() == nullptr) return;
+    // What the module gave goes out whatever it said of the trace; a host's callback alone is spared a failure.
+    const ST_QUEQE_NODE& node = *pEventData->pNode;
+    CaptureTraceData(result.data(), result.size(), node.uEventId);
+    if (is_file_trace(node.uEventId)) {
+        const auto& request = node.stFileTrace;
+        if (outcome != TRC_FAILED) request.pfnResult(kFileTraceCode, request.uContext, result.data(), result.size());
         return;
     }
-    const auto event = InvokeEvent(event_id::finished_trace, stNode.uEventId, result.data(), result.size(),
-                                   ReshdlEventTrace::EDataType::trace_module, stNode.szGuid);
-    if (event == nullptr) {
-        LOG_ERROR("event invoke failed! guid:%s", stNode.szGuid);
-        result.give_back();
-        return;
-    }
-    result.hand_over();
+    const auto sent = InvokeEvent(event_id::finished_trace, node.uEventId, std::move(result), node.szGuid);
+    if (sent.event == nullptr) LOG_ERROR("event invoke failed! guid:%s", node.szGuid);
+    pEventData.reset();  // before the event, whose release may run code of the bus
 }
 
 void CReshdlWork::HandleKovEventEx(DelayNodePtr pEventData) {
@@ -205,33 +202,35 @@ void CReshdlWork::HandleKovEventEx(DelayNodePtr pEventData) {
         zel::leave_allocated(pEventData.release());
         return;
     }
-    ST_QUEQE_NODE& node = *pEventData->pNode;
+    const ST_QUEQE_NODE& node = *pEventData->pNode;
     CaptureData(result.data(), result.size(), CaptureKind::kov_alarm);
-    auto event = InvokeEvent(event_id::first_report, node.uEventId, result.data(), result.size(),
-                             ReshdlEventTrace::EDataType::trace_module, node.szGuid);
-    if (event == nullptr) {
+    auto sent = InvokeEvent(event_id::first_report, node.uEventId, std::move(result), node.szGuid);
+    if (sent.event == nullptr) {
         LOG_ERROR("event invoke failed!");
-        result.give_back();
+        sent.refused.give_back();
         return;
     }
-    const char* const message = result.data();
-    result.hand_over();
     if (outcome != TRC_SUCCESS) {
         LOG_DEBUG("Failed to complete the alarm information.");
         // An alert that was not completed keeps its event and its nodes.
-        leave_event(std::move(event));
+        leave_event(sent.event.release());
         zel::leave_allocated(pEventData.release());
         return;
     }
-    // The second pass: the completed alert becomes a trace job of its own.
-    zel::MallocBuffer copy = copy_message(message, result.size());
-    if (copy == nullptr) {
+    const auto& message = sent.event->payload();
+    start_second_pass(std::move(pEventData), message.data(), message.size());
+}
+
+// The completed alert becomes a trace job of its own.
+void CReshdlWork::start_second_pass(DelayNodePtr pEventData, const char* message, uint64_t size) {
+    ST_QUEQE_NODE& node = *pEventData->pNode;
+    node.pData = zel::copy_bytes(message, size);
+    if (node.pData == nullptr) {
         LOG_ERROR("(char *)calloc(uSize, sizeof(char)) failed!");
         return;
     }
     node.uEventId = event_id::kov;
-    node.pData = copy.release();
-    node.uSize = result.size();
+    node.uSize = size;
     pEventData->uType = event_id::finished_trace;
     pEventData->uTryCount = 0;
     pEventData->tPushTime = time(nullptr);

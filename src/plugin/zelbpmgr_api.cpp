@@ -4,13 +4,12 @@
 
 #include "common/log.h"
 #include "common/module_path.h"
+#include "common/never_ends.h"
 #include "common/zel_bpsdk_api.h"
 
 ZelbpmgrApi& ZelbpmgrApi::Instance() {
-    static int32_t once = 0;
-    static ZelbpmgrApi* api = nullptr;
-    zel_singleton_once(&once, [](void* slot) { *static_cast<ZelbpmgrApi**>(slot) = new ZelbpmgrApi; }, &api);
-    return *api;
+    static constinit zel::MadeOnce<ZelbpmgrApi> api;
+    return api.get();
 }
 
 void ZelbpmgrApi::Init() {

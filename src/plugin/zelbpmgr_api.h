@@ -5,8 +5,10 @@
 
 class ZelbpmgrApi {
 public:
-    // An empty object, made at the first call; never destroyed.
+    // An empty object, made at the first call. It never ends, so that no order of static objects matters to a stop at
+    // exit.
     static ZelbpmgrApi& Instance();
+    ZelbpmgrApi() = default;
 
     void Init();
     // Closes the library.
@@ -15,8 +17,6 @@ public:
     bool Register(const char* module, zel_report_cb_t callback) const;
 
 private:
-    ZelbpmgrApi() = default;
-
     void* m_hBpMgr = nullptr;
     register_report_cb_t m_register_report_cb = nullptr;
 };

@@ -29,13 +29,16 @@ void register_report(const char* module, zel_report_cb_t callback) {
     if (!ZelbpmgrApi::Instance().Register(module, callback)) LOG_WARN("[ZEL_BPMGR_REGISTER] module_name: %% error.");
 }
 
+// Attaches to the bus unless an earlier start has done so, and starts the pipeline. A start that fails at any step, also
+// by an exception, leaves the bus detached.
 bool start_work(CResultProcEngine& engine) {
     LOG_INFO("zelreshdl start work thread!");
-    if (g_pDispatcher.load(std::memory_order_acquire) == nullptr && !engine.LoadMbDll()) {
-        LOG_ERROR("LoadMbDll failed!");
-        return false;
-    }
-    if (g_reshdlWork.Init()) return true;
+    bool attached = false;
+    zel::guarded("attachment", [&] {
+        attached = g_pDispatcher.load(std::memory_order_acquire) != nullptr || engine.LoadMbDll();
+        if (!attached) LOG_ERROR("LoadMbDll failed!");
+    });
+    if (attached && g_reshdlWork.Init()) return true;
     engine.Detach();
     return false;
 }

@@ -9,6 +9,7 @@
 #include "common/log.h"
 #include "common/memory.h"
 #include "platform/native_payloads.h"
+#include "suppress/fifoqueue.h"
 
 namespace {
 
@@ -59,10 +60,10 @@ void put_variant(IocVariant3& flat, const ST_DNS_VARIANT_3& native) { put_tail(f
 // The area is read as kind 2 whatever it holds, gaps between members included, so it is filled byte by byte.
 template <class Flat, class Native>
 void store_variant(ST_IOC_MSG& msg, const void* native) {
-    const auto flat = std::make_unique<Flat>();
-    memset(flat.get(), 0, sizeof *flat);
-    put_variant(*flat, *static_cast<const Native*>(native));
-    memcpy(msg.variant, flat.get(), sizeof *flat);
+    Flat flat;
+    memset(&flat, 0, sizeof flat);
+    put_variant(flat, *static_cast<const Native*>(native));
+    memcpy(msg.variant, &flat, sizeof flat);
 }
 
 void flatten(ST_IOC_MSG& msg, const ST_DNS_NATIVE& native) {
@@ -70,9 +71,10 @@ void flatten(ST_IOC_MSG& msg, const ST_DNS_NATIVE& native) {
     memcpy(msg.ullHead, native.ullHead, sizeof msg.ullHead);
     if (native.pVariant == nullptr) return;
     memcpy(msg.uHead, native.uHead, sizeof msg.uHead);
-    const std::array<std::span<char>, 13> texts{msg.szText1,  msg.szText2,  msg.szText3, msg.szText4, msg.szText5,
-                                                msg.szText6,  msg.szText7,  msg.szText8, msg.szText9, msg.szText10,
-                                                msg.szText11, msg.szText12, msg.szText13};
+    const std::array<std::span<char>, 13> texts{
+        msg.szRepository,   msg.szMounts,   msg.szUser,      msg.szNamespace,     msg.szImageId,
+        msg.szContainerId,  msg.szImageTag, msg.szImageName, msg.szContainerName, msg.szCapability,
+        msg.szPortsBinding, msg.szUnread1,  msg.szUnread2};
     for (size_t i = 0; i < texts.size(); ++i) put(texts[i], native.pszText[i]);
     switch (native.uKind) {
         case 1: return store_variant<IocVariant1, ST_DNS_VARIANT_1>(msg, native.pVariant);
@@ -86,7 +88,7 @@ void flatten(ST_IOC_MSG& msg, const ST_DNS_NATIVE& native) {
 
 void log_no_native_event() { LOG_ERROR("Evt->GetNativeEvent error"); }
 
-ST_IOC_MSG* copy_dns_event(MbFrame::IEvent& event) {
+std::unique_ptr<ST_IOC_MSG> copy_dns_event(MbFrame::IEvent& event) {
     void* face = nullptr;
     const int32_t result = event.QueryInterface(&kIidDnsEvent, &face);
     if (result < 0 || face == nullptr) {
@@ -109,7 +111,9 @@ ST_IOC_MSG* copy_dns_event(MbFrame::IEvent& event) {
     if (const char* name = dns->GetQueryName(); name != nullptr) msg->strQueryName = name;
     msg->llScore = kScore;
     const IocVariant2 process = msg->process();
+    msg->ullCacheKey =
+        ResHdlCache::CFifoQueue::CalculateHash(process.szDomain, process.llCreateTime, process.szPath, process.uPid);
     LOG_DEBUG("[-IOC-]pid:%d, guid:%s, path:%s, create time:%lld, name:%s", static_cast<int>(process.uPid),
               process.szGuid, process.szPath, static_cast<long long>(process.llCreateTime), process.szDomain);
-    return msg.release();
+    return msg;
 }

@@ -3,12 +3,14 @@
 #include <uuid/uuid.h>
 
 #include <cstdlib>
+#include <atomic>
 #include <new>
 
 #include "common/checks.h"
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/module_state.h"
+#include "common/never_ends.h"
 #include "common/reshdlevent.h"
 #include "common/statistics.h"
 #include "pipeline/reshdlwork.h"
@@ -20,6 +22,7 @@ unsigned char g_pluginGuid[16];
 namespace {
 
 constexpr int32_t kNullArgument = static_cast<int32_t>(0x84ce0002);
+constexpr int32_t kNotAdvised = static_cast<int32_t>(0x80004005);
 constexpr uint32_t kPluginKind = 1;
 constexpr uint32_t kAdviseFlag = 1;
 constexpr uint32_t kPluginOption = 0x10000;
@@ -42,16 +45,25 @@ constexpr MbFrame::EventTableEntry kNormalTable[] = {
 };
 constexpr MbFrame::EventTableEntry kPureModeTable[] = {{event_id::brute_force, 1}, {event_id::abnormal_login, 1}};
 
-bool carries_buffer(uint32_t id) {
-    return id == event_id::unprocessed || (id >= event_id::ioa_alert && id <= event_id::event_detect) ||
-           id == event_id::kov || id == event_id::trc_ex || id == event_id::ignored;
-}
+void log_no_data() { LOG_ERROR("GetNativeEventData failed!"); }
 
 }  // namespace
 
+std::span<const MbFrame::EventTableEntry> subscription_table(bool pure_mode) {
+    if (pure_mode) return kPureModeTable;
+    return kNormalTable;
+}
+
 CResultProcEngine* GetReshdlInstance() {
-    static CResultProcEngine* const instance = new (std::nothrow) CResultProcEngine;
-    return instance;
+    static constinit std::atomic<CResultProcEngine*> instance{nullptr};
+    static constinit zel::NeverEnds<zel::PlainMutex> making;
+    CResultProcEngine* engine = instance.load(std::memory_order_acquire);
+    if (engine != nullptr) return engine;
+    const zel::Lock lock(*making);
+    engine = instance.load(std::memory_order_acquire);
+    if (engine == nullptr) engine = new (std::nothrow) CResultProcEngine;  // without memory the next call tries again
+    instance.store(engine, std::memory_order_release);
+    return engine;
 }
 
 CResultProcEngine::CResultProcEngine() {
@@ -118,6 +130,7 @@ void CResultProcEngine::Detach() {
     if (m_pRtmFrame != nullptr) {
         m_pRtmFrame->Unadvise(g_pluginGuid);
         m_pRtmFrame->Release();
+        m_pRtmFrame = nullptr;  // its library goes, and a later failed start must not call it
     }
     m_hMbModule.close();
 }
@@ -125,14 +138,15 @@ void CResultProcEngine::Detach() {
 int32_t CResultProcEngine::OnAdvised(MbFrame::IPluginSetting* Setting, MbFrame::IDispatch* Dispatcher) {
     ZEL_ASSERT(__null != Setting);
     ZEL_ASSERT(__null != Dispatcher);
-    g_pDispatcher.store(Dispatcher, std::memory_order_release);
-    g_hotCache.LoadCacheSettings();
-    Setting->SetOption(kPluginOption);
-    if (m_pureMode.enabled())
-        Setting->SetEventTable(kPureModeTable, std::size(kPureModeTable));
-    else
-        Setting->SetEventTable(kNormalTable, std::size(kNormalTable));
-    return 0;
+    // What can fail comes first. The dispatcher comes last: while it is set no later start attaches again.
+    const bool advised = zel::guarded("attachment to the bus", [&] {
+        g_hotCache.LoadCacheSettings();
+        const auto table = subscription_table(m_pureMode.enabled());
+        Setting->SetOption(kPluginOption);
+        Setting->SetEventTable(table.data(), static_cast<uint32_t>(table.size()));
+        g_pDispatcher.store(Dispatcher, std::memory_order_release);
+    });
+    return advised ? 0 : kNotAdvised;
 }
 
 int32_t CResultProcEngine::OnEvent(MbFrame::IEvent* Evt, void*) {
@@ -154,33 +168,30 @@ void CResultProcEngine::handle_event(MbFrame::IEvent& event) {
     }
     LOG_INFO("get event:%u", id);
     count(g_statistics.recvAlarmCount);
-    void* data = nullptr;
-    if (!GetNativeEventData(&event, data) || data == nullptr) {
-        LOG_ERROR("GetNativeEventData failed!");
-        return;
-    }
-    if (id == event_id::ioc && g_hotCache.CheckAlertHot(*static_cast<ST_IOC_MSG*>(data), id)) {
-        LOG_DEBUG("The event is in the hot cache.event:%u", id);
-        delete static_cast<ST_IOC_MSG*>(data);
-        count(g_statistics.hotCacheHitCount);
-        return;
-    }
-    g_reshdlWork.PushQueue(data, id);
+    if (id == event_id::ioc) return handle_dns_hit(event);
+    if (void* const data = GetNativeEventData(&event); data != nullptr)
+        g_reshdlWork.PushQueue(data, id);
+    else
+        log_no_data();
 }
 
-// Of a DNS hit `out` is a record of our own, of all others the event's.
-bool CResultProcEngine::GetNativeEventData(MbFrame::IEvent* Evt, void*& out) {
+void CResultProcEngine::handle_dns_hit(MbFrame::IEvent& event) {
+    std::unique_ptr<ST_IOC_MSG> msg = copy_dns_event(event);
+    if (msg == nullptr) return log_no_data();
+    if (!g_hotCache.CheckAlertHot(*msg, event_id::ioc)) return g_reshdlWork.PushQueue(std::move(msg));
+    LOG_DEBUG("The event is in the hot cache.event:%u", event_id::ioc);
+    count(g_statistics.hotCacheHitCount);
+}
+
+void* CResultProcEngine::GetNativeEventData(MbFrame::IEvent* Evt) {
     ZEL_ASSERT(Evt);
     const EVENT_ID id = Evt->GetEventId();
-    if (id == event_id::ioc) {
-        out = copy_dns_event(*Evt);
-        return out != nullptr;
-    }
-    if (!carries_buffer(id)) {
+    const EventRow* const row = find_event_row(id);
+    if (row == nullptr || !row->carries_buffer) {
         LOG_WARN("unknown event id:%u", id);
-        return false;
+        return nullptr;
     }
-    out = Evt->GetNativeEvent();
-    if (out == nullptr) log_no_native_event();
-    return out != nullptr;
+    void* const data = Evt->GetNativeEvent();
+    if (data == nullptr) log_no_native_event();
+    return data;
 }

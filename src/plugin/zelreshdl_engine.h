@@ -1,6 +1,8 @@
 // The plug-in object that the bus calls, and its attachment to the bus.
 #pragma once
 
+#include <span>
+
 #include "common/module_path.h"
 #include "common/pure_mode.h"
 #include "platform/mbframe.h"
@@ -35,12 +37,18 @@ public:
 private:
     bool attach();
     void handle_event(MbFrame::IEvent& event);
-    bool GetNativeEventData(MbFrame::IEvent* Evt, void*& out);
+    void handle_dns_hit(MbFrame::IEvent& event);
+    // The data of an event that carries a buffer; null after a log line. It is the event's and lives as long.
+    void* GetNativeEventData(MbFrame::IEvent* Evt);
 
     zel::Dll m_hMbModule;
-    MbFrame::IRtmFrame* m_pRtmFrame = nullptr;  // valid while the library is loaded
+    MbFrame::IRtmFrame* m_pRtmFrame = nullptr;  // one reference; null while not attached
     zel::PureMode m_pureMode;
 };
 
-// The one object, made at the first call and never deleted; null when there is no memory.
+// What the bus is told to deliver. The entries are constants.
+std::span<const MbFrame::EventTableEntry> subscription_table(bool pure_mode);
+
+// The one object, made at the first call. It never ends: the bus may call it up to the last moment of the process. Null
+// when there is no memory; the next call tries again. Any thread.
 CResultProcEngine* GetReshdlInstance();

@@ -15,32 +15,9 @@ namespace {
 
 constexpr size_t kEncodeAny = 512;
 
-// In the order of the report, which is that of the record but for one exchange.
-constexpr struct {
-    const char* key;
-    Counter Statistics::* counter;
-} kSummary[] = {
-    {"recvAlarmCount", &Statistics::recvAlarmCount},
-    {"sentToTrcCount", &Statistics::sentToTrcCount},
-    {"sentToMbCount", &Statistics::sentToMbCount},
-    {"eventQueueOverflowCount", &Statistics::eventQueueOverflowCount},
-    {"firstTraceTotalCount", &Statistics::firstTraceTotalCount},
-    {"eventQueueTotalCount", &Statistics::eventQueueTotalCount},
-    {"delayedTraceTotalCount", &Statistics::delayedTraceTotalCount},
-    {"hotCacheHitCount", &Statistics::hotCacheHitCount},
-    {"traceFailedCount", &Statistics::traceFailedCount},
-    {"alertEventTotalCount", &Statistics::alertEventTotalCount},
-    {"alertEventFilterCount", &Statistics::alertEventFilterCount},
-    {"traceDroppedCount", &Statistics::traceDroppedCount},
-    {"ioaTrunkTracePredict", &Statistics::ioaTrunkTracePredict},
-    {"ioaFullTracePredict", &Statistics::ioaFullTracePredict},
-};
-
 using Json = std::unique_ptr<json_t, decltype(&json_decref)>;
 
 Json new_object() { return Json(json_object(), &json_decref); }
-
-uint64_t value_of(const Counter& counter) { return counter.load(std::memory_order_relaxed); }
 
 void set(json_t* object, const char* key, uint64_t value) {
     json_object_set_new(object, key, json_integer(static_cast<json_int_t>(value)));
@@ -81,7 +58,7 @@ std::string getZelreshdlDataInfo() {
     Json summary = new_object();
     Json details = new_object();
     if (root == nullptr || summary == nullptr || details == nullptr) return {};
-    for (const auto& row : kSummary) set(summary.get(), row.key, value_of(g_statistics.*row.counter));
+    for (const StatisticsRow& row : kStatistics) set(summary.get(), row.key, value_of(g_statistics.*row.counter));
     set_details(details.get(), g_reportTraceCost);
     json_object_set_new(root.get(), "summary", summary.release());
     json_object_set_new(root.get(), "details", details.release());
@@ -97,9 +74,7 @@ int zelreshdlBpFunc(char* buffer, uint32_t size) {
 
 int zeltrcBpFunc(char*, uint32_t) {
     if (value_of(g_reportTraceCost.maxCost) > value_of(g_liveTraceCost.maxCost)) return 1;
-    for (Counter TraceCost::* member :
-         {&TraceCost::traceCost, &TraceCost::successCount, &TraceCost::firstSuccessCount, &TraceCost::maxCost})
-        (g_reportTraceCost.*member).store(value_of(g_liveTraceCost.*member), std::memory_order_relaxed);
+    g_reportTraceCost.take_over(g_liveTraceCost);
     g_liveTraceCost.reset();
     return 1;
 }

@@ -1,7 +1,6 @@
 #include "suppress/alert_filter.h"
 
 #include <map>
-#include <memory>
 #include <set>
 #include <string_view>
 
@@ -12,29 +11,29 @@ namespace {
 
 constexpr uint64_t kLongestWindowMs = 59999;
 
-// Its owner is made at load and so goes after the pipeline, whose worker may run until then.
-std::unique_ptr<AlertFilter> g_instance;
-
 }  // namespace
 
 AlertFilter& AlertFilter::GetInstance() {
-    static AlertFilter& instance = *(g_instance = std::make_unique<AlertFilter>());
-    return instance;
+    std::optional<AlertFilter>& filter = place();
+    if (!filter.has_value()) filter.emplace(zel_time_get_tick_cout());
+    return *filter;
 }
 
-AlertFilter::AlertFilter() : last_clean_ms_(zel_time_get_tick_cout()) {}
+std::optional<AlertFilter>& AlertFilter::place() {
+    static std::optional<AlertFilter> filter;
+    return filter;
+}
 
 // All keys go at once, so a key lives from a moment to a minute, or longer while no alert arrives.
-void AlertFilter::clean_if_due() {
-    const uint64_t now = zel_time_get_tick_cout();
+void AlertFilter::clean_if_due(uint64_t now) {
     if (now - last_clean_ms_ <= kLongestWindowMs) return;
     cache_.clear();
     LOG_INFO("clean alert event cache once.");
     last_clean_ms_ = now;
 }
 
-bool AlertFilter::CheckRepeat(const ST_BUF_DATA& stData) {
-    clean_if_due();
+bool AlertFilter::CheckRepeat(const ST_BUF_DATA& stData, uint64_t now) {
+    clean_if_due(now);
     std::string key = cal_alert_key(stData);
     if (key.empty()) {
         LOG_ERROR("cal_alert_key failed!");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_set>
 
@@ -11,21 +12,26 @@ namespace ResHdlAlert {
 
 class AlertFilter {
 public:
+    // The one filter, made at the first call: its first period begins then. Ends with the library.
     static AlertFilter& GetInstance();
-    AlertFilter();
+    // Where the one filter is made. Who uses the filter in its destructor touches the place in its constructor.
+    static std::optional<AlertFilter>& place();
+
+    // Times are milliseconds of the tick clock.
+    explicit AlertFilter(uint64_t now) : last_clean_ms_(now) {}
     virtual ~AlertFilter() = default;
 
     // True for a repeat; otherwise the alert is remembered. An alert without any key is new and not remembered.
-    bool CheckRepeat(const ST_BUF_DATA& stData);
+    bool CheckRepeat(const ST_BUF_DATA& stData, uint64_t now);
 
     // Rule ids and images of the alert, in byte order, nothing between them.
     static std::string cal_alert_key(const ST_BUF_DATA& stData);
 
 private:
-    void clean_if_due();
+    void clean_if_due(uint64_t now);
 
     std::unordered_set<std::string> cache_;
-    uint64_t last_clean_ms_;  // zel_time_get_tick_cout
+    uint64_t last_clean_ms_;
 };
 
 }  // namespace ResHdlAlert

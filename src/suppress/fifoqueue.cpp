@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -10,13 +9,17 @@
 #include "common/checks.h"
 #include "common/common.h"
 #include "common/log.h"
-#include "common/memory.h"
 #include "common/module_path.h"
-#include "common/reshdlevent.h"
-#include "retrace.pb.h"
+#include "common/never_ends.h"
 #include "suppress/cityhash.h"
 
-ResHdlCache::CFifoQueue g_hotCache;
+namespace {
+
+zel::NeverEnds<ResHdlCache::CFifoQueue> g_cache(GetTickMs());
+
+}  // namespace
+
+ResHdlCache::CFifoQueue& g_hotCache = *g_cache;
 
 namespace ResHdlCache {
 namespace {
@@ -25,11 +28,6 @@ constexpr size_t kKeyTextSize = 1040;  // a longer key text is cut, so that a ve
 constexpr int32_t kMinuteMs = 60000;
 
 unsigned long long wide(uint64_t value) { return value; }
-
-// The key and what follows it, through the bytes of the whole record.
-const char* key_text(const ST_CACHE_NODE& entry) {
-    return reinterpret_cast<const char*>(&entry) + offsetof(ST_CACHE_NODE, key);
-}
 
 ST_CACHE_NODE make_entry(const ST_QUEQE_NODE& node) {
     ST_CACHE_NODE entry;
@@ -51,59 +49,21 @@ void tally(ST_CACHE_NODE& entry, uint64_t alert_time) {
     ++entry.count;
 }
 
-std::string agent_id() {
-    const char* id = getenv("agentid");
-    if (id == nullptr) {
-        LOG_ERROR("get agentid from env error !");
-        return UintToString(0);
-    }
-    LOG_INFO("get agentid %s", id);
-    return id;
-}
-
-void add_to_report(vorn_retrace::vorn_trace_info& info, const ST_CACHE_NODE& entry) {
-    vorn_retrace::dup_alert& repeat = *info.add_dup_alerts();
-    repeat.set_alert_guid(entry.alert_id);
-    repeat.set_malicious_key(key_text(entry));
-    repeat.set_dup_count(static_cast<int32_t>(entry.count));
-    repeat.set_same_alert_key(entry.hash);
-    repeat.set_first_hit_time(static_cast<int64_t>(entry.begin));
-    repeat.set_recent_hit_time(static_cast<int64_t>(entry.end));
-    LOG_INFO("report data:alert_id:%s, count:%u, hash:%llu, begin:%llu, end:%llu, key:%s", entry.alert_id, entry.count,
-             wide(entry.hash), wide(entry.begin), wide(entry.end), key_text(entry));
-}
-
-void send(const vorn_retrace::vorn_trace_info& info) {
-    const size_t size = info.ByteSizeLong();
-    zel::MallocBuffer buffer = zel::calloc_buffer(size);
-    if (buffer == nullptr) {
-        LOG_ERROR("new protobuf error!");
-        return;
-    }
-    if (!info.SerializeToArray(buffer.get(), static_cast<int>(size))) {
-        LOG_ERROR("SerializeToArray failed!");
-        return;
-    }
-    // The const getter: the batch has no threat, and must not get an empty one.
-    const char* guid = info.threat().alert_guid().c_str();
-    const ReshdlEventTrace::EventRef event = InvokeEvent(event_id::finished_trace, event_id::ioc, buffer.get(), size,
-                                                         ReshdlEventTrace::EDataType::plugin, guid);
-    if (event == nullptr) {
-        LOG_ERROR("trc dup invoke failed!");
-        return;
-    }
-    buffer.release();  // the event's now
-}
-
 }  // namespace
 
-CFifoQueue::CFifoQueue() : last_check_ms_(GetTickMs()) { mutex_.init(); }
+// Through the bytes of the whole record: the key has no terminator of its own.
+const char* key_text(const ST_CACHE_NODE& entry) {
+    return reinterpret_cast<const char*>(&entry) + offsetof(ST_CACHE_NODE, key);
+}
+
+CFifoQueue::CFifoQueue(uint64_t now) : last_check_ms_(now) { mutex_.init(); }
 
 void CFifoQueue::LoadCacheSettings() {
-    const std::string file = zel::module_path("@/../config/zelreshdl.ini");
-    for (const CacheSetting& setting : kCacheSettings)
-        settings_.*setting.value = static_cast<int32_t>(CltCommon::IniGetUintExA(
-            "cache", setting.key, setting.default_value, setting.lowest, setting.highest, file.c_str()));
+    const std::string file = zel::module_path(zel::kPluginSettings);
+    CacheSettings settings;
+    for (const CacheSettingRow& row : kCacheSettings)
+        settings.*row.goes_to = static_cast<int32_t>(zel::read_setting(row.setting, file));
+    settings_ = settings;
 }
 
 uint64_t CFifoQueue::CalculateHash(const char* pszDomain, int64_t llProcessTime, const char* pszPath, uint64_t ullPid) {
@@ -121,10 +81,10 @@ uint64_t CFifoQueue::CalculateHash(const char* pszDomain, int64_t llProcessTime,
 bool CFifoQueue::CheckAlertHot(const ST_IOC_MSG& stMsg, EVENT_ID uEventId) {
     if (uEventId != event_id::ioc || settings_.cache_size == 0) return false;
     const IocVariant2 process = stMsg.process();
-    const uint64_t hash = CalculateHash(process.szDomain, process.llCreateTime, process.szPath, process.uPid);
-    LOG_DEBUG("[%llu]pid:%d, path:%s, create time:%lld, name:%s", wide(hash), static_cast<int>(process.uPid),
-              process.szPath, static_cast<long long>(process.llCreateTime), process.szDomain);
-    return hit(hash, stMsg.alert_time());
+    LOG_DEBUG("[%llu]pid:%d, path:%s, create time:%lld, name:%s", wide(stMsg.ullCacheKey),
+              static_cast<int>(process.uPid), process.szPath, static_cast<long long>(process.llCreateTime),
+              process.szDomain);
+    return hit(stMsg.ullCacheKey, stMsg.alert_time());
 }
 
 bool CFifoQueue::hit(uint64_t hash, uint64_t alert_time) {
@@ -142,79 +102,66 @@ bool CFifoQueue::hit(uint64_t hash, uint64_t alert_time) {
     return true;
 }
 
-void CFifoQueue::InsertAlert(const ST_QUEQE_NODE& stNode) {
-    if (stNode.uEventId != event_id::ioc || settings_.cache_size == 0) return;
-    ST_CACHE_NODE entry = make_entry(stNode);
+CFifoQueue::Entries CFifoQueue::InsertAlert(const ST_QUEQE_NODE& stNode, uint64_t now) {
+    if (stNode.uEventId != event_id::ioc || settings_.cache_size == 0) return {};
     if (!mutex_.valid()) {
         LOG_ERROR("mutex init failed!");
-        return;
+        return {};
     }
-    if (known(entry.hash)) return;  // the older entry stands
-    entry.time = GetTickMs();
+    if (known(stNode.ullCacheKey)) return {};  // the older entry stands
+    Entries cell;
+    ST_CACHE_NODE& entry = cell.emplace_back(make_entry(stNode));
+    entry.time = now;
     LOG_DEBUG("New data is inserted into the cache.hash:%llu, alert_guid:%s, key:%s, time:%llu", wide(entry.hash),
               entry.alert_id, key_text(entry), wide(entry.time));
-    report(insert_and_shed(entry));
+    return insert_and_shed(std::move(cell));
 }
 
 // Without the mutex, which the bus thread may hold: only this thread changes the index, so a look-up of its own cannot
 // meet a change.
 bool CFifoQueue::known(uint64_t hash) const NO_THREAD_SAFETY_ANALYSIS { return index_.contains(hash); }
 
-CFifoQueue::Queue CFifoQueue::insert_and_shed(ST_CACHE_NODE entry) {
-    Queue shed;
+// The index takes the entry first, which may fail; from then on nothing can.
+CFifoQueue::Entries CFifoQueue::insert_and_shed(Entries cell) {
     const zel::Lock lock(mutex_);
-    queue_.push_front(entry);
-    index_[entry.hash] = queue_.begin();
+    index_.emplace(cell.front().hash, cell.begin());
+    queue_.splice(queue_.begin(), cell);
     LOG_DEBUG("hot cache current size:%d", static_cast<int>(queue_.size()));
-    if (queue_.size() < static_cast<size_t>(settings_.cache_size)) return shed;
+    if (queue_.size() < static_cast<size_t>(settings_.cache_size)) return {};
 
     const int32_t cut = zel::checked_mul(settings_.cache_size, settings_.die_num) / 100;
-    shed.splice(shed.begin(), queue_, std::next(queue_.begin(), zel::checked_sub(settings_.cache_size, cut)),
-                queue_.end());
+    Entries shed = take_from(std::next(queue_.begin(), zel::checked_sub(settings_.cache_size, cut)));
     LOG_DEBUG("hot cache queue:%d, die out size:%d", static_cast<int>(queue_.size()), static_cast<int>(shed.size()));
     return shed;
 }
 
-void CFifoQueue::CheckDieOut() {
-    if (settings_.cache_size == 0) return;
-    const uint64_t now = GetTickMs();
-    if (now - last_check_ms_ < static_cast<uint64_t>(zel::checked_mul(settings_.die_check_time, kMinuteMs))) return;
-    last_check_ms_ = now;
-    report(die_out_by_age());
+// Takes the entries from `first` to the oldest out of queue and index. No step of it can fail: an index that led to an
+// entry that has gone would let a later hit write to freed memory.
+CFifoQueue::Entries CFifoQueue::take_from(Entries::iterator first) {
+    Entries taken;
+    for (auto entry = first; entry != queue_.end(); ++entry) index_.erase(entry->hash);
+    taken.splice(taken.begin(), queue_, first, queue_.end());
+    return taken;
 }
 
 // The queue is in order of age, so the walk ends at the first entry that lives on.
-CFifoQueue::Queue CFifoQueue::die_out_by_age() {
-    const uint64_t limit = static_cast<uint64_t>(zel::checked_mul(settings_.die_time, kMinuteMs));
-    const uint64_t now = GetTickMs();
-    Queue dead;
+CFifoQueue::Entries CFifoQueue::CheckDieOut(uint64_t now) {
+    if (settings_.cache_size == 0) return {};
+    if (now - last_check_ms_ < static_cast<uint64_t>(zel::checked_mul(settings_.die_check_time, kMinuteMs))) return {};
+    last_check_ms_ = now;
+    const auto limit = static_cast<uint64_t>(zel::checked_mul(settings_.die_time, kMinuteMs));
     const zel::Lock lock(mutex_);
     const auto living = std::find_if(queue_.rbegin(), queue_.rend(),
                                      [&](const ST_CACHE_NODE& entry) { return now - entry.time < limit; });
-    dead.splice(dead.begin(), queue_, living.base(), queue_.end());
+    Entries dead = take_from(living.base());
     LOG_DEBUG("die out size:%d, queue size:%d", static_cast<int>(dead.size()), static_cast<int>(queue_.size()));
     return dead;
 }
 
-// From here on the bus thread finds the entry no more, so that it is the reporter's alone.
-void CFifoQueue::forget(const ST_CACHE_NODE& entry) {
+void CFifoQueue::forget() {
     const zel::Lock lock(mutex_);
-    index_.erase(entry.hash);
-}
-
-// The mutex is held for each erasure only: message and bus must not hold up the bus thread. A batch in which nothing
-// was repeated is sent all the same, empty.
-void CFifoQueue::report(Queue entries) {
-    if (entries.empty()) return;
-    vorn_retrace::vorn_trace_info info;
-    info.set_agent_id(agent_id());
-    info.set_cmd(vorn_retrace::TRACE_CMD_DUP_ALERT);
-    for (const ST_CACHE_NODE& entry : entries) {
-        forget(entry);
-        if (entry.count != 0) add_to_report(info, entry);
-    }
-    entries.clear();
-    send(info);
+    index_.clear();
+    queue_.clear();
 }
 
 }  // namespace ResHdlCache

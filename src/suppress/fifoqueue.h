@@ -1,8 +1,8 @@
-// The hot cache: remembers DNS hits of the recent past, so that a repeat only raises a tally. The tallies go out in one
-// batch when entries leave by age or by pressure.
+// The hot cache: remembers DNS hits of the recent past, so that a repeat only raises a tally. Entries leave it by age or
+// by pressure; the caller gets them and reports their tallies in one batch.
 //
-// Threads: CheckAlertHot on the bus thread, all else on the alarm worker. One mutex guards the queue and the entries;
-// the index is changed by the alarm worker alone, under the mutex.
+// Threads: CheckAlertHot on the bus thread, all else on the alarm worker; the clock comes from outside. One mutex guards
+// the queue, the entries and the index. The index has one entry for each entry of the queue, always.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@
 
 #include "common/mutex.h"
 #include "common/queue_nodes.h"
+#include "common/setting.h"
 
 namespace ResHdlCache {
 
@@ -35,56 +36,60 @@ struct CacheSettings {
     int32_t die_num = 0;         // percent of cache_size
 };
 
-struct CacheSetting {
-    const char* key;
-    int32_t CacheSettings::* value;
-    unsigned int default_value;
-    unsigned int lowest;
-    unsigned int highest;
+struct CacheSettingRow {
+    zel::Setting setting;
+    int32_t CacheSettings::* goes_to;
 };
-inline constexpr CacheSetting kCacheSettings[] = {
-    {"cache_size", &CacheSettings::cache_size, 1000, 10, 5000},
-    {"die_check_time", &CacheSettings::die_check_time, 60, 1, 1440},
-    {"die_time_linux", &CacheSettings::die_time, 60, 1, 1440},
-    {"die_num", &CacheSettings::die_num, 30, 10, 100},
+inline constexpr CacheSettingRow kCacheSettings[] = {
+    {{zel::kPluginSettings, "cache", "cache_size", 1000, 10, 5000, 0}, &CacheSettings::cache_size},
+    {{zel::kPluginSettings, "cache", "die_check_time", 60, 1, 1440, 0}, &CacheSettings::die_check_time},
+    {{zel::kPluginSettings, "cache", "die_time_linux", 60, 1, 1440, 0}, &CacheSettings::die_time},
+    {{zel::kPluginSettings, "cache", "die_num", 30, 10, 100, 0}, &CacheSettings::die_num},
 };
 
 class CFifoQueue {
 public:
-    CFifoQueue();
+    using Entries = std::list<ST_CACHE_NODE>;  // newest first
+
+    // Times are monotonic milliseconds.
+    explicit CFifoQueue(uint64_t now);
     // Entries that are left go unreported.
     virtual ~CFifoQueue() = default;
 
-    // Reads section "cache" of the plug-in's settings; before events arrive.
+    // Reads section "cache" of the plug-in's settings; before events arrive. Throws std::bad_alloc and then changes
+    // nothing.
     void LoadCacheSettings();
     // True if the hit of event 1281 is a repeat, which is tallied then.
     bool CheckAlertHot(const ST_IOC_MSG& stMsg, EVENT_ID uEventId) EXCLUDES(mutex_);
-    // Remembers the node's hit; sheds the oldest entries of a full queue and reports them.
-    void InsertAlert(const ST_QUEQE_NODE& stNode) EXCLUDES(mutex_);
-    // Reports entries that have grown too old, once in each check period.
-    void CheckDieOut() EXCLUDES(mutex_);
+    // Remembers the node's hit. Returns the oldest entries of a queue that is full with it. Throws std::bad_alloc and
+    // then remembers nothing.
+    Entries InsertAlert(const ST_QUEQE_NODE& stNode, uint64_t now) EXCLUDES(mutex_);
+    // Returns entries that have grown too old, once in each check period.
+    Entries CheckDieOut(uint64_t now) EXCLUDES(mutex_);
+    // Drops all entries, unreported.
+    void forget() EXCLUDES(mutex_);
 
     // 0 for a null text. Domain and path count without regard to case.
     static uint64_t CalculateHash(const char* pszDomain, int64_t llProcessTime, const char* pszPath, uint64_t ullPid);
 
 private:
-    using Queue = std::list<ST_CACHE_NODE>;  // newest first
-
     bool hit(uint64_t hash, uint64_t alert_time) EXCLUDES(mutex_);
     bool known(uint64_t hash) const;
-    Queue insert_and_shed(ST_CACHE_NODE entry) EXCLUDES(mutex_);
-    Queue die_out_by_age() EXCLUDES(mutex_);
-    void forget(const ST_CACHE_NODE& entry) EXCLUDES(mutex_);
-    void report(Queue entries) EXCLUDES(mutex_);
+    Entries insert_and_shed(Entries cell) EXCLUDES(mutex_);
+    Entries take_from(Entries::iterator first) REQUIRES(mutex_);
 
-    std::unordered_map<uint64_t, Queue::iterator> index_ GUARDED_BY(mutex_);
-    Queue queue_ GUARDED_BY(mutex_);
+    std::unordered_map<uint64_t, Entries::iterator> index_ GUARDED_BY(mutex_);
+    Entries queue_ GUARDED_BY(mutex_);
     uint64_t last_check_ms_;
     zel::Mutex mutex_;
     CacheSettings settings_;
 };
 
+// What follows the key in its entry, up to the end of the GUID; see ST_CACHE_NODE.
+const char* key_text(const ST_CACHE_NODE& entry);
+
 }  // namespace ResHdlCache
 
-// One object for the module, built at load.
-extern ResHdlCache::CFifoQueue g_hotCache;
+// The one hot cache, made when the library is loaded. It never ends: the bus thread may ask it up to the last moment of
+// the process.
+extern ResHdlCache::CFifoQueue& g_hotCache;

@@ -1,58 +1,49 @@
 #include "suppress/traceEliminator.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "common/checks.h"
 #include "common/ini_file.h"
 #include "common/log.h"
 #include "common/module_path.h"
+#include "common/setting.h"
 #include "common/statistics.h"
 
 namespace {
 
-constexpr const char* kSettingsFile = "@/../config/zeltrc.ini";
-constexpr const char* kSection = "trace_setting";
-constexpr const char* kKey = "skip_behavior_level";
-constexpr int32_t kDefaultSkipLevel = 2;
-constexpr uint32_t kHighestSkipLevel = 5;
+// The file belongs to the trace module and has a reader of its own: a missing key gives the default, and a number is cut
+// to 32 bits before it is tested.
+constexpr zel::Setting kSkipLevel = {"@/../config/zeltrc.ini", "trace_setting", "skip_behavior_level", 2, 0, 5, 0};
 
 constexpr uint32_t kLowestMaxDelay = 60000;
 constexpr uint32_t kHighestMaxDelay = 36000000;
 
-// The GUID of a document fills its field to the last byte when it is longer than one.
-std::string guid_of(const ST_DELAY_QUEQE_NODE& node) {
-    return {node.pNode->szGuid, strnlen(node.pNode->szGuid, sizeof node.pNode->szGuid)};
-}
-
-// This file belongs to the trace module and has a reader of its own: a missing key gives the default, and a number is
-// cut to 32 bits before it is tested.
-int32_t read_level(void* ini) {
-    const char* text = zel_ini_file_get(ini, kSection, kKey);
+uint32_t read_level(void* ini) {
+    const char* text = zel_ini_file_get(ini, kSkipLevel.section, kSkipLevel.key);
     if (text == nullptr) {
-        LOG_WARN("ini_file_get section : %s , key : %s failed", kSection, kKey);
-        return kDefaultSkipLevel;
+        LOG_WARN("ini_file_get section : %s , key : %s failed", kSkipLevel.section, kSkipLevel.key);
+        return kSkipLevel.otherwise;
     }
-    const auto level = static_cast<uint32_t>(strtoul(text, nullptr, 0));
-    if (level > kHighestSkipLevel) {
-        LOG_WARN("section : %s , key : %s failed over the limit", kSection, kKey);
-        return kDefaultSkipLevel;
+    const auto level = static_cast<uint32_t>(strtoul(text, nullptr, kSkipLevel.base));
+    if (level < kSkipLevel.lowest || level > kSkipLevel.highest) {
+        LOG_WARN("section : %s , key : %s failed over the limit", kSkipLevel.section, kSkipLevel.key);
+        return kSkipLevel.otherwise;
     }
-    return static_cast<int32_t>(level);
+    return level;
 }
 
-int32_t load_skip_level() {
-    const std::string path = zel::module_path(kSettingsFile);
-    LOG_INFO("get %s file path %s", kSettingsFile, path.c_str());
+uint32_t load_skip_level() {
+    const std::string path = zel::module_path(kSkipLevel.file);
+    LOG_INFO("get %s file path %s", kSkipLevel.file, path.c_str());
     if (zel_path_is_exist_u(path.c_str()) == 0) {
         LOG_WARN("file path %s is not exist", path.c_str());
-        return kDefaultSkipLevel;
+        return kSkipLevel.otherwise;
     }
     const zel::IniFile ini = zel::load_ini(path.c_str());
     if (ini == nullptr) {
         LOG_WARN("file path %s ini_file_load error", path.c_str());
-        return kDefaultSkipLevel;
+        return kSkipLevel.otherwise;
     }
     return read_level(ini.get());
 }
@@ -65,7 +56,7 @@ bool TraceEliminator::Init() {
         return false;
     }
     max_delay_.store(static_cast<int32_t>(kLowestMaxDelay), std::memory_order_relaxed);
-    skip_behavior_level_ = load_skip_level();
+    skip_behavior_level_ = static_cast<int32_t>(load_skip_level());
     LOG_INFO("max skip behavior level: %d", skip_behavior_level_);
     return true;
 }
@@ -100,17 +91,18 @@ bool TraceEliminator::is_accounted(const ST_DELAY_QUEQE_NODE& node) const {
 void TraceEliminator::Push(ST_DELAY_QUEQE_NODE* node) {
     if (!IsTracked(*node) || !is_accounted(*node)) return;
     LOG_DEBUG("node event id: %d, process count: %d, risk level: %d, guid: %s, push into eliminator",
-              static_cast<int>(node->pNode->uEventId), node->nProcessCount, node->nRiskLevel, guid_of(*node).c_str());
+              static_cast<int>(node->pNode->uEventId), node->nProcessCount, node->nRiskLevel, node->pNode->szGuid);
+    std::list<ST_DELAY_QUEQE_NODE*> cell{node};  // may fail, so it comes before all changes and before the lock
     const zel::Lock lock(mutex_);
     int32_t& count = level_counts_[static_cast<size_t>(node->nRiskLevel)];
     count = zel::checked_add(count, node->nProcessCount);
-    waiting_.push_back(node);
+    waiting_.splice(waiting_.end(), cell);
 }
 
 void TraceEliminator::Pop(ST_DELAY_QUEQE_NODE* node) {
     if (!IsTracked(*node) || !is_accounted(*node)) return;
     LOG_DEBUG("node event id: %d, process count: %d, risk level: %d, guid: %s, pop from eliminator",
-              static_cast<int>(node->pNode->uEventId), node->nProcessCount, node->nRiskLevel, guid_of(*node).c_str());
+              static_cast<int>(node->pNode->uEventId), node->nProcessCount, node->nRiskLevel, node->pNode->szGuid);
     const zel::Lock lock(mutex_);
     int32_t& count = level_counts_[static_cast<size_t>(node->nRiskLevel)];
     if (!node->bDropped.load(std::memory_order_relaxed)) count = zel::checked_sub(count, node->nProcessCount);
@@ -190,7 +182,7 @@ int32_t TraceEliminator::drop_oldest(int32_t excess, PerLevel quotas) {
     for (ST_DELAY_QUEQE_NODE* node : waiting_) {
         const auto index = static_cast<size_t>(node->nRiskLevel);
         if (node->bDropped.load(std::memory_order_relaxed) || quotas[index] <= 0) continue;
-        LOG_WARN("drop alarm: %s", guid_of(*node).c_str());
+        LOG_WARN("drop alarm: %s", node->pNode->szGuid);
         remaining = zel::checked_sub(remaining, zel::checked_mul(node->nProcessCount, cost_of_level(node->nRiskLevel)));
         node->bDropped.store(true, std::memory_order_relaxed);
         level_counts_[index] = zel::checked_sub(level_counts_[index], node->nProcessCount);

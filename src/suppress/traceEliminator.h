@@ -28,7 +28,7 @@ public:
     // Values outside 60000 to 36000000 change nothing. Any thread.
     void SetMaxDelay(uint32_t milliseconds);
 
-    // On a node's first queuing, before the queue can give it away.
+    // On a node's first queuing, before the queue can give it away. Throws std::bad_alloc and then changes nothing.
     void Push(ST_DELAY_QUEQE_NODE* node) EXCLUDES(mutex_);
     // On its final outcome, before it is freed.
     void Pop(ST_DELAY_QUEQE_NODE* node) EXCLUDES(mutex_);

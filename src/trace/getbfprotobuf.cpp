@@ -1,7 +1,7 @@
 // Findings of the login and scan detectors: their document travels on as text.
 #include "common/log.h"
-#include "trace/builder_core.h"
 #include "trace/getprotobuf.h"
+#include "trace/getprotobuf_steps.h"
 
 using namespace vorn_retrace;
 
@@ -15,7 +15,7 @@ uint64_t CGetProtobuf::GetBfProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& b
         LOG_ERROR("param is error!");
         return 0;
     }
-    info->set_alert_json(stNode.pData);
+    info->set_alert_json(stNode.pData.get());
     return SerializeTraceInfo(*info, buffer);
 }
 

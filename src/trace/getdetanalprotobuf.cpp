@@ -1,7 +1,7 @@
 // Results of the detection analysis: a finished message, which gets this agent's id and its command.
 #include "common/log.h"
-#include "trace/builder_core.h"
 #include "trace/getprotobuf.h"
+#include "trace/getprotobuf_steps.h"
 
 using namespace vorn_retrace;
 
@@ -20,7 +20,7 @@ bool parse(vorn_trace_info& info, const char* data, uint64_t size) {
 uint64_t CGetProtobuf::GetDetanalProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer) {
     const zel::TraceInfo info;
     // What was read before the fault is worth sending.
-    if (!parse(*info, stNode.pData, stNode.uSize)) LOG_ERROR("param is error!");
+    if (!parse(*info, stNode.pData.get(), stNode.uSize)) LOG_ERROR("param is error!");
     if (!zel::passed(SetDetanalCmd(stNode.uEventId, info.get()), "GetMainBuf failed!")) return 0;
     return SerializeTraceInfo(*info, buffer);
 }

@@ -1,7 +1,7 @@
 // Traces that a host asks for: an alert made up around the path.
 #include "common/log.h"
-#include "trace/builder_core.h"
 #include "trace/getprotobuf.h"
+#include "trace/getprotobuf_steps.h"
 #include "trace/text_check.h"
 
 using namespace vorn_retrace;

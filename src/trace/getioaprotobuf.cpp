@@ -1,10 +1,11 @@
 // Alerts that arrive as JSON documents.
 #include "common/checks.h"
 #include "common/log.h"
-#include "trace/builder_core.h"
+#include "decode/alert_types.h"
 #include "trace/field_table.h"
+#include "trace/getioaprotobuf_objects.h"
 #include "trace/getprotobuf.h"
-#include "trace/object_fillers.h"
+#include "trace/getprotobuf_steps.h"
 
 using namespace vorn_retrace;
 using zel::number, zel::text;
@@ -27,19 +28,8 @@ constexpr auto kAlert = std::make_tuple(number(&threat_alert::set_threat_score, 
                                         text(&threat_alert::mutable_engine_rule_ver, &ST_BUF_DATA::strEngineRuleVer),
                                         text(&threat_alert::mutable_extended_info, &ST_BUF_DATA::strExtendedMsg));
 
-constexpr auto kContainer =
-    std::make_tuple(text(&threat_alert::mutable_containerid, &ST_BUF_DATA::strContainerId),
-                    text(&threat_alert::mutable_repository, &ST_BUF_DATA::strRepository),
-                    text(&threat_alert::mutable_mounts, &ST_BUF_DATA::strMounts),
-                    text(&threat_alert::mutable_user, &ST_BUF_DATA::strUser),
-                    text(&threat_alert::mutable_container_namespace, &ST_BUF_DATA::strNamespace),
-                    text(&threat_alert::mutable_imageid, &ST_BUF_DATA::strImageId),
-                    text(&threat_alert::mutable_imagetag, &ST_BUF_DATA::strImageTag),
-                    text(&threat_alert::mutable_containername, &ST_BUF_DATA::strContainerName),
-                    text(&threat_alert::mutable_capability, &ST_BUF_DATA::strCapability),
-                    text(&threat_alert::mutable_ports_binding, &ST_BUF_DATA::strPortsBinding),
-                    text(&threat_alert::mutable_image_name, &ST_BUF_DATA::strImageName),
-                    number(&threat_alert::set_container_init_pid, &ST_BUF_DATA::nContainerInitPid));
+static_assert(alert_type::ioc == VORN_RISK_IOC && alert_type::ioa == VORN_RISK_IOA);
+static_assert(alert_type::memory == VORN_RISK_MEMORY_DETECION && alert_type::rts_adr == VORN_RISK_RTS_ADR);
 
 constexpr auto kRule = std::make_tuple(text(&threat_rule::mutable_rule_id, &ST_RULE::strRuleId),
                                        text(&threat_rule::mutable_mitre_id, &ST_RULE::strMitreId),
@@ -87,9 +77,10 @@ bool CGetProtobuf::GetThreatAlertInfo(const ST_BUF_DATA& stData, threat_alert* p
     nRiskLevel = pAlert->risk_level();
     if (!zel::fill(*pAlert, stData, kAlert)) return false;
 
-    // Other types have a container record, too, which then says "host" and is not sent.
-    const bool has_container = stData.nAlertType == VORN_RISK_IOA || stData.nAlertType == VORN_RISK_MEMORY_DETECION;
-    if (has_container && !zel::fill(*pAlert, stData, kContainer)) return false;
+    if (alert_type::has_container(stData.nAlertType)) {
+        if (!zel::fill_container(*pAlert, stData)) return false;
+        pAlert->set_container_init_pid(stData.nContainerInitPid);
+    }
     return SetRuleInfo(stData, pAlert, nProcessCount);
 }
 

@@ -5,8 +5,8 @@
 
 #include "common/log.h"
 #include "decode/processtreeselector.h"
-#include "trace/builder_core.h"
 #include "trace/getprotobuf.h"
+#include "trace/getprotobuf_steps.h"
 #include "trace/text_check.h"
 
 using namespace vorn_retrace;
@@ -52,6 +52,21 @@ bool set_area_texts(std::span<const AreaText<Message>> texts, const IocVariant2&
     return true;
 }
 
+zel::ContainerTexts container_of(const ST_IOC_MSG& msg) {
+    using zel::array_text;
+    return {.strContainerId = array_text(msg.szContainerId),
+            .strRepository = array_text(msg.szRepository),
+            .strMounts = array_text(msg.szMounts),
+            .strUser = array_text(msg.szUser),
+            .strNamespace = array_text(msg.szNamespace),
+            .strImageId = array_text(msg.szImageId),
+            .strImageTag = array_text(msg.szImageTag),
+            .strContainerName = array_text(msg.szContainerName),
+            .strCapability = array_text(msg.szCapability),
+            .strPortsBinding = array_text(msg.szPortsBinding),
+            .strImageName = array_text(msg.szImageName)};
+}
+
 }  // namespace
 
 uint64_t CGetProtobuf::GetIocProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer) {
@@ -79,27 +94,7 @@ bool CGetProtobuf::GetIocThreatAlertInfo(const ST_QUEQE_NODE& stNode, threat_ale
     pAlert->set_alert_new_time(static_cast<int64_t>(msg.alert_time()));
     pAlert->set_alert_old_time(static_cast<int64_t>(msg.alert_time()));
 
-    struct ContainerText {
-        std::string* (threat_alert::*target)();
-        std::string text;
-    };
-    const ContainerText container_texts[] = {
-        {&threat_alert::mutable_containerid, zel::array_text(msg.szText6)},
-        {&threat_alert::mutable_repository, zel::array_text(msg.szText1)},
-        {&threat_alert::mutable_mounts, zel::array_text(msg.szText2)},
-        {&threat_alert::mutable_user, zel::array_text(msg.szText3)},
-        {&threat_alert::mutable_container_namespace, zel::array_text(msg.szText4)},
-        {&threat_alert::mutable_imageid, zel::array_text(msg.szText5)},
-        {&threat_alert::mutable_imagetag, zel::array_text(msg.szText7)},
-        {&threat_alert::mutable_containername, zel::array_text(msg.szText9)},
-        {&threat_alert::mutable_capability, zel::array_text(msg.szText10)},
-        {&threat_alert::mutable_ports_binding, zel::array_text(msg.szText11)},
-        {&threat_alert::mutable_image_name, zel::array_text(msg.szText8)},
-    };
-    for (const ContainerText& container : container_texts) {
-        if (!CheckDsStr(container.text)) return false;
-        *(pAlert->*container.target)() = container.text;
-    }
+    if (!zel::fill_container(*pAlert, container_of(msg))) return false;
     pAlert->set_container_init_pid(static_cast<int32_t>(msg.uHead[0]));
     return SetIocEventInfo(msg, pAlert);
 }

@@ -6,10 +6,16 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
+#include <source_location>
 
 #include "common/memory.h"
 #include "common/queue_nodes.h"
 #include "decode/records.h"
+
+namespace ResHdlCache {
+struct ST_CACHE_NODE;
+}
 
 namespace vorn_retrace {
 class process_vertex;
@@ -35,11 +41,18 @@ public:
     static uint64_t GetDetanalProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer);
     // Events 513 and 518: the request of a host, wrapped in an alert.
     static uint64_t GetFileTraceProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer);
+    // What left the hot cache: the tallies of all hits that were repeated. Without any the message says just that.
+    static uint64_t GetDupAlertProtobuf(const std::list<ResHdlCache::ST_CACHE_NODE>& entries,
+                                        zel::MallocBuffer& buffer);
+
+    // The last step of every builder, with the results of an entry point. Safe on any thread. The line of a failure
+    // names the place of the call.
+    static uint64_t SerializeTraceInfo(const vorn_retrace::vorn_trace_info& info, zel::MallocBuffer& buffer,
+                                       std::source_location where = std::source_location::current());
 
 private:
     // Steps of all builders. A bool is false when the alert cannot be sent; the line that says why is logged by then.
     static bool GetMainBuf(vorn_retrace::vorn_trace_info* pInfo, vorn_retrace::TRACE_CMD eCmd);
-    static uint64_t SerializeTraceInfo(const vorn_retrace::vorn_trace_info& info, zel::MallocBuffer& buffer);
 
     // JSON alerts.
     static bool GetThreatAlertInfo(const ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert, int& nProcessCount,

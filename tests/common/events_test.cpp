@@ -11,7 +11,6 @@
 namespace {
 
 using ReshdlEventTrace::CReshdlEventOther;
-using ReshdlEventTrace::EDataType;
 using ReshdlEventTrace::EventRef;
 
 std::vector<std::string> given_back;  // by content
@@ -19,14 +18,27 @@ std::vector<std::string> given_back;  // by content
 char* text(const char* content) { return strdup(content); }
 
 int release(char* buffer) {
-    given_back.emplace_back(buffer);
+    given_back.emplace_back(buffer != nullptr ? buffer : "null");
     free(buffer);
     return 0;
 }
 
+// A builder's message, and a result of the trace module, that hold `content`.
+ReshdlEventTrace::Payload ours(const char* content) { return {zel::MallocBuffer(text(content)), strlen(content)}; }
+TraceResult theirs(const char* content, uint32_t size) {
+    TraceResult result;
+    const auto work = [](const char* input, uint32_t input_size, char** out, uint32_t* out_size) {
+        *out = input != nullptr ? text(input) : nullptr;
+        *out_size = input_size;
+        return int32_t{0};
+    };
+    result.take(work, content, size);
+    return result;
+}
+
 TEST(Event, AnswersToOneInterfaceAndCountsItsReferences) {
     zel_test::FakeDispatcher bus;
-    EventRef event = InvokeEvent(769, 1536, text("message"), 7, EDataType::plugin, "guid");
+    const auto event = InvokeEvent(769, 1536, ours("message"), "guid").event;
     ASSERT_EQ(bus.events.size(), 1u);
     EXPECT_EQ(event->GetEventId(), 769u);
     EXPECT_EQ(event->GetPublishedState(), 1);
@@ -47,18 +59,17 @@ TEST(Event, AnswersToOneInterfaceAndCountsItsReferences) {
     EXPECT_EQ(event->QueryInterface(&kIidEvent, &out), 0);
     EXPECT_EQ(out, event.get());
     EXPECT_EQ(event->Release(), 2);
-    event.reset();
-    EXPECT_EQ(bus.events[0]->AddRef(), 2);
-    EXPECT_EQ(bus.events[0]->Release(), 1);
+    EXPECT_EQ(event->AddRef(), 3);
+    EXPECT_EQ(event->Release(), 2);
 }
 
 TEST(Event, GivesAResultOfTheTraceModuleBackIfTheModuleIsThere) {
     zel_test::FakeDispatcher bus;
     const auto table = std::make_shared<TrcFunctionTable>();
     table->trace_event_release = release;
-    InvokeEvent(770, 1536, text("ours"), 4, EDataType::plugin, "");
-    InvokeEvent(770, 1536, text("left"), 4, EDataType::trace_module, "");
-    InvokeEvent(770, 1536, text("theirs"), 6, EDataType::trace_module, "");
+    InvokeEvent(770, 1536, ours("ours"), "");
+    InvokeEvent(770, 1536, theirs("left", 4), "");
+    InvokeEvent(770, 1536, theirs("theirs", 6), "");
     g_trcModule.exchange(table);
     bus.events.pop_back();
     g_trcModule.exchange(nullptr);
@@ -66,12 +77,30 @@ TEST(Event, GivesAResultOfTheTraceModuleBackIfTheModuleIsThere) {
     EXPECT_EQ(given_back, std::vector<std::string>{"theirs"});
 }
 
-TEST(Event, LeavesTheBufferToTheCallerWhenItCannotBePublished) {
-    char buffer[] = "kept";
+TEST(Event, IsNotMadeWithoutMessageOrBusAndTheMessageComesBack) {
     zel_test::LogCapture::get().take();
-    EXPECT_EQ(InvokeEvent(769, 1536, nullptr, 4, EDataType::plugin, ""), nullptr);
-    EXPECT_EQ(InvokeEvent(769, 1536, buffer, 4, EDataType::plugin, ""), nullptr);
+    EXPECT_EQ(InvokeEvent(769, 1536, ReshdlEventTrace::Payload(), "").event, nullptr);
+    auto sent = InvokeEvent(769, 1536, ours("kept"), "");
+    EXPECT_EQ(sent.event, nullptr);
+    EXPECT_STREQ(sent.refused.data(), "kept");
     EXPECT_EQ(zel_test::LogCapture::get().take_text(), "E Invoke buf is null!\nE dispatcher is null!\n");
+}
+
+TEST(TraceResult, GoesBackToTheModuleOnceAndANullOneWhenAsked) {
+    const auto table = std::make_shared<TrcFunctionTable>();
+    table->trace_event_release = release;
+    g_trcModule.exchange(table);
+    given_back.clear();
+    {
+        TraceResult null = theirs(nullptr, 7);
+        EXPECT_EQ(null.size(), 0u);  // whatever size the module gave
+        TraceResult moved = theirs("once", 4);
+        const TraceResult result(std::move(moved));
+        EXPECT_EQ(result.size(), 4u);
+        ReshdlEventTrace::Payload(std::move(null)).give_back();
+    }
+    g_trcModule.exchange(nullptr);
+    EXPECT_EQ(given_back, (std::vector<std::string>{"null", "once"}));
 }
 
 TEST(MemoryCheck, OwnsItsTextsForEvent2305Alone) {

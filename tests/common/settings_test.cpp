@@ -12,27 +12,30 @@ constexpr const char* kFile = "../config/zelreshdl.ini";
 
 TEST(Settings, AreReadWithLimitsAndADefault) {
     const struct {
-        int line;
         const char* text;
-        unsigned int lowest, highest;
-        unsigned long base_0, base_10;
+        unsigned int lowest = 0, highest = 100;
+        unsigned long base_0 = 77, base_10 = 77;  // the result of each reader, 77 being the default
     } rows[] = {
-        {__LINE__, "k=30", 0, 100, 30, 30},         {__LINE__, "k=0x10", 0, 100, 16, 0},
-        {__LINE__, "k=020", 0, 100, 16, 20},        {__LINE__, "k=9 apples", 0, 100, 9, 9},
-        {__LINE__, "k=apples", 0, 100, 0, 0},       {__LINE__, "k=apples", 1, 100, 77, 77},
-        {__LINE__, "k=50", 50, 50, 50, 50},         {__LINE__, "k=49", 50, 100, 77, 77},
-        {__LINE__, "k=101", 50, 100, 77, 77},       {__LINE__, "k=-1", 0, 100, 77, 77},
-        {__LINE__, "k=4294967326", 0, 100, 77, 77},  // 30 in its low 32 bits
-        {__LINE__, "other=30", 0, 100, 0, 0},        // missing counts as 0 ...
-        {__LINE__, "other=30", 1, 100, 77, 77},      // ... which only a lower limit turns into the default
+        {.text = "k=30", .base_0 = 30, .base_10 = 30},
+        {.text = "k=0x10", .base_0 = 16, .base_10 = 0},
+        {.text = "k=020", .base_0 = 16, .base_10 = 20},
+        {.text = "k=9 apples", .base_0 = 9, .base_10 = 9},
+        {.text = "k=apples", .base_0 = 0, .base_10 = 0},
+        {.text = "k=apples", .lowest = 1},
+        {.text = "k=50", .lowest = 50, .highest = 50, .base_0 = 50, .base_10 = 50},
+        {.text = "k=49", .lowest = 50},
+        {.text = "k=101"},
+        {.text = "k=-1"},
+        {.text = "k=4294967326"},                         // 30 in its low 32 bits
+        {.text = "other=30", .base_0 = 0, .base_10 = 0},  // missing counts as 0 ...
+        {.text = "other=30", .lowest = 1},                // ... which only a lower limit turns into the default
     };
     const std::string file = AgentFolder::get().path(kFile);
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
         AgentFolder::get().write(kFile, std::string("[config]\n") + row.text + "\n");
-        EXPECT_EQ(CltCommon::IniGetUintExA("config", "k", 77, row.lowest, row.highest, file.c_str()), row.base_0)
-            << "line " << row.line;
-        EXPECT_EQ(CltCommon::IniGetDoubleExA("config", "k", 77, row.lowest, row.highest, file.c_str()), row.base_10)
-            << "line " << row.line;
+        EXPECT_EQ(CltCommon::IniGetUintExA("config", "k", 77, row.lowest, row.highest, file.c_str()), row.base_0);
+        EXPECT_EQ(CltCommon::IniGetDoubleExA("config", "k", 77, row.lowest, row.highest, file.c_str()), row.base_10);
     }
     AgentFolder::get().remove(kFile);
     zel_test::LogCapture::get().take();

@@ -130,15 +130,12 @@ struct Decoded {
         : Decoded("{\"alert_type\":" + d.type + (d.info.empty() ? "" : ",\"ExtendedInfo\":" + d.info) + ',' + d.root +
                   ",\"rule\":[" + d.rules + "],\"Guid\":" + d.guid + '}') {}
     explicit Decoded(const std::string& text) {
-        node.pData = strdup(text.c_str());
+        node.pData.reset(strdup(text.c_str()));
         ok = CEventHandle::GetJsonInfo(&node, data);
         log = take_log();
     }
     Decoded(const Decoded&) = delete;
-    ~Decoded() {
-        FreeBufData(data);
-        FreeNodeData(&node);
-    }
+    ~Decoded() { FreeBufData(data); }
 
     ST_QUEQE_NODE node;
     ST_BUF_DATA data;

@@ -18,12 +18,12 @@ struct Row {
     uint32_t type;
     const char* record;
     const char* keys;
-    std::string (*values)(const void* record);  // its members in the order of the keys
+    std::string (*values)(const zel::EventPrivate& record);  // its members in the order of the keys
 };
 
 // clang-format off
 #define ROW(type, R, keys, ...) \
-    {__LINE__, type, #R, keys, [](const void* p) { const auto& r = *static_cast<const R*>(p); return dump(__VA_ARGS__); }}
+    {__LINE__, type, #R, keys, [](const zel::EventPrivate& p) { const R& r = *p.as<R>(); return dump(__VA_ARGS__); }}
 const Row kRows[] = {
     ROW(1, ST_PROCESS_CREATE, "ObjectPid:N ObjectTid:N ObjectImage:S ObjectCmd:S ObjectCreateTime:N ObjectUser:S ObjectGuid:S ObjectMd5:SO ObjectSha256:SO DecodedObjectCmd:SW", r.uPid, r.uTid, r.strImage, r.strCmd, r.llCreateTime, r.strUser, r.strGuid, r.strMd5, r.strSha256, r.strDecodedCmd),
     ROW(2, ST_PROCESS_EXIT, "ObjectPid:N ExitCode:N", r.uPid, r.nExitCode),
@@ -94,7 +94,7 @@ TEST(EventTypes, DecodeAndFreeTheirRecord) {
             }
             FreeEventPrivate(stEvent);
             FreeEventPrivate(stEvent);
-            EXPECT_EQ(stEvent.pPrivate, nullptr);
+            EXPECT_FALSE(stEvent.pPrivate);
             return take_log();
         };
         check_keys(row.line, row.keys, zel::Words::not_type, "", read);
@@ -110,9 +110,9 @@ TEST(EventTypes, UnknownTypeKeepsItsRecord) {
     for (const uint32_t type : {0U, 40U, 0xFFFFFFFFU}) {
         ST_RAW_EVENT stEvent;
         stEvent.uType = type;
-        stEvent.pPrivate = &stEvent;
+        stEvent.pPrivate = zel::EventPrivate(std::make_unique<ST_FILE_DELETE>());
         FreeEventPrivate(stEvent);
-        EXPECT_EQ(stEvent.pPrivate, &stEvent);
+        EXPECT_TRUE(stEvent.pPrivate);
         EXPECT_FALSE(object_process(stEvent).has_value());
         EXPECT_EQ(take_log(), "E The event is unknown.event:" + std::to_string(type));
     }

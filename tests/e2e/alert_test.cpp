@@ -105,16 +105,15 @@ TEST_F(Alerts, ScenarioAsksForMemoryChecksBeforeTheReport) {
     ASSERT_EQ(count_events(2305), 3u);
     const char* const container = "|repo|m|u|n|i|host|-|in|c|-|p";
     const struct {
-        int line;
         uint32_t pid;
         int64_t create_time, op_time;
         int32_t confidence;
         std::string path;
-    } rows[] = {{__LINE__, 11, 900, 3000, 7, "/bin/sh"},
-                {__LINE__, 12, 14, 3000, 7, "/bin/ls"},
-                {__LINE__, 21, 900, 2000, 0, "/opt/tool"}};
+    } rows[] = {{.pid = 11, .create_time = 900, .op_time = 3000, .confidence = 7, .path = "/bin/sh"},
+                {.pid = 12, .create_time = 14, .op_time = 3000, .confidence = 7, .path = "/bin/ls"},
+                {.pid = 21, .create_time = 900, .op_time = 2000, .confidence = 0, .path = "/opt/tool"}};
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
+        SCOPED_TRACE(row.pid);
         const Published event = expect_event(2305);
         const ST_MEM_DETECT_INFO& check = event.check;
         EXPECT_EQ(std::tuple(+check.uPid, +check.llCreateTime, +check.llOpTime, +check.nConfidence),
@@ -127,61 +126,117 @@ TEST_F(Alerts, ScenarioAsksForMemoryChecksBeforeTheReport) {
     EXPECT_EQ(count_log("Type is not supported.14"), 2u);
 }
 
-TEST_F(Alerts, ABusyRuleNoLongerOpensTheProcessSet) {
-    set("zelreshdl.ini", "config", "disable_scan_scenario_limit=2");
-    start();
-    const auto checks_of = [&](int number, std::vector<Rule> rules) {
+// The alarm worker's clock stands still, so that ages are exact. Each alert has a process set of one process, which is
+// checked while one of its rules is within its limit.
+class BusyRules : public Agent {
+protected:
+    void start_with(const std::string& settings) {
+        set("zelreshdl.ini", "config", settings);
+        stop_alarm_workers_clock();
+        start();
+    }
+    // Whether an alert of these rules opened its process set.
+    bool opens(std::vector<Rule> rules) {
         const size_t before = count_events(2305);
-        send(Alert{.number = number, .type = 2, .rules = std::move(rules), .process_set = {kConnect}});
+        send(Alert{.number = ++number_, .type = 2, .rules = std::move(rules), .process_set = {kConnect}});
         settle();
-        return count_events(2305) - before;
-    };
+        return count_events(2305) == before + 1;
+    }
+    bool opens(const std::string& rule) { return opens(std::vector{Rule{.id = rule}}); }
+
+    int number_ = 0;
+};
+
+TEST_F(BusyRules, AreClosedAboveTheLimitButForTheirOwnEvents) {
+    start_with("disable_scan_scenario_limit=2");
     const char* const line = "ioa rule match times out of limit, skip scenario scan";
-    const Rule busy{.id = "busy", .events = {kProcess}};
-    EXPECT_EQ(checks_of(1, {busy}), 3u);
-    EXPECT_EQ(checks_of(2, {busy}), 3u);
+    EXPECT_TRUE(opens("busy"));
+    EXPECT_TRUE(opens("busy"));
     EXPECT_EQ(count_log(line), 0u);
-    EXPECT_EQ(checks_of(3, {busy}), 2u);  // its own events still ask
+    EXPECT_FALSE(opens("busy"));
     EXPECT_EQ(count_log(line), 1u);
-    EXPECT_EQ(checks_of(4, {busy, {.id = "quiet"}}), 3u);
-    EXPECT_EQ(checks_of(5, {}), 0u);  // no rule opens it
+    EXPECT_TRUE(opens({{.id = "busy"}, {.id = "quiet"}}));
+    EXPECT_FALSE(opens(std::vector<Rule>()));
     EXPECT_EQ(count_log(line), 2u);
-    advance(1h + 1s);
-    EXPECT_EQ(checks_of(6, {busy}), 3u);
+    const size_t before = count_events(2305);
+    EXPECT_FALSE(opens({{.id = "busy", .events = {kProcess, kProcess}}}));
+    EXPECT_EQ(count_events(2305), before + 2);  // subject and object of its own event
 }
 
-TEST_F(Alerts, BehaviourRulesAloneAreFilteredUnderLoad) {
-    set("zelreshdl.ini", "config", "trace_val=0");
+TEST_F(BusyRules, AreClosedForAMatchOfExactlyAnHourAgo) {
+    start_with("disable_scan_scenario_limit=2");
+    for (int match = 1; match <= 3; ++match) opens("busy");
+    advance(1h);
+    EXPECT_FALSE(opens("busy"));
+    advance(1ms);
+    EXPECT_TRUE(opens("busy"));  // the match of a millisecond ago and this one are left
+}
+
+TEST_F(BusyRules, AreForgottenBeyondTheNumberOfRememberedMatches) {
+    start_with("disable_scan_scenario_limit=2\nioa_match_queue_size=3");
+    EXPECT_TRUE(opens("busy"));
+    EXPECT_TRUE(opens("busy"));
+    EXPECT_FALSE(opens("busy"));  // the third is remembered still
+    EXPECT_TRUE(opens("quiet"));
+    EXPECT_TRUE(opens("busy"));  // two of the last three
+}
+
+TEST_F(BusyRules, AreNeverClosedWhenNoMatchIsRemembered) {
+    start_with("disable_scan_scenario_limit=0\nioa_match_queue_size=0");
+    EXPECT_TRUE(opens("busy"));
+    EXPECT_TRUE(opens("busy"));
+}
+
+TEST_F(Alerts, BehaviourRulesAloneAreFilteredFromTheShareOfTheQueueOn) {
+    set("zelreshdl.ini", "config", "queue_max=50\ntrace_val=4");  // two waiting retries
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}});
     start();
     const Rule xdr{.id = "xdr-IOA-1"};
-    send(Alert{.number = 1, .type = 2, .rules = {xdr}});
-    send(Alert{.number = 2, .type = 2, .rules = {xdr, {.id = "XDR-IO"}}});
-    send(Alert{.number = 3, .rules = {xdr}});
+    const std::string line = "The alarm has been filtered.[S-1], guid:";
+    for (const int number : {1, 2}) {
+        send(Alert{.number = number, .type = 2, .rules = {xdr, {.id = "XDR-IOA-" + std::to_string(number)}}});
+        expect_logs("alert trace retry, guid:" + guid(number));
+    }
+    send(Alert{.number = 3, .type = 2, .rules = {xdr}});
+    send(Alert{.number = 4, .type = 2, .rules = {xdr, {.id = "XDR-IO"}}});
+    send(Alert{.number = 5, .type = 3, .rules = {xdr}});
     settle();
-    expect_logs("The alarm has been filtered.[S-1], guid:" + guid(1));
-    EXPECT_EQ(count_events(769), 2u);
+    expect_logs(line + guid(3));
+    EXPECT_EQ(count_log(line), 1u);
+    EXPECT_EQ(count_events(769), 4u);
 }
 
 TEST_F(Alerts, FindingsGoOutWithTheirCommand) {
     start();
     const struct {
-        int line;
-        uint32_t id;
+        uint32_t in;
         const char* data;
         uint32_t out;
         vorn_retrace::TRACE_CMD cmd;
         const char* log;
     } rows[] = {
-        {__LINE__, 1540, "{1}", 769, vorn_retrace::TRACE_CMD_PORTSCAN, "event_id:1540, data:\r\n {1}."},
-        {__LINE__, 1542, "", 769, vorn_retrace::TRACE_CMD_ABNORMAL_LOGIN, "event_id:1542, data:\r\n ."},
-        {__LINE__, 1543, "\x12\x01t", 771, vorn_retrace::TRACE_CMD_CREDIBLE_EVENT, "event_id:1543, data_size:3."},
-        {__LINE__, 1544, "\xff", 769, vorn_retrace::TRACE_CMD_EVENT_DETECT, "param is error!"},
+        {.in = 1540,
+         .data = "{1}",
+         .out = 769,
+         .cmd = vorn_retrace::TRACE_CMD_PORTSCAN,
+         .log = "event_id:1540, data:\r\n {1}."},
+        {.in = 1542,
+         .data = "",
+         .out = 769,
+         .cmd = vorn_retrace::TRACE_CMD_ABNORMAL_LOGIN,
+         .log = "event_id:1542, data:\r\n ."},
+        {.in = 1543,
+         .data = "\x12\x01t",
+         .out = 771,
+         .cmd = vorn_retrace::TRACE_CMD_CREDIBLE_EVENT,
+         .log = "event_id:1543, data_size:3."},
+        {.in = 1544, .data = "\xff", .out = 769, .cmd = vorn_retrace::TRACE_CMD_EVENT_DETECT, .log = "param is error!"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        send(row.id, row.data);
+        SCOPED_TRACE(row.in);
+        send(row.in, row.data);
         const Published event = expect_event(row.out);
-        EXPECT_EQ(std::tuple(event.source, event.guid.size()), std::tuple(row.id, 36u));
+        EXPECT_EQ(std::tuple(event.source, event.guid.size()), std::tuple(row.in, 36u));
         EXPECT_EQ(event.message.cmd(), row.cmd);
         expect_logs(row.log);
     }

@@ -88,6 +88,16 @@ std::vector<std::string> split(const std::string& texts) {
     return list;
 }
 
+std::multiset<std::string> workers() {
+    std::multiset<std::string> names;
+    for (const auto& task : fs::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::ifstream(task.path() / "comm") >> name;
+        if (name.starts_with("zelreshdl_")) names.insert(name);
+    }
+    return names;
+}
+
 bool wait_until(const std::function<bool()>& done) {
     const auto deadline = real_now() + kDeadline;
     while (!done()) {
@@ -146,11 +156,7 @@ void Agent::TearDown() {
     bus_rests();
     EXPECT_EQ(std::tuple(bus().alive, bus().late, bus().frames), std::tuple(0u, 0u, 0u));
     EXPECT_LE(locked([] { return seen.outstanding.size(); }), kept_results_);
-    for (const auto& task : fs::directory_iterator("/proc/self/task")) {
-        std::string name;
-        std::ifstream(task.path() / "comm") >> name;
-        EXPECT_FALSE(name.starts_with("zelreshdl_")) << name;
-    }
+    EXPECT_EQ(workers(), std::multiset<std::string>());
     EXPECT_EQ(seen.bad_lines, std::vector<std::string>());
     if (HasFailure()) ADD_FAILURE() << last_lines();
     zel_log_set_tap(nullptr, nullptr);
@@ -185,10 +191,8 @@ void* Agent::symbol(const std::string& library, const char* name) const {
     return handle == nullptr ? nullptr : dlsym(handle, name);
 }
 
-void Agent::send(const DnsHit& hit) const {
-    hit.give([](const ST_DNS_NATIVE& record, const char* query_name) {
-        EXPECT_EQ(bus_function<lummb_publish_dns_t>("lummb_publish_dns")(&record, query_name), LUMMB_OK);
-    });
+void Agent::send(const ST_DNS_NATIVE& record, const char* query_name) const {
+    EXPECT_EQ(bus_function<lummb_publish_dns_t>("lummb_publish_dns")(&record, query_name), LUMMB_OK);
 }
 
 Published Agent::expect_event(uint32_t id, const std::string& guid) {
@@ -237,6 +241,11 @@ void Agent::settle() const {
     bus_rests();
 }
 
+void Agent::alarm_worker_rests() const {
+    const uint64_t before = alarm_worker_sleeps();
+    EXPECT_SOON(alarm_worker_sleeps() >= before + 2);
+}
+
 void Agent::trace_worker_rests() const {
     const uint64_t before = trace_worker_sleeps();
     EXPECT_SOON(trace_worker_sleeps() >= before + 2);
@@ -277,6 +286,8 @@ int Agent::process_trace(uint32_t context, const char* data) const {
 
 int32_t scripted_call(uint32_t function, const char* input, uint32_t input_size, char** result, uint32_t* result_size) {
     using namespace e2e;
+    const auto hook = locked([&] { return seen.hooks[function]; });
+    if (hook) hook();
     std::unique_lock lock(seen.mutex);
     ++seen.calls[function];
     seen.changed.notify_all();
@@ -288,7 +299,8 @@ int32_t scripted_call(uint32_t function, const char* input, uint32_t input_size,
     auto& script = seen.scripts[function];
     const Answer answer = script.empty() ? Answer{} : script.front();
     if (script.size() > 1) script.pop_front();
-    if (result_size == nullptr || !answer.result) return answer.code;
+    if (result_size != nullptr && answer.size_alone) *result_size = input_size;
+    if (result_size == nullptr || answer.size_alone || !answer.result) return answer.code;
     *result = static_cast<char*>(malloc(input_size + 1));
     memcpy(*result, input, input_size);
     *result_size = input_size;

@@ -43,10 +43,12 @@ struct Published {
     std::string texts;
 };
 
-// What the trace module answers to one call: a code, with its input as the result or without a result.
+// What the trace module answers to one call: a code, with its input as the result, without a result, or with the size
+// of a result that is not there.
 struct Answer {
     int32_t code = 0;
     bool result = true;
+    bool size_alone = false;
 };
 
 // One call of the host's result callback.
@@ -66,6 +68,7 @@ struct Seen {
     std::vector<Callback> callbacks;
     std::map<uint32_t, std::deque<Answer>> scripts;
     std::map<uint32_t, uint64_t> calls;
+    std::map<uint32_t, std::function<void()>> hooks;
     std::set<char*> outstanding;
     bool held = false;
 };
@@ -95,6 +98,9 @@ F bus_function(const char* name) {
 
 // The texts between bars.
 std::vector<std::string> split(const std::string& texts);
+
+// Names of the plug-in's threads.
+std::multiset<std::string> workers();
 
 bool wait_until(const std::function<bool()>& done);
 #define EXPECT_SOON(condition) EXPECT_TRUE(wait_until([&] { return condition; })) << #condition
@@ -140,7 +146,10 @@ protected:
     }
     void send(uint32_t id, std::string_view data) const { EXPECT_EQ(publish(id, data), LUMMB_OK); }
     void send(const Alert& alert, uint32_t id = 1536) const { send(id, alert.text()); }
-    void send(const DnsHit& hit) const;
+    void send(const ST_DNS_NATIVE& record, const char* query_name) const;
+    void send(const DnsHit& hit) const {
+        hit.give([this](const ST_DNS_NATIVE& record, const char* query_name) { send(record, query_name); });
+    }
 
     // The next event of that id, and of that GUID unless empty, that was not yet taken.
     Published expect_event(uint32_t id, const std::string& guid = {});
@@ -165,12 +174,17 @@ protected:
     void bus_rests() const { EXPECT_SOON(bus().waiting == 0 && bus().sending == 0); }
     // The same, and until the alarm worker has finished all of it.
     void settle() const;
-    // Waits until the trace worker has come round its loop with nothing to do.
+    // Waits until a worker has come round its loop with nothing to do.
+    void alarm_worker_rests() const;
     void trace_worker_rests() const;
 
     // Scripts a function of the trace module, by its number; the last answer stays. Without one: code 0 and the input.
     void answers(uint32_t function, const std::vector<Answer>& script) const {
         locked([&] { seen.scripts[function].assign(script.begin(), script.end()); });
+    }
+    // Runs `hook` on the thread that calls the function, before it is answered.
+    void when_called(uint32_t function, std::function<void()> hook) const {
+        locked([&] { seen.hooks[function] = std::move(hook); });
     }
     // While held, traces and completions do not return.
     void hold_traces(bool hold) const {

@@ -19,31 +19,134 @@ TEST_F(Intake, RefusesEventsBeyondTheLimit) {
     send(Alert{.number = 53});
     expect_log("The queue reached the threshold. Event queue:51, trc queue:0, delay queue:0", 2);
     EXPECT_EQ(count_log("[work queue count : 51]"), 1u);
-    EXPECT_EQ(configure(R"({"delay_time":"60000","queue_size":"-1"})"), 0);
-    send(Alert{.number = 54});  // no limit any more
     hold_traces(false);
-    expect_event(769, guid(54));
-    expect_figures({{"eventQueueOverflowCount", 2}, {"recvAlarmCount", 55}, {"eventQueueTotalCount", 53}});
+    expect_event(769, guid(51));
+    expect_figures({{"eventQueueOverflowCount", 2}, {"recvAlarmCount", 54}, {"eventQueueTotalCount", 52}});
 }
 
-TEST_F(Intake, FullTraceQueueRefusesAndWaitingRetriesAreReported) {
-    set("zelreshdl.ini", "config", "queue_max=50");
-    answers(ZELTRC_CREATE, std::vector<Answer>(26, {ZEL_TRC_NOT_READY}));
+TEST_F(Intake, LiveLimitIsADecimalNumberAbove0) {
     start();
-    for (int number = 1; number <= 26; ++number) send(Alert{.number = number});
-    expect_log("alert trace retry", 26);
-    hold_traces(true);
-    send(Alert{.number = 27});
-    expect_logs(
-        "zelreshdl PushQueue EDR 3.7.2.20 A-1: [info] The queue reached the busy threshold. Event queue:0, trc "
-        "queue:0, delay queue:26");
-    EXPECT_SOON(calls(ZELTRC_CREATE) == 27);
-    for (uint32_t context = 1; context <= 51; ++context) EXPECT_EQ(file_trace(1, context), 0);
-    send(Alert{.number = 28});
-    expect_logs("The queue reached the threshold. Event queue:0, trc queue:51, delay queue:26");
-    answers(ZELTRC_CREATE, {{0}});
+    hold_alarm_worker();
+    const struct {
+        const char* queue_size;
+        int sent, refused;
+    } rows[] = {
+        {.queue_size = "0", .sent = 2, .refused = 0},      // the limit stays at 100
+        {.queue_size = "010", .sent = 10, .refused = 1},   // a queue of 11 is beyond 10
+        {.queue_size = "0x50", .sent = 1, .refused = 1},   // reads as 0
+        {.queue_size = "limit", .sent = 1, .refused = 1},  // likewise
+        {.queue_size = "-1", .sent = 1, .refused = 0},     // no limit any more
+    };
+    size_t refused = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.queue_size);
+        EXPECT_EQ(configure(R"({"delay_time":"0","queue_size":")" + std::string(row.queue_size) + "\"}"), 0);
+        for (int i = 0; i < row.sent; ++i) send(2304, "");
+        bus_rests();
+        refused += static_cast<size_t>(row.refused);
+        EXPECT_EQ(count_log("The queue reached the threshold."), refused);
+    }
     hold_traces(false);
-    expect_callback(51);
+}
+
+TEST_F(Intake, IsReportedAsBusyAboveHalfOfTheLimit) {
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}});
+    start();
+    EXPECT_EQ(configure(R"({"delay_time":"0","queue_size":"2"})"), 0);
+    const std::string line =
+        "zelreshdl PushQueue EDR 3.7.2.20 A-1: [info] The queue reached the busy threshold. Event queue:0, trc "
+        "queue:0, delay queue:2";
+    send(Alert{.number = 1});
+    expect_log("alert trace retry", 1);
+    settle();
+    EXPECT_EQ(count_log("busy threshold"), 0u);
+    send(Alert{.number = 2});
+    expect_log("alert trace retry", 2);
+    settle();
+    EXPECT_EQ(count_log(line), 1u);
+}
+
+TEST_F(Intake, FullTraceQueueAndFullDelayQueueRefuse) {
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY}, {0}});
+    start();
+    EXPECT_EQ(configure(R"({"delay_time":"0","queue_size":"1"})"), 0);
+    for (const int number : {1, 2}) {
+        send(Alert{.number = number});
+        expect_log("alert trace retry", static_cast<size_t>(number));
+    }
+    send(Alert{.number = 3});
+    expect_logs("The queue reached the threshold. Event queue:0, trc queue:0, delay queue:2");
+    hold_traces(true);
+    for (const uint32_t context : {1u, 2u, 3u}) {
+        EXPECT_EQ(file_trace(1, context), 0);
+        EXPECT_SOON(calls(ZELTRC_CREATE) == 3);
+    }
+    EXPECT_EQ(configure(R"({"delay_time":"0","queue_size":"2"})"), 0);
+    send(2304, "");
+    bus_rests();
+    EXPECT_EQ(count_log("The queue reached the threshold."), 1u);  // two in each queue
+    EXPECT_EQ(file_trace(1, 4), 0);
+    alarm_worker_rests();
+    send(2304, "");
+    expect_logs("The queue reached the threshold. Event queue:0, trc queue:3, delay queue:2");
+    hold_traces(false);
+    expect_callback(4);
+}
+
+struct TextsRow {
+    const char* name;
+    const char* version;   // null: no file
+    const char* agent_id;  // null: none
+    const char* shown;
+};
+class BusyReport : public Agent, public testing::WithParamInterface<TextsRow> {};
+
+TEST_P(BusyReport, HasVersionAndAgentIdCutTo15Characters) {
+    const TextsRow& row = GetParam();
+    const char* const file = "config/agent_cfg.json";
+    if (row.version != nullptr) write(file, R"({"version":{"components":")" + std::string(row.version) + "\"}}");
+    if (row.version == nullptr) replace(file);
+    row.agent_id != nullptr ? setenv("agentid", row.agent_id, 1) : unsetenv("agentid");
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}});
+    start();
+    EXPECT_EQ(configure(R"({"delay_time":"0","queue_size":"1"})"), 0);
+    send(Alert{});
+    expect_logs("alert trace retry");
+    settle();
+    expect_logs("zelreshdl PushQueue EDR " + std::string(row.shown) + ": [info] The queue reached the busy threshold.");
+}
+
+constexpr TextsRow kTextsRows[] = {
+    {.name = "Missing", .version = nullptr, .agent_id = nullptr, .shown = "3.7.2.20 0000000000"},
+    {.name = "Short", .version = "1", .agent_id = "a", .shown = "1 a"},
+    {.name = "Of15",
+     .version = "1.2.34567890123",
+     .agent_id = "agent-890123456",
+     .shown = "1.2.34567890123 agent-890123456"},
+    {.name = "Of16",
+     .version = "1.2.345678901234",
+     .agent_id = "agent-8901234567",
+     .shown = "1.2.34567890123 agent-890123456"},
+    {.name = "Of32",
+     .version = "1.2.3456789012345678901234567890",
+     .agent_id = "agent-89012345678901234567890123",
+     .shown = "1.2.34567890123 agent-890123456"},
+};
+INSTANTIATE_TEST_SUITE_P(Table, BusyReport, testing::ValuesIn(kTextsRows), row_name);
+
+TEST_F(Intake, PayloadWithoutDataIsAnEmptyTextIfItsSizeIs0) {
+    start();
+    const auto publish_null = [](uint32_t id, uint64_t size) {
+        EXPECT_EQ(bus_function<lummb_publish_t>("lummb_publish")(id, nullptr, size), LUMMB_OK);
+    };
+    publish_null(1541, 0);
+    EXPECT_EQ(expect_event(769).message.cmd(), vorn_retrace::TRACE_CMD_BRUTEFORCE);
+    publish_null(1536, 0);
+    expect_logs("GetJsonInfo failed!");
+    for (const uint32_t id : {1536u, 1541u}) publish_null(id, 1);
+    expect_log("Get event struct error!", 2);
+    EXPECT_EQ(count_log("(char*)calloc(uSize, sizeof(char)) failed!"), 2u);
+    expect_figures({{"recvAlarmCount", 4}, {"eventQueueTotalCount", 2}});
 }
 
 TEST_F(Intake, IdsThatNobodyHandles) {

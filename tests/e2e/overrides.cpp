@@ -23,6 +23,8 @@ constexpr std::string_view kFlagFolder = "/root/kq-agent/";
 std::atomic<int64_t> g_moved_ns{0};
 std::atomic<int64_t> g_time_ms{1'700'000'000'000};
 std::atomic<const char*> g_flag_folder{nullptr};
+std::atomic<int64_t> g_stopped_ns{0};  // 0: runs
+std::atomic<uint64_t> g_alarm_sleeps{0};
 std::atomic<uint64_t> g_sleeps{0};
 std::atomic<uint64_t> g_longest_us{0};
 std::atomic<long> g_longest_sleep_us{1000};
@@ -31,6 +33,12 @@ int64_t real_ns(clockid_t clock) {
     timespec now{};
     syscall(SYS_clock_gettime, clock, &now);
     return now.tv_sec * kSecond + now.tv_nsec;
+}
+
+bool on_thread(const char* wanted) {
+    char name[16] = {};
+    prctl(PR_GET_NAME, name);
+    return strcmp(name, wanted) == 0;
 }
 
 std::string redirected(const char* path) {
@@ -43,7 +51,9 @@ std::string redirected(const char* path) {
 
 OVERRIDE int clock_gettime(clockid_t clock, timespec* now) noexcept {
     const bool moved = clock == CLOCK_MONOTONIC || clock == CLOCK_REALTIME;
-    const int64_t ns = real_ns(clock) + (moved ? g_moved_ns.load() : 0);
+    const int64_t stopped = clock == CLOCK_MONOTONIC ? g_stopped_ns.load() : 0;
+    const int64_t base = stopped != 0 && on_thread("zelreshdl_alarm") ? stopped : real_ns(clock);
+    const int64_t ns = base + (moved ? g_moved_ns.load() : 0);
     *now = {ns / kSecond, ns % kSecond};
     return 0;
 }
@@ -55,9 +65,8 @@ OVERRIDE time_t time(time_t* out) noexcept {
 }
 
 OVERRIDE int usleep(useconds_t microseconds) {
-    char name[16] = {};
-    prctl(PR_GET_NAME, name);
-    if (strcmp(name, "zelreshdl_trc") == 0) {
+    if (on_thread("zelreshdl_alarm")) ++g_alarm_sleeps;
+    if (on_thread("zelreshdl_trc")) {
         g_longest_us = std::max<uint64_t>(g_longest_us, microseconds);
         ++g_sleeps;
     }
@@ -90,8 +99,11 @@ std::chrono::steady_clock::time_point real_now() {
 
 void set_longest_sleep(std::chrono::microseconds longest) { g_longest_sleep_us = longest.count(); }
 
+void stop_alarm_workers_clock() { g_stopped_ns = real_ns(CLOCK_MONOTONIC) / 1'000'000 * 1'000'000; }
+
 void redirect_flag_folder(const std::string& folder) { g_flag_folder = strdup(folder.c_str()); }
 
+uint64_t alarm_worker_sleeps() { return g_alarm_sleeps; }
 uint64_t trace_worker_sleeps() { return g_sleeps; }
 uint64_t longest_trace_worker_sleep_us() { return g_longest_us; }
 

@@ -1,43 +1,9 @@
 // Start, stop and restart; what the bus is told; starts that fail; pure mode; starts without the optional libraries.
+#include "e2e/fake_bus.h"
 #include "e2e/harness.h"
+#include "e2e/support_hooks.h"
 
 using namespace e2e;
-
-namespace {
-
-// A bus that only notes what it is asked.
-struct FakeBus final : MbFrame::IRtmFrame, MbFrame::IPluginSetting, MbFrame::IDispatch {
-    int32_t QueryInterface(const InterfaceId*, void**) override { return note("QueryInterface"); }
-    int64_t AddRef() override { return note("AddRef"); }
-    int64_t Release() override { return note("Release"); }
-    void reserved6() override { note("reserved6"); }
-    void reserved7() override { note("reserved7"); }
-    int32_t Advise(MbFrame::IPlugin* plugin, uint32_t flag) override {
-        note("Advise " + std::to_string(flag));
-        if (calls_back) plugin->OnAdvised(this, this);
-        return advise_result;
-    }
-    int32_t Unadvise(const unsigned char*) override { return note("Unadvise"); }
-    int32_t SetOption(uint32_t value) override { return note("SetOption " + std::to_string(value)); }
-    int32_t reserved2() override { return note("reserved2"); }
-    int32_t SetEventTable(const MbFrame::EventTableEntry* table, uint32_t count) override {
-        note("SetEventTable");
-        for (uint32_t i = 0; i < count; ++i) note(std::to_string(table[i].uEventId) + (table[i].uFlag == 1 ? "" : "?"));
-        return 0;
-    }
-    int32_t Invoke(MbFrame::IEvent*) override { return note("Invoke"); }
-    int32_t note(const std::string& call) {
-        calls += call + " ";
-        return 0;
-    }
-
-    std::string calls;
-    int32_t class_result = 0;
-    int32_t advise_result = 0;
-    bool calls_back = true;
-} fake_bus;
-
-}  // namespace
 
 int32_t scripted_class_object(void** out) {
     *out = static_cast<MbFrame::IRtmFrame*>(&fake_bus);
@@ -50,6 +16,10 @@ constexpr const char* kBus = "reshdl/lib/liblummb.so";
 constexpr const char* kStore = "reshdl/lib/libzelds.so";
 constexpr const char* kTrace = "reshdl/lib/libzeltrc.so";
 constexpr const char* kIpc = "reshdl/lib/libodaipc.so";
+constexpr const char* kNoSymbol = "dll_get_addr failed!0xffffffff|load moudle failed!";
+constexpr const char* kNoThread = "thread_start failed, 0xffffffff|Failed to start the worker thread.";
+
+const std::multiset<std::string> kBothWorkers = {"zelreshdl_alarm", "zelreshdl_trc"};
 
 class Start : public Agent {};
 
@@ -57,33 +27,89 @@ TEST_F(Start, TellsTheBusItsTableInOrder) {
     replace(kBus, E2E_SCRIPTED);
     start();
     stop();
-    EXPECT_EQ(fake_bus.calls,
+    EXPECT_EQ(fake_bus.calls(),
               "Advise 1 SetOption 65536 SetEventTable 1536 1793 1281 1794 2304 534 1538 1538 1541 1540 1542 1543 1544 "
               "Unadvise Release ");
 }
 
-TEST_F(Start, LogsItsStepsAndReadsTheSettings) {
-    set("zelreshdl.ini", "config", "queue_max=0x40");                                  // base 0
-    set("zelreshdl.ini", "config", "trc_times=0x4");                                   // base 10: stops at the x
-    set("zelreshdl.ini", "config", "trace_val=101\ninterval=0\ntrc_time=4294967297");  // beyond their limits
-    write("kq-agent/alert_filter_disable_flag", "");
+TEST_F(Start, LogsItsSteps) {
     start();
     const std::string steps =
         "Start handled event.|dll open zel_bpsdk success|init zel_bpsdk success|get agentid A-1|ZelbpmgrApi init.|"
-        "dll open zel_bpmgr success|ZelbpmgrApi init successful.|zelreshdl start work thread!|"
-        "queue max:64, interval:5, trace val:50, trc time:15, trc times:0, ioa match queue size:1000, "
-        "disable scan scenario limit:100, alert_filter_switch:0|max skip behavior level: 2";
+        "dll open zel_bpmgr success|ZelbpmgrApi init successful.|zelreshdl start work thread!|queue max:|"
+        "max skip behavior level: 2";
     EXPECT_EQ(log_order(steps), steps);
+    EXPECT_SOON(workers() == kBothWorkers);
     EXPECT_EQ(calls(ZELTRC_INIT), 1u);
-    for (const int number : {1, 2}) {  // no repeat while the filter is off
+    for (const char* module : {"zelreshdl", "zeltrc"}) EXPECT_EQ(report(module).result, 1) << module;
+    stop();
+    expect_logs("Stop handled event.|stop work thread!");
+    for (const char* module : {"zelreshdl", "zeltrc"}) EXPECT_EQ(report(module).result, -1) << module;
+    EXPECT_EQ(calls(ZELTRC_UNINIT), 1u);
+}
+
+TEST_F(Start, FlagFileTurnsTheRepeatFilterOff) {
+    write("kq-agent/alert_filter_disable_flag", "");
+    start();
+    expect_logs("alert_filter_switch:0");
+    for (const int number : {1, 2}) {
         send(Alert{.number = number, .rules = {{.id = "same"}}});
         EXPECT_EQ(expect_event(769, guid(number)).message.err_code(), 0);
     }
-    EXPECT_EQ(report().result, 1);
-    stop();
-    expect_logs("Stop handled event.|stop work thread!");
-    EXPECT_EQ(report().result, -1);  // no callback is left
-    EXPECT_EQ(calls(ZELTRC_UNINIT), 1u);
+}
+
+// What the plug-in says of its settings.
+struct Settings {
+    unsigned queue_max = 100, interval = 5, trace_val = 50, trc_time = 15, trc_times = 8, matches = 1000,
+             scan_limit = 100;
+
+    std::string line() const {
+        const auto number = [](unsigned value) { return std::to_string(value); };
+        return "queue max:" + number(queue_max) + ", interval:" + number(interval) +
+               ", trace val:" + number(trace_val) + ", trc time:" + number(trc_time) +
+               ", trc times:" + number(trc_times) + ", ioa match queue size:" + number(matches) +
+               ", disable scan scenario limit:" + number(scan_limit) + ", alert_filter_switch:1";
+    }
+};
+// Without their keys.
+const Settings kMissing{.trace_val = 0, .trc_time = 0, .trc_times = 0, .matches = 0, .scan_limit = 0};
+
+TEST_F(Start, ReadsEachSettingWithItsBaseAndLimits) {
+    const char* const ini = "reshdl/config/zelreshdl.ini";
+    const std::string staged = read(ini);
+    const struct {
+        std::string set;
+        Settings read;
+    } rows[] = {
+        {.set = "queue_max=0x40", .read = {.queue_max = 64}},
+        {.set = "queue_max=50\ninterval=1", .read = {.queue_max = 50, .interval = 1}},
+        {.set = "queue_max=49\ninterval=0", .read = {}},
+        {.set = "queue_max=500\ninterval=10000", .read = {.queue_max = 500, .interval = 10000}},
+        {.set = "queue_max=501\ninterval=10001", .read = {}},
+        {.set = "trace_val=010\ntrc_time=010", .read = {.trace_val = 10, .trc_time = 10}},
+        {.set = "trace_val=0x20\ntrc_times=0x4", .read = {.trace_val = 0, .trc_times = 0}},
+        {.set = "trace_val=100\ntrc_time=60", .read = {.trace_val = 100, .trc_time = 60}},
+        {.set = "trace_val=101\ntrc_time=61", .read = {}},
+        {.set = "trc_times=16", .read = {.trc_times = 16}},
+        {.set = "trc_times=17\ntrc_time=4294967297", .read = {}},
+        {.set = "ioa_match_queue_size=010000\ndisable_scan_scenario_limit=010000",
+         .read = {.matches = 10000, .scan_limit = 10000}},
+        {.set = "ioa_match_queue_size=10001\ndisable_scan_scenario_limit=10001", .read = {}},
+    };
+    const auto expect_read = [&](const Settings& settings, const std::string& set) {
+        const size_t before = count_log(settings.line());
+        start();
+        EXPECT_EQ(count_log(settings.line()), before + 1) << set << "\n" << settings.line();
+        stop();
+    };
+    for (const auto& row : rows) {
+        write(ini, staged + "\n[config]\n" + row.set + "\n");
+        expect_read(row.read, row.set);
+    }
+    write(ini, "[config]\n");
+    expect_read(kMissing, "no keys");
+    replace(ini);
+    expect_read(kMissing, "no file");
 }
 
 TEST_F(Start, PlainExportsOnlyLogAndAllIsHarmlessBeforeInit) {
@@ -113,39 +139,106 @@ TEST_F(Start, SecondInitChangesNothingAndRestartDoesNotAttachAgain) {
     EXPECT_EQ(expect_callback(5).code, 8);
 }
 
+// A start that fails, and how the next one goes when the reason is gone.
 struct FailedRow {
     const char* name;
-    const char* library;
-    const char* by;
     const char* logs;
-    int32_t result = 0;  // of what is asked of the library
-    bool calls_back = true;
+    const char* library = kTrace;  // which is replaced
+    const char* by = E2E_SCRIPTED;
+    const char* symbol = "";  // which is not found
+    int mutex = 0;            // whose creation fails, by number
+    int thread = 0;
+    int32_t code = 0;  // of what is asked of the library
+    bool calls_back = false;
+    const char* bus_calls = "";
+    bool attached_next = false;  // only while no dispatcher is known
 };
 class FailedStart : public Agent, public testing::WithParamInterface<FailedRow> {};
 
-TEST_P(FailedStart, UndoesItselfWithItsLines) {
+TEST_P(FailedStart, UndoesAllAndTheNextStartWorks) {
     const FailedRow& row = GetParam();
+    configure(R"({"delay_time":"0","queue_size":"0"})");  // makes the plug-in object, whose mutex is not refused
     replace(row.library, row.by);
-    (row.name == std::string("NoFrame") ? fake_bus.class_result : fake_bus.advise_result) = row.result;
+    refuse_symbol(row.symbol);
+    refuse_mutex(row.mutex);
+    refuse_thread(row.thread);
+    fake_bus.class_result = row.name == std::string("NoFrame") ? row.code : 0;
+    fake_bus.advise_result = row.code;
     fake_bus.calls_back = row.calls_back;
-    answers(ZELTRC_INIT, {{row.result}});
+    answers(ZELTRC_INIT, {{row.code}});
     EXPECT_EQ(init(), -1);
     EXPECT_EQ(log_order(row.logs), row.logs);
+    EXPECT_EQ(fake_bus.calls(), row.bus_calls);
     EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
+    EXPECT_EQ(calls(ZELTRC_UNINIT), calls(ZELTRC_INIT));
+    EXPECT_EQ(process_trace(1), -1);  // no module is left
+    EXPECT_EQ(workers(), std::multiset<std::string>());
+
+    replace(row.library, row.library == kTrace ? E2E_SCRIPTED : row.library);
+    refuse_symbol("");
+    answers(ZELTRC_INIT, {{0}});
+    const uint64_t inits = calls(ZELTRC_INIT);
+    start();
+    EXPECT_EQ(count_log("The module has been imported."), 0u);
+    EXPECT_EQ(calls(ZELTRC_INIT), inits + 1);
+    EXPECT_SOON(workers() == kBothWorkers);
+    EXPECT_EQ(file_trace(1, 2), 0);
+    EXPECT_EQ(expect_callback(2).code, 8);
+    EXPECT_EQ(publish(1536, Alert{}.text()), row.attached_next ? LUMMB_OK : LUMMB_NOT_SUBSCRIBED);
+    if (row.attached_next) expect_event(770, guid(1));
 }
 
-// The library in which a symbol is missing is another one.
 constexpr FailedRow kFailedRows[] = {
-    {"NoBus", kBus, "", "mb dll open failed!0x84ce0015|LoadMbDll failed!"},
-    {"BusWithoutSymbol", kBus, kIpc, "mb dll_get_addr failed!0x84ce0015|LoadMbDll failed!"},
-    {"NoFrame", kBus, E2E_SCRIPTED, "mb get object failed!0xfffffff7|LoadMbDll failed!", -9},
-    {"AdviseRefused", kBus, E2E_SCRIPTED, "mb advise failed!0x00000007|LoadMbDll failed!", 7},
-    {"NoDispatcher", kBus, E2E_SCRIPTED, "init failed!|LoadMbDll failed!", 0, false},
-    {"NoStore", kStore, "", "ds dll open failed!0x84ce0015|load moudle failed!"},
-    {"StoreWithoutSymbol", kStore, kIpc, "dll_get_addr failed!0x84ce0015|load moudle failed!"},
-    {"NoTrace", kTrace, "", "zeltrc dll open failed!0x84ce0015|load moudle failed!"},
-    {"TraceWithoutSymbol", kTrace, kIpc, "dll_get_addr failed!0x84ce0015|load moudle failed!"},
-    {"TraceRefuses", kTrace, E2E_SCRIPTED, "trace_event_init failed!hr = 0xfffffffb", -5},
+    {.name = "NoBus",
+     .logs = "mb dll open failed!0x84ce0015|LoadMbDll failed!",
+     .library = kBus,
+     .by = "",
+     .attached_next = true},
+    {.name = "NoDllGetClassObject",
+     .logs = "mb dll_get_addr failed!0xffffffff|LoadMbDll failed!",
+     .symbol = "DllGetClassObject",
+     .attached_next = true},
+    {.name = "NoFrame",
+     .logs = "mb get object failed!0xfffffff7|LoadMbDll failed!",
+     .library = kBus,
+     .code = -9,
+     .bus_calls = "Unadvise Release ",
+     .attached_next = true},
+    {.name = "AdviseRefused",
+     .logs = "mb advise failed!0x00000007|LoadMbDll failed!",
+     .library = kBus,
+     .code = 7,
+     .bus_calls = "Advise 1 Unadvise Release ",
+     .attached_next = true},
+    {.name = "AdviseRefusedAfterOnAdvised",
+     .logs = "mb advise failed!0x00000007|LoadMbDll failed!",
+     .library = kBus,
+     .code = 7,
+     .calls_back = true,
+     .bus_calls = "Advise 1 SetOption 65536 SetEventTable 1536 1793 1281 1794 2304 534 1538 1538 1541 1540 1542 1543 "
+                  "1544 Unadvise Release "},
+    {.name = "NoDispatcher",
+     .logs = "init failed!|LoadMbDll failed!",
+     .library = kBus,
+     .bus_calls = "Advise 1 Unadvise Release ",
+     .attached_next = true},
+    {.name = "NoStore", .logs = "ds dll open failed!0x84ce0015|load moudle failed!", .library = kStore, .by = ""},
+    {.name = "NoDsUpdateDb", .logs = kNoSymbol, .symbol = "ds_update_db"},
+    {.name = "NoTrace", .logs = "zeltrc dll open failed!0x84ce0015|load moudle failed!", .by = ""},
+    {.name = "NoInit", .logs = kNoSymbol, .symbol = "trace_event_init"},
+    {.name = "NoUninit", .logs = kNoSymbol, .symbol = "trace_event_uninit"},
+    {.name = "NoRelease", .logs = kNoSymbol, .symbol = "trace_event_release"},
+    {.name = "NoCreate", .logs = kNoSymbol, .symbol = "trace_event_create_by_alert"},
+    {.name = "NoCompletion", .logs = kNoSymbol, .symbol = "trace_event_process_completion"},
+    {.name = "NoExpand", .logs = kNoSymbol, .symbol = "trace_event_expand_from_mgr"},
+    {.name = "NoDispose", .logs = kNoSymbol, .symbol = "trace_event_coordinate_dispose_trc"},
+    {.name = "TraceRefuses", .logs = "trace_event_init failed!hr = 0xfffffffb", .code = -5},
+    {.name = "NoEliminatorMutex", .logs = "mutex_init failed|init eliminator manager failed!", .mutex = 1},
+    {.name = "NoEventMutex", .logs = "mutex_init error.", .mutex = 2},
+    {.name = "NoTrcMutex", .logs = "mutex_init error.", .mutex = 3},
+    {.name = "NoDelayMutex", .logs = "mutex_init error.", .mutex = 4},
+    {.name = "NoAlarmWorker", .logs = kNoThread, .thread = 1},
+    {.name = "NoTraceWorker", .logs = kNoThread, .thread = 2},
 };
 INSTANTIATE_TEST_SUITE_P(Table, FailedStart, testing::ValuesIn(kFailedRows), row_name);
 
@@ -168,14 +261,15 @@ TEST_P(PureMode, FollowsTheFile) {
     EXPECT_EQ(count_log("zeltrc proc_trc comp function is null."), pure ? 1u : 0u);
     EXPECT_EQ(file_trace(1, 4), 0);  // in pure mode no thread takes it, and the stop discards it
     if (!pure) expect_callback(4);
+    EXPECT_EQ(workers().count("zelreshdl_trc"), pure ? 0u : 1u);
 }
 
 constexpr PureRow kPureRows[] = {
-    {"NoFile", nullptr, false},
-    {"NoSection", "", true},
-    {"NoKey", "[advthreats_module]\nother=1\n", true},
-    {"Zero", "[advthreats_module]\nenable=0\n", true},
-    {"One", "[advthreats_module]\nenable=1\n", false},
+    {.name = "NoFile", .file = nullptr, .pure = false},
+    {.name = "NoSection", .file = "", .pure = true},
+    {.name = "NoKey", .file = "[advthreats_module]\nother=1\n", .pure = true},
+    {.name = "Zero", .file = "[advthreats_module]\nenable=0\n", .pure = true},
+    {.name = "One", .file = "[advthreats_module]\nenable=1\n", .pure = false},
 };
 INSTANTIATE_TEST_SUITE_P(Table, PureMode, testing::ValuesIn(kPureRows), row_name);
 
@@ -203,11 +297,11 @@ constexpr const char* kAdapter = "reshdl/lib/libzellxadapter.so";
 constexpr const char* kNoManager =
     "dll open zel_bpmgr failed, errcode:0x84ce0015|ZelbpmgrApi init failed, m_register_report_cb get error.";
 const MissingRow kMissingRows[] = {
-    {"Manager", {kManager}, kNoManager},
-    {"Sdk", {kSdk}, "dll open zel_bpsdk failed, errcode:0x84ce0015"},
-    {"Ipc", {kIpc}, ""},
-    {"Adapter", {kAdapter}, ""},
-    {"All", {kManager, kSdk, kIpc, kAdapter}, kNoManager},
+    {.name = "Manager", .libraries = {kManager}, .logs = kNoManager},
+    {.name = "Sdk", .libraries = {kSdk}, .logs = "dll open zel_bpsdk failed, errcode:0x84ce0015"},
+    {.name = "Ipc", .libraries = {kIpc}, .logs = ""},
+    {.name = "Adapter", .libraries = {kAdapter}, .logs = ""},
+    {.name = "All", .libraries = {kManager, kSdk, kIpc, kAdapter}, .logs = kNoManager},
 };
 INSTANTIATE_TEST_SUITE_P(Table, WithoutLibrary, testing::ValuesIn(kMissingRows), row_name);
 

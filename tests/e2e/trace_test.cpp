@@ -1,22 +1,10 @@
 // The trace stage: retries, failures, shedding, the reset period, stops; KOV alerts and on-demand traces on it.
-#include <dlfcn.h>
-
 #include <thread>
 
 #include "e2e/harness.h"
+#include "e2e/support_hooks.h"
 
 using namespace e2e;
-
-namespace {
-std::atomic<bool> g_joining{false};
-}
-
-// Wins over the support library's: a test wants to know when the plug-in has told its workers to stop.
-extern "C" __attribute__((visibility("default"))) int32_t zel_thread_join(void* thread) {
-    static const auto real = reinterpret_cast<decltype(&zel_thread_join)>(dlsym(RTLD_NEXT, "zel_thread_join"));
-    g_joining = true;
-    return real(thread);
-}
 
 namespace {
 
@@ -49,6 +37,24 @@ TEST_F(Traces, RetryWaitsFifteenSecondsAndTheFrontHoldsBackAllBehindIt) {
     expect_figures({{"sentToTrcCount", 5}, {"firstTraceTotalCount", 2}, {"delayedTraceTotalCount", 3}});
 }
 
+TEST_F(Traces, RetryGoesBeforeAFirstAttempt) {
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {0}});
+    start();
+    send(Alert{.number = 1});
+    expect_logs("alert trace retry, guid:" + guid(1));
+    hold_traces(true);
+    send(Alert{.number = 2});
+    EXPECT_SOON(calls(ZELTRC_CREATE) == 2);
+    send(Alert{.number = 3});
+    settle();
+    advance(15s);
+    hold_traces(false);
+    expect_event(770, guid(3));
+    const std::string line = "alert trace success, guid:";
+    EXPECT_EQ(log_order(line + guid(1) + "|" + line + guid(2) + "|" + line + guid(3)),
+              line + guid(2) + "|" + line + guid(1) + "|" + line + guid(3));
+}
+
 TEST_F(Traces, AreGivenUpAfterTheLastTry) {
     set("zelreshdl.ini", "config", "trc_times=2");
     answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY, false}});
@@ -68,18 +74,18 @@ TEST_F(Traces, EndByTheModulesCode) {
     const struct {
         int line;
         Answer answer;
-        const char* log;
-        bool event;
-        bool callback;  // when it is a file trace
+        std::string log;
+        bool event = false;
+        bool callback = false;  // when it is a file trace
     } rows[] = {
-        {__LINE__, {0}, "alert trace success, guid:", true, true},
-        {__LINE__, {0, false}, "alert trace success, guid:", false, false},
-        {__LINE__, {ZEL_TRC_DROPPED}, "alert trace dropped, guid:", true, true},
-        {__LINE__, {ZEL_TRC_DROPPED, false}, "alert trace dropped, guid:", false, false},
-        {__LINE__, {kTraceFails}, "alert trace failed, guid:", true, false},
-        {__LINE__, {kTraceFails, false}, "alert trace failed, guid:", false, false},
-        {__LINE__, {ZEL_TRC_NOT_READY}, "alert trace failed, guid:", true, false},
-        {__LINE__, {1}, "alert trace failed, guid:", true, false},
+        {.line = __LINE__, .answer = {0}, .log = "success", .event = true, .callback = true},
+        {.line = __LINE__, .answer = {.code = 0, .result = false}, .log = "success"},
+        {.line = __LINE__, .answer = {ZEL_TRC_DROPPED}, .log = "dropped", .event = true, .callback = true},
+        {.line = __LINE__, .answer = {.code = ZEL_TRC_DROPPED, .result = false}, .log = "dropped"},
+        {.line = __LINE__, .answer = {kTraceFails}, .log = "failed", .event = true},
+        {.line = __LINE__, .answer = {.code = kTraceFails, .result = false}, .log = "failed"},
+        {.line = __LINE__, .answer = {ZEL_TRC_NOT_READY}, .log = "failed", .event = true},
+        {.line = __LINE__, .answer = {1}, .log = "failed", .event = true},
     };
     int number = 0;
     for (const auto& row : rows) {
@@ -87,13 +93,14 @@ TEST_F(Traces, EndByTheModulesCode) {
         answers(ZELTRC_CREATE, {row.answer});
         const size_t events = count_events(770);
         send(Alert{.number = ++number});
-        expect_logs(row.log + guid(number));
+        const std::string line = "alert trace " + row.log + ", guid:";
+        expect_logs(line + guid(number));
         trace_worker_rests();
         settle();
         EXPECT_EQ(count_events(770) - events, row.event ? 1u : 0u);
-        const size_t lines = count_log(row.log);
+        const size_t lines = count_log(line);
         EXPECT_EQ(file_trace(1, 100u + static_cast<uint32_t>(number)), 0);
-        expect_log(row.log, lines + 1);
+        expect_log(line, lines + 1);
         trace_worker_rests();
         EXPECT_EQ(count_callbacks(100u + static_cast<uint32_t>(number)), row.callback ? 1u : 0u);
         EXPECT_EQ(count_events(770) - events, row.event ? 1u : 0u);
@@ -187,12 +194,20 @@ TEST_F(Traces, StopWithFullQueuesFreesAllAndEndsInTime) {
     bus_rests();
     std::thread stopping([&] { stop(); });
     expect_logs("stop work thread!");
-    EXPECT_SOON(g_joining.load());
+    EXPECT_SOON(is_joining());
     EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
     hold_traces(false);
     stopping.join();
     EXPECT_SOON(count_events(769) == 13);  // what a worker held was finished, all else discarded
     kept_results_ = 2;                     // of these two, released when the module was gone
+    EXPECT_EQ(file_trace(1, 1), 0);        // taken, and gone
+    start();
+    EXPECT_EQ(file_trace(1, 2), 0);
+    expect_callback(2);
+    alarm_worker_rests();
+    trace_worker_rests();
+    EXPECT_EQ(count_callbacks(1), 0u);
+    EXPECT_EQ(count_events(769), 13u);
     EXPECT_LE(count_events(770), 1u);
 }
 
@@ -226,6 +241,20 @@ TEST_F(Traces, KovRetryEntersTheTraceQueueAtOnce) {
     expect_event(770);
     expect_figures({{"firstTraceTotalCount", 3}, {"delayedTraceTotalCount", 1}});
     EXPECT_EQ(count_log("GetKovAlarm failed!"), 2u);
+}
+
+TEST_F(Traces, KovAlertHasAllItsTriesAgainOnceItIsCompleted) {
+    set("zelreshdl.ini", "config", "trc_times=2");
+    answers(ZELTRC_COMPLETION, {{ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY}, {0}});
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {0}});
+    start();
+    send(1793, "\x12\x01x");
+    for (const auto& [retries, event] : {std::pair{2u, 769u}, {3u, 770u}}) {
+        expect_log("alert trace retry", retries);
+        advance(15s);
+        expect_event(event);
+    }
+    expect_figures({{"firstTraceTotalCount", 3}, {"delayedTraceTotalCount", 2}, {"traceFailedCount", 0}});
 }
 
 TEST_F(Traces, KovFailureGoesOutWithDataAndIsNotTraced) {

@@ -110,17 +110,17 @@ TEST_F(Eliminator, ReadsTheHighestLevelOfATrunkTrace) {
     const char* missing = "W ini_file_get section : trace_setting , key : skip_behavior_level failed\n";
     const char* over = "W section : trace_setting , key : skip_behavior_level failed over the limit\n";
     const struct {
-        int line;
-        const char *text, *warning;
+        const char* text;
         int level;
+        const char* warning = "";
     } rows[] = {
-        {__LINE__, "other=3", missing, 2},
-        {__LINE__, "skip_behavior_level=0x5", "", 5},
-        {__LINE__, "skip_behavior_level=03", "", 3},
-        {__LINE__, "skip_behavior_level=some", "", 0},
-        {__LINE__, "skip_behavior_level=6", over, 2},
-        {__LINE__, "skip_behavior_level=-1", over, 2},
-        {__LINE__, "skip_behavior_level=4294967300", "", 4},  // cut to 32 bits first
+        {.text = "other=3", .level = 2, .warning = missing},
+        {.text = "skip_behavior_level=0x5", .level = 5},
+        {.text = "skip_behavior_level=03", .level = 3},
+        {.text = "skip_behavior_level=some", .level = 0},
+        {.text = "skip_behavior_level=6", .level = 2, .warning = over},
+        {.text = "skip_behavior_level=-1", .level = 2, .warning = over},
+        {.text = "skip_behavior_level=4294967300", .level = 4},  // cut to 32 bits first
     };
     const auto& folder = zel_test::AgentFolder::get();
     const std::string path = folder.path(kSettings), first = "I get @/../config/zeltrc.ini file path " + path + "\n";
@@ -128,7 +128,7 @@ TEST_F(Eliminator, ReadsTheHighestLevelOfATrunkTrace) {
     for (const auto& row : rows) {
         folder.write(kSettings, std::string("[trace_setting]\n") + row.text);
         EXPECT_TRUE(TraceEliminator().Init());
-        EXPECT_EQ(logged(), first + row.warning + last(row.level)) << "line " << row.line;
+        EXPECT_EQ(logged(), first + row.warning + last(row.level)) << row.text;
     }
     folder.remove(kSettings);
     EXPECT_TRUE(TraceEliminator().Init());

@@ -1,3 +1,4 @@
+#include "decode/alert_types.h"
 #include "decode/event_records.h"
 #include "trace/built.h"
 
@@ -10,31 +11,85 @@ constexpr uint32_t kMinus1 = 0xFFFFFFFF;
 
 // An alert with one rule with one event, and in each member a value of its own.
 struct Alert {
-    ST_FILE_DELETE record{"gone"};
-    ST_BUF_DATA data{2,      "mal",   "guid",  kMinus1, -2,   "ev",    "erv", "cid", "rep",  "mnt", "usr", "ns",
-                     "iid",  "tag",   "cname", "cap",   "pb", "iname", 1,     -3,    "ext",  "scn", {},    {},
-                     "HIGH", kMinus1, 2,       3,       4,    {},      10,    20,    "desc", "name"};
-    ST_RULE& rule = data.vecRule.emplace_back(
-        ST_RULE{"rid", -5, "mitre", "int", "rdesc", "rname", "risk", 60, "trigger", "ver", {}, {"t1", "t2"}});
+    ST_BUF_DATA data;
+    ST_RULE& rule = data.vecRule.emplace_back();
     ST_RAW_EVENT& event = rule.vecEvent.emplace_back();
+    ST_FILE_DELETE& object = *new ST_FILE_DELETE{.strFilePath = "gone"};
 
     Alert() {
-        event = {kMinus1, 7,       kMinus1, kMinus1, "img", "cmd",   30,   "eusr", "eguid",
-                 40,      &record, {},      {},      0,     "login", "ip", "md5",  "sha"};
+        data.nAlertType = alert_type::ioa;
+        data.strMaliciousKey = "not sent";
+        data.strGuid = "guid";
+        data.uCount = kMinus1;
+        data.llHash = -2;
+        data.strEngineVer = "engine";
+        data.strEngineRuleVer = "rules";
+        data.strContainerId = "container";
+        data.strRepository = "repository";
+        data.strMounts = "mounts";
+        data.strUser = "user";
+        data.strNamespace = "namespace";
+        data.strImageId = "image-id";
+        data.strImageTag = "tag";
+        data.strContainerName = "name";
+        data.strCapability = "capability";
+        data.strPortsBinding = "ports";
+        data.strImageName = "image";
+        data.nContainerInitPid = -3;
+        data.strExtendedMsg = "extended";
+        data.strScenarioId = "scenario";
+        data.strRiskLevel = "HIGH";
+        data.uThreatScore = kMinus1;
+        data.uTotalScore = 2;
+        data.uVerifyScore = 3;
+        data.uVerifyTotalScore = 4;
+        data.llEarliestOpTime = 10;
+        data.llLatestOpTime = 20;
+        data.strBestRuleDesc = "best-desc";
+        data.strBestRuleName = "best-name";
+
+        rule.strRuleId = "rule-id";
+        rule.nScore = -5;
+        rule.strMitreId = "mitre";
+        rule.strInternalId = "internal";
+        rule.strRuleDesc = "desc";
+        rule.strRuleName = "rule-name";
+        rule.strRiskTag = "risk";
+        rule.nConfidence = 60;
+        rule.strStatus = "trigger";
+        rule.strVersion = "version";
+        rule.vecTags = {"t1", "t2"};
+
+        event.uVersion = event.uPid = event.uTid = kMinus1;
+        event.uType = 7;
+        event.strImage = "image";
+        event.strCmd = "cmd";
+        event.llCreateTime = 30;
+        event.strUser = "user";
+        event.strGuid = "guid";
+        event.llOpTime = 40;
+        event.strLoginName = "login";
+        event.strSshIp = "ip";
+        event.strMd5 = "md5";
+        event.strSha256 = "sha";
         event.vecHighlight = {"h1", "h2"};
         event.vecSubHighlight = {"s1", "s2"};
+        event.pPrivate = zel::EventPrivate(std::unique_ptr<ST_FILE_DELETE>(&object));
     }
 };
 
 TEST(Alert, EveryMemberReachesItsField) {
-    const Built built = build(Alert().data, true);
+    Alert alert;
+    const Built built = build(alert.data, true);
     EXPECT_EQ(
         built.shown,
-        "1=me 7=4 8={1=2 2=guid 3=4 4=-1 5=2 6=3 7=4 8=20 9=10 10=desc 11={1=rid 2=mitre 3=int 4=-5 5=rdesc 6=4 7=ver "
-        "8={1=-1 2=6 3=40 4={2=-1 3=eguid 4=img 5=md5 6=sha 8=cmd 9=eusr 13=30 14=-1 19=login 20=ip} 11={2=gone} "
-        "24={1=h1} 24={1=h2} 34={1=s1} 34={1=s2}} 9=rname 10=risk 11=60 13={1=t1} 13={1=t2}} 12=scn 15=-2 16=name "
-        "17=-1 18=ext 19=ev 20=erv 23=cid 24=rep 25=mnt 26=usr 27=ns 28=iid 29=tag 30=cname 31=cap 32=pb 33=iname "
-        "34=-3} 16={1=t1} 16={1=t2}");
+        "1=me 7=4 8={1=2 2=guid 3=4 4=-1 5=2 6=3 7=4 8=20 9=10 10=best-desc "
+        "11={1=rule-id 2=mitre 3=internal 4=-5 5=desc 6=4 7=version "
+        "8={1=-1 2=6 3=40 4={2=-1 3=guid 4=image 5=md5 6=sha 8=cmd 9=user 13=30 14=-1 19=login 20=ip} 11={2=gone} "
+        "24={1=h1} 24={1=h2} 34={1=s1} 34={1=s2}} "
+        "9=rule-name 10=risk 11=60 13={1=t1} 13={1=t2}} "
+        "12=scenario 15=-2 16=best-name 17=-1 18=extended 19=engine 20=rules 23=container 24=repository 25=mounts "
+        "26=user 27=namespace 28=image-id 29=tag 30=name 31=capability 32=ports 33=image 34=-3} 16={1=t1} 16={1=t2}");
     EXPECT_EQ(built.lines, Lines{});
     EXPECT_EQ(built.nRiskLevel, 4);
     EXPECT_EQ(built.nProcessCount, 1);
@@ -46,7 +101,8 @@ TEST(Alert, WhatIsEmptyOrUnknownIsNoFailure) {
     data.vecRule.resize(2);
     data.vecRule[1].strStatus = "Trigger ";
     EXPECT_EQ(build(data, false, event_id::mem_detect).shown, "1=me 8={11={} 11={}} 16={1=MemDection}");
-    EXPECT_THAT(build(Alert().data, false, event_id::memory_trojan).shown, EndsWith(" 34=-3}")) << "no tags";
+    Alert alert;
+    EXPECT_THAT(build(alert.data, false, event_id::memory_trojan).shown, EndsWith(" 34=-3}")) << "no tags";
     agent_id = "";
     EXPECT_EQ(build(data).shown, "8={11={} 11={}}");
     agent_id = nullptr;
@@ -66,7 +122,7 @@ TEST(Alert, ARefusedTextEndsTheAlertWithItsChainOfLines) {
         {&spoiled.rule.strRiskTag, refused({alert})},
         {&spoiled.event.strImage, refused({event, rule, alert})},
         {&spoiled.event.strSha256, refused({event, rule, alert})},
-        {&spoiled.record.strFilePath, refused({event, rule, alert})},
+        {&spoiled.object.strFilePath, refused({event, rule, alert})},
     };
     for (const auto& [text, lines] : rows) {
         const std::string good = std::exchange(*text, std::string(1, '\x01'));
@@ -83,7 +139,7 @@ TEST(Alert, ARefusedTextInAListEndsThatListAlone) {
     const Built built = build(alert.data);
     EXPECT_EQ(built.lines.size(), 6U) << "two for each of three lists";
     EXPECT_THAT(built.shown,
-                HasSubstr("11={2=gone} 24={}} 9=rname 10=risk 11=60 13={1=a} 13={}} 11={13={1=c}} 12=scn"));
+                HasSubstr("11={2=gone} 24={}} 9=rule-name 10=risk 11=60 13={1=a} 13={}} 11={13={1=c}} 12=scenario"));
     EXPECT_THAT(built.shown, EndsWith("} 16={1=a} 16={}"));
 }
 

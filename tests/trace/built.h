@@ -67,7 +67,7 @@ inline Built build(const std::function<uint64_t(Built&, zel::MallocBuffer&)>& bu
     std::erase(built.lines, LogLine{ZEL_LOG_INFO, "get cwpp agentid[me]"});
     return built;
 }
-inline Built build(ST_BUF_DATA data, bool repeated = false, uint32_t id = event_id::ioa_alert) {
+inline Built build(ST_BUF_DATA& data, bool repeated = false, uint32_t id = event_id::ioa_alert) {
     return build([&](Built& built, zel::MallocBuffer& buffer) {
         return CGetProtobuf::GetComProtobuf(data, repeated, buffer, built.nProcessCount, built.nRiskLevel, id);
     });

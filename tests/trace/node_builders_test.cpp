@@ -15,13 +15,15 @@ Built build(Builder* builder, ST_QUEQE_NODE& node) {
 
 // A DNS hit whose container texts are their numbers.
 struct Hit {
-    ST_IOC_MSG msg{1,   {},  {},   "1",  "2",    "3",    "4", "5",           "6", "7",
-                   "8", "9", "10", "11", "\x01", "\x01", {},  "bad.example", 90};
+    ST_QUEQE_NODE node;
+    ST_IOC_MSG& msg = *(node.pIocMsg = std::make_unique<ST_IOC_MSG>());
     IocVariant2 area{0xFFFFFFFE, 5, "pguid", "/bin/x", "md5", "sha", "x", "root", "\x01", "dom", -4, "1.2.3.4", 1};
-    ST_QUEQE_NODE node{
-        .ullCacheKey = 77, .szGuid = "0123456789-0123456789-0123456789-123", .pIocMsg = &msg, .stFileTrace = {}};
 
     Hit() {
+        node.ullCacheKey = 77;
+        set_guid(node, "0123456789-0123456789-0123456789-123");
+        msg = {1,   {},  {},   "1",  "2",    "3",    "4", "5",           "6", "7",
+               "8", "9", "10", "11", "\x01", "\x01", {},  "bad.example", 90,  0};
         msg.ullHead[12] = 99;
         msg.uHead[0] = 0xFFFFFFFF;
     }
@@ -34,7 +36,7 @@ struct Hit {
 TEST(IocBuilder, EveryMemberReachesItsField) {
     ProcessTreeSelector::Instance();  // says that there is no adapter
     Hit hit;
-    hit.msg.szText1[2] = '\x01';  // behind the text
+    hit.msg.szRepository[2] = '\x01';  // behind the text
     const Built built = hit.built();
     EXPECT_EQ(
         built.shown,
@@ -53,7 +55,7 @@ TEST(IocBuilder, ChecksArraysWhole) {
     const Lines subject = errors({"SetSubjectInfo failed!", "GetThreatAlertInfo failed!"});
     const std::tuple<int, char&, const Lines&> rows[] = {
         {__LINE__, hit.node.szGuid[0], alert},         {__LINE__, hit.msg.strQueryName[0], alert},
-        {__LINE__, hit.msg.szText8[0], alert},         {__LINE__, hit.area.szGuid[31], subject},
+        {__LINE__, hit.msg.szImageName[0], alert},     {__LINE__, hit.area.szGuid[31], subject},
         {__LINE__, hit.area.szPath[1024], subject},    {__LINE__, hit.area.szMd5[32], subject},
         {__LINE__, hit.area.szSha256[64], subject},    {__LINE__, hit.area.szCmd[1024], subject},
         {__LINE__, hit.area.szUser[32], subject},      {__LINE__, hit.area.szDomain[63], alert},
@@ -96,11 +98,12 @@ TEST(SmallBuilders, Table) {
         {__LINE__, file, 514, "/p", 0, "", errors({"unknown event id:514", alert})},
     };
     for (const auto& [line, builder, id, data, size, shown, lines] : rows) {
-        ST_QUEQE_NODE node{.uEventId = id,
-                           .szGuid = "g",
-                           .stFileTrace = {data == nullptr ? "" : data, "key"},
-                           .uSize = size,
-                           .pData = const_cast<char*>(data)};
+        ST_QUEQE_NODE node;
+        node.uEventId = id;
+        set_guid(node, "g");
+        node.stFileTrace = {data == nullptr ? "" : data, "key"};
+        node.uSize = size;
+        if (data != nullptr) node.pData = zel::copy_bytes(data, strlen(data) + 1);
         const Built built = build(builder, node);
         EXPECT_EQ(built.shown, shown) << "line " << line;
         EXPECT_EQ(built.lines, lines) << "line " << line;

@@ -7,25 +7,25 @@
 
 #include "decode/event_records.h"
 #include "trace/built.h"
-#include "trace/object_fillers.h"
+#include "trace/getioaprotobuf_objects.h"
 
 using namespace zel_test;
 
 namespace {
 
 template <class Record>
-std::shared_ptr<void> record(Record value) {
-    return std::make_shared<Record>(std::move(value));
+zel::EventPrivate record(Record value) {
+    return zel::EventPrivate(std::make_unique<Record>(std::move(value)));
 }
 
-Built build_event(uint32_t uType, const std::shared_ptr<void>& record, int nContainerInitPid = 0, int type = 0) {
+Built build_event(uint32_t uType, zel::EventPrivate record, int nContainerInitPid = 0, int type = 0) {
     ST_BUF_DATA data;
     data.nAlertType = type;
     data.nContainerInitPid = nContainerInitPid;
     data.vecRule.resize(1);
     data.vecRule[0].vecEvent.resize(1);
     data.vecRule[0].vecEvent[0].uType = uType;
-    data.vecRule[0].vecEvent[0].pPrivate = record.get();
+    data.vecRule[0].vecEvent[0].pPrivate = std::move(record);
     return build(data);
 }
 
@@ -38,8 +38,8 @@ constexpr uint32_t kMinus1 = 0xFFFFFFFF;
 constexpr const char* kBad = "\x01";
 
 // uType, type in the message, record, object in the message.
-using ObjectCase = std::tuple<uint32_t, int, std::shared_ptr<void>, std::string>;
-const ObjectCase kObjects[] = {
+using ObjectCase = std::tuple<uint32_t, int, zel::EventPrivate, std::string>;
+ObjectCase kObjects[] = {
     {1, 1, record(ST_PROCESS_CREATE{kMinus1, kMinus1, "i", "c", -5, "u", "g", "d", "m", "s"}),
      "5={2=-1 3=g 4=i 5=m 6=s 8=c 9=u 13=-5 14=-1}"},
     {2, 15, record(ST_PROCESS_EXIT{kMinus1, -9}), "6={2=-1 3=-9}"},
@@ -86,8 +86,8 @@ TEST(Objects, EveryTypeReachesItsFieldsAndNoOtherIsKnown) {
     for (uint32_t uType = 0; uType < 64; ++uType) {
         const bool known = row != std::end(kObjects) && std::get<0>(*row) == uType;
         ASSERT_EQ(zel::find_object_row(uType) != nullptr, known) << uType;
-        const auto& [same, type, record, object] = known ? *row++ : ObjectCase{};
-        const Built built = build_event(uType, record);
+        auto [same, type, record, object] = known ? std::move(*row++) : ObjectCase{};
+        const Built built = build_event(uType, std::move(record));
         EXPECT_EQ(built.shown, known ? around(type, object) : "") << uType;
         EXPECT_TRUE(known || built.lines == unknown) << uType;
     }
@@ -105,24 +105,48 @@ TEST(Objects, TheAlertsTypeDecidesAboutObjectAndContainer) {
         EXPECT_THAT(build_event(7, record(ST_FILE_DELETE{"gone"}), 3, type).shown, testing::EndsWith(shown)) << type;
 }
 
-TEST(Objects, SizeOfAModifiedFile) {
+TEST(Objects, AModifiedFileHasTheSizeThatItHasNow) {
     const std::string folder = std::filesystem::temp_directory_path() / ("sizes" + std::to_string(getpid()));
     std::filesystem::create_directory(folder);
     std::ofstream(folder + "/five") << "12345";
     std::ofstream(folder + "/empty").flush();
+    std::ofstream(folder + "/huge").flush();
+    std::filesystem::resize_file(folder + "/huge", 5ULL << 30);
     mkfifo((folder + "/fifo").c_str(), 0600);
-    const Lines none = errors({"open file error", "get file size error"});
-    const std::tuple<std::string, int, std::string, Lines> rows[] = {
-        {folder + "/five", 0, " 8=5", {}}, {folder + "/five", getpid(), " 8=5", {}}, {folder + "/empty", 0, "", {}},
-        {folder + "/gone", 0, "", none},   {folder + "/five", 1 << 30, "", none},    {folder + "/fifo", 0, "", none},
-        {"/dev/null", 0, "", none},
+    const Lines none, not_opened = errors({"open file error", "get file size error"});
+    const Lines no_size = errors({"get file size error"});
+    const struct {
+        std::string path;
+        int container;
+        std::string size;
+        Lines lines;
+    } rows[] = {
+        {folder + "/five", 0, " 8=5", none},
+        {folder + "/five", getpid(), " 8=5", none},
+        {folder + "/five", 1 << 30, "", not_opened},  // no such process
+        {folder + "/empty", 0, "", none},
+        {folder + "/huge", 0, " 8=5368709120", none},
+        {folder + "/gone", 0, "", not_opened},
+        {folder + "/fifo", 0, "", not_opened},
+        {"/dev/null", 0, "", not_opened},
+        {"/proc/self", 0, "", none},  // a folder of size 0
+        {"/proc/cpuinfo", 0, "", no_size},
     };
-    for (const auto& [path, container, size, lines] : rows) {
-        const Built built = build_event(10, record(PST_FILE_MODIFY{"", path, "", "", "x"}), container);
-        EXPECT_EQ(built.shown, around(8, "13={2=" + path + " 7=x" + size + "}"));
-        EXPECT_EQ(built.lines, lines) << path << " in " << container;
+    for (const auto& row : rows) {
+        const Built built = build_event(10, record(PST_FILE_MODIFY{"", row.path, "", "", "x"}), row.container);
+        EXPECT_EQ(built.shown, around(8, "13={2=" + row.path + " 7=x" + row.size + "}"));
+        EXPECT_EQ(built.lines, row.lines) << row.path << " in " << row.container;
     }
     std::filesystem::remove_all(folder);
+}
+
+TEST(Objects, ALookAtAFileLeavesNoneOpen) {
+    const int lowest_free = dup(STDERR_FILENO);
+    close(lowest_free);
+    for (const char* path : {"/", "/dev/null"}) build_event(10, record(PST_FILE_MODIFY{"", path, "", "", ""}));
+    const int lowest_free_now = dup(STDERR_FILENO);
+    close(lowest_free_now);
+    EXPECT_EQ(lowest_free_now, lowest_free);
 }
 
 TEST(ObjectsDeathTest, AFileTimeOf0EndsTheProcess) {

@@ -1,4 +1,4 @@
-#include "trace/builder_core.h"
+#include "trace/getprotobuf_steps.h"
 
 #include <strings.h>
 
@@ -6,10 +6,12 @@
 #include <span>
 
 #include "common/log.h"
+#include "trace/field_table.h"
 #include "trace/getprotobuf.h"
 #include "trace/text_check.h"
 
 using namespace vorn_retrace;
+using zel::ContainerTexts, zel::text;
 
 namespace {
 
@@ -27,6 +29,19 @@ constexpr LevelText kRuleStatus[] = {
     {"Verify", VORN_RULE_VERIFY},
     {"Trigger", VORN_RULE_TRIGGER},
 };
+
+constexpr auto kContainer =
+    std::make_tuple(text(&threat_alert::mutable_containerid, &ContainerTexts::strContainerId),
+                    text(&threat_alert::mutable_repository, &ContainerTexts::strRepository),
+                    text(&threat_alert::mutable_mounts, &ContainerTexts::strMounts),
+                    text(&threat_alert::mutable_user, &ContainerTexts::strUser),
+                    text(&threat_alert::mutable_container_namespace, &ContainerTexts::strNamespace),
+                    text(&threat_alert::mutable_imageid, &ContainerTexts::strImageId),
+                    text(&threat_alert::mutable_imagetag, &ContainerTexts::strImageTag),
+                    text(&threat_alert::mutable_containername, &ContainerTexts::strContainerName),
+                    text(&threat_alert::mutable_capability, &ContainerTexts::strCapability),
+                    text(&threat_alert::mutable_ports_binding, &ContainerTexts::strPortsBinding),
+                    text(&threat_alert::mutable_image_name, &ContainerTexts::strImageName));
 
 // 0, the "unknown" of both enums, for a text that is not in the table.
 int level_number(std::span<const LevelText> table, const std::string& text) {
@@ -53,6 +68,8 @@ bool add_texts(const std::vector<std::string>& texts, google::protobuf::Repeated
     }
     return true;
 }
+
+bool fill_container(threat_alert& alert, const ContainerTexts& texts) { return fill(alert, texts, kContainer); }
 
 }  // namespace zel
 
@@ -83,16 +100,17 @@ void CGetProtobuf::SetTraceTags(const ST_BUF_DATA& stData, vorn_trace_info* pInf
         if (!zel::add_texts(rule.vecTags, pInfo->mutable_trace_tags_exs())) return;
 }
 
-uint64_t CGetProtobuf::SerializeTraceInfo(const vorn_trace_info& info, zel::MallocBuffer& buffer) {
+uint64_t CGetProtobuf::SerializeTraceInfo(const vorn_trace_info& info, zel::MallocBuffer& buffer,
+                                          std::source_location where) {
     const uint64_t size = info.ByteSizeLong();
     zel::MallocBuffer bytes = zel::calloc_buffer(size);
     if (bytes == nullptr) {
-        LOG_ERROR("new protobuf error!");
+        LOG_ERROR_AT(where, "new protobuf error!");
         return 0;
     }
     // A message of 2 GiB or more has no size that the library takes, and it says so.
     if (!info.SerializeToArray(bytes.get(), static_cast<int>(size))) {
-        LOG_ERROR("SerializeToArray failed!");
+        LOG_ERROR_AT(where, "SerializeToArray failed!");
         return 0;
     }
     buffer = std::move(bytes);

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "decode/records.h"
 #include "retrace.pb.h"
 
 namespace zel {
@@ -39,6 +40,9 @@ bool passed(bool ok, const char* failure, std::source_location where = std::sour
 // list: false then.
 bool add_texts(const std::vector<std::string>& texts, google::protobuf::RepeatedPtrField<vorn_retrace::string_ex>* list,
                std::source_location where = std::source_location::current());
+
+// Copies what is known of a container, each text checked. False when one is refused; nothing is set then.
+bool fill_container(vorn_retrace::threat_alert& alert, const ContainerTexts& texts);
 
 // The text of a fixed array: up to its terminator, or all of it.
 template <size_t size>

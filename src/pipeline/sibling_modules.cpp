@@ -1,7 +1,10 @@
-// The sibling modules, loaded at run time: the data store first, the trace module with it.
+#include "pipeline/sibling_modules.h"
+
+#include <memory>
+
 #include "common/log.h"
-#include "common/module_path.h"
-#include "pipeline/reshdlwork.h"
+#include "common/module_state.h"
+#include "common/trc_functions.h"
 
 namespace {
 
@@ -28,25 +31,29 @@ void log_imported() { LOG_WARN("The module has been imported."); }
 
 void log_no_address(int32_t result) { LOG_ERROR("dll_get_addr failed!0x%08x", static_cast<uint32_t>(result)); }
 
-bool log_not_loaded() {
-    LOG_ERROR("load moudle failed!");
-    return false;
-}
+void log_not_loaded() { LOG_ERROR("load moudle failed!"); }
+
+// Ends the reset period when it goes, also after an exception: nobody could end it otherwise.
+struct ResetPeriodEnd {
+    ~ResetPeriodEnd() { g_iResetDb.store(0); }
+};
 
 }  // namespace
 
-bool CReshdlWork::LoadModules() {
-    const zel::Lock lock(m_moduleMutex);
-    if (!LoadDsModule() || !LoadTrcModule()) return log_not_loaded();
-    const int32_t result = g_trcModule.get()->trace_event_init();
-    if (result < 0) {
-        LOG_ERROR("trace_event_init failed!hr = 0x%08x", static_cast<uint32_t>(result));
+bool SiblingModules::load() {
+    if (pure_mode()) return true;
+    const zel::Lock lock(mutex_);
+    if (!LoadDsModule() || !LoadTrcModule()) {
+        log_not_loaded();
         return false;
     }
-    return true;
+    const int32_t result = g_trcModule.get()->trace_event_init();
+    if (result >= 0) return true;
+    LOG_ERROR("trace_event_init failed!hr = 0x%08x", static_cast<uint32_t>(result));
+    return false;
 }
 
-bool CReshdlWork::LoadDsModule() {
+bool SiblingModules::LoadDsModule() {
     if (m_dsModule.get() != nullptr) {
         log_imported();
         return true;
@@ -67,7 +74,7 @@ bool CReshdlWork::LoadDsModule() {
     return true;
 }
 
-bool CReshdlWork::LoadTrcModule() {
+bool SiblingModules::LoadTrcModule() {
     if (g_trcModule.get() != nullptr) {
         log_imported();
         return true;
@@ -90,38 +97,42 @@ bool CReshdlWork::LoadTrcModule() {
     return true;
 }
 
-void CReshdlWork::UnloadTrcModule() { g_trcModule.exchange(nullptr); }
-
-void CReshdlWork::UnloadDsModule() { m_dsModule.exchange(nullptr); }
-
-void CReshdlWork::uninit_trace_module() {
-    const auto table = g_trcModule.get();
-    if (table != nullptr && table->trace_event_uninit != nullptr) table->trace_event_uninit();
+void SiblingModules::unload() {
+    const zel::Lock lock(mutex_);
+    stop_and_unload();
 }
 
-void CReshdlWork::ResetDbBegin() {
+void SiblingModules::stop_and_unload() {
+    if (const auto table = g_trcModule.get(); table != nullptr && table->trace_event_uninit != nullptr)
+        table->trace_event_uninit();
+    g_trcModule.exchange(nullptr);
+    m_dsModule.exchange(nullptr);
+}
+
+void SiblingModules::ResetDbBegin() {
     if (g_iResetDb.load() != 0) return;
-    const zel::Lock lock(m_moduleMutex);
+    const zel::Lock lock(mutex_);
     if (g_iResetDb.load() != 0) return;  // another thread came first
     LOG_INFO("start reset_db_begin!");
     g_iResetDb.store(1);
-    uninit_trace_module();
-    UnloadTrcModule();
-    UnloadDsModule();
+    stop_and_unload();
 }
 
-void CReshdlWork::ResetDbEnd() {
+void SiblingModules::ResetDbEnd() {
     if (g_iResetDb.load() != 1) return;
-    const zel::Lock lock(m_moduleMutex);
+    const zel::Lock lock(mutex_);
     if (g_iResetDb.load() != 1) return;
+    // Also after a failed load: the trace stage then works without the module.
+    const ResetPeriodEnd period_end;
     LOG_INFO("start reset_db_end!");
-    // In pure mode nothing was unloaded, and nothing is ever loaded.
-    if (!m_pureMode.enabled()) {
-        if (!LoadDsModule() || !LoadTrcModule())
-            log_not_loaded();
-        else if (const auto table = g_trcModule.get(); table->trace_event_init != nullptr)
-            table->trace_event_init();
-    }
-    // Also after a failure: the trace stage then works without the module.
-    g_iResetDb.store(0);
+    if (pure_mode()) return;
+    if (!LoadDsModule() || !LoadTrcModule())
+        log_not_loaded();
+    else if (const auto table = g_trcModule.get(); table->trace_event_init != nullptr)
+        table->trace_event_init();
+}
+
+void SiblingModules::update_data_store() const {
+    const auto table = m_dsModule.get();
+    if (table != nullptr && table->ds_update_db != nullptr) table->ds_update_db();
 }

@@ -1,4 +1,4 @@
-#include "decode/ioainfo_memdetect.h"
+#include "pipeline/ioainfo_memdetect.h"
 
 #include <cstring>
 
@@ -9,9 +9,6 @@
 #include "platform/event_ids.h"
 
 namespace {
-
-constexpr uint32_t kSubject = 1;
-constexpr uint32_t kObject = 2;
 
 // Null for an empty text, and when there is no memory.
 char* copy_text(const std::string& text) {
@@ -49,6 +46,7 @@ void invoke_for(const ProcessParty& party, int64_t llOpTime, int32_t nConfidence
         return;
     }
     memcpy(path.get(), image.data(), image.size());
+    setDone.insert(party.uPid);  // may fail, so it comes before the record, whose texts have no owner but the event
 
     ST_MEM_DETECT_INFO info = describe_container();
     info.llOpTime = llOpTime;
@@ -60,15 +58,14 @@ void invoke_for(const ProcessParty& party, int64_t llOpTime, int32_t nConfidence
     // The event may be gone with its texts, so the path is the record's; it was never sent when the pointer was nulled.
     LOG_INFO("invoke MEM_DETECT_EVENT: pid [%d], path [%s], confidence [%d]", static_cast<int>(party.uPid),
              info.pszPath != nullptr ? image.c_str() : "", nConfidence);
-    setDone.insert(party.uPid);
 }
 
 }  // namespace
 
 void InvokeMemDetect(const ST_RAW_EVENT& stEvent, uint32_t uMask, int32_t nConfidence, std::set<uint32_t>& setDone) {
-    if ((uMask & kSubject) != 0)
+    if ((uMask & memory_check::subject) != 0)
         invoke_for({stEvent.uPid, stEvent.llCreateTime, &stEvent.strImage}, stEvent.llOpTime, nConfidence, setDone);
-    if ((uMask & kObject) == 0) return;
+    if ((uMask & memory_check::object) == 0) return;
     const auto object = object_process(stEvent);
     if (object.has_value())
         invoke_for(*object, stEvent.llOpTime, nConfidence, setDone);

@@ -1,0 +1,18 @@
+// The alert types of a document that are treated on their own; all others go by the common rules. The message schema
+// has the same numbers.
+#pragma once
+
+#include <cstdint>
+
+namespace alert_type {
+
+inline constexpr int32_t ioc = 1;
+inline constexpr int32_t ioa = 2;     // has a scenario
+inline constexpr int32_t memory = 6;  // a finding in the memory of the subject
+inline constexpr int32_t rts_adr = 7;
+inline constexpr int32_t highest = 22;
+
+// Whether a document of this type describes a container.
+constexpr bool has_container(int32_t type) { return type == ioa || type == memory; }
+
+}  // namespace alert_type

@@ -1,0 +1,40 @@
+// Owner of the record behind an event: what the event's decoder made, whatever its type. Alarm worker only.
+#pragma once
+
+#include <memory>
+
+#include "common/memory.h"
+
+namespace zel {
+
+class EventPrivate {
+public:
+    EventPrivate() = default;
+    template <class R>
+    explicit EventPrivate(std::unique_ptr<R> record) : record_(record.release(), &destroy<R>) {}
+
+    explicit operator bool() const { return record_ != nullptr; }
+
+    // The record if it is an R, otherwise null. The deleter tells: each type of record has its own.
+    template <class R>
+    const R* as() const {
+        return record_.get_deleter() == &destroy<R> ? static_cast<const R*>(record_.get()) : nullptr;
+    }
+
+    // Lets the record outlive its owner for good. It can be read no more; the owner still says that there is one.
+    void leave() {
+        leave_allocated(record_.get());
+        record_.get_deleter() = &keep;
+    }
+
+private:
+    template <class R>
+    static void destroy(void* record) {
+        delete static_cast<R*>(record);
+    }
+    static void keep(void*) {}
+
+    std::unique_ptr<void, void (*)(void*)> record_{nullptr, &keep};
+};
+
+}  // namespace zel
