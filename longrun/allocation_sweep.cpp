@@ -20,6 +20,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -37,6 +38,9 @@ namespace {
 using sweep::Run;
 
 constexpr auto kLongestRun = std::chrono::seconds(60);
+// In the names of functions that say nothing about the place of a call, as do those of the C++ library.
+constexpr const char* kNoPlace[] = {"__gnu_cxx::", "google::protobuf::", "vorn_retrace::dup_alert", "zel::guarded<"};
+constexpr int kShownPlaces = 6;
 constexpr int kExitFault = 1;
 constexpr int kExitUsage = 2;
 
@@ -54,11 +58,8 @@ public:
     // Plays the run in a process of its own.
     std::pair<Run, int> play(uint64_t number) const;
     std::string describe(const Run& run) const;
-    const std::string& root() const { return root_; }
 
 private:
-    std::string library_of(const std::string& module) const;
-
     std::string root_;
     std::string self_;
 };
@@ -84,43 +85,52 @@ Sweep::Sweep() : self_(fs::read_symlink("/proc/self/exe")) {
     fs::remove(agent + "/reshdl/lib/libzeltrc.so");
     fs::create_symlink(SWEEP_SCRIPTED, agent + "/reshdl/lib/libzeltrc.so");
     std::ofstream(agent + "/reshdl/config/zelreshdl.ini", std::ios::app)
-        << "\n[config]\ninterval=1\nioa_match_queue_size=5\ndisable_scan_scenario_limit=1\n"
+        << "\n[config]\ninterval=1\nioa_match_queue_size=4\ndisable_scan_scenario_limit=1\n"
         << "[cache]\ncache_size=10\n";
+}
+
+// The environment of a run.
+std::vector<std::string> environment() {
+    const char* const given = getenv("ASAN_OPTIONS");
+    std::vector<std::string> list = {
+        std::string("LD_PRELOAD=") + SWEEP_PRELOAD,
+        // The library stands before the sanitizer's runtime on purpose.
+        std::string("ASAN_OPTIONS=verify_asan_link_order=0:") + (given == nullptr ? "" : given),
+        "ZEL_LOG_FILE=/dev/null", "ZEL_LOG_LEVEL=error"};
+    for (char** variable = environ; *variable != nullptr; ++variable)
+        if (strncmp(*variable, "ASAN_OPTIONS=", 13) != 0 && strncmp(*variable, "ZEL_LOG", 7) != 0)
+            list.emplace_back(*variable);
+    return list;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+    std::vector<char*> list;
+    for (std::string& text : texts) list.push_back(text.data());
+    list.push_back(nullptr);
+    return list;
+}
+
+// Starts a program whose output goes to a file.
+pid_t start(std::vector<std::string> arguments, const std::string& out) {
+    std::vector<std::string> variables = environment();
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    pid_t child = 0;
+    const int error = posix_spawn(&child, arguments[0].c_str(), &actions, nullptr, pointers(arguments).data(),
+                                  pointers(variables).data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (error == 0) return child;
+    fprintf(stderr, "allocation_sweep: %s cannot be started: %s\n", arguments[0].c_str(), strerror(error));
+    exit(kExitFault);
 }
 
 std::pair<Run, int> Sweep::play(uint64_t number) const {
     const std::string folder = root_ + "/run-" + std::to_string(number);
     const std::string out = folder + "/out";
     fs::create_directories(folder);
-    const std::string preload = std::string("LD_PRELOAD=") + SWEEP_PRELOAD;
-    const char* const given = getenv("ASAN_OPTIONS");
-    // The library stands before the sanitizer's runtime on purpose.
-    const std::string asan = std::string("ASAN_OPTIONS=verify_asan_link_order=0:") + (given == nullptr ? "" : given);
-    std::vector<std::string> environment = {preload, asan, "ZEL_LOG_FILE=/dev/null", "ZEL_LOG_LEVEL=error"};
-    for (char** variable = environ; *variable != nullptr; ++variable)
-        if (strncmp(*variable, "ASAN_OPTIONS=", 13) != 0 && strncmp(*variable, "ZEL_LOG", 7) != 0)
-            environment.emplace_back(*variable);
-    std::vector<char*> pointers;
-    for (std::string& text : environment) pointers.push_back(text.data());
-    pointers.push_back(nullptr);
-
-    std::string program = self_;
-    std::string mode = "--play";
-    std::string what = std::to_string(number);
-    std::string agent = root_ + "/agent";
-    std::string flags = folder;
-    char* arguments[] = {program.data(), mode.data(), what.data(), agent.data(), flags.data(), nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    pid_t child = 0;
-    const int error = posix_spawn(&child, self_.c_str(), &actions, nullptr, arguments, pointers.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (error != 0) {
-        fprintf(stderr, "allocation_sweep: %s cannot be started: %s\n", self_.c_str(), strerror(error));
-        exit(kExitFault);
-    }
+    const pid_t child = start({self_, "--play", std::to_string(number), root_ + "/agent", folder}, out);
     int status = 0;
     bool killed = false;
     const auto deadline = std::chrono::steady_clock::now() + kLongestRun;
@@ -134,60 +144,60 @@ std::pair<Run, int> Sweep::play(uint64_t number) const {
     std::ostringstream text;
     text << std::ifstream(out).rdbuf();
     Run run = sweep::parse(text.str());
-    if (killed) run.wrong += " hang: no end within " + std::to_string(kLongestRun.count()) + " s";
+    if (killed) run.wrong += "hang: no end within " + std::to_string(kLongestRun.count()) + " s";
     fs::remove_all(folder);
     return {std::move(run), status};
 }
 
-std::string Sweep::library_of(const std::string& module) const {
-    if (module == "libzelreshdl.so") return root_ + "/agent/reshdl/bin/libzelreshdl.so";
-    return "";
+// The function and its file, or nothing for a function that says nothing about the place.
+std::string place_of(std::string function, const std::string& source) {
+    for (const std::string nameless = "(anonymous namespace)::"; function.find(nameless) != std::string::npos;)
+        function.erase(function.find(nameless), nameless.size());
+    function = function.substr(0, function.find('('));
+    const auto stands_in = [&](const char* part) { return function.find(part) != std::string::npos; };
+    if (function.find("std::") < function.find('<') || function == "operator" ||
+        std::ranges::any_of(kNoPlace, stands_in))
+        return "";
+    return source.find('?') == std::string::npos ? function + " (" + source.substr(0, source.find(' ')) + ")"
+                                                 : function;
 }
 
-// The call, and the functions of the plug-in that led to it, the innermost first.
+// Functions of the plug-in, the innermost first.
+std::string places(const std::string& addresses, const std::string& library) {
+    const std::string command = "addr2line -Cfsi -e " + library + addresses + " 2>/dev/null";
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    if (pipe == nullptr) return "";
+    std::string shown;
+    std::string function;
+    char line[4096];
+    for (int count = 0; count < kShownPlaces && fgets(line, sizeof line, pipe.get()) != nullptr;) {
+        const std::string text(line, strcspn(line, "\n"));
+        if (function.empty()) {  // a line with the function, then one with its file
+            function = text;
+            continue;
+        }
+        const std::string place = place_of(std::exchange(function, ""), text);
+        if (place.empty()) continue;
+        shown += (count++ == 0 ? "" : " < ") + place;
+    }
+    return shown;
+}
+
+// The call, and the functions of the plug-in that led to it.
 std::string Sweep::describe(const Run& run) const {
-    if (run.call.empty()) return "no allocation failed";
+    if (run.call.empty()) return "no call";
     std::string addresses;
-    std::string library;
-    std::string outside;
+    std::string between;  // the library that allocates for the plug-in
     for (const std::string& frame : run.frames) {
         const size_t plus = frame.find('+');
         const std::string module = frame.substr(0, plus);
-        if (!library_of(module).empty()) {
-            library = library_of(module);
+        if (module == "libzelreshdl.so")
             addresses += " " + frame.substr(plus + 1);
-        } else if (addresses.empty() && module.find("failing_allocations") == std::string::npos &&
-                   module.find("libstdc++") == std::string::npos && outside != module) {
-            outside = module;
-        }
+        else if (addresses.empty() && !module.starts_with("libfailing_allocations") && !module.starts_with("libstdc"))
+            between = module;
     }
-    std::string functions;
-    const std::string command = "addr2line -Cfsi -e " + library + addresses + " 2>/dev/null";
-    if (FILE* const pipe = library.empty() ? nullptr : popen(command.c_str(), "r"); pipe != nullptr) {
-        char line[4096];
-        int shown = 0;
-        std::string name;
-        while (fgets(line, sizeof line, pipe) != nullptr) {
-            std::string text(line, strcspn(line, "\n"));
-            if (name.empty()) {
-                name = text;
-                continue;
-            }
-            for (const std::string nameless = "(anonymous namespace)::"; name.find(nameless) != std::string::npos;)
-                name.erase(name.find(nameless), nameless.size());
-            // Templates of the C++ library say nothing about the place.
-            const std::string plain = name.substr(0, name.find('('));
-            const bool of_library = plain.find("std::") < plain.find('<') || plain.starts_with("__gnu_cxx::") ||
-                                    plain == "operator" || plain.find("zel::guarded<") != std::string::npos;
-            if (!of_library && ++shown <= 6) {
-                functions += (functions.empty() ? "" : " < ") + plain;
-                if (text.find('?') == std::string::npos) functions += " (" + text.substr(0, text.find(' ')) + ")";
-            }
-            name.clear();
-        }
-        pclose(pipe);
-    }
-    return run.call + (outside.empty() ? "" : " through " + outside) + " from " + functions;
+    return run.call + (between.empty() ? "" : " through " + between) + " from " +
+           places(addresses, root_ + "/agent/reshdl/bin/libzelreshdl.so");
 }
 
 bool number_at(const char* text, uint64_t& value) {
