@@ -88,7 +88,8 @@ struct TreeDeleter {
 
 // The memory checks of a later scan describe this container. It is replaced as a whole or, without memory, not at all.
 void keep_container(const ST_BUF_DATA& data) {
-    g_stContainerInfo = {data, data.nContainerInitPid, data.uPrivileged};
+    const zel::ContainerTexts& texts = data;
+    g_stContainerInfo = {texts, data.nContainerInitPid, data.uPrivileged};
     LOG_DEBUG("jsonparse_strContainerId:%s, strImageId:%s, strContainerName:%s", data.strContainerId.c_str(),
               data.strImageId.c_str(), data.strContainerName.c_str());
 }
