@@ -26,7 +26,8 @@ void CReshdlWork::HandleIocEvent(NodePtr pEventData) {
     report_repeats(g_hotCache.InsertAlert(*pEventData, GetTickMs()));
     FreeNodeData(*pEventData);
     CaptureData(buffer.get(), size, CaptureKind::ioc_alarm);
-    auto sent = InvokeEvent(event_id::first_report, pEventData->uEventId, {std::move(buffer), size}, pEventData->szGuid);
+    auto sent =
+        InvokeEvent(event_id::first_report, pEventData->uEventId, {std::move(buffer), size}, pEventData->szGuid);
     if (sent.event == nullptr) {
         LOG_ERROR("event invoke failed!");
         return;
@@ -69,8 +70,7 @@ void CReshdlWork::HandleTrcExEvent(NodePtr pEventData) {
     if (const auto module = g_trcModule.get(); module != nullptr && module->trace_event_expand_from_mgr != nullptr)
         result.take(module->trace_event_expand_from_mgr, pEventData->pData.get(), pEventData->uSize);
     FreeNodeData(*pEventData);
-    auto sent =
-        InvokeEvent(event_id::finished_trace, pEventData->uEventId, std::move(result), pEventData->szGuid);
+    auto sent = InvokeEvent(event_id::finished_trace, pEventData->uEventId, std::move(result), pEventData->szGuid);
     if (sent.event != nullptr) return;
     LOG_ERROR("trc_ex event invoke failed!");
     sent.refused.give_back();
