@@ -12,7 +12,7 @@ struct Setting {
     const char* section;
     const char* key;
     uint32_t otherwise;  // what a value outside the limits is replaced by
-    st;
+    uint32_t lowest;     // both limits are allowed values
     uint32_t highest;
     int base;  // 0: decimal, hexadecimal and octal forms; 10: decimal alone
 };

@@ -44,7 +44,8 @@ void invoke_for(const ProcessParty& party, int64_t llOpTime, int32_t nConfidence
         LOG_ERROR("malloc failed!");
         return;
     }
-    setDone.insert(party.uPid);  // may fail, so it comes before the record, whose texts have no owner but the event
+    // The insertion may throw. So it comes before the record, whose texts have no owner but the event.
+    setDone.insert(party.uPid);
 
     ST_MEM_DETECT_INFO info = describe_container();
     info.llOpTime = llOpTime;

@@ -46,8 +46,8 @@ public:
     // line and true.
     bool Init();
     // Stops and joins the workers and discards what is queued. It waits for the trace that is running; in a reset
-    // period it may wait 10 seconds, for the trace worker's sleep. Called by plugin_uninit, and by the end of the
-    // library. Does nothing to what never started.
+    // period it may wait 10 seconds, for the trace worker's sleep. Called by plugin_uninit, after a failed start, and
+    // at the end of the library. Without a start it only closes the queues.
     void Uninit();
     // Frees what outlives a stop. For the end of the library, after Uninit.
     void forget() { m_brake.clear(); }
@@ -118,8 +118,6 @@ private:
     // The trace stage. It runs on the trace worker, but for the first step of a KOV alert and for first pushes. When a
     // function takes a reference to a delay node and queues it, the reference is null afterwards: the node belongs to
     // the queue.
-    //
-    // A trace job with the time of now; null when there is no memory.
     static DelayNodePtr new_trace_job(NodePtr node);  // with the time of now; null when there is no memory
     bool PushDelayQueueNode(DelayNodePtr& pEventData);
     void HandleDelayEvent(DelayNodePtr pEventData);

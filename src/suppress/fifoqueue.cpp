@@ -25,6 +25,8 @@ namespace ResHdlCache {
 namespace {
 
 // A longer key text is cut. With a very long path the process id is then missing, and two processes share an entry.
+// A longer key text is cut. With a very long path the process id is then missing, and two processes share an entry.
+constexpr size_t kKeyTextSize = 1040;
 constexpr int32_t kMinuteMs = 60000;
 
 // The type that %llu wants; uint64_t is another type on this platform.

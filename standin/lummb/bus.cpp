@@ -9,7 +9,8 @@
 #include "bus_codes.h"
 #include "frame.h"
 
-// Collects the table during OnAdvised. It is put in force afterwards, so that no event overtakes the end of OnAdvised.
+// Collects the subscription table during OnAdvised. advise puts it in force afterwards, so no event overtakes the end
+// of OnAdvised.
 class Bus::Setting final : public MbFrame::IPluginSetting {
 public:
     int32_t SetOption(uint32_t) override { return kOk; }
@@ -18,6 +19,7 @@ public:
         if (table == nullptr && count > 0) return kInvalidArgument;
         event_ids.clear();
         for (uint32_t i = 0; i < count; ++i) event_ids.push_back(table[i].uEventId);
+        // An id that stands twice in the table is delivered once.
         std::ranges::sort(event_ids);
         const auto doubled = std::ranges::unique(event_ids);
         event_ids.erase(doubled.begin(), doubled.end());
@@ -34,7 +36,7 @@ Bus& Bus::instance() {
     return *bus;
 }
 
-// The thread runs until the process ends; it touches nothing that exit handlers destroy.
+// The thread runs until the process ends. It touches nothing that exit handlers destroy.
 Bus::Bus() { std::thread(&Bus::dispatch, this).detach(); }
 
 int32_t Bus::advise(MbFrame::IPlugin& plugin) {
@@ -45,6 +47,7 @@ int32_t Bus::advise(MbFrame::IPlugin& plugin) {
         if (std::ranges::any_of(plugins_, [&](const auto& other) { return other->id == entry->id; })) return kFailed;
         plugins_.push_back(entry);
     }
+    // The result of OnAdvised is not looked at: a plug-in is attached because it is in the list.
     plugin.AddRef();
     Setting setting;
     plugin.OnAdvised(&setting, &bus_dispatcher());
@@ -57,9 +60,11 @@ int32_t Bus::unadvise(const PluginId& id) {
     Lock lock(mutex_);
     const auto found = std::ranges::find_if(plugins_, [&](const auto& entry) { return entry->id == id; });
     if (found == plugins_.end()) return kFailed;
+    // Kept here, because the dispatch thread may still be in it after it has left the list.
     const std::shared_ptr<Plugin> entry = *found;
     plugins_.erase(found);
     entry->active = false;
+    // Before the wait, so that the dispatch thread does not pick one of them up.
     discard_unwanted(lock);
     wait_until_left(entry.get(), lock);
     lock.unlock();
@@ -118,13 +123,14 @@ void Bus::set_inbox_limit(uint64_t limit) {
 lummb_counts Bus::counts() {
     const Lock lock(mutex_);
     lummb_counts counts = counts_;
+    // These three are counted elsewhere, without this lock.
     counts.alive = IncomingEvent::alive();
     counts.late = ReferenceCount::late_calls();
     counts.frames = frame_references();
     return counts;
 }
 
-// What plug-ins send goes first: it is what empties them, and it never waits behind a full inbox.
+// What plug-ins send goes first. It is what empties them, and it must never wait behind a full inbox.
 void Bus::dispatch() {
     pthread_setname_np(pthread_self(), "lummb_dispatch");
     Lock lock(mutex_);
@@ -143,11 +149,12 @@ void Bus::dispatch() {
     }
 }
 
-// Each plug-in gets a reference of its own; the bus's keeps the event until all have had it. The event stops waiting
-// only after that reference is gone, so that an idle bus holds no event.
+// Each plug-in gets a reference of its own and releases it. The bus's reference keeps the event until all have had it.
+// The event stops counting as waiting only after that reference is gone, so an idle bus holds no event.
 void Bus::deliver(IncomingEvent* event, Lock& lock) {
     const uint32_t id = event->GetEventId();
     bool delivered = false;
+    // A copy: the list may change while a plug-in runs.
     const auto plugins = plugins_;
     for (const auto& plugin : plugins) {
         if (!plugin->wants(id)) continue;
@@ -168,6 +175,7 @@ void Bus::deliver(IncomingEvent* event, Lock& lock) {
     --counts_.waiting;
 }
 
+// Sinks get no reference of their own; a sink that keeps the event adds one.
 void Bus::send(MbFrame::IEvent* event, Lock& lock) {
     const auto sinks = sinks_;
     lock.unlock();
@@ -206,7 +214,8 @@ void Bus::discard_unwanted(Lock& lock) {
 }
 
 void Bus::wait_until_left(const void* receiver, Lock& lock) {
-    // Waiting for oneself would never end: the caller is the receiver, and no other can be running.
+    // The caller is inside the receiver's own call. A wait for its end would never end, and no other call can be
+    // running.
     if (std::this_thread::get_id() == dispatch_thread_) return;
     left_.wait(lock, [&] { return running_ != receiver; });
 }

@@ -1,4 +1,4 @@
-// The exported C functions. None lets an exception out.
+// The exported C functions. Each is noexcept: memory that runs out ends the process here.
 #include <type_traits>
 
 #include "bus.h"
@@ -41,7 +41,7 @@ LUMMB_EXPORT void lummb_set_inbox_limit(uint64_t limit) noexcept { Bus::instance
 
 LUMMB_EXPORT void lummb_get_counts(lummb_counts* counts) noexcept { *counts = Bus::instance().counts(); }
 
-// What a host resolves by name has the types that it was promised.
+// A host casts what it resolves by name to these types, so the compiler checks them here.
 static_assert(std::is_convertible_v<decltype(&DllGetClassObject), MbFrame::DllGetClassObject_t>);
 static_assert(std::is_convertible_v<decltype(&lummb_publish), lummb_publish_t>);
 static_assert(std::is_convertible_v<decltype(&lummb_publish_dns), lummb_publish_dns_t>);

@@ -7,6 +7,7 @@
 
 namespace {
 
+// Has no state of its own, so one object serves all plug-ins.
 class Dispatcher final : public MbFrame::IDispatch {
 public:
     int32_t Invoke(MbFrame::IEvent* event) override {
@@ -16,7 +17,7 @@ public:
     }
 };
 
-// Counts only to show who forgot to give back; it is never freed.
+// The count only shows who forgot to give a reference back. The object is never freed.
 class Frame final : public MbFrame::IRtmFrame {
 public:
     int32_t QueryInterface(const InterfaceId* iid, void** out) override {
@@ -27,6 +28,7 @@ public:
         *out = static_cast<MbFrame::IRtmFrame*>(this);
         return kOk;
     }
+    // A late call answers 0 like a count that has reached its end; kLate is for the bus alone.
     int64_t AddRef() override { return std::max<int64_t>(references_.add(), 0); }
     int64_t Release() override { return std::max<int64_t>(references_.drop(), 0); }
     void reserved6() override {}
@@ -45,6 +47,7 @@ public:
 };
 
 Frame& frame() {
+    // Never destroyed: a plug-in may release it while the process ends.
     static Frame* const instance = new Frame;
     return *instance;
 }

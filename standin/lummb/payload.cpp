@@ -15,6 +15,7 @@ std::unique_ptr<char[]> copy_bytes(const char* data, uint64_t size) {
     return copy;
 }
 
+// Owns the bytes and the record that points to them.
 class BufferPayload final : public Payload {
 public:
     BufferPayload(uint32_t event_id, const char* data, uint64_t size) : bytes_(copy_bytes(data, size)) {
@@ -32,6 +33,7 @@ private:
     std::variant<ST_JSON_BUFFER, ST_COMMON_BUFFER> record_;
 };
 
+// Owns the record, its texts and its variant; none of them points into what the host gave.
 class DnsPayload final : public Payload {
 public:
     DnsPayload(const ST_DNS_NATIVE& record, const char* query_name) : record_(record), query_name_(keep(query_name)) {
@@ -43,6 +45,7 @@ public:
     const char* query_name() const override { return query_name_; }
 
 private:
+    // Each text lies in a block of its own, so that a checker sees where one ends.
     const char* keep(const char* text) {
         if (text == nullptr) return nullptr;
         return owned_.emplace_back(copy_bytes(text, strlen(text) + 1)).get();
@@ -77,7 +80,8 @@ private:
                 return &copy;
             }
             default:
-                // No layout is known for it, so the pointer leads to a block of no bytes.
+                // No layout is known for this kind, so the pointer leads to a block of no bytes: a reader meets a
+                // checker.
                 return owned_.emplace_back(copy_bytes("", 0)).get();
         }
     }

@@ -21,6 +21,7 @@ int32_t zel_str_snprintf(char* dest, size_t size, const char* format, ...) {
     va_start(args, format);
     const int length = vsnprintf(dest, size, format, args);
     va_end(args);
+    // A format that the C library refuses leaves an empty text.
     if (length < 0 && size > 0) dest[0] = '\0';
     return length;
 }

@@ -1,4 +1,4 @@
-// Recursive mutexes behind an opaque handle. Failures are the negated error numbers of the threads library.
+// Recursive mutexes behind an opaque handle. A failure is the negated error number of the threads library.
 #include <pthread.h>
 
 #include <cerrno>

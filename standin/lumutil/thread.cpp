@@ -1,4 +1,4 @@
-// Threads behind an opaque handle. Failures are the negated error numbers of the threads library.
+// Threads behind an opaque handle. A failure is the negated error number of the threads library.
 #include <pthread.h>
 
 #include <cerrno>
@@ -9,6 +9,7 @@
 
 namespace {
 
+// What a handle leads to. zel_thread_start makes it and zel_thread_join frees it.
 struct Thread {
     pthread_t id;
     int (*entry)(void*);

@@ -12,8 +12,8 @@ namespace {
 
 using namespace vorn_retrace;
 
-// How the object field of an event becomes a vertex in the list of its kind. A created process is no row: it may be a
-// vertex already.
+// How the object field of an event becomes a vertex in the list of its kind: one row for each kind. A created process
+// has no row, because it may be a vertex already.
 struct ObjectField {
     bool (*is_set)(const threat_event& event);
     void (*add)(const threat_event& event, uint64_t node_id, vorn_trace_event& chain);
@@ -74,6 +74,7 @@ class ChainBuilder {
 public:
     explicit ChainBuilder(vorn_trace_event& chain) : chain_(chain) {}
 
+    // An event without an object gives its process a vertex but has no edge.
     void add_event(const threat_event& event, const std::string& alert_guid, const std::string& rule_id) {
         const uint64_t subject = event.has_subject_process() ? process_node(event.subject_process()) : 0;
         const uint64_t object = object_node(event);
@@ -89,7 +90,7 @@ public:
     }
 
 private:
-    // The vertex of a process that is met again keeps what it has, and takes over what it lacks.
+    // A process that is met again keeps what its vertex has and fills what the vertex lacks.
     uint64_t process_node(const process_vertex& process) {
         process_vertex* vertex = find(process);
         if (vertex == nullptr) {
@@ -100,6 +101,7 @@ private:
             process_vertex known;
             known.Swap(vertex);
             *vertex = process;
+            // The list of highlights would grow with each meeting, since a merge appends.
             vertex->clear_highlight();
             vertex->MergeFrom(known);
         }
@@ -108,7 +110,7 @@ private:
         return vertex->node_id();
     }
 
-    // By its GUID; without one on either side, by process id and creation time.
+    // Looks a process up by its GUID. When either side has none, process id and creation time decide.
     process_vertex* find(const process_vertex& process) const {
         if (const auto at = by_guid_.find(process.process_guid()); at != by_guid_.end()) return at->second;
         const auto at = by_start_.find(start_of(process));
@@ -133,12 +135,12 @@ private:
 
     vorn_trace_event& chain_;
     uint64_t last_node_ = 0;
-    // Vertices stay where they are while their list grows.
+    // The addresses are safe: a repeated field does not move its elements when it grows.
     std::unordered_map<std::string, process_vertex*> by_guid_;
     std::map<std::pair<uint64_t, int64_t>, process_vertex*> by_start_;
 };
 
-// A time of 0 is a time that nobody set.
+// Widens the span of the trace to this time. A time of 0 was never set.
 void widen(vorn_trace_info& message, int64_t time) {
     if (time == 0) return;
     if (message.trace_start() == 0 || time < message.trace_start()) message.set_trace_start(time);

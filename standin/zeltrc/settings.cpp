@@ -8,6 +8,7 @@
 
 namespace {
 
+// One setting: its key, the member that it sets and its limit.
 struct Key {
     const char* name;
     uint64_t Settings::* member;
