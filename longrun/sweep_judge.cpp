@@ -22,7 +22,7 @@ std::string difference(const Step& expected, const Step& seen) {
     return "step '" + seen.name + "' gave " + shown(seen.outputs) + " in place of " + shown(expected.outputs);
 }
 
-// What stands in `seen` more often than in `expected`.
+// The texts that stand in `seen` more often than in `expected`.
 std::vector<std::string> beyond(std::vector<std::string> expected, std::vector<std::string> seen) {
     std::vector<std::string> surplus;
     std::ranges::sort(expected);
@@ -31,26 +31,29 @@ std::vector<std::string> beyond(std::vector<std::string> expected, std::vector<s
     return surplus;
 }
 
+// An output is KIND:DETAILS.
 std::string kind_of(const std::string& output) { return output.substr(0, output.find(':')); }
 
+// Calls answer whatever happens, so their number does not tell of a loss.
 bool is_call(const std::string& kind) {
     constexpr const char* kCalls[] = {"init", "configure", "file_trace", "process_trace", "report"};
     return std::ranges::find(kCalls, kind) != std::end(kCalls);
 }
 
-// Outputs that stand for a failure. An event whose GUID could not be copied has none, and a file trace without a
-// message is asked for all the same.
+// Outputs that are a failure's own. An event whose GUID could not be copied goes out without one. A file trace without
+// a message is asked for all the same, and its callback comes without data.
 bool is_of_failure(const std::string& output) {
     return output.find(":-1") != std::string::npos || output.ends_with(":guid-without") || output == "callback8:0";
 }
 
-// A report has all its figures or is not given; the five of the traces are there when there was one.
+// A report has all of its figures or is not given at all. Five figures are about traces and are there only when one
+// succeeded.
 bool is_whole_report(const std::string& output) {
     return output.ends_with(":0:0") || output.ends_with(":1:12") || output.ends_with(":1:14");
 }
 
-// What goes beyond one event in what the differing steps gave; empty when nothing does. `alone` is a step that depends
-// on no other.
+// Says what the differing steps lost or gained beyond one event; empty when it is no more. `alone` means a step that
+// depends on no other, so nothing else may have changed in it.
 std::string too_much(const std::vector<std::pair<const Step*, const Step*>>& differing, bool alone) {
     std::map<std::string, int> kinds;
     std::vector<std::string> expected;
@@ -126,6 +129,7 @@ std::string unsound(const Run& baseline) {
 
 std::string judge(const Run& baseline, const Run& run, int status) {
     if (!run.wrong.empty()) return run.wrong;
+    // A crash says more than any difference, so it is looked at first.
     if (WIFSIGNALED(status)) {
         const std::string last = run.steps.empty() ? "the begin" : "step '" + run.steps.back().name + "'";
         return std::string("ended by signal ") + strsignal(WTERMSIG(status)) + " after " + last;
@@ -156,14 +160,15 @@ std::string judge(const Run& baseline, const Run& run, int status) {
         if (!has_line) return "no line about it: " + difference(*differing.front().first, first);
     }
     if (&run != &baseline && run.end.at("failed") == 0) return "no allocation failed: the run made fewer";
-    // The interface of a DNS event is not given back when there is no memory for its copy.
+    // The plug-in does not give back the interface of a DNS event when there is no memory for the copy, so this one
+    // event stays alive.
     const bool keeps_dns = run.text.find("line new(std::nothrow)ST_IOC_MSG error!") != std::string::npos;
     for (const auto& [key, value] : baseline.end) {
         if (key == "allocations" || key == "failed") continue;
         const auto found = run.end.find(key);
         const long now = found == run.end.end() ? -1 : found->second;
         if (key == "alive" && keeps_dns && now == value + 1) continue;
-        // A result that stays in the run without a failure may be the one that was lost.
+        // A result that stays in the run without a failure may be the very one that was lost here.
         if (now != value && !(key == "results" && now >= 0 && now < value))
             return "at the end " + key + "=" + std::to_string(now) + " in place of " + std::to_string(value);
     }

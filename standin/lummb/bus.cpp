@@ -47,7 +47,7 @@ int32_t Bus::advise(MbFrame::IPlugin& plugin) {
         if (std::ranges::any_of(plugins_, [&](const auto& other) { return other->id == entry->id; })) return kFailed;
         plugins_.push_back(entry);
     }
-    // The result of OnAdvised is not looked at: a plug-in is attached because it is in the list.
+    // The answer of OnAdvised is not looked at. A plug-in that refuses stays in the list until it detaches itself.
     plugin.AddRef();
     Setting setting;
     plugin.OnAdvised(&setting, &bus_dispatcher());

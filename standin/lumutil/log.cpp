@@ -83,7 +83,7 @@ void write_all(int fd, const char* data, size_t size) {
 // `line` begins with room for the stamp; behind it stands the text of this length with its terminator.
 void put_line(int32_t level, char* line, size_t length) {
     const bool write_it = level <= target().level;
-    // Before the lock, so that stamps may be out of order by a moment and no thread waits for the clock of another.
+    // Before the lock: two stamps may be out of order by a moment, but no thread waits while another makes its stamp.
     if (write_it) write_stamp(line);
     const std::lock_guard lock(g_output_mutex);
     char* const text = line + kStampLength;

@@ -123,7 +123,7 @@ int32_t work(const Call& call, const char* input, uint32_t input_size, char** re
         return kInvalidArgument;
 
     const Settings now = current_settings();
-    // A trace that is shed or not ready costs its time as well, as it does in the real module.
+    // A trace that fails or is not ready costs its time as well.
     std::this_thread::sleep_for(std::chrono::milliseconds(now.cost_ms));
 
     const std::string guid = message.threat().alert_guid();
