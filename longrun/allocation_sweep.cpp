@@ -116,6 +116,7 @@ std::vector<std::string> environment() {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> list;
+    // posix_spawn wants pointers that are not constant; it changes nothing behind them.
     for (std::string& text : texts) list.push_back(text.data());
     list.push_back(nullptr);
     return list;
@@ -201,7 +202,8 @@ std::string places(const std::string& addresses, const std::string& library) {
 std::string Sweep::describe(const Run& run) const {
     if (run.call.empty()) return "no call";
     std::string addresses;
-    std::string between;  // the library that allocates for the plug-in
+    // The library that allocates for the plug-in: the last one before the plug-in's own frames.
+    std::string between;
     for (const std::string& frame : run.frames) {
         const size_t plus = frame.find('+');
         const std::string module = frame.substr(0, plus);
@@ -251,7 +253,9 @@ int run_sweep(const Options& options) {
         fputs(baseline.text.c_str(), stderr);
         return kExitFault;
     }
+    // The number of allocations is nearly the same in each run; a run that makes fewer says so.
     const auto count = static_cast<uint64_t>(baseline.end.at("allocations"));
+    // For a look at one fault: its run's whole output, then the verdict.
     if (options.only != 0) {
         const auto [run, ended] = runs.play(options.only);
         fault = sweep::judge(baseline, run, ended);

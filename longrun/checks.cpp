@@ -60,6 +60,7 @@ void check_stages(Checks& checks, const Account& account, const Terms& terms) {
     }
     checks.at_most("events discarded from the queue / longest queue seen", account.left.events,
                    terms.settled ? 0 : as_signed(terms.longest_event_queue));
+    // A KOV alert without the completion function is put off without being queued, and the log names it.
     const int64_t no_function = as_signed(account.totals.of(event_id::kov).no_function);
     const int64_t named = as_signed(account.totals.waiting_traces);
     if (terms.settled) {
@@ -75,6 +76,7 @@ void check_traces(Checks& checks, const Account& account, const Terms& terms) {
     const Totals& totals = account.totals;
     const zeltrc_counts trace = account.trace.value_or(zeltrc_counts{});
     const KindFigures kov = totals.of(event_id::kov);
+    // The first report of a completed KOV alert is itself a result of the module.
     const int64_t completed = as_signed(kov.reported) - as_signed(kov.not_completed);
     // On the trace worker no event is in hand: what it could not send belongs to no kind.
     const int64_t results = as_signed(totals.sum(&KindFigures::traces) + totals.file_answers + totals.of(0).unsent);

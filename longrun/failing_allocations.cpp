@@ -31,6 +31,7 @@ constexpr std::string_view kAllocating[] = {"libfailing_allocations.so",
                                             "libuuid.so",
                                             "libprotobuf-lite.so",
                                             "libjansson.so"};
+// Enough to reach the plug-in's function from the depth of protobuf.
 constexpr int kShownFrames = 40;
 
 // Atomic, since every thread of the process allocates. Constant at load, because allocations come before constructors.
@@ -44,11 +45,13 @@ std::atomic<int> g_report{-1};
 // The model avoids an allocation for the variable itself.
 __attribute__((tls_model("initial-exec"))) thread_local bool t_inside = false;
 
+// Marks the thread for as long as it lives.
 struct Inside {
     Inside() { t_inside = true; }
     ~Inside() { t_inside = false; }
 };
 
+// No function of the C++ library that may allocate is used from here on.
 const char* base_name(const char* path) {
     const char* const slash = strrchr(path, '/');
     return slash == nullptr ? path : slash + 1;
@@ -83,6 +86,7 @@ struct Line {
     }
 };
 
+// Adds one frame to the line.
 _Unwind_Reason_Code show_frame(_Unwind_Context* context, void* out) {
     auto& line = *static_cast<Line*>(out);
     const uintptr_t pc = _Unwind_GetIP(context) - 1;
@@ -97,6 +101,7 @@ _Unwind_Reason_Code show_frame(_Unwind_Context* context, void* out) {
     return _URC_NO_REASON;
 }
 
+// One write, so that lines of two threads do not mix. The name of the thread tells which worker it was.
 void report_failure(const char* function) {
     Line line{};
     char thread[16] = {};
@@ -113,6 +118,7 @@ bool fails(const char* function) {
     const Inside inside;
     const int saved_errno = errno;
     bool of_plugin = false;
+    // Walking the stack is slow, but a run is short, and nothing else tells for whom a library allocates.
     _Unwind_Backtrace(find_owner, &of_plugin);
     const bool failing = of_plugin && ++g_counted == g_number;
     if (failing) {
@@ -124,6 +130,7 @@ bool fails(const char* function) {
 }
 
 // The definition behind this library's own: that of a sanitizer, or of the C or C++ library.
+// The address is looked up at the first call of each function, since the library is in use before its constructors run.
 template <class F>
 F* next(F*& cached, const char* name) {
     if (cached == nullptr) cached = reinterpret_cast<F*>(dlsym(RTLD_NEXT, name));
@@ -135,6 +142,7 @@ F* next(F*& cached, const char* name) {
         return next(cached, name);     \
     }())
 
+// The types of the functions that are replaced.
 using Malloc = void*(size_t);
 using Calloc = void*(size_t, size_t);
 using Realloc = void*(void*, size_t);
@@ -175,6 +183,7 @@ INTERPOSED void* realloc(void* block, size_t size) {
 INTERPOSED void* aligned_alloc(size_t alignment, size_t size) {
     return fails("aligned_alloc") ? nullptr : NEXT(Aligned, "aligned_alloc")(alignment, size);
 }
+// This one answers its error and leaves errno to the caller's reading.
 INTERPOSED int posix_memalign(void** block, size_t alignment, size_t size) {
     return fails("posix_memalign") ? ENOMEM : NEXT(PosixAligned, "posix_memalign")(block, alignment, size);
 }

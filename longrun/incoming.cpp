@@ -26,6 +26,7 @@ constexpr Object kObjects[] = {
 };
 constexpr const char* kRuleKeys = R"("internal_id":"i","tags":["linux","shell"],"risk_tag":"r","confidence":80)";
 
+// Pids and images repeat within a document, as they do in a real one.
 AlertEvent event(uint64_t number, int index) {
     const Object& object = kObjects[static_cast<size_t>(index) % std::size(kObjects)];
     return {.type = object.type,
@@ -78,6 +79,7 @@ void Mixture::send(uint32_t id, const std::string& data) { session_.publish(id, 
 
 void Mixture::send_alert(AlertForm form, uint32_t id) {
     constexpr const char* kLevels[] = {"none", "Verbose", "Low", "Medium", "High", "Critical"};
+    // The number makes the GUID, so no two alerts have the same one.
     form.number = next_++;
     form.level = kLevels[below(random_, std::size(kLevels))];
     send(id, alert_text(form));
@@ -97,7 +99,8 @@ void Mixture::container_alert() { send_alert({.container = "0a1b2c3d4e5f"}, even
 
 void Mixture::scenario_alert() { send_alert({.type = 2, .rules = 2, .events = 2}, event_id::ioa_alert); }
 
-// The plug-in drops these while many traces are put off. The rule ids are in small letters on purpose.
+// The plug-in drops these while many traces are put off. The ids mix small letters and capitals, because case must not
+// count.
 void Mixture::busy_rule_alert() {
     send_alert({.type = 2, .rule_id = fmt::format("xdr-IOA-{}", below(random_, 1000)), .events = 2},
                event_id::ioa_alert);
@@ -107,7 +110,7 @@ void Mixture::trigger_alert() { send_alert({.status = "Trigger"}, event_id::ioa_
 
 void Mixture::memory_alert() { send_alert({.events = 2}, event_id::memory_trojan); }
 
-// Cut short, without a level, without a GUID, with a text that no message carries, without a version.
+// Cut short, with a level in capitals, without a GUID, with a text that no message may carry, without a version.
 void Mixture::bad_document() {
     std::string text = alert_text({.number = next_++});
     switch (below(random_, 5)) {
@@ -212,6 +215,7 @@ void Mixture::publish_one() {
     // The sum of all shares.
     constexpr uint32_t kShares = 125;
     uint32_t at = below(random_, kShares);
+    // A kind gets as many of the numbers as its share says.
     for (const Kind& kind : kKinds) {
         if (at < kind.share) return (this->*kind.publish)();
         at -= kind.share;

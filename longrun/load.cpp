@@ -27,6 +27,7 @@ Load::Load(Rig& rig, const LoadOptions& options, uint32_t seed) : rig_(rig), opt
                                   seed * 64 + static_cast<uint32_t>(threads_.size()));
 }
 
+// Ends the threads after their turns. It must not be called while the load is paused for good elsewhere.
 Load::~Load() {
     {
         const std::lock_guard lock(mutex_);
@@ -47,6 +48,7 @@ void Load::work(const Worker& worker, uint32_t seed) {
     }
 }
 
+// The end wins over a pause, so the destructor never waits for a paused thread.
 bool Load::enter() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return stopped_ || !paused_; });
@@ -73,6 +75,7 @@ void Load::resume() {
     changed_.notify_all();
 }
 
+// A wrong answer does not end the run: what follows from it is worth knowing.
 void Load::expect(const char* call, int answer, std::initializer_list<int> allowed) {
     if (std::ranges::find(allowed, answer) != allowed.end()) return;
     ++wrong_answers_;
@@ -92,6 +95,7 @@ void Load::configure(Random& random, Mixture&) {
         const char* text;
         int answer;
     };
+    // Good limits, limits outside their range, texts that are no numbers, and documents that are refused.
     static constexpr Row kRows[] = {
         {R"({"delay_time":"60000","queue_size":"100"})", 0},
         {R"({"delay_time":"120000","queue_size":"60"})", 0},
@@ -114,6 +118,7 @@ void Load::configure(Random& random, Mixture&) {
 
 // Both traces may meet a reset period. The trace of a process needs the trace module, and in pure mode there is none.
 void Load::trace(Random& random, Mixture&) {
+    // A path with a control character gives a message that cannot be built.
     static constexpr const char* kPaths[] = {"/usr/bin/curl", "/tmp/\x01", "", nullptr};
     static constexpr const char* kDocuments[] = {"{}", "no message", nullptr};
     if (below(random, 4) != 0) {
@@ -136,6 +141,7 @@ void Load::collect(Random& random, Mixture&) {
     rig_.session().collect(kSizes[below(random, options_.reports_at_any_time ? kAll : kAll - 1)]);
 }
 
+// The period is short, because events that come in it are let go.
 void Load::reset(Random& random, Mixture&) {
     if (!options_.resets) return;
     rig_.session().reset_begin();

@@ -169,9 +169,11 @@ bool Storm::run() {
                    phase.name, took.count(), end.full_lines - start.full_lines, end.passes - start.passes,
                    end.shedding_passes - start.shedding_passes, end.drops - start.drops);
     }
+    // Held events would count as growth.
     rig_.release_held();
     growth_kib_ = static_cast<int64_t>(resident_kib()) - before;
     fmt::print("resident memory {} KiB before, {} KiB more after\n", before, growth_kib_);
+    // The figures of the plug-in are part of the checks.
     rig_.session().collect();
     rig_.stop();
     return sum_up();

@@ -62,6 +62,7 @@ void StormAccount::line(std::string_view line) {
     } else if (text.starts_with("current predict time, ")) {
         int trunk = 0;
         int full = 0;
+        // The misspelt word is the plug-in's.
         sscanf(text.data(), "current predict time, truck trace: %d, full trace: %d", &trunk, &full);
         trunk_ = trunk;
         full_ = full;
@@ -84,6 +85,7 @@ void StormAccount::line(std::string_view line) {
     }
 }
 
+// The line of the intake is the only one that shows all three queues.
 void StormAccount::queue_sizes(const char* text) {
     size_t event = 0;
     size_t trc = 0;
@@ -102,6 +104,7 @@ void StormAccount::push(const Alert& alert) {
     figures_.most_waiting = std::max<uint64_t>(figures_.most_waiting, waiting_.size());
 }
 
+// A dropped alert has lost its weight already.
 void StormAccount::pop(uint64_t number) {
     const auto at = std::ranges::find(waiting_, number, &Alert::number);
     if (at == waiting_.end()) return fault(fmt::format("alert {} was popped and never pushed", number));
@@ -109,6 +112,7 @@ void StormAccount::pop(uint64_t number) {
     waiting_.erase(at);
 }
 
+// In 64 bits, so that this account cannot overflow where the plug-in would end the process.
 int64_t StormAccount::predict(const PerLevel& counts) const {
     int64_t total = 0;
     for (int level = 0; level < kLevels; ++level) total += counts[static_cast<size_t>(level)] * cost(level);
@@ -173,6 +177,7 @@ void StormAccount::drop(uint64_t number) {
     if (alert.dropped) fault(fmt::format("alert {} was shed twice", number));
     if (quota(alert) <= 0)
         fault(fmt::format("alert {} was shed with a quota of {} for level {}", number, quota(alert), alert.level));
+    // Allowed, because quotas go by level and the walk by age. The figure shows how often it happens.
     figures_.older_severe += std::any_of(
         pass.at, waiting_.end(), [&](const Alert& other) { return !other.dropped && other.level < alert.level; });
     alert.dropped = true;
@@ -185,6 +190,7 @@ void StormAccount::drop(uint64_t number) {
 // Ends the pass; `text` is the first line behind it, which tells how much was saved if anything was.
 void StormAccount::end_pass(std::string_view text) {
     const Pass pass = *std::exchange(pass_, {});
+    // The pass stopped before the excess was covered, so nothing with a quota may be left.
     for (auto at = pass.at; pass.remaining > 0 && at != waiting_.end(); ++at) {
         const bool doubtful = pass.in_doubt && pass.in_doubt->number == at->number;
         if (!at->dropped && !doubtful && pass.quotas[static_cast<size_t>(at->level)] > 0)
@@ -195,6 +201,7 @@ void StormAccount::end_pass(std::string_view text) {
     const int64_t saved = pass.excess - pass.remaining;
     const auto told = number_behind(text, "drop trace will decrease: ").value_or(0);
     if (told != saved) fault(fmt::format("a pass saved {} ms and told {}", saved, told));
+    // Pushes that came during the pass waited, since the pass holds the eliminator's lock.
     for (const Alert& alert : std::exchange(pushed_in_pass_, {})) push(alert);
 }
 

@@ -12,6 +12,7 @@
 namespace sweep {
 namespace {
 
+// Outputs in one line for people.
 std::string shown(const std::vector<std::string>& texts) {
     std::string all;
     for (const auto& text : texts) all += (all.empty() ? "" : " ") + text;
@@ -95,11 +96,13 @@ Run parse(const std::string& text) {
         const std::string word = line.substr(0, space);
         const std::string rest = space == std::string::npos ? "" : line.substr(space + 1);
         if (word == "failed") {
+            // A line may be cut when the process ended; a cut line tells nothing.
             run.frames = split(rest, ' ');
             if (run.frames.size() < 2) continue;
             run.call = run.frames[0] + " in " + run.frames[1];
             run.frames.erase(run.frames.begin(), run.frames.begin() + 2);
         } else if (word == "armed" || word == "clean") {
+            // The bar added here keeps the last part when it is empty.
             const auto parts = split(rest + "|", '|');
             if (parts.size() < 3) continue;
             run.steps.push_back({parts[0], parts[1], split(parts[2], ' '), word == "armed"});
@@ -120,6 +123,7 @@ std::string unsound(const Run& baseline) {
     std::map<std::string, int> kinds;
     for (const Step& step : baseline.steps)
         for (const auto& output : step.outputs) ++kinds[kind_of(output)];
+    // A scenario that no longer reaches a road would find no fault there.
     for (const char* kind : {"769", "770", "771", "2305", "callback8", "callback10", "report"})
         if (kinds[kind] == 0) return std::string("no ") + kind;
     for (const char* key : {"alive", "late", "frames", "threads", "inits"})
@@ -134,6 +138,7 @@ std::string judge(const Run& baseline, const Run& run, int status) {
         const std::string last = run.steps.empty() ? "the begin" : "step '" + run.steps.back().name + "'";
         return std::string("ended by signal ") + strsignal(WTERMSIG(status)) + " after " + last;
     }
+    // A sanitizer's report; its exit code alone would not say what it found.
     for (const auto& line : split(run.text, '\n'))
         if (line.find("ERROR: ") != std::string::npos || line.find("runtime error: ") != std::string::npos) return line;
     if (WEXITSTATUS(status) != 0) return "exit code " + std::to_string(WEXITSTATUS(status));
@@ -146,6 +151,7 @@ std::string judge(const Run& baseline, const Run& run, int status) {
         const Step& now = run.steps[i];
         has_line = has_line || !beyond(before.lines, now.lines).empty();
         if (before.outputs == now.outputs) continue;
+        // A flush may differ: it brings out what the lost event left behind.
         if (!now.armed && !now.name.starts_with("flush")) return "afterwards: " + difference(before, now);
         differing.emplace_back(&before, &now);
     }
@@ -157,8 +163,10 @@ std::string judge(const Run& baseline, const Run& run, int status) {
                        difference(*before, *now);
         const std::string much = too_much(differing, first.group == "-");
         if (!much.empty()) return much + ": " + difference(*differing.front().first, first);
+        // A loss that no line names cannot be found at a customer.
         if (!has_line) return "no line about it: " + difference(*differing.front().first, first);
     }
+    // The comparison would be true and worth nothing.
     if (&run != &baseline && run.end.at("failed") == 0) return "no allocation failed: the run made fewer";
     // The plug-in does not give back the interface of a DNS event when there is no memory for the copy, so this one
     // event stays alive.

@@ -29,6 +29,7 @@ public:
     std::vector<uint32_t> event_ids;
 };
 
+// Called under the bus's lock.
 bool Bus::Plugin::wants(uint32_t event_id) const { return active && std::ranges::binary_search(event_ids, event_id); }
 
 Bus& Bus::instance() {
@@ -44,6 +45,7 @@ int32_t Bus::advise(MbFrame::IPlugin& plugin) {
     if (plugin.GetPluginId(entry->id.data()) != kOk) return kFailed;
     {
         const Lock lock(mutex_);
+        // Two plug-ins with one id could not be told apart when one leaves.
         if (std::ranges::any_of(plugins_, [&](const auto& other) { return other->id == entry->id; })) return kFailed;
         plugins_.push_back(entry);
     }
@@ -75,6 +77,7 @@ int32_t Bus::unadvise(const PluginId& id) {
 int32_t Bus::reserve(uint32_t event_id) {
     const Lock lock(mutex_);
     if (!wanted(event_id)) return LUMMB_NOT_SUBSCRIBED;
+    // Refused events are counted; the host tries again.
     if (counts_.waiting >= inbox_limit_) {
         ++counts_.refused;
         return LUMMB_FULL;
@@ -158,6 +161,7 @@ void Bus::deliver(IncomingEvent* event, Lock& lock) {
     const auto plugins = plugins_;
     for (const auto& plugin : plugins) {
         if (!plugin->wants(id)) continue;
+        // Tells wait_until_left where the thread is.
         running_ = plugin.get();
         lock.unlock();
         event->AddRef();
@@ -168,6 +172,7 @@ void Bus::deliver(IncomingEvent* event, Lock& lock) {
         ++counts_.delivered;
         left_.notify_all();
     }
+    // Everybody who wanted it has left since it was accepted.
     if (!delivered) ++counts_.discarded;
     lock.unlock();
     event->Release();
@@ -207,6 +212,7 @@ void Bus::discard_unwanted(Lock& lock) {
                                 [this](IncomingEvent* event) { return wanted(event->GetEventId()); });
     inbox_.swap(kept);
     lock.unlock();
+    // Outside of the lock, like every call of foreign code.
     for (IncomingEvent* const event : dropped) event->Release();
     lock.lock();
     counts_.discarded += dropped.size();

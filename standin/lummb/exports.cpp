@@ -8,6 +8,7 @@
 
 #define LUMMB_EXPORT extern "C" __attribute__((visibility("default")))
 
+// The one function that the plug-in looks up. There is no other class than the frame.
 LUMMB_EXPORT int32_t DllGetClassObject(const InterfaceId* class_id, const InterfaceId* iid, void** out) noexcept {
     if (out == nullptr) return kNullPointer;
     *out = nullptr;
@@ -17,6 +18,7 @@ LUMMB_EXPORT int32_t DllGetClassObject(const InterfaceId* class_id, const Interf
     return kOk;
 }
 
+// The event is made only after it has its place in the inbox.
 LUMMB_EXPORT int32_t lummb_publish(uint32_t event_id, const char* data, uint64_t size) noexcept {
     Bus& bus = Bus::instance();
     const int32_t answer = bus.reserve(event_id);
@@ -31,6 +33,7 @@ LUMMB_EXPORT int32_t lummb_publish_dns(const ST_DNS_NATIVE* record, const char* 
     return answer;
 }
 
+// The rest passes on to the one bus.
 LUMMB_EXPORT uint64_t lummb_subscribe(uint32_t event_id, lummb_sink_t sink, void* context) noexcept {
     return Bus::instance().subscribe(event_id, sink, context);
 }

@@ -23,6 +23,7 @@ public:
     int32_t QueryInterface(const InterfaceId* iid, void** out) override {
         if (out == nullptr) return kNullPointer;
         *out = nullptr;
+        // A frame whose count has reached 0 answers nothing more, as a freed object could not.
         const bool known = iid != nullptr && (*iid == kIidRtmFrame || *iid == kIidUnknown);
         if (!known || references_.add() == ReferenceCount::kLate) return kNoInterface;
         *out = static_cast<MbFrame::IRtmFrame*>(this);
@@ -33,6 +34,7 @@ public:
     int64_t Release() override { return std::max<int64_t>(references_.drop(), 0); }
     void reserved6() override {}
     void reserved7() override {}
+    // The flag has no meaning here.
     int32_t Advise(MbFrame::IPlugin* plugin, uint32_t) override {
         return plugin == nullptr ? kInvalidArgument : Bus::instance().advise(*plugin);
     }

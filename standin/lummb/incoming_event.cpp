@@ -51,6 +51,7 @@ int64_t IncomingEvent::AddRef() {
     return count == ReferenceCount::kLate ? 0 : count;
 }
 
+// Only the call that brings the count to 0 frees the payload; late calls answer 0 and are counted.
 int64_t IncomingEvent::Release() {
     const int64_t left = references_.drop();
     if (left > 0) return left;

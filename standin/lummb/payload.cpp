@@ -8,6 +8,7 @@
 
 namespace {
 
+// A block of exactly `size` bytes. Null for null, so that a record without data stays one.
 std::unique_ptr<char[]> copy_bytes(const char* data, uint64_t size) {
     if (data == nullptr) return nullptr;
     auto copy = std::make_unique_for_overwrite<char[]>(size);
@@ -40,6 +41,7 @@ public:
         keep_all(record_.pszText);
         if (record_.pVariant != nullptr) record_.pVariant = keep_variant();
     }
+    // Valid as long as the event. The plug-in may read it, texts included, during OnEvent and no longer.
     void* native() override { return &record_; }
     bool is_dns() const override { return true; }
     const char* query_name() const override { return query_name_; }
@@ -55,6 +57,7 @@ private:
         for (const char*& text : texts) text = keep(text);
     }
 
+    // Copies the variant itself; the caller then copies its texts.
     template <class V>
     V& copy_variant() {
         return variant_.emplace<V>(*static_cast<const V*>(record_.pVariant));
@@ -86,6 +89,7 @@ private:
         }
     }
 
+    // Declared before the record: the constructor of the record's texts puts its copies here.
     std::vector<std::unique_ptr<char[]>> owned_;
     ST_DNS_NATIVE record_;
     std::variant<std::monostate, ST_DNS_VARIANT_1, ST_DNS_VARIANT_2, ST_DNS_VARIANT_3> variant_;

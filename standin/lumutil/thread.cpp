@@ -31,6 +31,7 @@ int32_t zel_thread_start(void** thread, int (*entry)(void*), void* param) {
     std::unique_ptr<Thread> made(new (std::nothrow) Thread{{}, entry, param});
     if (made == nullptr) return -ENOMEM;
     const int error = pthread_create(&made->id, nullptr, run_thread, made.get());
+    // The new thread reads the record at once, so the record is complete before the thread starts.
     if (error == 0) *thread = made.release();
     return -error;
 }

@@ -56,6 +56,7 @@ public:
             module.running.push_back(self);
             callback = module.callback;
         }
+        // A size of 0 means a null buffer: a callback must cope with that.
         result = callback(buffer.empty() ? nullptr : buffer.data(), static_cast<uint32_t>(buffer.size()));
         const std::lock_guard lock(mutex_);
         module.running.erase(std::ranges::find(module.running, self));
@@ -83,6 +84,7 @@ private:
 
 uint32_t collect(uint32_t buffer_size, zelbpmgr_report_t report, void* context) {
     uint32_t asked = 0;
+    // A copy of the list: modules may come and go while the callbacks run.
     for (const auto& module : registry.list()) {
         std::vector<char> buffer(buffer_size);
         int32_t result = 0;
@@ -113,6 +115,7 @@ STANDIN_EXPORT uint32_t zelbpmgr_collect(int32_t thread, uint32_t buffer_size, z
                                          void* context) try {
     if (thread == ZELBPMGR_CALLER) return collect(buffer_size, report, context);
     uint32_t asked = 0;
+    // An exception must not leave the thread, so it is carried to the caller.
     std::exception_ptr failure;
     std::thread([&] {
         try {

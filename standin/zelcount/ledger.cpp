@@ -43,6 +43,7 @@ Ledger& ledger = *new Ledger;
 
 uintptr_t key_of(const char* buffer) { return ~reinterpret_cast<uintptr_t>(buffer); }
 
+// A copy, so that the host can be asked without the lock.
 std::vector<zelcount::TraceBuffer> outstanding_buffers() {
     const std::lock_guard lock(ledger.mutex);
     std::vector<zelcount::TraceBuffer> list;
@@ -78,6 +79,7 @@ void trc_loaded() {
 Leftover trc_unloaded() {
     {
         const std::lock_guard lock(ledger.mutex);
+        // Counted before the host is asked: its explainer may read the counts of another library, not of this one.
         ++ledger.trc.unloads;
     }
     Leftover leftover;
@@ -110,12 +112,14 @@ void trc_answered(int32_t code) {
     }
 }
 
+// An alert is known by its GUID, and its count goes on over all of its traces.
 bool trc_not_ready(const std::string& guid, uint64_t times) {
     if (times == 0) return false;
     const std::lock_guard lock(ledger.mutex);
     Alert& alert = ledger.alerts[guid];
     if (alert.not_ready >= times) return false;
     ++alert.not_ready;
+    // Waiting counts alerts and not answers.
     if (!alert.waiting) ++ledger.trc.waiting;
     return alert.waiting = true;
 }
@@ -131,6 +135,7 @@ void trc_settled(const std::string& guid, bool another_follows) {
 
 void trc_handed_out(const char* buffer, uint32_t size, const std::string& guid) {
     const std::lock_guard lock(ledger.mutex);
+    // An address may come again after its buffer was freed.
     ledger.buffers.insert_or_assign(key_of(buffer), Buffer{size, ledger.trc.loads, guid});
 }
 

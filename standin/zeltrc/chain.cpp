@@ -19,6 +19,7 @@ struct ObjectField {
     void (*add)(const threat_event& event, uint64_t node_id, vorn_trace_event& chain);
 };
 
+// Makes a row from the three functions that protobuf generates for a field and its list.
 template <auto Has, auto Get, auto Add>
 constexpr ObjectField kField = {
     [](const threat_event& event) { return (event.*Has)(); },
@@ -32,6 +33,7 @@ constexpr ObjectField kField = {
 #define OBJECT_FIELD(object, list) \
     kField<&threat_event::has_##object, &threat_event::object, &vorn_trace_event::add_##list>
 
+// An event has at most one object, so the order of the rows does not matter.
 constexpr ObjectField kObjectFields[] = {
     OBJECT_FIELD(object_exit, process_exit_list),
     OBJECT_FIELD(object_remote_thread, remotethread_list),
@@ -79,6 +81,7 @@ public:
         const uint64_t subject = event.has_subject_process() ? process_node(event.subject_process()) : 0;
         const uint64_t object = object_node(event);
         if (object == 0) return;
+        // Edges are numbered from 1, like vertices, and in the order of the events.
         behavior_edge& edge = *chain_.add_edge_list();
         edge.set_edge_id(static_cast<uint64_t>(chain_.edge_list_size()));
         edge.set_table_index_begin(subject);
@@ -106,6 +109,7 @@ private:
             vertex->MergeFrom(known);
         }
         if (!vertex->process_guid().empty()) by_guid_.emplace(vertex->process_guid(), vertex);
+        // The first process with this start stays; a later one with another GUID is found by its GUID.
         by_start_.emplace(start_of(*vertex), vertex);
         return vertex->node_id();
     }
@@ -115,6 +119,7 @@ private:
         if (const auto at = by_guid_.find(process.process_guid()); at != by_guid_.end()) return at->second;
         const auto at = by_start_.find(start_of(process));
         if (at == by_start_.end()) return nullptr;
+        // Two GUIDs that differ are two processes, even with the same pid and time.
         const bool both_named = !process.process_guid().empty() && !at->second->process_guid().empty();
         return both_named ? nullptr : at->second;
     }
@@ -155,6 +160,7 @@ void build_chain(vorn_trace_info& message) {
     vorn_trace_event& chain = *message.mutable_trace_event();
     chain.Clear();
     ChainBuilder builder(chain);
+    // An event without an object still widens the span.
     for (const threat_rule& rule : message.threat().alert_rule()) {
         for (const threat_event& event : rule.alert_event()) {
             builder.add_event(event, message.threat().alert_guid(), rule.rule_id());

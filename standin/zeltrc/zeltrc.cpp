@@ -21,6 +21,7 @@ namespace {
 
 using vorn_retrace::vorn_trace_info;
 
+// Codes of the agent. The plug-in knows only complete, dropped and not ready; any other code is a failure to it.
 constexpr int32_t kFailed = -0x7fffbffb;           // 0x80004005
 constexpr int32_t kInvalidArgument = -0x7ff8ffa9;  // 0x80070057
 
@@ -39,6 +40,7 @@ struct Load {
     }
 } load;
 
+// A start may come while a trace of an earlier one still runs, so each call takes a copy of the settings.
 std::mutex settings_mutex;
 Settings settings;
 std::atomic<uint64_t> traces;  // since the module's start
@@ -59,6 +61,7 @@ struct Call {
     int32_t code = kFailed;
 };
 
+// The agent gives its id in the environment.
 std::string agent_id() {
     const char* id = getenv("agentid");
     return id != nullptr ? id : "0";
@@ -75,6 +78,7 @@ int32_t trace_code(const Call& call, const std::string& guid, const Settings& no
     return code;
 }
 
+// The first step of a KOV alert: the module fills in what the engine does not know.
 void complete_alert(vorn_trace_info& message) {
     if (message.agent_id().empty()) message.set_agent_id(agent_id());
 }
@@ -89,6 +93,7 @@ void answer_request(vorn_trace_info& message, vorn_retrace::TRACE_CMD cmd) {
     message.Swap(&answer);
 }
 
+// Each function makes its result from its input alone.
 void make_result(uint32_t function, vorn_trace_info& message) {
     switch (function) {
         case ZELTRC_COMPLETION: return complete_alert(message);
@@ -112,6 +117,8 @@ bool hand_out(const vorn_trace_info& message, const std::string& guid, char** re
     return true;
 }
 
+// Everything of a call but its counting. The outputs are set on every way out, as the caller may read them after a
+// failure.
 int32_t work(const Call& call, const char* input, uint32_t input_size, char** result, uint32_t* result_size) {
     if (result == nullptr || result_size == nullptr) return kInvalidArgument;
     *result = nullptr;
@@ -134,6 +141,7 @@ int32_t work(const Call& call, const char* input, uint32_t input_size, char** re
     return hand_out(message, guid, result, result_size) ? code : kFailed;
 }
 
+// The border of the library: no exception leaves it.
 int32_t run(uint32_t function, const char* input, uint32_t input_size, char** result, uint32_t* result_size) {
     Call call(function);
     try {
@@ -148,6 +156,7 @@ int32_t run(uint32_t function, const char* input, uint32_t input_size, char** re
 
 extern "C" {
 
+// The settings are read before the lock is taken, because reading them may take long.
 STANDIN_EXPORT int32_t trace_event_init(void) {
     zelcount::trc_called(ZELTRC_INIT);
     const Settings fresh = read_settings();
@@ -165,6 +174,7 @@ STANDIN_EXPORT int32_t trace_event_uninit(void) {
 
 STANDIN_EXPORT int32_t trace_event_release(char* buffer) {
     zelcount::trc_called(ZELTRC_RELEASE);
+    // A buffer of an earlier load is freed as well: all loads share the allocator of the process.
     if (zelcount::trc_taken_back(buffer)) {
         free(buffer);
         return ZEL_TRC_COMPLETE;
