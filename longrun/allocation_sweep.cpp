@@ -1,10 +1,12 @@
-// The allocation sweep: plays one scenario in a process of its own for each allocation that the plug-in's code makes in
-// it, with that allocation failing, and compares what comes out with a run in which none fails.
+// The allocation sweep. It plays one scenario over and over, each time in a process of its own. In each run another one
+// of the allocations that the plug-in's code makes fails. It compares what comes out with a run in which none fails.
 //
 //   allocation_sweep [--every K] [--from N] [--only N]
 //
-// What one failure may cost is the event in hand: one report, one trace, one call or one start, with a line of level
-// ERROR or WARN. Everything else comes out as in the run without a failure; so does all that is played afterwards.
+// One failure may cost the event in hand: one report, one trace, one call or one start, with a line of level ERROR or
+// WARN. Everything else comes out as in the run without a failure, and so does all that is played afterwards.
+//
+// Exit code 0: no fault. 1: at least one fault, or the sweep itself could not work. 2: wrong options.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -37,26 +39,33 @@ namespace {
 
 using sweep::Run;
 
+// A run takes about a second, so this is a hang and no slow machine.
 constexpr auto kLongestRun = std::chrono::seconds(60);
-// In the names of functions that say nothing about the place of a call, as do those of the C++ library.
+// Parts of names of functions that say nothing about the place of a call. The functions of the C++ library do not,
+// either.
 constexpr const char* kNoPlace[] = {"__gnu_cxx::", "google::protobuf::", "vorn_retrace::dup_alert", "zel::guarded<"};
 constexpr int kShownPlaces = 6;
 constexpr int kExitFault = 1;
 constexpr int kExitUsage = 2;
 
+// Plays the numbers from, from + every and so on; or only one, with all that its run wrote.
 struct Options {
     uint64_t every = 1;
     uint64_t from = 1;
     uint64_t only = 0;
 };
 
+// Owns the folder of the runs and removes it at the end. Several threads may play at once: each run has a folder of its
+// own.
 class Sweep {
 public:
     Sweep();
     ~Sweep() { fs::remove_all(root_); }
 
-    // Plays the run in a process of its own.
+    // Plays the run in which the allocation with this number fails, in a process of its own; 0 for none. Returns what
+    // it told and its status of waitpid.
     std::pair<Run, int> play(uint64_t number) const;
+    // Says in words where the allocation is.
     std::string describe(const Run& run) const;
 
 private:
@@ -64,7 +73,8 @@ private:
     std::string self_;
 };
 
-// The agent folder of all runs: the staged one with a scripted trace module and low limits.
+// The agent folder of all runs is the staged one with a scripted trace module and low limits. The limits are low so
+// that a short scenario reaches them. What is not changed is linked and not copied.
 Sweep::Sweep() : self_(fs::read_symlink("/proc/self/exe")) {
     root_ = (fs::temp_directory_path() / "zel-sweep-XXXXXX").string();
     if (mkdtemp(root_.data()) == nullptr) {
@@ -84,17 +94,18 @@ Sweep::Sweep() : self_(fs::read_symlink("/proc/self/exe")) {
     }
     fs::remove(agent + "/reshdl/lib/libzeltrc.so");
     fs::create_symlink(SWEEP_SCRIPTED, agent + "/reshdl/lib/libzeltrc.so");
+    // Appended, because the last of a doubled key counts.
     std::ofstream(agent + "/reshdl/config/zelreshdl.ini", std::ios::app)
         << "\n[config]\ninterval=1\nioa_match_queue_size=4\ndisable_scan_scenario_limit=1\n"
         << "[cache]\ncache_size=10\n";
 }
 
-// The environment of a run.
+// The environment of a run: the preloaded library and a quiet logger. The lines come through the tap.
 std::vector<std::string> environment() {
     const char* const given = getenv("ASAN_OPTIONS");
     std::vector<std::string> list = {
         std::string("LD_PRELOAD=") + SWEEP_PRELOAD,
-        // The library stands before the sanitizer's runtime on purpose.
+        // The preloaded library stands before the sanitizer's runtime on purpose, which the runtime refuses otherwise.
         std::string("ASAN_OPTIONS=verify_asan_link_order=0:") + (given == nullptr ? "" : given),
         "ZEL_LOG_FILE=/dev/null", "ZEL_LOG_LEVEL=error"};
     for (char** variable = environ; *variable != nullptr; ++variable)
@@ -105,12 +116,13 @@ std::vector<std::string> environment() {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> list;
+    // posix_spawn wants pointers that are not constant; it changes nothing behind them.
     for (std::string& text : texts) list.push_back(text.data());
     list.push_back(nullptr);
     return list;
 }
 
-// Starts a program whose output goes to a file.
+// Starts a program whose output and error output go to one file, in the order in which they are written.
 pid_t start(std::vector<std::string> arguments, const std::string& out) {
     std::vector<std::string> variables = environment();
     posix_spawn_file_actions_t actions;
@@ -135,6 +147,7 @@ std::pair<Run, int> Sweep::play(uint64_t number) const {
     bool killed = false;
     const auto deadline = std::chrono::steady_clock::now() + kLongestRun;
     while (waitpid(child, &status, WNOHANG) == 0) {
+        // The child is still waited for, since it would stay a zombie otherwise.
         if (!killed && std::chrono::steady_clock::now() > deadline) {
             killed = true;
             kill(child, SIGKILL);
@@ -145,11 +158,12 @@ std::pair<Run, int> Sweep::play(uint64_t number) const {
     text << std::ifstream(out).rdbuf();
     Run run = sweep::parse(text.str());
     if (killed) run.wrong += "hang: no end within " + std::to_string(kLongestRun.count()) + " s";
+    // A sweep has thousands of runs.
     fs::remove_all(folder);
     return {std::move(run), status};
 }
 
-// The function and its file, or nothing for a function that says nothing about the place.
+// The function and its file. Empty for a function that says nothing about the place.
 std::string place_of(std::string function, const std::string& source) {
     for (const std::string nameless = "(anonymous namespace)::"; function.find(nameless) != std::string::npos;)
         function.erase(function.find(nameless), nameless.size());
@@ -158,11 +172,12 @@ std::string place_of(std::string function, const std::string& source) {
     if (function.find("std::") < function.find('<') || function == "operator" ||
         std::ranges::any_of(kNoPlace, stands_in))
         return "";
+    // addr2line writes "??" for a file that it does not know.
     return source.find('?') == std::string::npos ? function + " (" + source.substr(0, source.find(' ')) + ")"
                                                  : function;
 }
 
-// Functions of the plug-in, the innermost first.
+// The plug-in's functions that stand at these addresses, the innermost first. Empty without addr2line.
 std::string places(const std::string& addresses, const std::string& library) {
     const std::string command = "addr2line -Cfsi -e " + library + addresses + " 2>/dev/null";
     const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
@@ -187,7 +202,8 @@ std::string places(const std::string& addresses, const std::string& library) {
 std::string Sweep::describe(const Run& run) const {
     if (run.call.empty()) return "no call";
     std::string addresses;
-    std::string between;  // the library that allocates for the plug-in
+    // The library that allocates for the plug-in: the last one before the plug-in's own frames.
+    std::string between;
     for (const std::string& frame : run.frames) {
         const size_t plus = frame.find('+');
         const std::string module = frame.substr(0, plus);
@@ -200,6 +216,7 @@ std::string Sweep::describe(const Run& run) const {
            places(addresses, root_ + "/agent/reshdl/bin/libzelreshdl.so");
 }
 
+// False unless the whole text is a number above 0.
 bool number_at(const char* text, uint64_t& value) {
     const char* const end = text + strlen(text);
     const auto [at, error] = std::from_chars(text, end, value);
@@ -218,12 +235,14 @@ bool read_options(int argc, char** argv, Options& options) {
     return true;
 }
 
+// ZEL_JOBS, or one job for each processor.
 unsigned jobs() {
     const char* const text = getenv("ZEL_JOBS");
     const int given = text == nullptr ? 0 : atoi(text);
     return given > 0 ? static_cast<unsigned>(given) : std::max(1U, std::thread::hardware_concurrency());
 }
 
+// The run without a failure is judged as well: a scenario that fails by itself would hide every fault.
 int run_sweep(const Options& options) {
     const Sweep runs;
     const auto [baseline, status] = runs.play(0);
@@ -234,7 +253,9 @@ int run_sweep(const Options& options) {
         fputs(baseline.text.c_str(), stderr);
         return kExitFault;
     }
+    // The number of allocations is nearly the same in each run; a run that makes fewer says so.
     const auto count = static_cast<uint64_t>(baseline.end.at("allocations"));
+    // For a look at one fault: its run's whole output, then the verdict.
     if (options.only != 0) {
         const auto [run, ended] = runs.play(options.only);
         fault = sweep::judge(baseline, run, ended);
@@ -257,6 +278,7 @@ int run_sweep(const Options& options) {
             if (found.empty()) continue;
             ++faults;
             const std::string place = runs.describe(run);
+            // A fault is printed at once: a long sweep may be broken off.
             const std::lock_guard lock(output);
             printf("N=%lu %s: %s\n", number, place.c_str(), found.c_str());
             fflush(stdout);
@@ -272,6 +294,7 @@ int run_sweep(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The program starts itself again with this for each run.
     if (argc == 5 && strcmp(argv[1], "--play") == 0) {
         sweep::Session session(argv[3], argv[4]);
         sweep::play(session, strtoull(argv[2], nullptr, 10));

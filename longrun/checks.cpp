@@ -7,7 +7,7 @@
 namespace zelhost {
 namespace {
 
-// The list in the making.
+// Collects the checks.
 class Checks {
 public:
     void equal(std::string what, int64_t left, int64_t right) {
@@ -16,7 +16,7 @@ public:
     void at_most(std::string what, int64_t left, int64_t right) {
         list_.push_back({std::move(what), left, right, true});
     }
-    // Lies between the two; equal when they are.
+    // The value lies between the two limits. It must be equal when they are.
     void between(const std::string& what, int64_t lowest, int64_t value, int64_t highest) {
         if (lowest == highest) return equal(what, value, lowest);
         at_most(what + ", lowest", lowest, value);
@@ -28,13 +28,15 @@ private:
     std::vector<Check> list_;
 };
 
-// Nothing is lost between host, bus and plug-in, and every incoming event and reference is given back.
+// Nothing is lost between host, bus and plug-in. Every incoming event and every reference is given back.
 void check_bus(Checks& checks, const Account& account, const Terms& terms) {
     const Totals& totals = account.totals;
     int64_t unhandled = 0;
     for (const auto& [id, kind] : totals.kinds) unhandled += not_taken_up(kind);
     checks.equal("accepted by the bus / published by the host", as_signed(account.bus.published),
                  as_signed(totals.sum(&KindFigures::in) - totals.sum(&KindFigures::not_subscribed)));
+    // In a reset period the plug-in lets an event go without a line, so the account knows only how many came in that
+    // time.
     checks.between("released unhandled in a reset period", 0, unhandled - as_signed(account.bus.discarded),
                    terms.resets ? as_signed(account.delivered_in_resets) : 0);
     checks.equal("events sent on the bus / seen by the host", as_signed(account.bus.sent),
@@ -45,7 +47,8 @@ void check_bus(Checks& checks, const Account& account, const Terms& terms) {
     checks.equal("references to the bus's frame left", as_signed(account.bus.frames), 0);
 }
 
-// A KOV alert that was put off is on no worker, and a stop under load discards it there.
+// Each stage hands on what it takes or says why not. A KOV alert that was put off is on no worker, and a stop under
+// load discards it there.
 void check_stages(Checks& checks, const Account& account, const Terms& terms) {
     for (const auto& [id, kind] : account.totals.kinds) {
         if (kind.in == 0) continue;
@@ -57,6 +60,7 @@ void check_stages(Checks& checks, const Account& account, const Terms& terms) {
     }
     checks.at_most("events discarded from the queue / longest queue seen", account.left.events,
                    terms.settled ? 0 : as_signed(terms.longest_event_queue));
+    // A KOV alert without the completion function is put off without being queued, and the log names it.
     const int64_t no_function = as_signed(account.totals.of(event_id::kov).no_function);
     const int64_t named = as_signed(account.totals.waiting_traces);
     if (terms.settled) {
@@ -72,6 +76,7 @@ void check_traces(Checks& checks, const Account& account, const Terms& terms) {
     const Totals& totals = account.totals;
     const zeltrc_counts trace = account.trace.value_or(zeltrc_counts{});
     const KindFigures kov = totals.of(event_id::kov);
+    // The first report of a completed KOV alert is itself a result of the module.
     const int64_t completed = as_signed(kov.reported) - as_signed(kov.not_completed);
     // On the trace worker no event is in hand: what it could not send belongs to no kind.
     const int64_t results = as_signed(totals.sum(&KindFigures::traces) + totals.file_answers + totals.of(0).unsent);
@@ -83,6 +88,7 @@ void check_traces(Checks& checks, const Account& account, const Terms& terms) {
     checks.equal("answers to on-demand traces / results of such", as_signed(totals.answers),
                  as_signed(totals.process_traces + totals.file_answers));
     checks.equal("buffers given to the trace module that are not its own", as_signed(trace.foreign_releases), 0);
+    // A reset unloads the module while results are on their way, so what stays is not known.
     if (terms.resets) return;
     const int64_t kept = as_signed(kov.not_completed);
     checks.between("result buffers left, of KOV alerts that were not completed and of events that outlived the module",

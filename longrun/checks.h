@@ -1,5 +1,6 @@
-// What the account of a long run must show: what went in equals what has an end, by kind and in sum, and the plug-in's
-// own figures say the same. Equal wherever a sum is exact; a limit only where the run itself cannot know more.
+// What the account of a long run must show. What went in equals what has an end, by kind and in sum, and the plug-in's
+// own figures say the same. A check asks for equality wherever a sum is exact, and for a limit only where the run
+// itself cannot know more.
 #pragma once
 
 #include <cstdint>
@@ -10,17 +11,19 @@
 
 namespace zelhost {
 
-// How a run was made, and so what must hold.
+// How a run was made, and so which checks are exact.
 struct Terms {
-    // Stopped when all had its end, and reports were collected only when nothing ran, the last one at the end: no count
-    // was lost to the reset behind a report, and none was reported twice. Otherwise stopped with full queues.
+    // True if the run was stopped when everything had its end, and reports were collected only when nothing ran, the
+    // last one at the end. No count was then lost to the reset behind a report, and none was reported twice. False if
+    // the run was stopped with full queues.
     bool settled = true;
     bool resets = false;
     bool partial_results = false;  // the trace module gives a result with a failure, too
     uint64_t longest_event_queue = 0;
-    uint64_t outlived = 0;  // most events that were released after the trace module had been unloaded
+    uint64_t outlived = 0;  // most events that were released when the trace module was gone
 };
 
+// Two numbers and how they must stand to each other. The text names both, separated by " / ".
 struct Check {
     std::string what;
     int64_t left;
@@ -29,9 +32,10 @@ struct Check {
 
     bool holds() const { return at_most ? left <= right : left == right; }
 };
+// All checks, those that hold included, so that a run can say how many there were.
 std::vector<Check> check_account(const Account& account, const Terms& terms);
 
-// One line a check that does not hold; empty if all do.
+// One line for each check that does not hold; empty if all hold.
 std::string failed_text(const std::vector<Check>& checks);
 
 }  // namespace zelhost

@@ -19,7 +19,7 @@
 namespace {
 
 constexpr std::string_view kPlugin = "libzelreshdl.so";
-// They allocate for their caller. This library is among them: its own functions stand innermost on every stack.
+// These allocate for their caller. This library is among them: its own functions stand innermost on every stack.
 constexpr std::string_view kAllocating[] = {"libfailing_allocations.so",
                                             "libc.so",
                                             "libstdc++.so",
@@ -31,32 +31,39 @@ constexpr std::string_view kAllocating[] = {"libfailing_allocations.so",
                                             "libuuid.so",
                                             "libprotobuf-lite.so",
                                             "libjansson.so"};
+// Enough to reach the plug-in's function from the depth of protobuf.
 constexpr int kShownFrames = 40;
 
+// Atomic, since every thread of the process allocates. Constant at load, because allocations come before constructors.
 std::atomic<bool> g_counting{false};
 std::atomic<uint64_t> g_counted{0};
 std::atomic<uint64_t> g_number{0};
 std::atomic<bool> g_failed{false};
 std::atomic<int> g_report{-1};
 
-// Set while this library or a function behind it runs: operator new calls malloc, which must not count again.
+// Set while this library or a function behind it runs. operator new calls malloc, and that call must not count again.
+// The model avoids an allocation for the variable itself.
 __attribute__((tls_model("initial-exec"))) thread_local bool t_inside = false;
 
+// Marks the thread for as long as it lives.
 struct Inside {
     Inside() { t_inside = true; }
     ~Inside() { t_inside = false; }
 };
 
+// No function of the C++ library that may allocate is used from here on.
 const char* base_name(const char* path) {
     const char* const slash = strrchr(path, '/');
     return slash == nullptr ? path : slash + 1;
 }
 
+// Takes no lock of the loader, so it is safe while the loader allocates.
 const link_map* module_of(uintptr_t pc) {
     dl_find_object found{};
     return _dl_find_object(reinterpret_cast<void*>(pc), &found) == 0 ? found.dlfo_link_map : nullptr;
 }
 
+// The return address lies behind the call, perhaps in the next function, so one is taken off.
 _Unwind_Reason_Code find_owner(_Unwind_Context* context, void* out) {
     const link_map* const module = module_of(_Unwind_GetIP(context) - 1);
     const std::string_view name = module == nullptr ? "" : base_name(module->l_name);
@@ -66,6 +73,7 @@ _Unwind_Reason_Code find_owner(_Unwind_Context* context, void* out) {
     return _URC_NORMAL_STOP;
 }
 
+// A line without memory of its own: there may be none.
 struct Line {
     char text[4096];
     size_t size;
@@ -78,6 +86,7 @@ struct Line {
     }
 };
 
+// Adds one frame to the line.
 _Unwind_Reason_Code show_frame(_Unwind_Context* context, void* out) {
     auto& line = *static_cast<Line*>(out);
     const uintptr_t pc = _Unwind_GetIP(context) - 1;
@@ -92,6 +101,7 @@ _Unwind_Reason_Code show_frame(_Unwind_Context* context, void* out) {
     return _URC_NO_REASON;
 }
 
+// One write, so that lines of two threads do not mix. The name of the thread tells which worker it was.
 void report_failure(const char* function) {
     Line line{};
     char thread[16] = {};
@@ -102,12 +112,13 @@ void report_failure(const char* function) {
     [[maybe_unused]] const ssize_t written = write(g_report, line.text, line.size);
 }
 
-// Counts the call if it is the plug-in's; true if it is the one that fails.
+// Counts the call if it is the plug-in's. True if it is the one that fails. errno is as the caller expects it.
 bool fails(const char* function) {
     if (!g_counting.load(std::memory_order_relaxed) || t_inside) return false;
     const Inside inside;
     const int saved_errno = errno;
     bool of_plugin = false;
+    // Walking the stack is slow, but a run is short, and nothing else tells for whom a library allocates.
     _Unwind_Backtrace(find_owner, &of_plugin);
     const bool failing = of_plugin && ++g_counted == g_number;
     if (failing) {
@@ -119,6 +130,7 @@ bool fails(const char* function) {
 }
 
 // The definition behind this library's own: that of a sanitizer, or of the C or C++ library.
+// The address is looked up at the first call of each function, since the library is in use before its constructors run.
 template <class F>
 F* next(F*& cached, const char* name) {
     if (cached == nullptr) cached = reinterpret_cast<F*>(dlsym(RTLD_NEXT, name));
@@ -130,6 +142,7 @@ F* next(F*& cached, const char* name) {
         return next(cached, name);     \
     }())
 
+// The types of the functions that are replaced.
 using Malloc = void*(size_t);
 using Calloc = void*(size_t, size_t);
 using Realloc = void*(void*, size_t);
@@ -141,6 +154,7 @@ using NewAligned = void*(size_t, std::align_val_t);
 using NewAlignedNothrow = void*(size_t, std::align_val_t, const std::nothrow_t&);
 
 template <class F, class... Arguments>
+// Calls the next operator new without counting what it does.
 void* guarded_call(F* function, Arguments... arguments) {
     if (t_inside) return function(arguments...);
     const Inside inside;
@@ -158,6 +172,7 @@ INTERPOSED void failing_allocations_end() { g_counting = false; }
 INTERPOSED uint64_t failing_allocations_counted() { return g_counted; }
 INTERPOSED bool failing_allocations_failed() { return g_failed; }
 
+// free is not among these: what fails was never given out.
 INTERPOSED void* malloc(size_t size) { return fails("malloc") ? nullptr : NEXT(Malloc, "malloc")(size); }
 INTERPOSED void* calloc(size_t count, size_t size) {
     return fails("calloc") ? nullptr : NEXT(Calloc, "calloc")(count, size);
@@ -168,6 +183,7 @@ INTERPOSED void* realloc(void* block, size_t size) {
 INTERPOSED void* aligned_alloc(size_t alignment, size_t size) {
     return fails("aligned_alloc") ? nullptr : NEXT(Aligned, "aligned_alloc")(alignment, size);
 }
+// This one answers its error and leaves errno to the caller's reading.
 INTERPOSED int posix_memalign(void** block, size_t alignment, size_t size) {
     return fails("posix_memalign") ? ENOMEM : NEXT(PosixAligned, "posix_memalign")(block, alignment, size);
 }

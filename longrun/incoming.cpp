@@ -11,7 +11,7 @@
 namespace zelhost {
 namespace {
 
-// Objects of the event types that a document mixes, with the keys that their decoders ask for.
+// The objects of the event types that a document mixes, with the keys that the decoder of each type asks for.
 struct Object {
     int type;
     const char* keys;
@@ -26,6 +26,7 @@ constexpr Object kObjects[] = {
 };
 constexpr const char* kRuleKeys = R"("internal_id":"i","tags":["linux","shell"],"risk_tag":"r","confidence":80)";
 
+// Pids and images repeat within a document, as they do in a real one.
 AlertEvent event(uint64_t number, int index) {
     const Object& object = kObjects[static_cast<size_t>(index) % std::size(kObjects)];
     return {.type = object.type,
@@ -48,7 +49,8 @@ AlertRule rule(const AlertForm& form, int index) {
     return rule;
 }
 
-// One field of a serialised message: the number of a field below 16, and its bytes.
+// One field of a serialised message: its number, which must be below 16, and its bytes. Written by hand, because a long
+// run must also send what a protobuf library would not.
 std::string field(uint32_t number, std::string_view bytes) {
     std::string text(1, static_cast<char>(number << 3 | 2));
     uint64_t size = bytes.size();
@@ -77,6 +79,7 @@ void Mixture::send(uint32_t id, const std::string& data) { session_.publish(id, 
 
 void Mixture::send_alert(AlertForm form, uint32_t id) {
     constexpr const char* kLevels[] = {"none", "Verbose", "Low", "Medium", "High", "Critical"};
+    // The number makes the GUID, so no two alerts have the same one.
     form.number = next_++;
     form.level = kLevels[below(random_, std::size(kLevels))];
     send(id, alert_text(form));
@@ -87,7 +90,7 @@ void Mixture::fresh_alert() {
     send_alert({.rules = rules, .events = 1 + static_cast<int>(below(random_, 3))}, event_id::ioa_alert);
 }
 
-// Eight rules in all, so that most come within a minute of their like.
+// There are eight rules in all, so most of these alerts come within a minute of one like them.
 void Mixture::repeated_alert() {
     send_alert({.rule_id = fmt::format("R-again-{}", below(random_, 8))}, event_id::ioa_alert);
 }
@@ -96,7 +99,8 @@ void Mixture::container_alert() { send_alert({.container = "0a1b2c3d4e5f"}, even
 
 void Mixture::scenario_alert() { send_alert({.type = 2, .rules = 2, .events = 2}, event_id::ioa_alert); }
 
-// Filtered while many traces are put off.
+// The plug-in drops these while many traces are put off. The ids mix small letters and capitals, because case must not
+// count.
 void Mixture::busy_rule_alert() {
     send_alert({.type = 2, .rule_id = fmt::format("xdr-IOA-{}", below(random_, 1000)), .events = 2},
                event_id::ioa_alert);
@@ -106,6 +110,7 @@ void Mixture::trigger_alert() { send_alert({.status = "Trigger"}, event_id::ioa_
 
 void Mixture::memory_alert() { send_alert({.events = 2}, event_id::memory_trojan); }
 
+// Cut short, with a level in capitals, without a GUID, with a text that no message may carry, without a version.
 void Mixture::bad_document() {
     std::string text = alert_text({.number = next_++});
     switch (below(random_, 5)) {
@@ -118,13 +123,13 @@ void Mixture::bad_document() {
     send(below(random_, 4) == 0 ? event_id::memory_trojan : event_id::ioa_alert, text);
 }
 
-// The text travels on unread, so that one that is none is as good.
+// The plug-in does not read the text, so one that is no text does as well.
 void Mixture::finding() {
     const char* const text = below(random_, 5) == 0 ? "\x01 not a text" : R"({"src_ip":"198.51.100.7","count":614})";
     send(event_id::port_scan + below(random_, 3), text);
 }
 
-// Cut at any byte: what can be read of it is sent.
+// The message is cut at any byte; the plug-in sends what it can read of it.
 void Mixture::detection() {
     const std::string message = field(kAgentId, "elsewhere");
     send(event_id::credible_event + below(random_, 2),
@@ -137,7 +142,7 @@ void Mixture::expand() { send(event_id::trc_ex, field(kTaskId, "task-4711")); }
 
 void Mixture::ignored() { send(event_id::ignored, "heartbeat"); }
 
-// The first byte makes it no message, and no document.
+// The first byte sees to it that the rest is neither a message nor a document.
 void Mixture::garbage() {
     constexpr uint32_t kIds[] = {event_id::unprocessed,   event_id::ioa_alert,      event_id::unassigned_1537,
                                  event_id::memory_trojan, event_id::credible_event, event_id::event_detect,
@@ -147,6 +152,7 @@ void Mixture::garbage() {
     send(kIds[below(random_, std::size(kIds))], bytes);
 }
 
+// A null pointer, with a size of 0 or of 100.
 void Mixture::no_data() {
     constexpr uint32_t kIds[] = {event_id::ioa_alert,    event_id::memory_trojan, event_id::port_scan,
                                  event_id::event_detect, event_id::kov,           event_id::trc_ex};
@@ -157,7 +163,7 @@ void Mixture::fresh_hit() { hit(next_++, below(random_, 5)); }
 
 void Mixture::repeated_hit() { hit(below(random_, 20), 2); }
 
-// Kinds 1, 2 and 3 have a record of their own, others none.
+// Kinds 1, 2 and 3 have a variant record of their own; the others have none.
 void Mixture::hit(uint64_t number, uint32_t kind) {
     const std::string domain = fmt::format("host-{}.bad.example", number);
     const ST_DNS_VARIANT_1 one{
@@ -183,7 +189,8 @@ struct Mixture::Kind {
     uint32_t share;
     void (Mixture::*publish)();
 };
-// Rare are those whose nodes or results stay allocated for good.
+// Each kind with its share. The kinds whose nodes or results stay allocated are rare, so that memory does not grow with
+// the length of a run.
 const Mixture::Kind Mixture::kKinds[] = {
     {30, &Mixture::fresh_alert},
     {12, &Mixture::repeated_alert},
@@ -205,8 +212,10 @@ const Mixture::Kind Mixture::kKinds[] = {
 };
 
 void Mixture::publish_one() {
+    // The sum of all shares.
     constexpr uint32_t kShares = 125;
     uint32_t at = below(random_, kShares);
+    // A kind gets as many of the numbers as its share says.
     for (const Kind& kind : kKinds) {
         if (at < kind.share) return (this->*kind.publish)();
         at -= kind.share;

@@ -1,4 +1,4 @@
-// Events as the agent's modules would send them, and some as they should not.
+// Events as the agent's modules would send them, and some as they should not be.
 #pragma once
 
 #include <cstdint>
@@ -11,9 +11,10 @@ namespace zelhost {
 
 using Random = std::mt19937;
 
+// A number from 0 to limit - 1. The limit must not be 0.
 inline uint32_t below(Random& random, uint32_t limit) { return std::uniform_int_distribution(0u, limit - 1)(random); }
 
-// Alerts as the mixture and the storm vary them.
+// What the mixture and the storm vary in an alert.
 struct AlertForm {
     uint64_t number = 0;         // makes the GUID
     int type = 3;                // 2: with processes in its scenario, which are to be checked
@@ -24,14 +25,17 @@ struct AlertForm {
     int rules = 1;
     int events = 1;  // of each rule
 };
+// The alert as a JSON document. The same form gives the same text.
 std::string alert_text(const AlertForm& form);
 
-// Publishes a mixture of everything that a plug-in may meet. One thread.
+// Publishes a mixture of everything that a plug-in may meet, good and bad. It borrows the session. One thread.
 class Mixture {
 public:
-    // Two mixtures with different numbers send no equal alerts, but for those meant as repeats.
+    // The number is the seed. Two mixtures with different numbers send no equal alerts, except those that are meant as
+    // repeats.
     Mixture(Session& session, uint32_t number) : session_(session), random_(number), next_(uint64_t{number} << 32) {}
 
+    // Publishes one event of a kind that is drawn by its share.
     void publish_one();
 
 private:

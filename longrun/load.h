@@ -1,4 +1,4 @@
-// A host that calls everything at once: several threads publish, configure, ask for traces and reports, and reset the
+// A host that calls everything at once. Several threads publish, configure, ask for traces and reports, and reset the
 // data store. Only start and stop of the pipeline are left to the caller.
 #pragma once
 
@@ -15,11 +15,14 @@
 
 namespace zelhost {
 
+// What the threads may do beside publishing.
 struct LoadOptions {
     bool resets = false;
-    bool reports_at_any_time = false;  // which then set the figures to zero; otherwise all buffers are too small
+    bool reports_at_any_time = false;  // and set the figures to zero; otherwise every buffer is too small
 };
 
+// Owns the threads and borrows the rig, which must outlive it. The destructor ends the threads. Everything else is
+// called by one thread.
 class Load {
 public:
     Load(Rig& rig, const LoadOptions& options, uint32_t seed);
@@ -27,11 +30,12 @@ public:
     Load(const Load&) = delete;
     Load& operator=(const Load&) = delete;
 
-    // No call of any thread is running when pause returns; none begins before resume.
+    // When pause returns, no thread is in a call. None begins another before resume. A caller pauses before it looks at
+    // exact figures.
     void pause();
     void resume();
 
-    // Calls that answered what they should not; each is said on standard error.
+    // Calls that answered what they should not. Each of them is also a line on standard error.
     uint64_t wrong_answers() const { return wrong_answers_; }
 
 private:
@@ -39,6 +43,7 @@ private:
     static const Worker kWorkers[];
 
     void work(const Worker& worker, uint32_t seed);
+    // enter waits while the load is paused and answers false at the end; leave ends a turn.
     bool enter();
     void leave();
 

@@ -17,11 +17,14 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kStep = 2ms;
+// Progress starts the count anew, so a slow machine has as long as it needs.
 constexpr int kPatience = 15000;  // steps
+// Every sixteenth event is kept; enough to see a buffer that went too early.
 constexpr uint64_t kHoldEvery = 16;
 constexpr std::string_view kQueueCount = "[work queue count : ";
 
-// The logger reads its environment at the first line, which comes from the plug-in.
+// Sets the environment. The logger reads it at its first line, which comes from the plug-in. A value that is set
+// already stays.
 const std::vector<Setting>& prepared(const std::vector<Setting>& settings) {
     setenv("agentid", "bench", 1);
     setenv("ZEL_LOG_FILE", "/dev/null", 0);
@@ -29,7 +32,8 @@ const std::vector<Setting>& prepared(const std::vector<Setting>& settings) {
     return settings;
 }
 
-// Every byte, so that a checker sees a buffer that is gone.
+// Reads every byte, so that a checker sees a buffer that is gone. The sum keeps the compiler from leaving the reading
+// out.
 uint64_t read_all(const char* data, uint64_t size) {
     return data == nullptr ? 0 : std::accumulate(data, data + size, uint64_t{0});
 }
@@ -43,7 +47,7 @@ Rig::Rig(const std::string& agent, const std::vector<Setting>& settings, Watcher
 
 Rig::~Rig() { release_held(); }
 
-// The longest queue is known to the log alone; the plug-in reports only how often it overflowed.
+// Only the log knows the longest queue; the plug-in reports just how often the queue overflowed.
 void Rig::on_log_line(std::string_view line) {
     if (const size_t at = line.find(kQueueCount); at != std::string_view::npos) {
         const uint64_t size = strtoul(line.data() + at + kQueueCount.size(), nullptr, 10);
@@ -52,7 +56,7 @@ void Rig::on_log_line(std::string_view line) {
     if (watcher_) watcher_(line);
 }
 
-// Some events are kept for a while.
+// Keeps some of the events for a while, as a slow subscriber does.
 void Rig::on_event(MbFrame::IEvent& event, const ST_PB_EVENT& record) {
     checksum_ += read_all(record.pData, record.uSize);
     MbFrame::IEvent* oldest = nullptr;
@@ -66,15 +70,16 @@ void Rig::on_event(MbFrame::IEvent& event, const ST_PB_EVENT& record) {
         }
         held_.push_back(&event);
     }
+    // Outside of the lock, because a release may run code of the plug-in.
     if (oldest != nullptr) give_back(oldest);
 }
 
-// The path is read to its end, so that a checker sees a text that is gone.
+// Reads the path to its end, so that a checker sees a text that is gone.
 void Rig::on_memory_check(const ST_MEM_DETECT_INFO& info) { checksum_ += std::string_view(info.pszPath).size(); }
 
 void Rig::on_answer(int, uint32_t, const char* buffer, uint32_t size) { checksum_ += read_all(buffer, size); }
 
-// Counts too many rather than too few: a stop may begin while the release is under way.
+// May count too many but never too few, because a stop may begin while the release is under way.
 void Rig::give_back(MbFrame::IEvent* event) {
     const uint64_t phase = phase_;
     event->Release();
@@ -98,7 +103,7 @@ void Rig::start() {
 }
 
 // What is on its way when the stop begins, and what the workers send while it goes on, may be released after the trace
-// module has been unloaded.
+// module was unloaded.
 void Rig::stop() {
     ++phase_;
     const lummb_counts before = session_.account().bus;
@@ -121,6 +126,7 @@ bool Rig::settle(const Left& discarded) {
 }
 
 uint64_t resident_kib() {
+    // Otherwise freed memory that the allocator keeps would look like a leak.
     malloc_trim(0);
     uint64_t pages = 0;
     uint64_t resident = 0;

@@ -1,5 +1,5 @@
-// A session as a long run has it: a plug-in in a private copy of an agent folder, with a slow subscriber that keeps
-// some of the events for a while, and memory figures. The driving and counting is the session's.
+// A session as a long run needs it: a plug-in in a private copy of an agent folder, a slow subscriber that keeps some
+// events for a while, and figures of memory. The session itself drives and counts.
 #pragma once
 
 #include <atomic>
@@ -15,32 +15,32 @@
 
 namespace zelhost {
 
-// Owns the folder and the session. Any thread, but for start and stop.
+// Owns the folder and the session. Any thread may call it, but start and stop come from one thread.
 class Rig : private Client {
 public:
-    // Sees each log line, one at a time, on the thread that logs. Must be quick and must not log.
+    // Sees each line of the log, one at a time, on the thread that logs. It must be quick and must not log.
     using Watcher = std::function<void(std::string_view line)>;
 
-    // `agent` is the folder that is copied. Throws Failure.
+    // `agent` is the folder that is copied; the settings are appended in the copy. Throws Failure.
     Rig(const std::string& agent, const std::vector<Setting>& settings, Watcher watcher = {});
-    // The plug-in must have been stopped.
+    // Releases what is held. The plug-in must have been stopped.
     ~Rig();
     Rig(const Rig&) = delete;
     Rig& operator=(const Rig&) = delete;
 
     Session& session() { return session_; }
-    // On one thread, in turn. Start throws Failure when the plug-in does not start, and when the agent's own libraries
-    // stand where a long run needs the counts of stand-ins.
+    // Start and stop come from one thread, in turn. Start throws Failure when the plug-in does not start. It also does
+    // so when the agent's own libraries stand where a long run needs the counts of stand-ins.
     void start();
     void stop();
-    // Waits until all that went in has its end, but for what `discarded` counts as gone at an earlier stop. False after
-    // half a minute without any progress.
+    // Waits until everything that went in has its end, except what `discarded` counts as lost at an earlier stop. False
+    // after half a minute without any progress.
     bool settle(const Left& discarded = {});
     // Releases the events that the slow subscriber still holds.
     void release_held();
 
     uint64_t longest_event_queue() const { return longest_event_queue_; }
-    // Most events that were released after the trace module had been unloaded.
+    // The most events that may have been released after the trace module was unloaded.
     uint64_t outlived() const { return outlived_; }
 
 private:

@@ -1,10 +1,11 @@
-// A soak: mixed load from several threads in rounds, each in a process of its own, since a plug-in attaches to the bus
-// once in its life. Each round starts the pipeline, loads it, stops it, and starts and stops it again while on-demand
-// traces go on. At its end every event that went in has an end that a log line or a counter names.
+// A soak: mixed load from several threads, in rounds. Each round runs in a process of its own, because a plug-in
+// attaches to the bus once in its life. A round starts the pipeline, loads it and stops it. Then it starts and stops it
+// again while on-demand traces go on. At its end every event that went in has an end that a log line or a counter
+// names.
 //
 //   soak [SECONDS [SEED]]
 //
-// Prints a balance for each round. Ends with 1 if a figure differs or a round did not end well.
+// Prints a balance for each round. Exit code 1 if a figure differs or a round did not end well, otherwise 0.
 #include <fmt/format.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,13 +32,14 @@ using clocks::machine_now;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+// How a round is made, and by which terms it is judged.
 struct RoundKind {
     const char* name;
     std::vector<const char*> settings;
     LoadOptions load;
     Terms terms;
 };
-// Each meets limits that the others do not.
+// Each kind meets limits that the others do not meet.
 const RoundKind kRounds[] = {
     {"traces put off once, failed and dropped; every event to its end",
      {"zeltrc:standin:not_ready_times=1", "zeltrc:standin:cost_ms=1", "zeltrc:standin:fail_every=7",
@@ -63,15 +65,17 @@ const RoundKind kRounds[] = {
 constexpr const char* kCommon[] = {"zelreshdl:config:interval=1", "zelreshdl:cache:die_check_time=1",
                                    "zelreshdl:cache:die_time_linux=1"};
 
+// These count time of the machine; the plug-in's own clock runs faster.
 constexpr milliseconds kLongestRound = 5min;
 constexpr milliseconds kShortestRound = 5s;
 constexpr milliseconds kBetweenPauses = 5s;
+// What a round may take beyond its length: restarts, the last rest, a slow machine.
 constexpr unsigned kGraceSeconds = 240;
 constexpr int kRestarts = 3;
 constexpr int kClockSpeed = 60;  // a minute of the run is an hour of the plug-in's
 
-// What a round may add to its memory: some of its own, and what the plug-in keeps on purpose, which is the nodes of
-// ignored events, the builder's buffers of file traces and the trees of documents without an id.
+// What a round may add to its memory: 4 MiB of its own, and what the plug-in keeps on purpose. These are the nodes of
+// ignored events, the builder's buffers of file traces and the trees of documents without a GUID.
 uint64_t allowed_growth_kib(const Totals& totals) {
     return 4096 + totals.sum(&KindFigures::ignored) + totals.file_traces / 2 + totals.sum(&KindFigures::undecoded) * 2;
 }
@@ -82,6 +86,7 @@ std::vector<Setting> parsed(std::span<const char* const> texts) {
     return list;
 }
 
+// One round: owns the rig, and so the plug-in, for as long as its process lives. One thread, beside those of the load.
 class Round {
 public:
     Round(const std::string& agent, const RoundKind& kind, milliseconds length, uint32_t seed)
@@ -105,14 +110,15 @@ private:
     std::vector<uint64_t> resident_;  // KiB at each rest
 };
 
+// A round goes on after a failure, since its balance then tells what is missing.
 void Round::settle() {
     if (rig_.settle(discarded_)) return;
     ++wrong_;
     fmt::print("  WRONG: not all has come to its end\n");
 }
 
-// Nothing runs and no event is held: the figures are exact, memory is what is kept, and a stop leaves no result of the
-// trace module to an event that outlives it.
+// Nothing runs and no event is held. So the figures are exact, memory is what is really kept, and a stop leaves no
+// result of the trace module to an event that outlives the module.
 void Round::rest(Load& load) {
     load.pause();
     settle();
@@ -124,13 +130,14 @@ void Round::rest(Load& load) {
 void Round::load_until(Load& load, steady_clock::time_point end) {
     while (machine_now() < end) {
         std::this_thread::sleep_for(std::min<steady_clock::duration>(kBetweenPauses, end - machine_now()));
+        // A round that is stopped under load is never at rest.
         if (!kind_.terms.settled) continue;
         rest(load);
         load.resume();
     }
 }
 
-// What a stop takes out of the queues is gone without a line, so it counts as left from then on.
+// What a stop takes out of the queues is gone without a line. From here on it counts as lost.
 void Round::stop() {
     rig_.stop();
     discarded_ = rig_.session().account().left;
@@ -144,7 +151,7 @@ bool Round::run() {
         load_until(load, end);
         if (kind_.terms.settled) rest(load);
         stop();
-        // The second and later starts do not attach to the bus again: on-demand traces are all that comes.
+        // The second and later starts do not attach to the bus again, so on-demand traces are all that comes.
         for (int i = 0; i < kRestarts; ++i) {
             rig_.start();
             load.resume();
@@ -159,7 +166,7 @@ bool Round::run() {
     return sum_up();
 }
 
-// All that the round says of itself, and what does not hold.
+// Prints what the round says of itself, and what does not hold.
 bool Round::sum_up() {
     Terms terms = kind_.terms;
     terms.longest_event_queue = rig_.longest_event_queue();
@@ -186,8 +193,9 @@ int run_round(const std::string& agent, const RoundKind& kind, milliseconds leng
     }
 }
 
-// In a process of its own, which an alarm ends if it hangs.
+// Runs the round in a process of its own. An alarm ends it if it hangs.
 bool run_in_child(const std::string& agent, const RoundKind& kind, milliseconds length, uint32_t seed) {
+    // The child would print what is still in the buffers a second time.
     fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
@@ -200,9 +208,9 @@ bool run_in_child(const std::string& agent, const RoundKind& kind, milliseconds 
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// At least one round of each kind, however short the time.
+// Plays at least one round of each kind, however short the time is.
 int soak(milliseconds total, uint32_t seed) {
-    // One copy for all rounds: a build in the meantime changes the staged folder.
+    // One copy serves all rounds, because a build in the meantime would change the staged folder.
     const AgentFolder agent(ZEL_AGENT_DIR, parsed(kCommon));
     const milliseconds length = std::clamp(total / static_cast<int>(std::size(kRounds)), kShortestRound, kLongestRound);
     const auto end = machine_now() + total;

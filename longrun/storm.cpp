@@ -1,9 +1,9 @@
-// A storm: 100 000 alerts against a trace module that cannot keep up. What is shed at the intake and by the eliminator
-// is accounted for alert by alert, each pass of the eliminator is done again from the log, and memory is as it was.
+// A storm: 100 000 alerts against a trace module that cannot keep up. It accounts for each alert that the intake or the
+// eliminator sheds, does each pass of the eliminator again from the log, and looks whether memory is as it was.
 //
 //   storm [ALERTS]
 //
-// Ends with 1 if anything does not hold.
+// Exit code 1 if anything does not hold, otherwise 0.
 #include <fmt/format.h>
 #include <sys/prctl.h>
 
@@ -31,17 +31,19 @@ using namespace zelhost;
 using Clock = std::chrono::steady_clock;
 
 constexpr uint64_t kQueueMax = 100;
+// The same numbers stand in the settings of the rig below.
 constexpr int kSkipLevel = 2;
+// Memory is measured after these, when every cache and pool has its size.
 constexpr uint64_t kWarmUp = 3000;
 constexpr int64_t kMostGrowthKib = 5 * 1024;
 
-// Ticks that a trace costs, both inclusive. The most that can wait is 2 * 100 + 4 alerts of 20 processes, which at
-// 20000 a process stays far below what 32 bits hold.
+// What a trace costs in ticks of the storm's clock; both limits are included. At most 2 * 100 + 4 alerts of 20
+// processes wait, and at 20000 ticks a process their sum stays far below what 32 bits hold.
 std::atomic<int32_t> g_lowest_cost{5000};
 std::atomic<int32_t> g_highest_cost{5000};
 std::atomic<uint64_t> g_tick{1};
 
-// Asked once a thread: its name does not change.
+// Asked once for each thread, because its name does not change.
 bool on_trace_worker() {
     thread_local const bool is = [] {
         char name[16] = {};
@@ -51,7 +53,8 @@ bool on_trace_worker() {
     return is;
 }
 
-// The trace worker asks before and after each trace, and only then: half of the difference comes with each call.
+// The clock that the plug-in sees. The trace worker asks it before and after each trace, and only then. So half of each
+// pair of calls adds the cost that the storm wants.
 uint64_t storm_ticks() {
     if (!on_trace_worker()) return g_tick;
     thread_local Random random(1);
@@ -64,7 +67,7 @@ uint64_t storm_ticks() {
     return g_tick;
 }
 
-// How the storm blows for a while.
+// How the storm blows for a while: how fast alerts come, what traces cost, how much delay is allowed.
 struct Phase {
     const char* name;
     int percent;     // of the alerts
@@ -81,6 +84,7 @@ constexpr Phase kPhases[] = {
     {"flat out, up to 20 s a trace, an hour allowed", 20, 0, 0, 20000, "3600000"},
 };
 
+// The account reads the number back from the GUID.
 std::string storm_alert(uint64_t number) {
     constexpr const char* kLevels[] = {"none", "Verbose", "Low", "Medium", "High", "Critical"};
     // Levels and sizes do not keep step, so that each level has alerts of each size.
@@ -88,6 +92,7 @@ std::string storm_alert(uint64_t number) {
     return alert_text({.number = number, .level = kLevels[number % std::size(kLevels)], .events = events});
 }
 
+// Owns the rig and the account of the eliminator. Runs on the main thread.
 class Storm {
 public:
     Storm(uint64_t alerts)
@@ -114,7 +119,7 @@ private:
     int64_t growth_kib_ = 0;
 };
 
-// In groups of a hundred, since a sleep a document would be too coarse.
+// Publishes in groups of a hundred, because a sleep for each document would be too coarse.
 void Storm::blow(uint64_t alerts, int per_second) {
     const auto begin = Clock::now();
     for (uint64_t i = 0; i < alerts; ++i) {
@@ -132,6 +137,7 @@ void Storm::settle() {
     fmt::print("WRONG: not all has come to its end\n");
 }
 
+// Prints one check, whether it holds or not, and remembers a failure.
 bool Storm::check(const char* what, uint64_t value, uint64_t most, bool exactly) {
     const bool holds = exactly ? value == most : value <= most;
     fmt::print("  {}{:<58} {:>8} {} {}\n", holds ? "" : "WRONG: ", what, value, exactly ? "=" : "<=", most);
@@ -149,6 +155,7 @@ bool Storm::run() {
         const std::string settings =
             fmt::format(R"({{"delay_time":"{}","queue_size":"{}"}})", phase.delay_time, kQueueMax);
         rig_.session().configure(settings.c_str(), static_cast<uint32_t>(settings.size()));
+        // Nothing waits between two phases, so no pass sees the old limit.
         account_.set_limit(atoll(phase.delay_time));
         g_lowest_cost = phase.lowest_cost;
         g_highest_cost = phase.highest_cost;
@@ -162,9 +169,11 @@ bool Storm::run() {
                    phase.name, took.count(), end.full_lines - start.full_lines, end.passes - start.passes,
                    end.shedding_passes - start.shedding_passes, end.drops - start.drops);
     }
+    // Held events would count as growth.
     rig_.release_held();
     growth_kib_ = static_cast<int64_t>(resident_kib()) - before;
     fmt::print("resident memory {} KiB before, {} KiB more after\n", before, growth_kib_);
+    // The figures of the plug-in are part of the checks.
     rig_.session().collect();
     rig_.stop();
     return sum_up();
@@ -176,6 +185,8 @@ bool Storm::sum_up() {
     const StormFigures log = account_.figures();
     const KindFigures alerts = totals.of(event_id::ioa_alert);
     fmt::print("{}", account_text(account, End::quiet));
+    // The limits of the queues count inclusive, so each queue may hold one more. The trc queue may also get all that
+    // the event queue held, and one that the alarm worker had in hand.
     check("event queue, longest", log.longest_event_queue, kQueueMax + 1);
     check("trc queue, longest that the intake met", log.longest_trc_queue, 2 * kQueueMax + 3);
     check("waiting for a trace or in one, most at once", log.most_waiting, 2 * kQueueMax + 3 + 1);
@@ -194,6 +205,7 @@ bool Storm::sum_up() {
         log.passes, log.shedding_passes, log.overshoots, log.exhausted, log.savings_lines, log.largest_prediction,
         log.older_severe);
     const bool shed = log.full_lines > 0 && log.shedding_passes > 0 && log.savings_lines > 0;
+    // A storm that sheds nothing has shown nothing.
     if (!shed) fmt::print("  WRONG: no storm, nothing was shed\n");
     good_ &= shed;
     if (kMeasureMemory)

@@ -17,15 +17,16 @@ constexpr size_t kMostFaults = 20;
 constexpr std::string_view kDropAlarm = "drop alarm: ";
 constexpr std::string_view kPopped = ", pop from eliminator";
 
-// The thread that writes the predictions writes the drops, too.
+// One thread writes the predictions and the drops. Lines of other threads come in between and do not end a pass.
 thread_local bool on_trace_worker = false;
 
+// The text behind the prefix; empty when the line has no prefix.
 std::string_view text_of(std::string_view line) {
     const size_t at = line.find(")] ");
     return at == std::string_view::npos ? std::string_view{} : line.substr(at + 3);
 }
 
-// "NAME NUMBER ..."; the lines are terminated.
+// The number behind a name at the start of the text. The lines are terminated, so strtoll stops.
 std::optional<int64_t> number_behind(std::string_view text, std::string_view name) {
     if (!text.starts_with(name)) return {};
     return strtoll(text.data() + name.size(), nullptr, 10);
@@ -46,9 +47,11 @@ void StormAccount::line(std::string_view line) {
     if (text.empty()) return;
     const std::lock_guard lock(mutex_);
 
+    // First, because the line that ends a pass may also be one of those below.
     if (pass_ && on_trace_worker && !text.starts_with(kDropAlarm)) end_pass(text);
     if (text.starts_with("node event id: ") && (text.ends_with(kPushedText) || text.ends_with(kPopped))) {
         Alert alert{guid_number(text.substr(text.find(kGuidText) + kGuidText.size())), 0, 0};
+        // The misspelt words in these texts are those of the plug-in's log.
         sscanf(text.data(), "node event id: %*d, process count: %d, risk level: %d", &alert.processes, &alert.level);
         if (text.ends_with(kPopped))
             pop(alert.number);
@@ -59,6 +62,7 @@ void StormAccount::line(std::string_view line) {
     } else if (text.starts_with("current predict time, ")) {
         int trunk = 0;
         int full = 0;
+        // The misspelt word is the plug-in's.
         sscanf(text.data(), "current predict time, truck trace: %d, full trace: %d", &trunk, &full);
         trunk_ = trunk;
         full_ = full;
@@ -81,6 +85,7 @@ void StormAccount::line(std::string_view line) {
     }
 }
 
+// The line of the intake is the only one that shows all three queues.
 void StormAccount::queue_sizes(const char* text) {
     size_t event = 0;
     size_t trc = 0;
@@ -99,6 +104,7 @@ void StormAccount::push(const Alert& alert) {
     figures_.most_waiting = std::max<uint64_t>(figures_.most_waiting, waiting_.size());
 }
 
+// A dropped alert has lost its weight already.
 void StormAccount::pop(uint64_t number) {
     const auto at = std::ranges::find(waiting_, number, &Alert::number);
     if (at == waiting_.end()) return fault(fmt::format("alert {} was popped and never pushed", number));
@@ -106,13 +112,15 @@ void StormAccount::pop(uint64_t number) {
     waiting_.erase(at);
 }
 
+// In 64 bits, so that this account cannot overflow where the plug-in would end the process.
 int64_t StormAccount::predict(const PerLevel& counts) const {
     int64_t total = 0;
     for (int level = 0; level < kLevels; ++level) total += counts[static_cast<size_t>(level)] * cost(level);
     return total;
 }
 
-// The mild levels whole, until what is left of the excess fits into one.
+// The mild levels lose all of theirs, until what is left of the excess fits into one level. Written anew here, so that
+// a mistake in the plug-in is not repeated.
 StormAccount::PerLevel StormAccount::quotas(int64_t excess, const PerLevel& counts) const {
     PerLevel quotas{};
     for (int level = 0; level < kLevels; ++level) {
@@ -128,7 +136,8 @@ StormAccount::PerLevel StormAccount::quotas(int64_t excess, const PerLevel& coun
     return quotas;
 }
 
-// A push writes its line before it enters the account, so that the last one before a pass may not be in it yet.
+// A push writes its line before it enters the account. So the last push before a pass may not be in the account yet;
+// the prediction tells which it is. When that alert costs nothing, the prediction cannot tell.
 void StormAccount::begin_pass(int64_t prediction) {
     ++figures_.passes;
     figures_.largest_prediction = std::max(figures_.largest_prediction, prediction);
@@ -152,7 +161,8 @@ void StormAccount::begin_pass(int64_t prediction) {
     pass_ = pass;
 }
 
-// The walk is in order of age: what it passes over had no quota, what it takes had one and was still needed.
+// The walk is in order of age. What it passes over must have had no quota. What it takes must have had one and must
+// still have been needed.
 void StormAccount::drop(uint64_t number) {
     ++figures_.drops;
     if (!pass_) return fault(fmt::format("alert {} was shed outside a pass", number));
@@ -167,6 +177,7 @@ void StormAccount::drop(uint64_t number) {
     if (alert.dropped) fault(fmt::format("alert {} was shed twice", number));
     if (quota(alert) <= 0)
         fault(fmt::format("alert {} was shed with a quota of {} for level {}", number, quota(alert), alert.level));
+    // Allowed, because quotas go by level and the walk by age. The figure shows how often it happens.
     figures_.older_severe += std::any_of(
         pass.at, waiting_.end(), [&](const Alert& other) { return !other.dropped && other.level < alert.level; });
     alert.dropped = true;
@@ -176,9 +187,10 @@ void StormAccount::drop(uint64_t number) {
     counts_.at(static_cast<size_t>(alert.level)) -= alert.processes;
 }
 
-// `text` is the first line behind the pass.
+// Ends the pass; `text` is the first line behind it, which tells how much was saved if anything was.
 void StormAccount::end_pass(std::string_view text) {
     const Pass pass = *std::exchange(pass_, {});
+    // The pass stopped before the excess was covered, so nothing with a quota may be left.
     for (auto at = pass.at; pass.remaining > 0 && at != waiting_.end(); ++at) {
         const bool doubtful = pass.in_doubt && pass.in_doubt->number == at->number;
         if (!at->dropped && !doubtful && pass.quotas[static_cast<size_t>(at->level)] > 0)
@@ -189,9 +201,11 @@ void StormAccount::end_pass(std::string_view text) {
     const int64_t saved = pass.excess - pass.remaining;
     const auto told = number_behind(text, "drop trace will decrease: ").value_or(0);
     if (told != saved) fault(fmt::format("a pass saved {} ms and told {}", saved, told));
+    // Pushes that came during the pass waited, since the pass holds the eliminator's lock.
     for (const Alert& alert : std::exchange(pushed_in_pass_, {})) push(alert);
 }
 
+// Each alert ends once, and it ends as dropped exactly if it was shed.
 void StormAccount::end_alert(uint64_t number, End end) {
     if (number >= ends_.size()) return fault(fmt::format("an unknown alert {} has ended", number));
     if (ends_[number] != End::none) fault(fmt::format("alert {} has ended twice", number));
@@ -200,6 +214,7 @@ void StormAccount::end_alert(uint64_t number, End end) {
     figures_.settled += end == End::dropped;
 }
 
+// Only the first texts are kept: after one mistake many follow.
 void StormAccount::fault(std::string text) {
     ++fault_count_;
     if (faults_.size() < kMostFaults) faults_.push_back(std::move(text));

@@ -1,5 +1,5 @@
-// The eliminator's account, kept a second time from the log alone: which alerts wait, what each pass sheds, and whether
-// it had to. Also the end of each alert and the longest queues.
+// The account of the eliminator, kept a second time from the log alone: which alerts wait, what each pass sheds, and
+// whether it had to. It also knows the end of each alert and the longest queues.
 #pragma once
 
 #include <array>
@@ -34,17 +34,20 @@ struct StormFigures {
 
 class StormAccount {
 public:
-    // For alerts numbered below `alerts`; those at or above the trunk levels cost the full time.
+    // For alerts whose numbers are below `alerts`. Levels up to `skip_level` cost the trunk time, those above it the
+    // full time.
     StormAccount(uint64_t alerts, int skip_level);
 
-    // A line of the log, from the logger's tap.
+    // Takes a line of the log, on the thread that logs.
     void line(std::string_view line);
-    // The limit of the passes to come; none may be under way.
+    // The limit for the passes to come. No pass may be under way.
     void set_limit(int64_t milliseconds);
 
     StormFigures figures() const;
-    // Alerts by what the log says of them: pushed and ended, once each. Prints no more than the first faults.
+    // The number of alerts that have an end.
     uint64_t count_ended() const;
+    // The first faults in words, and the number of all. A fault is whatever the eliminator did otherwise than this
+    // account.
     std::vector<std::string> faults() const;
     uint64_t fault_count() const;
 
@@ -60,7 +63,7 @@ private:
         bool dropped = false;
     };
     using Waiting = std::list<Alert>;
-    // One pass, from its prediction to the next other line of the same thread.
+    // One pass: from its prediction to the next line of the same thread that is not about a drop.
     struct Pass {
         int64_t excess = 0;
         int64_t remaining = 0;

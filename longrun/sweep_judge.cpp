@@ -12,6 +12,7 @@
 namespace sweep {
 namespace {
 
+// Outputs in one line for people.
 std::string shown(const std::vector<std::string>& texts) {
     std::string all;
     for (const auto& text : texts) all += (all.empty() ? "" : " ") + text;
@@ -22,7 +23,7 @@ std::string difference(const Step& expected, const Step& seen) {
     return "step '" + seen.name + "' gave " + shown(seen.outputs) + " in place of " + shown(expected.outputs);
 }
 
-// What stands in `seen` more often than in `expected`.
+// The texts that stand in `seen` more often than in `expected`.
 std::vector<std::string> beyond(std::vector<std::string> expected, std::vector<std::string> seen) {
     std::vector<std::string> surplus;
     std::ranges::sort(expected);
@@ -31,26 +32,29 @@ std::vector<std::string> beyond(std::vector<std::string> expected, std::vector<s
     return surplus;
 }
 
+// An output is KIND:DETAILS.
 std::string kind_of(const std::string& output) { return output.substr(0, output.find(':')); }
 
+// Calls answer whatever happens, so their number does not tell of a loss.
 bool is_call(const std::string& kind) {
     constexpr const char* kCalls[] = {"init", "configure", "file_trace", "process_trace", "report"};
     return std::ranges::find(kCalls, kind) != std::end(kCalls);
 }
 
-// Outputs that stand for a failure. An event whose GUID could not be copied has none, and a file trace without a
-// message is asked for all the same.
+// Outputs that are a failure's own. An event whose GUID could not be copied goes out without one. A file trace without
+// a message is asked for all the same, and its callback comes without data.
 bool is_of_failure(const std::string& output) {
     return output.find(":-1") != std::string::npos || output.ends_with(":guid-without") || output == "callback8:0";
 }
 
-// A report has all its figures or is not given; the five of the traces are there when there was one.
+// A report has all of its figures or is not given at all. Five figures are about traces and are there only when one
+// succeeded.
 bool is_whole_report(const std::string& output) {
     return output.ends_with(":0:0") || output.ends_with(":1:12") || output.ends_with(":1:14");
 }
 
-// What goes beyond one event in what the differing steps gave; empty when nothing does. `alone` is a step that depends
-// on no other.
+// Says what the differing steps lost or gained beyond one event; empty when it is no more. `alone` means a step that
+// depends on no other, so nothing else may have changed in it.
 std::string too_much(const std::vector<std::pair<const Step*, const Step*>>& differing, bool alone) {
     std::map<std::string, int> kinds;
     std::vector<std::string> expected;
@@ -92,11 +96,13 @@ Run parse(const std::string& text) {
         const std::string word = line.substr(0, space);
         const std::string rest = space == std::string::npos ? "" : line.substr(space + 1);
         if (word == "failed") {
+            // A line may be cut when the process ended; a cut line tells nothing.
             run.frames = split(rest, ' ');
             if (run.frames.size() < 2) continue;
             run.call = run.frames[0] + " in " + run.frames[1];
             run.frames.erase(run.frames.begin(), run.frames.begin() + 2);
         } else if (word == "armed" || word == "clean") {
+            // The bar added here keeps the last part when it is empty.
             const auto parts = split(rest + "|", '|');
             if (parts.size() < 3) continue;
             run.steps.push_back({parts[0], parts[1], split(parts[2], ' '), word == "armed"});
@@ -117,6 +123,7 @@ std::string unsound(const Run& baseline) {
     std::map<std::string, int> kinds;
     for (const Step& step : baseline.steps)
         for (const auto& output : step.outputs) ++kinds[kind_of(output)];
+    // A scenario that no longer reaches a road would find no fault there.
     for (const char* kind : {"769", "770", "771", "2305", "callback8", "callback10", "report"})
         if (kinds[kind] == 0) return std::string("no ") + kind;
     for (const char* key : {"alive", "late", "frames", "threads", "inits"})
@@ -126,10 +133,12 @@ std::string unsound(const Run& baseline) {
 
 std::string judge(const Run& baseline, const Run& run, int status) {
     if (!run.wrong.empty()) return run.wrong;
+    // A crash says more than any difference, so it is looked at first.
     if (WIFSIGNALED(status)) {
         const std::string last = run.steps.empty() ? "the begin" : "step '" + run.steps.back().name + "'";
         return std::string("ended by signal ") + strsignal(WTERMSIG(status)) + " after " + last;
     }
+    // A sanitizer's report; its exit code alone would not say what it found.
     for (const auto& line : split(run.text, '\n'))
         if (line.find("ERROR: ") != std::string::npos || line.find("runtime error: ") != std::string::npos) return line;
     if (WEXITSTATUS(status) != 0) return "exit code " + std::to_string(WEXITSTATUS(status));
@@ -142,6 +151,7 @@ std::string judge(const Run& baseline, const Run& run, int status) {
         const Step& now = run.steps[i];
         has_line = has_line || !beyond(before.lines, now.lines).empty();
         if (before.outputs == now.outputs) continue;
+        // A flush may differ: it brings out what the lost event left behind.
         if (!now.armed && !now.name.starts_with("flush")) return "afterwards: " + difference(before, now);
         differing.emplace_back(&before, &now);
     }
@@ -153,17 +163,20 @@ std::string judge(const Run& baseline, const Run& run, int status) {
                        difference(*before, *now);
         const std::string much = too_much(differing, first.group == "-");
         if (!much.empty()) return much + ": " + difference(*differing.front().first, first);
+        // A loss that no line names cannot be found at a customer.
         if (!has_line) return "no line about it: " + difference(*differing.front().first, first);
     }
+    // The comparison would be true and worth nothing.
     if (&run != &baseline && run.end.at("failed") == 0) return "no allocation failed: the run made fewer";
-    // The interface of a DNS event is not given back when there is no memory for its copy.
+    // The plug-in does not give back the interface of a DNS event when there is no memory for the copy, so this one
+    // event stays alive.
     const bool keeps_dns = run.text.find("line new(std::nothrow)ST_IOC_MSG error!") != std::string::npos;
     for (const auto& [key, value] : baseline.end) {
         if (key == "allocations" || key == "failed") continue;
         const auto found = run.end.find(key);
         const long now = found == run.end.end() ? -1 : found->second;
         if (key == "alive" && keeps_dns && now == value + 1) continue;
-        // A result that stays in the run without a failure may be the one that was lost.
+        // A result that stays in the run without a failure may be the very one that was lost here.
         if (now != value && !(key == "results" && now >= 0 && now < value))
             return "at the end " + key + "=" + std::to_string(now) + " in place of " + std::to_string(value);
     }

@@ -1,4 +1,4 @@
-// What the process of one run told, and whether it is as it must be.
+// What the process of one run told, and whether it is as it must be. Plain functions of their arguments; any thread.
 #pragma once
 
 #include <map>
@@ -7,6 +7,7 @@
 
 namespace sweep {
 
+// One step of the scenario as the run saw it.
 struct Step {
     std::string name;
     std::string group;
@@ -15,7 +16,7 @@ struct Step {
     std::vector<std::string> lines = {};  // of level ERROR or WARN
 };
 
-// One run, as its process told it.
+// One run as its process told it.
 struct Run {
     std::string call;  // the allocation that failed
     std::vector<std::string> frames;
@@ -25,20 +26,22 @@ struct Run {
     std::string text;  // all that it wrote
 };
 
-// Reads the lines that sweep_session.h describes.
+// Reads the lines that sweep_session.h describes. Other lines, such as those of a sanitizer, stay in `text` alone.
 Run parse(const std::string& text);
 
-// What the run without a failure lacks, so that a comparison with it would be worth nothing; empty when it lacks
+// Says what the run without a failure lacks; a comparison with such a run would be worth nothing. Empty when it lacks
 // nothing.
 std::string unsound(const Run& baseline);
 
-// What is wrong with a run that ended with this status of waitpid; empty when it is as it must be.
+// Says what is wrong with a run that ended with this status of waitpid. Empty when the run is as it must be.
 //
 // A failure may cost the event in hand: at most one event of each kind, or the memory checks of one alert, or the
-// answer of a call, with a new line of level ERROR or WARN. Only one step differs, or steps of one group. What is
-// played without failures afterwards gives exactly what it gives in the run without a failure, and so does the balance.
+// answer of a call. A new line of level ERROR or WARN must say so. Only one step may differ, or several steps of one
+// group. What is played without failures afterwards must give exactly what it gives in the run without a failure, and
+// so must the balance at the end.
 std::string judge(const Run& baseline, const Run& run, int status);
 
+// Parts between the separators; with a blank as separator, empty parts are left out.
 std::vector<std::string> split(const std::string& text, char at);
 
 }  // namespace sweep

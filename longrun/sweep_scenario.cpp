@@ -1,12 +1,14 @@
-// What a run of the allocation sweep plays: every road through the plug-in, once each, with short documents.
+// What a run of the allocation sweep plays: every road through the plug-in, with short documents. Texts that the
+// plug-in keeps are long enough here and there to need a block of their own, since only then there is an allocation to
+// fail.
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "longrun/sweep_session.h"
 #include "platform/event_ids.h"
 #include "platform/zel_trc.h"
 #include "standin/zeltrc/zeltrc_host.h"
-#include "longrun/sweep_session.h"
 
 namespace sweep {
 namespace {
@@ -17,23 +19,26 @@ constexpr const char* kShedding = "shedding";
 constexpr const char* kRetry = "retry";
 constexpr const char* kAlone = "-";
 
+// What the trace module answers in place of a success.
 constexpr Answer kNotReady{ZEL_TRC_NOT_READY, false};
 constexpr Answer kFails{-5, false};
 constexpr Answer kFailsWithResult{-5, true};
 
+// The items as a JSON array.
 std::string joined(const std::vector<std::string>& items) {
     std::string text;
     for (const auto& item : items) text += (text.empty() ? "" : ",") + item;
     return "[" + text + "]";
 }
 
-// An event of a type with the keys of that type. Some texts need a block of their own, some do not.
+// An event of a type, with the keys of that type. Some of its texts need a block of their own, others do not.
 std::string event(int type, const std::string& keys, int pid = 4001) {
     return R"({"version":1,"type":)" + std::to_string(type) + R"(,"SubjectPid":)" + std::to_string(pid) +
            R"(,"SubjectTid":9,"SubjectCmd":"worker --listen --port 4444","SubjectCreateTime":900,"SubjectUser":"root",)" +
            R"("SubjectGuid":"g-1","SubjectImage":"/usr/local/lib/service/worker","OpTime":1000,)" + keys + "}";
 }
 
+// The file does not exist, so its size is not in the message and runs on different machines are equal.
 std::string file_event() { return event(7, R"("FilePath":"/tmp/gone")"); }
 
 std::string rule(const std::string& id, const std::vector<std::string>& events, const std::string& status = "Enable",
@@ -43,6 +48,7 @@ std::string rule(const std::string& id, const std::vector<std::string>& events, 
            R"("rule_name":"A name that needs a block",)" + keys + R"(,"event":)" + joined(events) + "}";
 }
 
+// A document of event 1536 or 1538. Types 2 and 6 carry a container and a scenario.
 struct Alert {
     int type = 3;
     std::vector<std::string> rules = {};
@@ -51,6 +57,7 @@ struct Alert {
     std::string risk = R"("risk_level":"high",)";
 
     std::string text() const {
+        // Each document has a GUID of its own; the numbers are the same in each run.
         static int number = 0;
         char guid[40];
         snprintf(guid, sizeof guid, "11111111-2222-4333-8444-%012d", ++number);
@@ -70,6 +77,8 @@ struct Alert {
 
 std::string plain_alert(const std::string& rule_id) { return Alert{.rules = {rule(rule_id, {file_event()})}}.text(); }
 
+// Its object is a process, and both processes are to be checked. The pids differ, since each pid is checked once in an
+// alert.
 std::string process_event(int pid) {
     return event(1,
                  R"("ObjectPid":)" + std::to_string(pid + 1000) +
@@ -83,6 +92,7 @@ std::string scenario_alert(const std::string& rule_id) {
     return Alert{.type = 2, .rules = {rule(rule_id, {process_event(31)})}, .process_set = {process_event(41)}}.text();
 }
 
+// Event types whose decoders allocate in ways of their own.
 std::string rich_alert() {
     return Alert{
         .rules = {rule(
@@ -101,7 +111,8 @@ std::string rich_alert() {
         .text();
 }
 
-// A hit of variant kind 1, 2 or 3; with kind 0 one without a variant.
+// A hit of variant kind 1, 2 or 3; kind 0 means kind 2 without a variant. The query name is the domain unless it is
+// given.
 void send_dns(Session& session, uint32_t kind, const std::string& domain, const std::string& query_name = "") {
     const ST_DNS_VARIANT_1 first{77, 900, {"g", "/usr/bin/curl", "", "", "curl bad", "u", ""}, {"a", "b", "c"}, {}, {}};
     const ST_DNS_VARIANT_2 second{
@@ -119,7 +130,8 @@ void send_dns(Session& session, uint32_t kind, const std::string& domain, const 
 
 using Action = std::function<void()>;
 
-// Every kind of event and of call once, on an idle plug-in whose caches know nothing.
+// Plays every kind of event and of call once, on an idle plug-in whose caches know nothing. `run` goes before the names
+// of the steps.
 void play_kinds(Session& s, const std::string& run) {
     const auto step = [&](const std::string& name, const char* group, const Action& action) {
         s.step(run + name, group, action);
@@ -140,6 +152,7 @@ void play_kinds(Session& s, const std::string& run) {
         Alert{.type = 2, .rules = {rule("R-container", {file_event()})}, .container = "3f4e8c1b7a2d"}.text());
     one("trigger", event_id::ioa_alert,
         Alert{.rules = {rule("R-mixed-trigger", {file_event()}, "Trigger"), rule("R-mixed", {file_event()})}}.text());
+    // These give no report. A failure in them must still leave a line, or change nothing.
     one("trigger only", event_id::ioa_alert, Alert{.rules = {rule("R-trigger", {file_event()}, "Trigger")}}.text());
     one("no risk level", event_id::ioa_alert, Alert{.rules = {rule("R", {file_event()})}, .risk = ""}.text());
     one("second rule broken", event_id::ioa_alert,
@@ -148,6 +161,7 @@ void play_kinds(Session& s, const std::string& run) {
     one("no json", event_id::ioa_alert, "{\"a\":");
     one("no guid", event_id::ioa_alert, R"({"alert_type":3,"risk_level":"high"})");
     one("bad text", event_id::ioa_alert, Alert{.rules = {rule("R-bad", {event(7, R"("FilePath":"\u0001")")})}}.text());
+    // What a refused document leaves behind must not show in the next good one.
     one("after the refused", event_id::ioa_alert, plain_alert("R-after"));
 
     one("memory", event_id::memory_trojan, Alert{.type = 6, .rules = {rule("R-memory", {file_event()})}}.text());
@@ -171,6 +185,7 @@ void play_kinds(Session& s, const std::string& run) {
     one("unprocessed", event_id::unprocessed, "data");
 
     one("kov", event_id::kov, "a message of the kov engine", "kov");
+    // Twice, because the first retry of a KOV alert is not put off.
     step("kov not ready", "kov retry", [&] {
         s.answer(ZELTRC_COMPLETION, {kNotReady, kNotReady});
         s.send(event_id::kov, "a message of the kov engine");
@@ -201,7 +216,7 @@ void play_kinds(Session& s, const std::string& run) {
     });
 }
 
-// The limits: a full cache, busy traces, too many matches, the reset period, capture.
+// Plays the limits: a full cache, busy traces, too many matches, the reset period, capture.
 void play_pressure(Session& s) {
     s.step("kov fails", "kov", [&] {
         s.answer(ZELTRC_COMPLETION, {kFailsWithResult});
@@ -215,7 +230,7 @@ void play_pressure(Session& s) {
     s.step("capture kov", "kov", [&] { s.send(event_id::kov, "a message of the kov engine"); });
     s.capture(false);
 
-    // The cache sheds at ten, and it holds five hits by now, or four when one was lost.
+    // The cache sheds at ten entries. It holds five by now, or four when one was lost.
     for (int i = 0; i < 6; ++i)
         s.step("cache " + std::to_string(i), kDns, [&] { send_dns(s, 2, "full-" + std::to_string(i) + ".example"); });
     s.step("hit of a shed entry", kDns, [&] { send_dns(s, 2, "first a.example"); });
@@ -233,12 +248,13 @@ void play_pressure(Session& s) {
             "shedding " + std::to_string(i), kShedding,
             [&] { s.send(event_id::ioa_alert, plain_alert("R-shed-" + std::to_string(i))); }, Rest::alarm_worker);
     s.step("shedding, done", kShedding, [&] {
+        // With 100 s for one process the waiting alerts are far beyond the limit of 60 s, so all of them are shed.
         s.next_trace_takes(100s);
         s.hold(false);
     });
     s.step("after the shedding", kShedding, [&] { s.send(event_id::ioa_alert, plain_alert("R-cheap")); });
 
-    // One retry is half of a limit of two, so that an alert of XDR rules alone is filtered.
+    // A limit of two and one retry: half of the limit is reached, and an alert with XDR rules alone is filtered.
     s.step("busy", "busy", [&] {
         s.configure(R"({"delay_time":"60000","queue_size":"2"})");
         s.answer(ZELTRC_CREATE, {kNotReady, kNotReady});
@@ -256,6 +272,7 @@ void play_pressure(Session& s) {
     for (int i = 0; i < 2; ++i)
         s.step("matches " + std::to_string(i), "matches",
                [&] { s.send(event_id::ioa_alert, scenario_alert("R-often-a-long-rule-id")); });
+    // Every entry of the cache and every rule match is too old afterwards.
     s.step("an hour", kDns, [&] { s.advance(61min); });
     s.step("hit after the die-out", kDns, [&] { send_dns(s, 2, "full-5.example"); });
     s.step("another hit", kDns, [&] { send_dns(s, 2, "another.example"); });
@@ -264,6 +281,7 @@ void play_pressure(Session& s) {
     s.step("reset", "reset", [&] {
         s.reset_begin();
         s.send(event_id::ioa_alert, plain_alert("R-reset"));
+        // The event must arrive within the period, since it is let go only there.
         s.wait_for_bus();
         s.file_trace("/a", "k", 1);
         s.reset_end();
@@ -271,7 +289,7 @@ void play_pressure(Session& s) {
     s.step("after the reset", "reset", [&] { s.send(event_id::ioa_alert, plain_alert("R-after-reset")); });
 }
 
-// The plug-in attaches to the bus once in its life, so that after the second start only calls bring work.
+// The plug-in attaches to the bus once in its life. After the second start only calls bring work.
 void play_calls(Session& s, const std::string& run) {
     s.step(run + "file trace", "calls", [&] { s.file_trace("/a/path/that/needs/a/block", "k", 1); });
     s.step(run + "process trace", kAlone, [&] { s.process_trace("a request"); });
@@ -280,7 +298,10 @@ void play_calls(Session& s, const std::string& run) {
 
 }  // namespace
 
+// The order of a run: failures while everything is young, a flush, everything again without failures, then failures
+// around a stop and a second start, and the calls again without failures.
 void play(Session& s, uint64_t number) {
+    // The count goes over both armed parts, so one number names one allocation of the whole run.
     s.arm(number);
     s.step("load", kAlone, [&] { s.load(); });
     s.step("start", "start", [&] { s.start(); });
@@ -289,7 +310,8 @@ void play(Session& s, uint64_t number) {
     play_pressure(s);
     s.disarm();
 
-    // Whatever was lost, its traces are gone after two hours, and everything works as it always did.
+    // Two hours later every trace that was put off and every entry of the cache is gone, whatever was lost. Everything
+    // works as it always did.
     s.step("flush", kDns, [&] {
         s.answer(ZELTRC_CREATE, {});
         s.answer(ZELTRC_COMPLETION, {});
@@ -316,6 +338,7 @@ void play(Session& s, uint64_t number) {
                 s.send(event_id::ioa_alert, plain_alert("R-queued-" + std::to_string(i)));
             },
             Rest::alarm_worker);
+    // The queues hold a retry and traces: a stop discards them.
     s.step("stop", "stop", [&] { s.stop_held(); });
     s.answer(ZELTRC_CREATE, {});
     s.step("second start", "start", [&] { s.start(); });

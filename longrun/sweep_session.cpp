@@ -14,9 +14,9 @@
 #include <utility>
 
 #include "host/lib/overrides.h"
-#include "standin/scripted/scripted_host.h"
 #include "longrun/failing_allocations.h"
 #include "standin/lumutil/log_tap.h"
+#include "standin/scripted/scripted_host.h"
 #include "standin/zelbpmgr/zelbpmgr_host.h"
 #include "standin/zelds/zelds_host.h"
 
@@ -25,19 +25,22 @@ namespace fs = std::filesystem;
 namespace sweep {
 namespace {
 
-// A run takes less than a second; a machine that is busy gets time.
+// A run takes less than a second. A machine that is busy gets more time; beyond this it is a hang.
 constexpr auto kDeadline = 15s;
+// How long a marker may take before it counts as lost.
 constexpr auto kMarkerPatience = 150ms;
 
 constexpr const char* kManager = "/reshdl/lib/libzelbpmgr.so";
 
-Session* g_session = nullptr;  // of the call-backs, which come without a context
+Session* g_session = nullptr;  // for the callbacks, which come without a context
 
+// A system call of its own: usleep is overridden in this program.
 void pause() {
     const timespec time{0, 50'000};
     syscall(SYS_nanosleep, &time, nullptr);
 }
 
+// Threads of this process whose names begin so. The plug-in's workers have names.
 size_t plugin_threads(const char* begins) {
     size_t found = 0;
     for (const auto& task : fs::directory_iterator("/proc/self/task")) {
@@ -48,6 +51,7 @@ size_t plugin_threads(const char* begins) {
     return found;
 }
 
+// The figures of a report as text. Costs and predictions depend on the machine, so they are left out.
 std::string numbers_of(const std::string& report) {
     std::string text;
     for (size_t at = 0; (at = report.find("\": ", at)) != std::string::npos; at += 3) {
@@ -64,7 +68,9 @@ std::string numbers_of(const std::string& report) {
 
 Session::Session(std::string root, const std::string& flags) : root_(std::move(root)), flags_(flags) {
     g_session = this;
+    // The workers sleep between two looks at their queues; shorter sleeps make a run short.
     zelhost::overrides::set_longest_sleep(50us);
+    // Long enough to need a block of its own, so that its allocation can fail, too.
     setenv("agentid", "an-agent-id-that-needs-a-block-of-its-own", 1);
     zelhost::overrides::redirect_flag_folder(flags_);
     zel_log_set_tap(
@@ -79,14 +85,17 @@ Session::Session(std::string root, const std::string& flags) : root_(std::move(r
 Session::~Session() { zel_log_set_tap(nullptr, nullptr); }
 
 void* Session::symbol(const std::string& library, const char* name) const {
+    // Never closed: the addresses are used until the process ends.
     void* const handle = dlopen((root_ + "/" + library).c_str(), RTLD_NOW);
     void* const address = handle == nullptr ? nullptr : dlsym(handle, name);
     if (address != nullptr) return address;
     printf("wrong no %s: %s\n", name, dlerror());
     fflush(stdout);
+    // Without exit handlers: they would run into the plug-in in a state that is not under test.
     _exit(4);
 }
 
+// Looked up at each call, since the library is loaded in a step of its own.
 template <class F>
 F* Session::plugin_function(const char* name) const {
     return reinterpret_cast<F*>(dlsym(plugin_, name));
@@ -106,6 +115,7 @@ void Session::disarm() {
 void Session::load() {
     plugin_ = dlopen((root_ + "/reshdl/bin/libzelreshdl.so").c_str(), RTLD_NOW);
     output(plugin_ != nullptr ? "loaded" : "not loaded");
+    // A load makes allocations, too: static objects of the plug-in are made then.
     if (plugin_ != nullptr) return;
     printf("wrong the library was not loaded: %s\n", dlerror());
     fflush(stdout);
@@ -113,6 +123,7 @@ void Session::load() {
 }
 
 void Session::start() {
+    // One failure may cost one start. The second one must work as if it were the first.
     int result = PLUGIN(plugin_init)();
     output("init:" + std::to_string(result));
     if (result != 0) {
@@ -135,6 +146,8 @@ void Session::stop() {
 void Session::stop_held() {
     running_ = false;
     stopped_once_ = true;
+    // The stop joins the workers, and the trace worker is held in the trace module. So the stop runs beside, and the
+    // trace goes on when only the trace worker is left.
     std::thread stopping([this] { output("uninit:" + std::to_string(PLUGIN(plugin_uninit)())); });
     wait_until("the alarm worker ends", [] { return plugin_threads("zelreshdl_alarm") == 0; });
     hold(false);
@@ -181,6 +194,7 @@ void Session::process_trace(const char* data) {
 
 void Session::configure(const std::string& text) {
     const auto size = static_cast<uint32_t>(text.size());
+    // Twice if it was refused, because the steps behind need the limits.
     const auto call = [&] {
         const int result = PLUGIN(plugin_configuration_update)(text.c_str(), size);
         output("configure:" + std::to_string(result));
@@ -194,6 +208,7 @@ void Session::reset_begin() { PLUGIN(reset_db_begin)(); }
 void Session::reset_end() { PLUGIN(reset_db_end)(); }
 
 void Session::report(bool figures) {
+    // The callback of the manager has one context pointer for both.
     struct Request {
         Session& session;
         bool figures;
@@ -204,9 +219,10 @@ void Session::report(bool figures) {
         asked.session.output(std::string("report:") + module + ":" + std::to_string(result) + ":" +
                              (asked.figures ? numbers : std::to_string(std::ranges::count(numbers, '='))));
     };
-    // Closed again, so that the last stop can be seen to leave the library.
+    // Closed again below, so that the balance can show whether the last stop let the library go.
     void* const manager = dlopen((root_ + kManager).c_str(), RTLD_NOW);
     const auto collect = reinterpret_cast<zelbpmgr_collect_t>(dlsym(manager, "zelbpmgr_collect"));
+    // Room enough for each report, so that only memory can keep it from being given.
     collect(ZELBPMGR_OWN_THREAD, 4096, take, &request);
     dlclose(manager);
 }
@@ -225,12 +241,16 @@ void Session::output(const std::string& text) {
 }
 
 void Session::on_line(int32_t level, const char* text) {
+    // The prefix holds numbers of lines and of the process; what is compared is the text behind it.
     const char* const place = strstr(text, ")] ");
     const std::string line = place == nullptr ? text : place + 3;
     const std::lock_guard lock(mutex_);
+    // The marker has come through the alarm worker.
     if (line.starts_with("ignore handle: 2304")) ++ignored_;
+    // ERROR is 0 and WARN is 1.
     if (level > 1) return;
     ++bad_lines_;
+    // A line goes out as one line of the protocol, in which '|' separates.
     lines_.push_back(line.substr(0, 200));
     std::ranges::replace_if(lines_.back(), [](char c) { return c == '\n' || c == '|'; }, ' ');
 }
@@ -242,6 +262,7 @@ void Session::on_event(MbFrame::IEvent* event) {
     if (id == 2305) {
         ST_MEM_DETECT_INFO check{};
         memcpy(&check, event->GetNativeEvent(), sizeof check);
+        // The sum of the texts stands for all of them: a text that is missing changes it.
         for (const char* text : {check.pszPath, check.pszRepository, check.pszMounts, check.pszUser, check.pszNamespace,
                                  check.pszImageId, check.pszContainerId, check.pszImageTag, check.pszImageName,
                                  check.pszContainerName, check.pszCapability, check.pszPortsBinding})
@@ -250,6 +271,7 @@ void Session::on_event(MbFrame::IEvent* event) {
         ST_PB_EVENT native{};
         memcpy(&native, event->GetNativeEvent(), sizeof native);
         size = native.uSize;
+        // A GUID is random or a document's, so only its presence is compared.
         if (native.pszGuid == nullptr) guid = "without";
         if (native.uEventId != id) guid = "of-another-id";
     }
@@ -261,31 +283,37 @@ int Session::on_callback(int code, uint32_t, const char*, uint32_t size) {
     return 1;
 }
 
+// The trace module of the run. Its results are copies of the input, so that a size tells which message it was.
 int32_t Session::scripted_call(uint32_t function, const char* input, uint32_t input_size, char** result,
                                uint32_t* result_size) {
     std::unique_lock lock(mutex_);
     ++calls_[function];
     if (function == ZELTRC_RELEASE) {
+        // A null buffer is allowed; a foreign one is a fault of the plug-in, and its line makes the step differ.
         if (*result != nullptr && results_.erase(*result) == 0) outputs_.push_back("released what was not handed out");
         lock.unlock();
         free(*result);
         return 0;
     }
     if (function == ZELTRC_CREATE) {
+        // The lock is open while it waits, because other functions of the module go on being called.
         while (held_) {
             lock.unlock();
             pause();
             lock.lock();
         }
+        // The plug-in measures the time of a trace with the clock that is moved here.
         zelhost::overrides::advance(std::exchange(trace_time_, 0ms));
     }
     auto& answers = answers_[function];
     const Answer given = answers.empty() ? Answer{} : answers.front();
     if (!answers.empty()) answers.pop_front();
+    // Init and uninit come without a result.
     if (result_size == nullptr) return given.code;
     *result = nullptr;
     *result_size = 0;
     if (!given.result) return given.code;
+    // This call comes from the program and is not failed.
     *result = static_cast<char*>(malloc(input_size + 1));
     memcpy(*result, input, input_size);
     *result_size = input_size;
@@ -299,7 +327,9 @@ lummb_counts Session::bus() const {
     return counts;
 }
 
+// Ends the process at once. A thread of the plug-in hangs, so no orderly end is possible.
 void Session::hang(const char* what) {
+    // What the log said so far goes out as well; it most often names the place.
     printf("wrong hang in step '%s': %s\n", step_.c_str(), what);
     const std::lock_guard lock(mutex_);
     for (const auto& line : lines_) printf("line %s\n", line.c_str());
@@ -322,8 +352,8 @@ void Session::wait_for_bus() {
     });
 }
 
-// An ignored event comes out of the alarm worker when all before it has been worked on. It may itself be the event that
-// a failure costs: then there is an error line, and another is sent.
+// An ignored event leaves the alarm worker when everything before it has been worked on. That event may itself be what
+// a failure costs. Then there is an ERROR line, and another event is sent.
 void Session::come_to_rest(Rest rest) {
     const auto counts = [this] {
         const std::lock_guard lock(mutex_);
@@ -350,15 +380,18 @@ void Session::come_to_rest(Rest rest) {
     wait_for_bus();
 }
 
+// Two sleeps: the first may have begun before the last job came, the second shows that both queues were empty.
 void Session::trace_worker_rests() {
     const uint64_t sleeps = zelhost::overrides::trace_worker_sleeps();
-    wait_until("the trace worker comes to rest", [=] { return zelhost::overrides::trace_worker_sleeps() >= sleeps + 2; });
+    wait_until("the trace worker comes to rest",
+               [=] { return zelhost::overrides::trace_worker_sleeps() >= sleeps + 2; });
 }
 
 void Session::step(const std::string& name, const char* group, const std::function<void()>& action, Rest rest) {
     step_ = name;
     action();
     if (running_ && !stopped_once_) come_to_rest(rest);
+    // After the first stop no events come, so there is no marker either.
     if (running_ && stopped_once_) trace_worker_rests();
     std::vector<std::string> outputs;
     std::vector<std::string> lines;
@@ -367,6 +400,7 @@ void Session::step(const std::string& name, const char* group, const std::functi
         outputs.swap(outputs_);
         lines.swap(lines_);
     }
+    // The two workers report in any order.
     std::ranges::sort(outputs);
     printf("%s %s|%s|", armed_ ? "armed" : "clean", name.c_str(), group);
     for (const auto& text : outputs) printf("%s ", text.c_str());
@@ -377,6 +411,7 @@ void Session::step(const std::string& name, const char* group, const std::functi
 
 void Session::finish() {
     wait_for_bus();
+    // The ledger tells how often the data store was loaded and unloaded.
     const auto ds_counts =
         reinterpret_cast<zelds_get_counts_t>(symbol("reshdl/lib/libzelcount.so", "zelds_get_counts"));
     zelds_counts ds{};

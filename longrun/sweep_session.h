@@ -1,5 +1,5 @@
-// One run of the allocation sweep: the plug-in in its agent folder, played step by step, each step to the moment at
-// which nothing moves any more. What a step brought out goes to standard output as one line.
+// One run of the allocation sweep. It plays the plug-in in its agent folder, step by step, each step to the moment at
+// which nothing moves any more. What a step brought out goes to standard output as one line:
 //
 //   failed CALL THREAD FRAMES     the allocation that failed
 //   armed|clean NAME|GROUP|OUTPUTS|NUMBER
@@ -41,6 +41,8 @@ struct Answer {
 
 enum class Rest { both, alarm_worker };  // who comes to rest at the end of a step
 
+// Owns nothing of the plug-in but its handle, which stays open. There is one session in a process: the callbacks find
+// it through a global pointer.
 class Session {
 public:
     // `root` is an agent folder, `flags` stands for the folder of the flag files.
@@ -76,10 +78,12 @@ public:
     void file_trace(const char* path, const char* key, int kind);
     void process_trace(const char* data);
     void configure(const std::string& text);  // twice if it is refused, since what follows may need it
+    // The reset period, on this thread.
     void reset_begin();
     void reset_end();
     // Collects the reports: the number of figures of each, or with `figures` the figures themselves, but for costs.
     void report(bool figures);
+    // Makes or removes the flag file of the captures.
     void capture(bool on);
     void wait_for_bus();
 
@@ -105,6 +109,7 @@ private:
 
     const std::string root_;
     const std::string flags_;
+    // The step that is being played, for the line about a hang.
     std::string step_ = "load";
     bool armed_ = false;
     bool running_ = false;

@@ -1,4 +1,4 @@
-// Log lines of the stand-ins, in the form that all modules of the agent share. The text must be a literal.
+// Log lines of the stand-ins, in the form that all modules of the agent share. The text must be a literal. Any thread.
 #pragma once
 
 #include <unistd.h>

@@ -14,10 +14,11 @@ constexpr const char* kFolder = "/root/kq-agent/";
 constexpr const char* kFlagFile = "/root/kq-agent/reshdlproto_flag";
 constexpr const char* kFileNames[] = {"ioa_alarm.data", "ioa_trc.data",   "ioc_alarm.data",
                                       "ioc_trc.data",   "kov_alarm.data", "kov_trc.data"};
-constexpr size_t kPathSize = 64;   // of the longest name here
-constexpr int32_t kLastNumber = 20;  // after a greater one the count starts again: numbers run 1 to 21
+constexpr size_t kPathSize = 64;     // the longest path, a side file's, has 37 characters
+constexpr int32_t kLastNumber = 20;  // the last number that counts on: numbers run from 1 to 21
 
-// One for all kinds and both worker threads. Two captures at the same moment may share a number.
+// One number for all kinds and both workers. Two captures at the same moment may get the same number; one of the two
+// copies is then overwritten or mixed, which diagnosis can live with.
 std::atomic<int32_t> g_sequence{1};
 
 struct FileCloser {
@@ -25,6 +26,7 @@ struct FileCloser {
 };
 using File = std::unique_ptr<FILE, FileCloser>;
 
+// An empty buffer still leaves an empty file, so that the numbers have no gap.
 void write_file(const char* path, const char* mode, const void* data, size_t size) {
     const File file(fopen(path, mode));
     if (file != nullptr && size > 0) fwrite(data, 1, size, file.get());
@@ -33,6 +35,7 @@ void write_file(const char* path, const char* mode, const void* data, size_t siz
 }  // namespace
 
 void CaptureData(const char* pBuffer, uint64_t uSize, CaptureKind eKind) {
+    // The flag file is looked up at each call. A look-up costs little beside a report, and no restart is needed.
     const File flag(fopen(kFlagFile, "r"));
     if (flag == nullptr) {
         LOG_DEBUG("reshdlproto_flag not exist");
@@ -41,12 +44,14 @@ void CaptureData(const char* pBuffer, uint64_t uSize, CaptureKind eKind) {
     const int32_t number = g_sequence.load(std::memory_order_relaxed);
     const auto kind = static_cast<size_t>(eKind);
     char path[kPathSize];
-    zel_str_snprintf(path, sizeof path, "%s%s.%d", kFolder, kind < std::size(kFileNames) ? kFileNames[kind] : "", number);
+    zel_str_snprintf(path, sizeof path, "%s%s.%d", kFolder, kind < std::size(kFileNames) ? kFileNames[kind] : "",
+                     number);
     write_file(path, "wb", pBuffer, uSize);
     char size_path[kPathSize];
     zel_str_snprintf(size_path, sizeof size_path, "%s.size", path);
     char line[24];
     const int32_t length = zel_str_snprintf(line, sizeof line, "%llu\n", static_cast<unsigned long long>(uSize));
+    // Sizes are added to the side file: it keeps the sizes of earlier copies under the same number.
     write_file(size_path, "ab", line, static_cast<size_t>(length));
     g_sequence.store(number > kLastNumber ? 1 : number + 1, std::memory_order_relaxed);
 }

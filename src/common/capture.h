@@ -1,8 +1,10 @@
-// Copies of sent buffers for diagnosis, written while the flag file "/root/kq-agent/reshdlproto_flag" exists.
+// Copies of sent buffers, for diagnosis. They are written while the flag file "/root/kq-agent/reshdlproto_flag" exists,
+// so support can switch them on and off at a running agent. Both workers call these functions; there is no lock.
 #pragma once
 
 #include <cstdint>
 
+// Which file a copy goes to. The values are the rows of the table of file names.
 enum class CaptureKind : uint32_t {
     ioa_alarm = 0,
     ioa_trc = 1,
@@ -12,8 +14,9 @@ enum class CaptureKind : uint32_t {
     kov_trc = 5
 };
 
-// Writes the buffer to a numbered file and its size to a side file. Never fails the caller; a null buffer has size 0.
+// Writes the buffer to a numbered file and adds a line with its size to a side file. A copy that cannot be written is
+// lost without a log line: diagnosis must not disturb the report. A null buffer has size 0.
 void CaptureData(const char* pBuffer, uint64_t uSize, CaptureKind eKind);
 
-// The same for a trace result, by the id of its event; ids other than 1281, 1536 and 1793 are not captured.
+// Writes the result of a trace. The id is that of the alert that was traced; only 1281, 1536 and 1793 have a file.
 void CaptureTraceData(const char* pBuffer, uint64_t uSize, uint32_t uEventId);

@@ -1,4 +1,5 @@
-// Assertions that stay in every build, and arithmetic whose overflow ends the process.
+// Assertions that stay in every build, and arithmetic that ends the process when it overflows. Any thread. A sum that
+// wrapped round would shed the wrong alerts or hold a retry for years, and nobody would notice.
 #pragma once
 
 #include <cstdint>

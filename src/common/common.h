@@ -1,4 +1,4 @@
-// Small utilities. All are safe to call from any thread.
+// Small utilities. Any thread may call them.
 #pragma once
 
 #include <cstdint>
@@ -6,27 +6,29 @@
 
 namespace CltCommon {
 
-// Writes 36 characters and a terminator to pszGuid, which has room for 37; the size is asserted to be above 0 and not
-// used otherwise. Always true.
+// Makes a random GUID. It writes 36 characters and a terminator to pszGuid, which must have room for 37. The size is
+// asserted to be above 0; it is not used otherwise. The answer is always true.
 bool CreateGuid(char* pszGuid, uint32_t cchGuidNameSize);
 
-// Leaves an empty text: times are not formatted on this platform. A time of 0 is an assertion failure.
+// Leaves an empty text: this platform does not format times. A time of 0 is an assertion failure.
 void FileTimeToString(std::string& strTime, uint64_t uTime);
 
-// Settings readers. A value outside the limits gives the default. A key or file that cannot be read counts as the value
-// 0, which is then tested like any other: with a lowest value of 0 the result is 0, not the default. The file is read
-// anew at each call, and a failure to do so is a WARN line. Limits that make no sense are an assertion failure.
+// Readers of settings. A value outside the limits gives the default.
 //
-// IniGetUintExA reads with base 0, so that "0x10" and "020" are 16.
+// A key or a file that cannot be read counts as the value 0, which is then tested like any other value. With a lowest
+// value of 0 the result is therefore 0 and not the default. A WARN line says that reading failed. The file is read anew
+// at each call. Limits that make no sense are an assertion failure.
+//
+// IniGetUintExA reads with base 0, so "0x10" and "020" are both 16.
 unsigned long IniGetUintExA(const char* pszSection, const char* pszKey, unsigned int uiDefault, unsigned int uiMinLimit,
                             unsigned int uiMaxLimit, const char* pszFilename);
-// IniGetDoubleExA has, in spite of its name, the same integer logic with base 10: "0x10" is 0.
+// IniGetDoubleExA reads integers in spite of its name, with base 10: "0x10" is 0.
 unsigned long IniGetDoubleExA(const char* pszSection, const char* pszKey, unsigned long dDefault,
                               unsigned long dMinLimit, unsigned long dMaxLimit, const char* pszFilename);
 
 }  // namespace CltCommon
 
-// Milliseconds of CLOCK_MONOTONIC.
+// Milliseconds of CLOCK_MONOTONIC. The ages of cache entries and of rule matches are counted in it.
 uint64_t GetTickMs();
 
 std::string UintToString(uint32_t value);

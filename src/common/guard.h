@@ -1,4 +1,5 @@
-// The border that no exception crosses: exports, bus calls, call-backs, thread entries.
+// The border that no exception crosses: exports, calls from the bus, callbacks and the turns of the workers. The
+// callers on the other side are C or foreign C++ code, and an exception there would end the process.
 #pragma once
 
 #include <exception>
@@ -7,8 +8,8 @@
 
 namespace zel {
 
-// Runs one step. False with an ERROR line when an exception ended it; what the step owned has been freed on the way
-// out.
+// Runs one step. When an exception ended it, the answer is false and an ERROR line says what was given up. By then the
+// step's owners have freed what they held.
 template <class Step>
 bool guarded(const char* what, Step step) {
     try {

@@ -10,7 +10,7 @@ namespace zel {
 struct IniCloser {
     void operator()(void* ini) const { zel_ini_file_free(ini); }
 };
-// The texts of zel_ini_file_get live as long as this.
+// Owns the parsed file. The texts of zel_ini_file_get live as long as this owner.
 using IniFile = std::unique_ptr<void, IniCloser>;
 
 // Null when the file cannot be loaded.

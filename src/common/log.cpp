@@ -12,7 +12,8 @@ std::atomic<long> g_pid{0};
 
 }  // namespace
 
-// getpid() is a system call, and one alert can write a hundred thousand lines.
+// getpid() is a system call, and one alert can write a hundred thousand lines. If the fork handler cannot be
+// registered, nothing is kept and each line asks the system: a child process must not log its parent's id.
 long log_pid() {
     long pid = g_pid.load(std::memory_order_relaxed);
     if (pid == 0) {

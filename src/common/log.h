@@ -1,5 +1,8 @@
-// Log lines of the plug-in. Each goes through one macro, which joins the prefix and the text to one literal format and
-// adds process id, tag, file and line. The text must be a literal.
+// Log lines of the plug-in. Each goes through one macro. The macro joins prefix and text to one literal format and adds
+// process id, tag, file and line. So the text must be a literal. Any thread may log.
+//
+// Operators and their tools match these lines by their text. Some texts are misspelt ("moudle", "procees", "qury_name",
+// "truck trace"); they stay as they are, because a corrected text would no longer be found.
 #pragma once
 
 #include <source_location>
@@ -8,10 +11,10 @@
 
 namespace zel {
 
-// Process id for the prefix; read once and again after a fork.
+// The process id for the prefix. It is read once, and again after a fork.
 long log_pid();
 
-// File name without its folders.
+// The file name without its folders. A source_location has the whole path, while __FILE_NAME__ has the name alone.
 constexpr const char* base_name(const char* path) {
     const char* name = path;
     for (const char* at = path; *at != '\0'; ++at)
@@ -30,7 +33,8 @@ constexpr const char* base_name(const char* path) {
 #define LOG_INFO(...) ZEL_LOG_FROM(__FILE_NAME__, __LINE__, ZEL_LOG_INFO, "INFO", __VA_ARGS__)
 #define LOG_DEBUG(...) ZEL_LOG_FROM(__FILE_NAME__, __LINE__, ZEL_LOG_DEBUG, "DEBUG", __VA_ARGS__)
 
-// For a function that logs in the name of its caller; `where` is a std::source_location.
+// For a function that logs in the name of its caller: the line shows the caller's file and line. `where` is a
+// std::source_location.
 #define ZEL_LOG_AT(where, level, word, ...) \
     ZEL_LOG_FROM(zel::base_name((where).file_name()), (where).line(), level, word, __VA_ARGS__)
 #define LOG_ERROR_AT(where, ...) ZEL_LOG_AT(where, ZEL_LOG_ERROR, "ERROR", __VA_ARGS__)

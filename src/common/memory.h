@@ -1,4 +1,4 @@
-// Ownership of what comes from calloc, and of what is left to live on purpose.
+// Owners of memory that comes from calloc, and the mark for memory that stays allocated on purpose.
 #pragma once
 
 #include <cstdint>
@@ -11,17 +11,19 @@ struct FreeDeleter {
     void operator()(void* memory) const { free(memory); }
 };
 
-// A buffer from calloc. Messages travel in it from a builder to the event that carries them.
+// Owns a buffer from calloc. A serialised message travels in it from its builder to the event that carries it.
 using MallocBuffer = std::unique_ptr<char, FreeDeleter>;
 
-// A zeroed buffer of `size` bytes, null when there is no memory. A size of 0 is no failure: one byte is asked for then.
+// A zeroed buffer of `size` bytes, or null when there is no memory. For a size of 0 one byte is allocated, so that null
+// always means that memory ran out.
 MallocBuffer calloc_buffer(uint64_t size);
 
-// A copy of `size` bytes, null when there is no memory. `data` may be null with a size of 0.
+// A copy of `size` bytes, or null when there is no memory. With a size of 0 `data` may be null.
 MallocBuffer copy_bytes(const char* data, uint64_t size);
 
-// Says that an object is meant to stay allocated although nobody will free it. A leak checker is told so, and what the
-// object points to is known with it; otherwise this does nothing. The call stands beside the reason.
+// Says that an object stays allocated on purpose: nobody will free it. A leak checker is told so, and it then also
+// accepts what the object points to. In a build without a leak checker the call does nothing. The reason stands beside
+// each call.
 void leave_allocated(const void* object);
 
 }  // namespace zel

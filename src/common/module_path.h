@@ -1,4 +1,4 @@
-// Paths of the agent, and libraries opened through the support library.
+// Paths of the agent's files, and libraries that are opened through the support library.
 #pragma once
 
 #include <cstdint>
@@ -8,10 +8,11 @@ namespace zel {
 
 inline constexpr uint32_t kPathSize = 4097;
 
-// "@/..." resolved against the plug-in's folder, into a buffer of `size` bytes; empty when it does not fit.
+// Resolves "@/..." against the plug-in's own folder. `size` is the room for the result with its terminator. The answer
+// is empty when it does not fit. Throws std::bad_alloc.
 std::string module_path(const char* path, uint32_t size = kPathSize);
 
-// A library opened with zel_dll_open, closed by the destructor.
+// Owns a library that zel_dll_open opened; the destructor closes it. Function pointers from it are valid until then.
 class Dll {
 public:
     Dll() = default;
@@ -19,9 +20,9 @@ public:
     Dll(Dll&& other) noexcept : handle_(other.handle_) { other.handle_ = nullptr; }
     Dll& operator=(Dll&& other) noexcept;
 
-    // Result of zel_dll_open; the library is loaded if handle() is set afterwards.
+    // The answer is that of zel_dll_open. It can be 0 without a library, so callers look at handle() as well.
     int32_t open(const std::string& path);
-    // Result of zel_dll_get_addr; `function` is a function pointer and null on failure.
+    // Looks up a function. The answer is that of zel_dll_get_addr; on failure `function` becomes null.
     template <class F>
     int32_t get(const char* name, F*& function) const {
         void* address = nullptr;

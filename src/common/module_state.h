@@ -1,5 +1,5 @@
-// State of the module that several floors share. All of it never ends: threads of the bus and of the host may use it up
-// to the last moment of the process.
+// State of the module that several floors share. None of it is ever destroyed: threads of the bus and of the host may
+// use it up to the last moment of the process.
 #pragma once
 
 #include <atomic>
@@ -8,11 +8,13 @@
 #include "common/mutex.h"
 #include "platform/mbframe.h"
 
-// Everything outgoing goes through it. Set by OnAdvised and never cleared, so that a second start does not attach again.
+// All outgoing events go through it. It belongs to the bus, which keeps it valid until the process ends. OnAdvised sets
+// it and nobody clears it, so a second start does not attach to the bus again.
 extern std::atomic<MbFrame::IDispatch*> g_pDispatcher;
 
-// Guards start and stop of the pipeline. Its handle is made by the constructor of the plug-in object.
+// Held over start and stop of the pipeline. The constructor of the plug-in object makes its handle. Without a handle
+// there was no start, and so there is nothing to stop.
 extern zel::Mutex& g_hWorkMutex;
 
-// 1 inside the reset period of the data store.
+// 1 while the data store is being reset. Events are ignored and traces wait then.
 extern std::atomic<int32_t> g_iResetDb;

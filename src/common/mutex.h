@@ -1,5 +1,5 @@
-// A mutex of the support library with a scoped lock. The library's handle is a bare pointer, which the thread safety
-// analysis cannot name; this class can be named.
+// A mutex of the support library and a lock for a scope. The library's handle is a bare pointer, which clang's thread
+// safety analysis cannot name; it can name this class.
 #pragma once
 
 #include <mutex>
@@ -16,7 +16,8 @@ public:
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    // Creates the handle unless there is one. False if the library refuses.
+    // Makes the handle unless there is one. False if the library refuses. The caller sees to it that no other thread
+    // uses the mutex yet.
     bool init() {
         if (handle_ == nullptr && zel_mutex_init(&handle_) != 0) handle_ = nullptr;
         return handle_ != nullptr;
@@ -26,7 +27,7 @@ public:
         if (handle_ != nullptr) zel_mutex_destroy(handle_);
         handle_ = nullptr;
     }
-    // False before init and after destroy; then lock and unlock do nothing.
+    // False before init and after destroy. Then lock and unlock do nothing, so a caller that needs the lock asks first.
     bool valid() const { return handle_ != nullptr; }
 
     void lock() ACQUIRE() {
@@ -40,8 +41,8 @@ private:
     void* handle_ = nullptr;
 };
 
-// A mutex of the C++ library that the analysis can name, for state of the plug-in's own that outlives every start and
-// stop.
+// A mutex of the C++ library that the analysis can name. It guards state of our own that outlives each start and stop,
+// and it needs no making that could fail.
 class CAPABILITY("mutex") PlainMutex {
 public:
     void lock() ACQUIRE() { mutex_.lock(); }
@@ -51,6 +52,7 @@ private:
     std::mutex mutex_;
 };
 
+// Holds a mutex of either kind for a scope.
 template <class M>
 class SCOPED_CAPABILITY Lock {
 public:

@@ -1,6 +1,6 @@
-// Storage for an object that never ends. Threads of the bus and of the host use such an object up to the last moment of
-// the process, when the destructors of other static objects have run already, so its own destructor must never run. It
-// lies in static storage, so that making it cannot fail.
+// Storage for an object that is never destroyed. Threads of the bus and of the host use such an object up to the last
+// moment of the process. The destructors of other static objects have run by then, so its own destructor must never
+// run. The storage is static, so making the object allocates nothing for it.
 #pragma once
 
 #include <cstddef>
@@ -37,6 +37,7 @@ class MadeOnce {
     static_assert(std::is_nothrow_default_constructible_v<T>);
 
 public:
+    // Any thread.
     T& get() {
         zel_singleton_once(&once_, [](void* place) { new (place) T; }, place_);
         return *std::launder(reinterpret_cast<T*>(place_));

@@ -1,12 +1,14 @@
-// Pure mode: the plug-in works without data store and trace module.
+// Pure mode: the plug-in works without data store and trace module. Nothing is traced, and only brute force and
+// abnormal logins are subscribed.
 #pragma once
 
 #include <atomic>
 
 namespace zel {
 
-// One cached answer, made at the first call and kept for the life of the process. The bus side and the pipeline keep
-// one each, so that both stand by what they saw first.
+// One cached answer. It is read from the file at the first call and kept until the process ends. The bus side and the
+// pipeline keep one each, so an edit of the file between their first calls leaves them with different answers. Any
+// thread.
 class PureMode {
 public:
     bool enabled();
@@ -18,6 +20,6 @@ private:
 
 }  // namespace zel
 
-// 1 if the number at "enable" in the section of zel_pure_mode.ini is not 0, or if the file cannot be loaded; 0 if it is
-// 0 or missing.
+// Reads zel_pure_mode.ini. 1 if the number at "enable" in the section is not 0, or if the file cannot be loaded: an
+// agent without the file works in full. 0 if the number is 0 or missing.
 int CheckAdvthreatsEnable(const char* pszSection);

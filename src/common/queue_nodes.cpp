@@ -5,6 +5,7 @@
 #include "platform/zel_support.h"
 
 IocVariant2 ST_IOC_MSG::process() const {
+    // A copy: the bytes of the area are no IocVariant2 object, so a reference to one would be undefined.
     IocVariant2 area;
     memcpy(&area, variant, sizeof area);
     return area;

@@ -1,4 +1,4 @@
-// Units of work of the two stages, with the flat copy of a DNS hit.
+// The units of work of both stages, and the flat copy of a DNS hit.
 #pragma once
 
 #include <cstddef>
@@ -12,9 +12,9 @@
 
 inline constexpr size_t kGuidSize = 37;  // 36 characters and a terminator
 
-// Variant area of ST_IOC_MSG. The builder and the cache read the place of kind 2 whatever the kind is, so the three
-// layouts are written into one zeroed area by memcpy and read from it by memcpy. Kinds 1 and 2 begin alike; a common
-// base would end on a multiple of 8 and move what follows it.
+// The variant area of ST_IOC_MSG. The builder and the hot cache read the process of kind 2 whatever the kind is. So
+// each of the three layouts is copied into one zeroed area with memcpy and read from it with memcpy. Kinds 1 and 2
+// begin alike, but they have no common base: a base would end on a multiple of 8 and move what follows it.
 struct IocVariant1 {
     uint32_t uPid;
     int64_t llCreateTime;
@@ -53,6 +53,8 @@ struct IocVariant3 {
     uint16_t uShort[2];
     uint32_t uLong;
 };
+// The places are fixed here because the hot cache's key depends on what kind 1 and kind 3 leave at the places of kind
+// 2.
 static_assert(offsetof(IocVariant2, szGuid) == 16 && offsetof(IocVariant2, szPath) == 48 &&
               offsetof(IocVariant2, szMd5) == 1073);
 static_assert(offsetof(IocVariant2, szSha256) == 1106 && offsetof(IocVariant2, szCmd) == 1171 &&
@@ -65,7 +67,8 @@ static_assert(offsetof(IocVariant1, szTail2) == 2266 && offsetof(IocVariant1, uS
 static_assert(offsetof(IocVariant3, szTail2) == 4 && offsetof(IocVariant3, uShort) == 36 &&
               offsetof(IocVariant3, uLong) == 40);
 
-// One DNS hit, made by the bus thread from the native record and owned by its node.
+// One DNS hit. The bus thread copies it from the native record, because the record lives only as long as the call. From
+// then on its node owns it.
 struct ST_IOC_MSG {
     uint32_t uKind = 0;
     uint64_t ullHead[13] = {};  // the last is the alert time
@@ -88,17 +91,18 @@ struct ST_IOC_MSG {
     int64_t llScore = 0;
     uint64_t ullCacheKey = 0;  // of the hot cache, computed once for each hit
 
-    // The area as kind 2 has it.
+    // The area read as kind 2.
     IocVariant2 process() const;
     uint64_t alert_time() const { return ullHead[12]; }
 };
 
-// One unit of work of the alert stage. It owns its payload. One thread at a time has it: who takes it from a queue owns
-// it until it goes back into a queue.
+// One unit of work of the alert stage. It owns its payload. One thread at a time has it: whoever takes it from a queue
+// owns it until it goes back into a queue.
 struct ST_QUEQE_NODE {
     EVENT_ID uEventId = 0;
     uint64_t ullCacheKey = 0;  // only for 1281
-    // A document's GUID of more than 36 characters fills its 37; the byte behind them is never written.
+    // The GUID of a document may be longer than 36 characters and then fills 37. The last byte is never written, so
+    // every reader finds a terminator.
     char szGuid[kGuidSize + 1] = {};
     std::unique_ptr<ST_IOC_MSG> pIocMsg;  // only for 1281
     struct {
@@ -106,14 +110,14 @@ struct ST_QUEQE_NODE {
         std::string strFileKey;
         uint32_t uContext = 0;
         fn_server_ret_t pfnResult = nullptr;
-    } stFileTrace;           // only for 513 and 518
-    uint64_t uSize = 0;      // of pData, without the spare terminator
+    } stFileTrace;       // only for 513 and 518
+    uint64_t uSize = 0;  // of pData, without the spare terminator
     zel::MallocBuffer pData;
 };
 using NodePtr = std::unique_ptr<ST_QUEQE_NODE>;
 
-// Frees the payload, that is pIocMsg and pData; the node stays.
+// Frees pIocMsg and pData. The node itself stays, because its ids and its GUID are still needed.
 void FreeNodeData(ST_QUEQE_NODE& node);
 
-// At most 36 characters of a GUID text, terminated, the rest zero.
+// Copies at most 36 characters of a GUID text. The rest of szGuid becomes zero.
 void set_guid(ST_QUEQE_NODE& node, const char* guid);

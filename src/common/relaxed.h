@@ -1,4 +1,5 @@
-// Numbers that threads share without a lock, where a late look or a lost update is harmless.
+// Numbers that threads share without a lock. A reader may see an old value for a moment, and an update may be lost;
+// neither does harm.
 #pragma once
 
 #include <atomic>

@@ -41,6 +41,7 @@ int32_t CountedEvent::QueryInterface(const InterfaceId* iid, void** out) {
 int64_t CountedEvent::AddRef() { return zel_atomic64_add_and_fetch(&m_llRef, 1); }
 
 int64_t CountedEvent::Release() {
+    // The trace stage keeps a reference of its own over the publishing, so the last one may go here or on a bus thread.
     const int64_t left = zel_atomic64_add_and_fetch(&m_llRef, -1);
     if (left > 0) return left;
     delete this;
@@ -62,6 +63,8 @@ CReshdlEvent* CReshdlEvent::New(uint32_t uEventId, uint32_t uSourceEventId, Payl
 CReshdlEvent::CReshdlEvent(uint32_t uEventId, uint32_t uSourceEventId, Payload& stPbEvent, const char* pszGuid)
     : m_stPayload(std::move(stPbEvent)),
       m_stNative{uEventId, m_stPayload.size(), m_stPayload.data(), uSourceEventId, nullptr} {
+    // The record points into the payload, which has been moved into the event by now. Without memory for the GUID the
+    // event goes out with a null one.
     const size_t size = strlen(pszGuid) + 1;
     zel::MallocBuffer copy = zel::calloc_buffer(size);
     if (copy != nullptr) memcpy(copy.get(), pszGuid, size);
@@ -84,6 +87,7 @@ ReshdlEventTrace::Invoked InvokeEvent(uint32_t uEventId, uint32_t uSourceEventId
         LOG_ERROR("dispatcher is null!");
         return outcome;
     }
+    // The text has always shown 32 bits of the size.
     LOG_INFO("invoke buf size:%u", static_cast<uint32_t>(outcome.refused.size()));
     outcome.event.reset(ReshdlEventTrace::CReshdlEvent::New(uEventId, uSourceEventId, outcome.refused, pszGuid));
     if (outcome.event == nullptr) {

@@ -1,5 +1,5 @@
-// Outgoing bus events. Bus and subscribers hold them by reference count and may release them on any thread, long after
-// the plug-in's own call has returned, so an event owns what it carries.
+// Outgoing events. The bus and its subscribers count references to them and may release them on any thread, long after
+// the plug-in's own call has returned. So an event owns what it carries.
 #pragma once
 
 #include <memory>
@@ -12,8 +12,8 @@
 
 namespace ReshdlEventTrace {
 
-// A serialised message with its owner, whose type says how it is freed: a builder's buffer, or a result of the trace
-// module, which goes back to it.
+// A serialised message and its owner. The owner's type says how the message is freed: a builder's buffer is freed here,
+// and a result of the trace module goes back to the module.
 class Payload {
 public:
     Payload() = default;
@@ -22,7 +22,8 @@ public:
 
     char* data() const;
     uint64_t size() const { return size_; }
-    // A result of the trace module goes back to it, a null one too; a buffer is freed.
+    // Gives a result of the trace module back, also a null one, because the module counts those as well. A buffer is
+    // freed.
     void give_back();
 
 private:
@@ -30,14 +31,14 @@ private:
     uint64_t size_ = 0;
 };
 
-// The count and the answers that both event classes share.
+// The reference count and the answers that both classes of events share. Any thread.
 class CountedEvent : public MbFrame::IEvent {
 public:
-    // Answers "IEvent" alone: adds a reference and returns 0. Else 0x80004002 with a null result; a null `out` is
-    // 0x80004003.
+    // Knows "IEvent" alone: adds a reference and answers 0. For any other id it answers 0x80004002 and a null result;
+    // for a null `out` it answers 0x80004003.
     int32_t QueryInterface(const InterfaceId* iid, void** out) override;
     int64_t AddRef() override;
-    // Frees the object at 0.
+    // Frees the object when the count reaches 0.
     int64_t Release() override;
     int32_t GetPublishedState() override { return 1; }
 
@@ -45,17 +46,17 @@ private:
     volatile int64_t m_llRef = 0;
 };
 
-// A serialised vorn_trace_info.
+// An event that carries a serialised vorn_trace_info: 769, 770 or 771.
 class CReshdlEvent final : public CountedEvent {
 public:
-    // An event with a count of 1 that has taken the payload over. Null when there is no memory; the payload is the
-    // caller's still.
+    // Makes an event with one reference, the caller's. The event takes the payload over. The answer is null when there
+    // is no memory, and the payload stays with the caller then.
     static CReshdlEvent* New(uint32_t uEventId, uint32_t uSourceEventId, Payload& stPbEvent, const char* pszGuid);
     ~CReshdlEvent() override;
 
     uint32_t GetEventId() override { return m_stNative.uEventId; }
     void* GetNativeEvent() override { return &m_stNative; }
-    // Valid as long as the event.
+    // Valid as long as the caller holds a reference.
     const Payload& payload() const { return m_stPayload; }
 
 private:
@@ -65,21 +66,22 @@ private:
     ST_PB_EVENT m_stNative;
 };
 
-// One reference of an event.
+// Gives one reference back.
 struct Releaser {
     void operator()(MbFrame::IEvent* event) const { event->Release(); }
 };
 using EventRef = std::unique_ptr<MbFrame::IEvent, Releaser>;
 
-// What became of a message.
+// What became of a message: either an event or the message itself.
 struct Invoked {
-    std::unique_ptr<CReshdlEvent, Releaser> event;  // the caller's reference; null when the message was not sent
-    Payload refused;                                // the message then
+    std::unique_ptr<CReshdlEvent, Releaser> event;  // our reference; null when nothing was sent
+    Payload refused;                                // the message, when nothing was sent
 };
 
 }  // namespace ReshdlEventTrace
 
-// Publishes a message and says in the log why not. The event owns the message from then on; what was not sent comes
-// back, so that the caller decides when it is freed. pszGuid must not be null; it is copied. Any thread.
+// Publishes a message, or says in the log why it was not sent. From then on the event owns the message. A message that
+// was not sent comes back, so that the caller decides when it is freed. pszGuid must not be null; it is copied. Any
+// thread.
 ReshdlEventTrace::Invoked InvokeEvent(uint32_t uEventId, uint32_t uSourceEventId, ReshdlEventTrace::Payload stMessage,
                                       const char* pszGuid);

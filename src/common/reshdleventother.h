@@ -1,18 +1,21 @@
-// The outgoing memory-check request, event 2305.
+// The outgoing request to check the memory of a process, event 2305.
 #pragma once
 
 #include "common/reshdlevent.h"
 
-// Frees the path and nulls it, and frees each of the eleven texts that is set.
+// Frees the path and the eleven texts. Only the path's pointer becomes null: the caller sees by it that nothing was
+// sent.
 void FreeMemDetectInfo(ST_MEM_DETECT_INFO& stInfo);
 
 namespace ReshdlEventTrace {
 
+// It owns the texts of its record.
 class CReshdlEventOther final : public CountedEvent {
 public:
-    // Copies the record's members; the texts are taken over, with a count of 1. Null when there is no memory.
+    // Copies the members of the record and takes its texts over. The event has one reference, the caller's. Null when
+    // there is no memory; the texts stay with the caller then.
     static CReshdlEventOther* New(uint32_t uEventId, const ST_MEM_DETECT_INFO* pInfo);
-    // Frees the texts of event 2305; those of another id are not this object's.
+    // Frees the texts of event 2305. The texts of another id do not belong to this object.
     ~CReshdlEventOther() override;
 
     uint32_t GetEventId() override { return m_uEventId; }
@@ -27,6 +30,7 @@ private:
 
 }  // namespace ReshdlEventTrace
 
-// Publishes a memory check. The record's texts, from calloc, belong to the event then. Without memory for the event
-// they are freed and pszPath is null afterwards; without a dispatcher they stay allocated.
+// Publishes a memory check. The texts of the record, all from calloc, belong to the event from then on. Without memory
+// for the event they are freed, and pszPath is null afterwards. Without a dispatcher they stay allocated. Alarm worker
+// only.
 void InvokeMdEvent(uint32_t uEventId, ST_MEM_DETECT_INFO* pInfo);

@@ -40,7 +40,8 @@ unsigned long CltCommon::IniGetUintExA(const char* pszSection, const char* pszKe
 unsigned long CltCommon::IniGetDoubleExA(const char* pszSection, const char* pszKey, unsigned long dDefault,
                                          unsigned long dMinLimit, unsigned long dMaxLimit, const char* pszFilename) {
     ZEL_ASSERT(pszSection && pszKey && pszFilename);
-    // A comparison of an unsigned number with 0 that a compiler may call useless; its text is part of the message.
+    // The limit cannot be below 0, and a compiler may warn of such a test. But the test is part of the message, so the
+    // text is written out here.
     if (!(dDefault > 0 && dMaxLimit > 0)) zel::assertion_failed("dDefault > 0 && dMaxLimit > 0 && dMinLimit >= 0");
     ZEL_ASSERT(dMaxLimit >= dMinLimit);
     return within(read_number(pszSection, pszKey, pszFilename, 10), dMinLimit, dMaxLimit, dDefault);

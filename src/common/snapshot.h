@@ -1,5 +1,5 @@
-// A value that is replaced while others use it: who uses it takes a share and keeps it for the call, who replaces it
-// returns at once, and the last one to let go ends the old value.
+// A value that is replaced while other threads use it. A user takes a share and keeps it for the whole call. Replacing
+// returns at once. The last thread that lets its share go ends the old value, so that is where a library is closed.
 #pragma once
 
 #include <memory>
@@ -19,7 +19,7 @@ public:
         const Lock lock(mutex_);
         return value_;
     }
-    // Returns the value before.
+    // Returns the former value, so that the caller ends it after the lock is gone.
     Share exchange(Share value) {
         const Lock lock(mutex_);
         return std::exchange(value_, std::move(value));

@@ -1,5 +1,5 @@
-// The figures that the plug-in reports. Any thread adds to them without a lock; a count that falls into the moment of a
-// reset may be lost.
+// The figures that the plug-in reports. Any thread adds to them without a lock. A count that falls into the moment of a
+// reset may be lost; the report is a guide and no account.
 #pragma once
 
 #include <atomic>
@@ -11,7 +11,7 @@ using Counter = std::atomic<uint64_t>;
 
 inline void count(Counter& counter, uint64_t n = 1) { counter.fetch_add(n, std::memory_order_relaxed); }
 
-// 14 counters in the record's order. A new counter is a member here and a row in kStatistics.
+// 14 counters. A new counter is a member here and a row in kStatistics.
 struct Statistics {
     Counter recvAlarmCount;
     Counter sentToTrcCount;
@@ -31,7 +31,7 @@ struct Statistics {
     void reset();
 };
 
-// Costs of successful traces, in milliseconds.
+// What successful traces cost, in milliseconds.
 struct TraceCost {
     Counter traceCost;
     Counter successCount;
@@ -39,7 +39,7 @@ struct TraceCost {
     Counter maxCost;
 
     void reset();
-    // Copies all figures.
+    // Copies all figures, one after the other: a trace that ends meanwhile may be in one figure and not in the next.
     void take_over(const TraceCost& other);
 };
 
@@ -49,7 +49,7 @@ struct StatisticsRow {
     Counter Statistics::* counter;
 };
 
-// In the order of the report, which is that of the record but for one exchange.
+// In the order of the report. It is the order of the members, but hotCacheHitCount and traceFailedCount change places.
 inline constexpr StatisticsRow kStatistics[] = {
     {"recvAlarmCount", &Statistics::recvAlarmCount},
     {"sentToTrcCount", &Statistics::sentToTrcCount},
@@ -69,7 +69,7 @@ inline constexpr StatisticsRow kStatistics[] = {
 static_assert(sizeof(Statistics) == sizeof kStatistics / sizeof *kStatistics * sizeof(Counter),
               "each counter has one row");
 
-// All three never end, since they have no destructor.
+// All three live until the process ends, since they have no destructor.
 extern Statistics g_statistics;
 extern TraceCost g_liveTraceCost;    // written by the trace stage
 extern TraceCost g_reportTraceCost;  // written by the report callbacks only

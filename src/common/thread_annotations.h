@@ -1,4 +1,4 @@
-// Names for clang's thread safety analysis; other compilers see nothing.
+// Names for clang's thread safety analysis. The project's clang build checks them; for other compilers they are empty.
 #pragma once
 
 #if defined(__clang__)

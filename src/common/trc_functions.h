@@ -1,7 +1,7 @@
-// The trace module as it is bound at the moment, and a result that it made.
+// The trace module that is bound at the moment, and the owner of a result that it made.
 //
-// The module can be unloaded while a call into it runs, so nobody keeps a bare pointer: who calls takes a share of the
-// table, and the library is closed with the last share.
+// The module can be unloaded while a call into it runs, so nobody keeps a bare pointer to it. A caller takes a share of
+// the function table, and the library is closed with the last share.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@
 #include "common/snapshot.h"
 #include "platform/zel_trc.h"
 
+// The library and the addresses that were found in it. The library goes last.
 struct TrcFunctionTable {
     zel::Dll hModule;
     trace_event_init_t trace_event_init = nullptr;
@@ -22,14 +23,15 @@ struct TrcFunctionTable {
     trace_event_work_t trace_event_coordinate_dispose_trc = nullptr;
 };
 
-// Never ends: events that carry a result are released on threads of the bus for as long as the process runs.
+// Null while no module is bound: in pure mode, in a reset period, before a start and after a stop. It is never
+// destroyed: events that carry a result are released on threads of the bus for as long as the process runs.
 extern zel::Snapshot<TrcFunctionTable>& g_trcModule;
 
-// A result buffer, owned from the call that made it until the event that carries it is gone. Any thread.
+// Owns a result buffer from the call that made it until the event that carries it is gone. Any thread.
 class TraceResult {
 public:
     TraceResult() = default;
-    // Gives a buffer back to the module that is bound then.
+    // Gives a buffer to the module that is bound at that moment, which may be a later load than the one that made it.
     ~TraceResult() {
         if (data_ != nullptr) give_back();
     }
@@ -37,18 +39,19 @@ public:
         : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
     TraceResult& operator=(TraceResult&&) = delete;
 
-    // Calls a function of the module, which may leave a result whatever its code is. Returns the code.
+    // Calls a function of the module and returns its code. The module may leave a result with any code, so the code
+    // says nothing about data().
     int32_t take(trace_event_work_t work, const char* input, uint64_t input_size) {
         return work(input, static_cast<uint32_t>(input_size), &data_, &size_);
     }
 
     char* data() const { return data_; }
-    // 0 without a buffer, whatever size the module gave.
+    // 0 without a buffer, whatever size the module gave: a reader must not read from null.
     uint32_t size() const { return data_ != nullptr ? size_ : 0; }
 
-    // Gives the buffer back to the module, which is told of a null one as well. Without the module it stays allocated.
+    // Gives the buffer back to the module, also a null one. Without a module the buffer stays allocated.
     void give_back();
-    // The same for who still has a share of the module.
+    // The same for a caller that still holds a share of the module.
     void give_back(const TrcFunctionTable& module) { module.trace_event_release(std::exchange(data_, nullptr)); }
 
 private:

@@ -16,7 +16,8 @@ namespace {
 
 constexpr bool kSanitized = ZEL_ADDRESS_SANITIZER != 0 || ZEL_THREAD_SANITIZER != 0;
 
-// The sanitizers end the process when a library is bound to itself first, and lose the names of unloaded code.
+// The agent opens these libraries bound to themselves first. The sanitizers end the process on that flag, and they lose
+// the names of code that was unloaded.
 constexpr int kOpenFlags = kSanitized ? RTLD_NOW | RTLD_NODELETE : RTLD_NOW | RTLD_DEEPBIND;
 static_assert((RTLD_NOW | RTLD_DEEPBIND) == 10);
 
@@ -80,6 +81,7 @@ void ZelBpSdkApi::Binding::load_ipc() {
 }
 
 void ZelBpSdkApi::Binding::read_version() {
+    // JSON_DECODE_ANY. A file without a version leaves the built-in one.
     constexpr size_t kDecodeAny = 4;
     const std::unique_ptr<json_t, decltype(&json_decref)> root(
         json_load_file(zel::module_path("@/../../config/agent_cfg.json", zel::kReportingPathSize).c_str(), kDecodeAny,
@@ -114,6 +116,7 @@ void ZelBpSdkApi::report_busy(size_t events, size_t traces, size_t delayed) cons
     put(head.szFunction, "PushQueue");
     put(head.szProduct, "EDR");
     put(head.szVersion, binding.szVersion);
+    // The head has room for 15 characters of the id. {
     put(head.szAgentId, std::string_view(binding.szAgentId, strnlen(binding.szAgentId, sizeof binding.szAgentId)));
     binding.m_zel_bp_trace_utf8(
         &head, "[info] The queue reached the busy threshold. Event queue:%zu, trc queue:%zu, delay queue:%zu", events,

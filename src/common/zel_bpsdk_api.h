@@ -1,5 +1,5 @@
-// The wrapper of the business-point SDK, which takes single trace reports, with the agent's version and id. The
-// libraries are optional and never closed.
+// The wrapper of the business-point SDK, to which single reports go with the agent's version and id. Its libraries are
+// optional and are never closed, because a report may run at any time.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,8 @@ namespace zel {
 
 inline constexpr uint32_t kReportingPathSize = 4096;
 
-// dlopen with the agent's flags. Returns 0, -1 for an empty path, or 0x84ce0015 when the library cannot be opened.
+// dlopen with the agent's flags. The answer is 0, -1 for an empty path, or 0x84ce0015 when the library cannot be
+// opened.
 int32_t open_reporting_library(const char* path, void** handle);
 
 void* reporting_address(void* handle, const char* name);
@@ -26,20 +27,23 @@ void reporting_symbol(void* handle, const char* name, F*& function) {
 
 class ZelBpSdkApi {
 public:
-    // An empty object, made at the first call. It never ends, for the bus thread may report through it at any time.
+    // Empty at first and made at the first call. It is never destroyed, because the bus thread may report through it at
+    // any time.
     static ZelBpSdkApi& Instance();
     ZelBpSdkApi() = default;
 
-    // Loads the libraries and reads version and agent id. A missing library costs log lines. On the starting thread; a
-    // second start may come while events arrive.
+    // Loads the libraries and reads version and agent id. Runs on the starting thread. A missing SDK is an ERROR line,
+    // a missing libodaipc.so is silent, and neither stops the start. A second start may come while events arrive, so
+    // all is found first and put in force in one step.
     void Init();
 
-    // Reports that the delay queue holds too much, if the SDK is there. Any thread.
+    // Reports that the delay queue is more than half full. Does nothing without the SDK. Any thread.
     void report_busy(size_t events, size_t traces, size_t delayed) const;
 
 private:
-    using Unused = int32_t();  // resolved and kept; nothing calls them
+    using Unused = int32_t();  // looked up as the agent expects; nothing calls them
 
+    // All that Init finds. A report copies it, so that no lock is held during the call into the SDK.
     struct Binding {
         void load_sdk();
         void load_ipc();

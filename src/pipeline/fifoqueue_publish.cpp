@@ -11,7 +11,7 @@ void report_repeats(const ResHdlCache::CFifoQueue::Entries& entries) {
         zel::MallocBuffer buffer;
         const uint64_t size = CGetProtobuf::GetDupAlertProtobuf(entries, buffer);
         if (size == 0) return;
-        // The batch has no GUID: it stands for many alerts.
+        // The GUID is empty, because the batch stands for many alerts.
         const auto sent = InvokeEvent(event_id::finished_trace, event_id::ioc, {std::move(buffer), size}, "");
         if (sent.event == nullptr) LOG_ERROR("trc dup invoke failed!");
     });

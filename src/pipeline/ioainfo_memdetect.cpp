@@ -8,7 +8,7 @@
 
 namespace {
 
-// Null for an empty text. Without memory the check goes out without the text: the process is what matters.
+// Null for an empty text. Without memory the request goes out without this text: the process is what matters.
 char* copy_text(const std::string& text) {
     if (text.empty()) return nullptr;
     zel::MallocBuffer copy = zel::copy_bytes(text.c_str(), text.size() + 1);
@@ -16,6 +16,7 @@ char* copy_text(const std::string& text) {
     return copy.release();
 }
 
+// The texts have no owner until InvokeMdEvent takes them over, so nothing between the two may throw.
 ST_MEM_DETECT_INFO describe_container() {
     const ST_CONTAINER_INFO& container = g_stContainerInfo;
     ST_MEM_DETECT_INFO info{};
@@ -43,7 +44,8 @@ void invoke_for(const ProcessParty& party, int64_t llOpTime, int32_t nConfidence
         LOG_ERROR("malloc failed!");
         return;
     }
-    setDone.insert(party.uPid);  // may fail, so it comes before the record, whose texts have no owner but the event
+    // The insertion may throw. So it comes before the record, whose texts have no owner but the event.
+    setDone.insert(party.uPid);
 
     ST_MEM_DETECT_INFO info = describe_container();
     info.llOpTime = llOpTime;
@@ -52,7 +54,8 @@ void invoke_for(const ProcessParty& party, int64_t llOpTime, int32_t nConfidence
     info.pszPath = path.release();
     info.nConfidence = nConfidence;
     InvokeMdEvent(event_id::mem_detect, &info);
-    // The event may be gone with its texts, so the path is the record's; it was never sent when the pointer was nulled.
+    // By now the event and its texts may be gone, so the path comes from the record that was decoded. A null pszPath
+    // says that nothing was sent.
     LOG_INFO("invoke MEM_DETECT_EVENT: pid [%d], path [%s], confidence [%d]", static_cast<int>(party.uPid),
              info.pszPath != nullptr ? image.c_str() : "", nConfidence);
 }

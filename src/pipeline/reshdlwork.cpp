@@ -16,13 +16,17 @@
 
 namespace {
 
+// Between two attempts the agent's data store gets time to learn of the processes that a trace needs. Inclusive: a
+// retry is due at exactly 15 seconds.
 constexpr int64_t kRetryDelaySeconds = 15;
+// Nothing wakes the trace worker when the reset period ends, so traces may go on up to 10 seconds late.
 constexpr useconds_t kResetSleepMicroseconds = 10000000;
 
 zel::NeverEnds<CReshdlWork> g_work;
 
-// Ends with the library: stops the workers when the host exits, or unloads the plug-in, without a stop. What only the
-// workers use ends with the library as well, and later, because it is touched here first.
+// Ends with the library. When the host exits or unloads the plug-in without a stop, it stops the workers. The objects
+// that only the workers use end with the library as well. They end later, because the constructor touches them first:
+// no order of linking is involved.
 struct WorkersEnd {
     WorkersEnd() {
         ResHdlAlert::AlertFilter::place();
@@ -30,17 +34,21 @@ struct WorkersEnd {
     }
     ~WorkersEnd() {
         g_reshdlWork.Uninit();
+        // The storage of these two is never destroyed, so their memory is freed here, for a leak checker and for a host
+        // that loads the plug-in again.
         g_reshdlWork.forget();
         g_hotCache.forget();
     }
 };
 const WorkersEnd g_workersEnd;
 
+// The handle becomes null, because it may be joined only once.
 void join(void*& thread) {
     if (thread != nullptr) zel_thread_join(thread);
     thread = nullptr;
 }
 
+// A thread that runs already stays: a start that failed is undone by Uninit, which joins it.
 bool start_thread(void*& thread, int (*entry)(void*), void* param) {
     if (thread != nullptr) return true;
     const int32_t result = zel_thread_start(&thread, entry, param);
@@ -59,6 +67,7 @@ bool CReshdlWork::Init() {
         zel::guarded("start", [&]() REQUIRES(g_hWorkMutex) { started = Start(); });
         m_bInit = started;
     }
+    // After the lock is released, because Uninit takes it.
     if (!started) Uninit();
     return started;
 }
@@ -72,6 +81,8 @@ bool CReshdlWork::Start() {
         LOG_WARN("The plug-in is not initialized");
         return false;
     }
+    // The order is fixed: modules before workers, because a worker uses them at once; the eliminator before the queues,
+    // because a queued trace must be in its account.
     m_settings.load();
     if (!m_modules.load()) return false;
     if (!m_eliminator.Init()) {
@@ -90,13 +101,14 @@ bool CReshdlWork::Start() {
 }
 
 bool CReshdlWork::StartThreads() {
+    // Before the first thread starts, since it would end at once otherwise.
     m_bStop.store(false, std::memory_order_relaxed);
     return start_thread(m_hWorkerThread, WorkerProc, this) &&
            (m_modules.pure_mode() || start_thread(m_hTrcThread, TrcWorkerProc, this));
 }
 
-// The workers are joined before anything that they use goes. What the alarm worker queued last, and in pure mode all
-// traces, are still in the queues then and go with them.
+// The workers are joined before anything that they use goes. What the alarm worker queued last is still in the queues
+// then and is discarded with them; in pure mode all traces are.
 void CReshdlWork::Uninit() {
     const zel::Lock lock(g_hWorkMutex);
     m_bInit = false;
@@ -112,6 +124,7 @@ void CReshdlWork::Uninit() {
 
 int CReshdlWork::WorkerProc(void* pParam) {
     ZEL_ASSERT(pParam);
+    // Operators find the workers by these names. The kernel keeps 15 characters of a name, and both fit.
     prctl(PR_SET_NAME, "zelreshdl_alarm");
     static_cast<CReshdlWork*>(pParam)->run_alarm_worker();
     return 0;
@@ -124,6 +137,7 @@ int CReshdlWork::TrcWorkerProc(void* pParam) {
     return 0;
 }
 
+// Polling: nothing wakes a worker. The interval is at least a millisecond once the settings are read.
 void CReshdlWork::idle() const { usleep(static_cast<uint32_t>(value_of(m_settings.uInterval)) * 1000u); }
 
 void CReshdlWork::run_alarm_worker() {
@@ -132,6 +146,7 @@ void CReshdlWork::run_alarm_worker() {
             zel::guarded("event", [&] { HandleEvent(std::move(node)); });
         else
             idle();
+        // After each turn, also a busy one: otherwise a steady stream of events would keep old entries.
         report_repeats(g_hotCache.CheckDieOut(GetTickMs()));
     }
 }
@@ -142,6 +157,7 @@ void CReshdlWork::run_trace_worker() {
             usleep(kResetSleepMicroseconds);
             continue;
         }
+        // A turn takes at most one retry and one new trace, so neither queue can starve the other.
         bool busy = false;
         const auto handle = [&](DelayNodePtr node) {
             if (node == nullptr) return;
@@ -151,6 +167,7 @@ void CReshdlWork::run_trace_worker() {
         // A clock that went back lets a retry go at once.
         const int64_t now = time(nullptr);
         handle(m_delayQueue.take_if([now](const ST_DELAY_QUEQE_NODE& node) {
+            // The subtraction is checked like all sums with the clock.
             const int64_t age = zel::checked_sub(now, node.tPushTime);
             return age < 0 || age >= kRetryDelaySeconds;
         }));

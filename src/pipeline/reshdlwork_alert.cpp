@@ -19,7 +19,7 @@ using ResHdlAlert::AlertFilter;
 
 namespace {
 
-// A decoded document, released with everything behind it on every path.
+// Owns a decoded document. The records behind its events are freed on every way out.
 struct Document {
     Document() = default;
     ~Document() { FreeBufData(data); }
@@ -31,13 +31,14 @@ struct Document {
 
 bool is_trigger(const ST_RULE& rule) { return rule.strStatus == "Trigger"; }
 
-// A removed rule is out of FreeBufData's sight, so its records are freed here.
+// FreeBufData does not see a rule that was removed, so its records are freed here.
 void remove_trigger_rules(std::vector<ST_RULE>& rules) {
     for (ST_RULE& rule : rules)
         if (is_trigger(rule)) std::for_each(rule.vecEvent.begin(), rule.vecEvent.end(), FreeEventPrivate);
     std::erase_if(rules, is_trigger);
 }
 
+// Without regard to case: "xdr-ioa-1" counts as well.
 bool is_xdr_rule(const ST_RULE& rule) { return strncasecmp(rule.strRuleId.c_str(), "XDR-IOA-", 8) == 0; }
 
 }  // namespace
@@ -56,6 +57,7 @@ void CReshdlWork::HandleJsonEvent(NodePtr pEventData) {
         LOG_WARN("The alarm has been filtered.[%s], guid:%s", data.strScenarioId.c_str(), guid);
         return;
     }
+    // Before the trigger rules go: their processes are checked, too.
     if (pEventData->uEventId == event_id::ioa_alert) ScanScenario(data);
     remove_trigger_rules(data.vecRule);
     if (data.vecRule.empty()) {
@@ -67,6 +69,7 @@ void CReshdlWork::HandleJsonEvent(NodePtr pEventData) {
 
 void CReshdlWork::report_alert(const ST_QUEQE_NODE& stNode, ST_BUF_DATA& stData) {
     const char* const guid = stNode.szGuid;
+    // A repeat is still reported, but marked in its message and without a trace.
     count(g_statistics.alertEventTotalCount);
     const bool filtered = value_of(m_settings.uAlertFilterSwitch) != 0;
     const bool repeated = filtered && AlertFilter::GetInstance().CheckRepeat(stData, zel_time_get_tick_cout());
@@ -96,12 +99,15 @@ void CReshdlWork::report_alert(const ST_QUEQE_NODE& stNode, ST_BUF_DATA& stData)
     const bool on_host = stData.strContainerId == "host" || stData.strContainerId.empty();
     if (!repeated && on_host) {
         LOG_INFO("host alert,trace");
+        // The event is still held here, so its message can be copied for the trace.
         HandleJsonEventResult(nProcessCount, nRiskLevel, sent.event->payload().data(), size, stNode);
     } else {
         LOG_INFO("container alert, not trace. guid:%s", guid);  // for repeats, too
     }
 }
 
+// The test is inclusive: exactly half of the limit counts as busy with trace_val 50, and with trace_val 0 every such
+// alert is dropped. An alert without any rule counts as one with XDR rules alone.
 bool CReshdlWork::IsAlertFiltered(const ST_BUF_DATA& stData) {
     if (stData.nAlertType != alert_type::ioa) return false;
     if (!std::all_of(stData.vecRule.begin(), stData.vecRule.end(), is_xdr_rule)) return false;
@@ -110,6 +116,7 @@ bool CReshdlWork::IsAlertFiltered(const ST_BUF_DATA& stData) {
 
 void CReshdlWork::HandleJsonEventResult(int nProcessCount, int nRiskLevel, const char* pInBuf, uint64_t uSize,
                                         const ST_QUEQE_NODE& stNode) {
+    // Each failure below costs the trace alone. The first report has gone out.
     ZEL_ASSERT(pInBuf);
     DelayNodePtr job = new_trace_job(nullptr);
     if (job == nullptr) {

@@ -1,4 +1,5 @@
-// DNS hits, KOV alerts and requests to expand a chain: three ways to the trace module.
+// DNS hits, KOV alerts and requests to expand a chain. Each goes to the trace module in a way of its own. Alarm worker
+// only, but for PushIocTrace, which on-demand traces use on host threads.
 #include <new>
 
 #include "common/capture.h"
@@ -25,14 +26,17 @@ void CReshdlWork::HandleIocEvent(NodePtr pEventData) {
     // A hit whose message could not be built is remembered all the same, and its repeats are tallied.
     report_repeats(g_hotCache.InsertAlert(*pEventData, GetTickMs()));
     FreeNodeData(*pEventData);
+    // The flat copy is large, and the message holds all that the trace needs.
     CaptureData(buffer.get(), size, CaptureKind::ioc_alarm);
-    auto sent = InvokeEvent(event_id::first_report, pEventData->uEventId, {std::move(buffer), size}, pEventData->szGuid);
+    auto sent =
+        InvokeEvent(event_id::first_report, pEventData->uEventId, {std::move(buffer), size}, pEventData->szGuid);
     if (sent.event == nullptr) {
         LOG_ERROR("event invoke failed!");
         return;
     }
     pEventData->uSize = size;
     pEventData->pData = zel::copy_bytes(sent.event->payload().data(), size);
+    // The message is copied by now, so the event need not wait for the trace.
     sent.event.reset();
     if (pEventData->pData == nullptr) {
         LOG_ERROR("(char*)calloc(uPbSize, sizeof(char)) failed!");
@@ -56,9 +60,12 @@ void CReshdlWork::HandleKovEvent(NodePtr pEventData) {
         log_no_delay_node();
         return;
     }
+    // tPushTime stays 0: the first step runs at once, and a retry sets the time.
     job->uType = event_id::first_report;
     job->pNode = std::move(pEventData);
     count(g_statistics.firstTraceTotalCount);
+    // On the alarm worker: the first report of a KOV alert is what the module makes of it, so there is nothing to send
+    // before.
     HandleKovEventEx(std::move(job));
 }
 
@@ -69,8 +76,7 @@ void CReshdlWork::HandleTrcExEvent(NodePtr pEventData) {
     if (const auto module = g_trcModule.get(); module != nullptr && module->trace_event_expand_from_mgr != nullptr)
         result.take(module->trace_event_expand_from_mgr, pEventData->pData.get(), pEventData->uSize);
     FreeNodeData(*pEventData);
-    auto sent =
-        InvokeEvent(event_id::finished_trace, pEventData->uEventId, std::move(result), pEventData->szGuid);
+    auto sent = InvokeEvent(event_id::finished_trace, pEventData->uEventId, std::move(result), pEventData->szGuid);
     if (sent.event != nullptr) return;
     LOG_ERROR("trc_ex event invoke failed!");
     sent.refused.give_back();

@@ -1,4 +1,5 @@
-// From a bus event to a node in the event queue, and from the queue to the handler.
+// From a bus event to a node in the event queue, on the bus thread, and from the queue to the handler, on the alarm
+// worker.
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -30,8 +31,8 @@ bool create_guid(char (&guid)[kGuidSize]) {
     return false;
 }
 
-// One spare byte behind the copy keeps a text terminated. What cannot be had, a size that means nothing included, is
-// false.
+// One spare byte behind the copy keeps a text terminated. Sizes and pointers come from outside. A size that leaves no
+// room for the spare byte, or a size without data, is refused like a lack of memory.
 bool copy_payload(ST_QUEQE_NODE& node, const char* data, uint64_t size) {
     node.uSize = size;
     const bool impossible = size == UINT64_MAX || (data == nullptr && size > 0);
@@ -44,7 +45,7 @@ bool copy_payload(ST_QUEQE_NODE& node, const char* data, uint64_t size) {
     return true;
 }
 
-// The GUID of such an event is the document's, so none is made here.
+// The GUID of such an event is that of its document, so none is made here.
 NodePtr JsonEventHandle(Incoming& incoming, EVENT_ID uEventId) {
     const auto& native = *static_cast<const ST_JSON_BUFFER*>(incoming.native);
     NodePtr node = new_node(uEventId);
@@ -53,6 +54,7 @@ NodePtr JsonEventHandle(Incoming& incoming, EVENT_ID uEventId) {
 }
 
 NodePtr ComBufEventHandle(Incoming& incoming, EVENT_ID uEventId) {
+    // The record is packed, so it is copied before its members are used.
     ST_COMMON_BUFFER native;
     memcpy(&native, incoming.native, sizeof native);
     char guid[kGuidSize] = {};
@@ -68,6 +70,7 @@ NodePtr IocEventHandle(Incoming& incoming, EVENT_ID uEventId) {
     if (!create_guid(guid)) return nullptr;
     NodePtr node = new_node(uEventId);
     if (node == nullptr) return nullptr;
+    // From here on nothing fails, so the record is never lost between two owners.
     node->pIocMsg = std::move(incoming.dns);
     node->ullCacheKey = node->pIocMsg->ullCacheKey;
     const IocVariant2 process = node->pIocMsg->process();
@@ -81,7 +84,8 @@ NodePtr IocEventHandle(Incoming& incoming, EVENT_ID uEventId) {
 
 }  // namespace
 
-// Rules: an id stands once. An id that is not subscribed would be handled all the same, if it came.
+// An id stands once. 534 has no function: it is subscribed, and each one is refused with two ERROR lines. 1537 and 1539
+// are not subscribed; the bus does not deliver them, but if one came it would be taken and ignored.
 std::span<const EventRow> event_rows() {
     using Work = CReshdlWork;
     constexpr bool yes = true;
@@ -128,13 +132,17 @@ void CReshdlWork::push(Incoming& incoming, EVENT_ID_T uEventId) {
     const size_t trc_size = m_trcQueue.size();
     const size_t delay_size = m_delayQueue.size();
     const uint64_t limit = value_of(m_settings.uQueueMax);
+    // The other two sizes are read before the event queue is held, since no thread may hold two queues. They may be out
+    // of date by a few.
     size_t event_size = 0;
     {
         const WorkQueue<ST_QUEQE_NODE>::Hold hold(m_eventQueue);
         event_size = m_eventQueue.size_held();
+        // More than half; exactly half is not reported. The SDK is called under the queue's mutex, which holds up the
+        // alarm worker for that long.
         if (static_cast<double>(delay_size) > static_cast<double>(limit) * 0.5)
             ZelBpSdkApi::Instance().report_busy(event_size, trc_size, delay_size);
-        // Inclusive, so that a queue may reach the limit plus one.
+        // The limits count inclusive, so a queue may hold one more than the limit.
         if (limit >= event_size && limit >= delay_size && limit >= trc_size) {
             auto cell = WorkQueue<ST_QUEQE_NODE>::make_cell();
             if (!cell.empty()) cell.front() = GetEventHandle(incoming, uEventId);
@@ -144,18 +152,21 @@ void CReshdlWork::push(Incoming& incoming, EVENT_ID_T uEventId) {
                 zel::leave_allocated(incoming.dns.release());
                 return;
             }
+            // After the append, so that the count never includes an event that was not queued.
             count(g_statistics.eventQueueTotalCount);
             LOG_DEBUG("[work queue count : %zu]", m_eventQueue.size_held());
             return;
         }
         count(g_statistics.eventQueueOverflowCount);
     }
+    // The record is freed before the line is written.
     incoming.dns.reset();
     LOG_INFO("The queue reached the threshold. Event queue:%zu, trc queue:%zu, delay queue:%zu", event_size, trc_size,
              delay_size);
 }
 
 NodePtr CReshdlWork::GetEventHandle(Incoming& incoming, EVENT_ID_T uEventId) {
+    // No line of its own: the caller writes "Get event struct error!".
     if (m_bStop.load(std::memory_order_relaxed)) return nullptr;
     const EventRow* const row = find_event_row(uEventId);
     if (row == nullptr || row->build == nullptr) {

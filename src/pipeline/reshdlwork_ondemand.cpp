@@ -1,4 +1,5 @@
-// Traces that the host asks for by itself.
+// Traces that the host asks for. All of it runs on the caller's thread; the callback of a file trace comes later, on
+// the trace worker.
 #include <new>
 
 #include "common/checks.h"
@@ -10,6 +11,7 @@
 
 namespace {
 
+// What the host's callback gets as its code.
 constexpr int kProcessTraceCode = 10;
 
 }  // namespace
@@ -34,6 +36,7 @@ int CReshdlWork::FileTrace(fn_server_ret_t fun, const char* path, const char* fi
     node->stFileTrace.pfnResult = fun;
     set_guid(*node, guid);
     zel::MallocBuffer message;
+    // A message that could not be built has size 0 and is traced all the same; the module then answers.
     node->uSize = CGetProtobuf::GetFileTraceProtobuf(*node, message);
     node->pData = zel::copy_bytes(message.get(), node->uSize);
     zel::leave_allocated(message.release());  // the builder's buffer of a file trace has no further owner
@@ -41,6 +44,8 @@ int CReshdlWork::FileTrace(fn_server_ret_t fun, const char* path, const char* fi
         LOG_ERROR("malloc data failed!");
         return -1;
     }
+    // The answer stays 0 even if the job is not queued, as during a stop or with tracing turned off. The host then
+    // waits for a callback that never comes.
     PushIocTrace(std::move(node));
     return 0;
 }
@@ -54,6 +59,7 @@ int CReshdlWork::ProcTrace(fn_server_ret_t fun, const char* data, uint32_t size,
     }
     TraceResult result;
     result.take(module->trace_event_coordinate_dispose_trc, data, size);
+    // The code of the module is not looked at: the host sees from the buffer whether there is a result.
     fun(kProcessTraceCode, uContext, result.data(), result.size());
     result.give_back(*module);
     return 0;

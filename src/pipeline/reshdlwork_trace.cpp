@@ -1,4 +1,5 @@
-// The trace stage: the road of a trace job from its first push to a finished trace, a callback or a discard.
+// The trace stage: the road of a trace job from its first push to a finished trace, a callback or a discard. A job ends
+// in exactly one of these, and the eliminator is told of each end.
 #include <array>
 #include <cstring>
 #include <ctime>
@@ -16,13 +17,15 @@
 
 namespace {
 
+// What the host's callback gets as its code.
 constexpr int kFileTraceCode = 8;
 constexpr int32_t kFailed = -1;
 
 bool is_file_trace(EVENT_ID id) { return id == event_id::file_trace_process || id == event_id::file_trace_file; }
 
-// Runs a function of the module on the node's message and measures it in milliseconds of the tick clock. A trace in
-// which the module throws has failed like any other, so that the eliminator learns of its end.
+// Runs a function of the module on the node's message and measures it in milliseconds of the tick clock. When the
+// module throws, the trace has failed like any other: the eliminator must learn of its end, or the alert would weigh
+// for ever.
 int32_t measured_call(trace_event_work_t work, const ST_QUEQE_NODE& node, TraceResult& result, int& cost) {
     int32_t hr = kFailed;
     const uint64_t before = zel_time_get_tick_cout();
@@ -35,8 +38,10 @@ void count_success(uint32_t try_count, int cost) {
     const auto milliseconds = static_cast<uint64_t>(cost);
     count(g_liveTraceCost.traceCost, milliseconds);
     count(g_liveTraceCost.successCount);
-    // A job from the trc queue has a count of 1 or more: only a KOV completion at its very first attempt has 0.
+    // A job from a queue was pushed at least once. So only a KOV alert that is completed at its very first attempt
+    // counts here.
     if (try_count == 0) count(g_liveTraceCost.firstSuccessCount);
+    // Two workers may race here, and the smaller cost may win; figures may be a little off.
     if (milliseconds > g_liveTraceCost.maxCost.load(std::memory_order_relaxed))
         g_liveTraceCost.maxCost.store(milliseconds, std::memory_order_relaxed);
 }
@@ -47,7 +52,7 @@ ETrcResult log_failed(const char* guid) {
     return TRC_FAILED;
 }
 
-// A leak checker does not find what stands in a packed record, so each is named.
+// The record is packed. A leak checker does not find pointers in it, so each of them is named.
 void leave_event(MbFrame::IEvent* event) {
     ST_PB_EVENT native;
     memcpy(&native, event->GetNativeEvent(), sizeof native);
@@ -71,6 +76,7 @@ bool CReshdlWork::PushDelayQueueNode(DelayNodePtr& pEventData) {
     ZEL_ASSERT(pEventData);
     ST_DELAY_QUEQE_NODE& node = *pEventData;
     const uint64_t most_tries = value_of(m_settings.uTrcTimes);
+    // Tracing is turned off. The caller frees the job.
     if (most_tries == 0) return false;
 
     // The cell is made first: nothing can fail once the eliminator knows the node.
@@ -82,10 +88,12 @@ bool CReshdlWork::PushDelayQueueNode(DelayNodePtr& pEventData) {
     const bool first = node.uTryCount == 0;
     if (first) {
         // Before the queue can give the node away: the trace worker may finish and free it at once. A closed queue
-        // refuses on-demand traces alone, which the eliminator does not track; the workers are joined by then.
+        // refuses only on-demand traces, because the workers are joined by then, and the eliminator does not track
+        // those. So nothing has to be taken back.
         m_eliminator.Push(&node);
     }
     ++node.uTryCount;
+    // Inclusive: with trc_times 8 a job is pushed eight times, and the ninth push discards it.
     if (!first && node.uTryCount > most_tries) {
         LOG_DEBUG("Try more than %d times, discard! guid:%s", static_cast<int>(most_tries), node.pNode->szGuid);
         return false;
@@ -124,6 +132,7 @@ ETrcResult CReshdlWork::GetComResult(DelayNodePtr& pEventData, TraceResult& resu
     ZEL_ASSERT(pEventData);
     int cost = 0;
     int32_t hr = ZEL_TRC_DROPPED;
+    // A trace that was shed does not reach the module; it ends as the module's own "dropped" does.
     if (!pEventData->bDropped.load(std::memory_order_relaxed)) {
         // Without the module, which a failed reload leaves away, the trace fails like any other.
         const auto table = g_trcModule.get();
@@ -136,14 +145,16 @@ ETrcResult CReshdlWork::GetComResult(DelayNodePtr& pEventData, TraceResult& resu
 
 ETrcResult CReshdlWork::TrcRetHandle(int32_t hr, DelayNodePtr& pEventData, TraceResult& result, int cost) {
     ZEL_ASSERT(pEventData);
-    // A queued node may be finished and freed by the other worker before the line about it is written.
+    // Once the node is queued, the other worker may finish and free it before the line about it is written.
     const std::array<char, kGuidSize + 1> kept = std::to_array(pEventData->pNode->szGuid);
     const char* const guid = kept.data();
     ETrcResult outcome = TRC_FAILED;
     switch (hr) {
         case ZEL_TRC_NOT_READY:
+            // Before the push, because the trace worker reads it from the queue.
             pEventData->tPushTime = time(nullptr);
             if (PushDelayQueueNode(pEventData)) {
+                // The module lacks data. The store is asked to fetch them before the next attempt.
                 m_modules.update_data_store();
                 result.give_back();
                 LOG_INFO("alert trace retry, guid:%s", guid);
@@ -163,6 +174,7 @@ ETrcResult CReshdlWork::TrcRetHandle(int32_t hr, DelayNodePtr& pEventData, Trace
             break;
         default: outcome = log_failed(guid); break;
     }
+    // Before the costs are learned: a job that has ended must neither weigh nor be shed.
     m_eliminator.Pop(pEventData.get());
     if (outcome == TRC_SUCCESS) m_eliminator.UpdateCost(pEventData.get(), cost);
     FreeNodeData(*pEventData->pNode);
@@ -181,6 +193,7 @@ void CReshdlWork::HandleEventResult(DelayNodePtr pEventData) {
     if (result.data() == nullptr) return;
     // What the module gave goes out whatever it said of the trace; a host's callback alone is spared a failure.
     const ST_QUEQE_NODE& node = *pEventData->pNode;
+    // A result goes out whatever the module said of the trace. Only a host's callback is spared a failure.
     CaptureTraceData(result.data(), result.size(), node.uEventId);
     if (is_file_trace(node.uEventId)) {
         const auto& request = node.stFileTrace;
@@ -221,7 +234,8 @@ void CReshdlWork::HandleKovEventEx(DelayNodePtr pEventData) {
     start_second_pass(std::move(pEventData), message.data(), message.size());
 }
 
-// The completed alert becomes a trace job of its own.
+// The completed alert becomes a trace job of its own, in the same nodes. All that the first pass left in them is set
+// back.
 void CReshdlWork::start_second_pass(DelayNodePtr pEventData, const char* message, uint64_t size) {
     ST_QUEQE_NODE& node = *pEventData->pNode;
     node.pData = zel::copy_bytes(message, size);

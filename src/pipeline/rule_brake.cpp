@@ -6,7 +6,7 @@ constexpr int64_t kHourMs = 3600000;
 
 }  // namespace
 
-// The map has the rule before the list names it, so that no list entry can lead to nothing.
+// The map gets the rule before the list names it, so no element of the list can lead to nothing.
 void RuleBrake::CountRuleMatch(const std::string& strRuleId, uint64_t now) {
     const auto [rule, is_new] = m_mapIoaMatch.try_emplace(strRuleId, 0);
     try {
@@ -19,7 +19,7 @@ void RuleBrake::CountRuleMatch(const std::string& strRuleId, uint64_t now) {
 }
 
 void RuleBrake::expire(uint64_t now, uint64_t most) {
-    // Signed: the machine may be up for less than an hour.
+    // Signed, because a machine may be up for less than an hour.
     const int64_t limit_time = static_cast<int64_t>(now) - kHourMs;
     while (!m_listIoaMatch.empty() &&
            (static_cast<int64_t>(m_listIoaMatch.front().first) < limit_time || m_listIoaMatch.size() > most)) {

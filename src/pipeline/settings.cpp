@@ -8,8 +8,8 @@ namespace {
 
 constexpr const char* kFilterOffFlag = "/root/kq-agent/alert_filter_disable_flag";
 
-// A missing key reads as 0, and 0 is tested against the limits: only keys with a lowest value above 0 fall back to
-// their default then, all others are 0.
+// A missing key reads as 0, and 0 is tested against the limits. So only a key whose lowest value is above 0 falls back
+// to its default; every other key is 0 then. So a file without "trc_times" turns tracing off.
 constexpr SettingRow kRows[] = {
     {{zel::kPluginSettings, "config", "queue_max", 100, 50, 500, 0}, &Settings::uQueueMax},
     {{zel::kPluginSettings, "config", "interval", 5, 1, 10000, 0}, &Settings::uInterval},
@@ -30,8 +30,10 @@ void Settings::load() {
     const std::string file = zel::module_path(zel::kPluginSettings);
     for (const SettingRow& row : kRows)
         (this->*row.goes_to).store(zel::read_setting(row.setting, file), std::memory_order_relaxed);
+    // The flag file is looked up at a start only.
     const bool filter_off = zel_path_is_exist_u(zel::module_path(kFilterOffFlag).c_str()) != 0;
     uAlertFilterSwitch.store(filter_off ? 0 : 1, std::memory_order_relaxed);
+    // trc_sleep has never been part of this line.
     LOG_INFO(
         "queue max:%lu, interval:%lu, trace val:%lu, trc time:%lu, trc times:%lu, ioa match queue size:%lu, "
         "disable scan scenario limit:%lu, alert_filter_switch:%lu",

@@ -33,13 +33,14 @@ void log_no_address(int32_t result) { LOG_ERROR("dll_get_addr failed!0x%08x", st
 
 void log_not_loaded() { LOG_ERROR("load moudle failed!"); }
 
-// Ends the reset period when it goes, also after an exception: nobody could end it otherwise.
+// Ends the reset period when it goes, also after an exception. Nobody could end the period otherwise.
 struct ResetPeriodEnd {
     ~ResetPeriodEnd() { g_iResetDb.store(0); }
 };
 
 }  // namespace
 
+// A failure leaves everything as it is: the caller ends a failed start with `unload`.
 bool SiblingModules::load() {
     if (pure_mode()) return true;
     const zel::Lock lock(mutex_);
@@ -53,6 +54,7 @@ bool SiblingModules::load() {
     return false;
 }
 
+// The table is bound only when it is complete, so a caller never sees a module with half of its functions.
 bool SiblingModules::LoadDsModule() {
     if (m_dsModule.get() != nullptr) {
         log_imported();
@@ -105,6 +107,7 @@ void SiblingModules::unload() {
 void SiblingModules::stop_and_unload() {
     if (const auto table = g_trcModule.get(); table != nullptr && table->trace_event_uninit != nullptr)
         table->trace_event_uninit();
+    // The trace module goes first: until its library is closed it may call the data store.
     g_trcModule.exchange(nullptr);
     m_dsModule.exchange(nullptr);
 }
@@ -114,6 +117,7 @@ void SiblingModules::ResetDbBegin() {
     const zel::Lock lock(mutex_);
     if (g_iResetDb.load() != 0) return;  // another thread came first
     LOG_INFO("start reset_db_begin!");
+    // Set before the unload, so that no new trace starts on a module that is about to go.
     g_iResetDb.store(1);
     stop_and_unload();
 }
@@ -122,13 +126,14 @@ void SiblingModules::ResetDbEnd() {
     if (g_iResetDb.load() != 1) return;
     const zel::Lock lock(mutex_);
     if (g_iResetDb.load() != 1) return;
-    // Also after a failed load: the trace stage then works without the module.
+    // It ends the period after a failed load, too. The trace stage then works without the module, and each trace fails.
     const ResetPeriodEnd period_end;
     LOG_INFO("start reset_db_end!");
     if (pure_mode()) return;
     if (!LoadDsModule() || !LoadTrcModule())
         log_not_loaded();
     else if (const auto table = g_trcModule.get(); table->trace_event_init != nullptr)
+        // The answer is not looked at: the period is over in any case, and a module that refuses lets each trace fail.
         table->trace_event_init();
 }
 

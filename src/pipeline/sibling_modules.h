@@ -1,8 +1,9 @@
-// The sibling modules, loaded at run time: the data store libzelds.so and the trace module libzeltrc.so. The data store
-// is loaded first and unloaded last. In pure mode neither is ever loaded.
+// The sibling modules, which are loaded at run time: the data store libzelds.so and the trace module libzeltrc.so. The
+// data store is loaded first and unloaded last, because the trace module works on its data. In pure mode neither is
+// ever loaded.
 //
-// The lock is held over a load or an unload, never during a trace. Who calls a module takes a share of its functions,
-// so an unload returns at once and the library is closed with the last share.
+// The lock is held over a load or an unload and never during a trace. A caller takes a share of a module's functions.
+// So an unload returns at once, and the library is closed with the last share.
 #pragma once
 
 #include "common/module_path.h"
@@ -11,7 +12,7 @@
 #include "common/snapshot.h"
 #include "platform/zel_trc.h"
 
-// The data store as it is bound at the moment.
+// The data store that is bound at the moment.
 struct DsFunctionTable {
     zel::Dll hModule;
     ds_update_db_t ds_update_db = nullptr;
@@ -19,22 +20,24 @@ struct DsFunctionTable {
 
 class SiblingModules {
 public:
-    // The answer is made once and kept for the life of the process.
+    // The answer is made once and kept until the process ends. Any thread.
     bool pure_mode() { return m_pureMode.enabled(); }
 
-    // For a start: loads both and starts the trace module. False after an ERROR line. Throws std::bad_alloc. Either way
-    // `unload` undoes what was done.
+    // For a start: loads both modules and starts the trace module. False after an ERROR line; may also throw
+    // std::bad_alloc. In both cases `unload` undoes what was done.
     bool load() EXCLUDES(mutex_);
-    // For a stop: stops the trace module and unloads both. Does nothing to what is not loaded.
+    // For a stop: stops the trace module and unloads both. Does nothing to a module that is not loaded.
     void unload() EXCLUDES(mutex_);
 
-    // The reset period of the data store: both modules are unloaded between the two. Each does nothing, silently, when
-    // the period is (not) open already. Begin does not wait for a trace that is running. End closes the period whatever
-    // happens, also when it throws std::bad_alloc. Any thread.
+    // The reset period of the data store. Both modules are unloaded from Begin to End, so that the agent can replace
+    // the data. A second Begin does nothing, and so does an End without a period; neither logs anything. Begin does not
+    // wait for a trace that is running. End closes the period in any case, also when it throws std::bad_alloc: no later
+    // call could close it. Any thread.
     void ResetDbBegin() EXCLUDES(mutex_);
     void ResetDbEnd() EXCLUDES(mutex_);
 
-    // Tells the data store, if there is one, to bring its data up to date.
+    // Tells the data store to bring its data up to date, if it is loaded. A trace that was "not ready" often waits for
+    // just that. Any thread.
     void update_data_store() const;
 
 private:

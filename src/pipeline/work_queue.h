@@ -1,11 +1,11 @@
-// A queue of the pipeline: a list with its mutex.
+// A queue of the pipeline: a list with its mutex. Any thread may call its functions.
 //
-// The mutex of the support library lives from open to close. The gate guards that life: who uses the queue holds it
-// shared, who makes or destroys the mutex holds it alone, and so does a user while there is no mutex. No thread holds
-// the mutexes of two queues.
+// The mutex of the support library lives from open to close. The gate guards that life: a user of the queue holds the
+// gate shared, and whoever makes or destroys the mutex holds it alone. While there is no mutex, a user holds the gate
+// alone instead. No thread holds the mutexes of two queues.
 //
-// Before the first open the queue takes what is pushed, since events can arrive while the plug-in still starts. After a
-// close it refuses everything until the next open.
+// Before the first open the queue takes what is pushed, because events can arrive while the plug-in still starts. After
+// a close it refuses everything until the next open. Limits are the caller's business.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +21,8 @@ template <class Node>
 class WorkQueue {
 public:
     using Item = std::unique_ptr<Node>;
-    // Room for one item, made beforehand, so that nothing can fail once an item goes in. Empty when there is no memory.
+    // Room for one item. It is made beforehand, so that nothing can fail once an item goes in. Empty when there is no
+    // memory.
     using Cell = std::list<Item>;
     static Cell make_cell() {
         Cell cell;
@@ -33,14 +34,16 @@ public:
         return cell;
     }
 
-    // Holds the queue's mutex for several steps.
+    // Holds the queue's mutex for several steps. If there is no mutex it holds the gate alone.
     class SCOPED_CAPABILITY Hold {
     public:
         explicit Hold(WorkQueue& queue) ACQUIRE(queue.mutex_) NO_THREAD_SAFETY_ANALYSIS : queue_(queue),
-                                                                                        shared_(queue.gate_) {
+                                                                                          shared_(queue.gate_) {
             if (queue.mutex_.valid()) {
                 queue.mutex_.lock();
             } else {
+                // A shared gate cannot be turned into one held alone. The queue may be opened in between; the gate held
+                // alone keeps all others out in that case, too.
                 shared_.unlock();
                 alone_ = std::unique_lock(queue.gate_);
             }
@@ -57,14 +60,16 @@ public:
         std::unique_lock<std::shared_mutex> alone_;
     };
 
-    // Makes the mutex. False if the support library refuses. What was pushed before stays.
+    // For a start. Makes the mutex; false if the support library refuses. What was pushed before stays and is handled.
     bool open() NO_THREAD_SAFETY_ANALYSIS {
         const std::unique_lock gate(gate_);
         accepting_ = mutex_.init();
         return accepting_;
     }
-    // Discards what is queued and destroys the mutex, in one step: nothing can be pushed in between.
+    // For a stop, after the workers are joined. Discards what is queued and destroys the mutex in one step, so that
+    // nothing can be pushed in between.
     void close() NO_THREAD_SAFETY_ANALYSIS {
+        // Declared before the gate: the nodes are freed when the gate is open again.
         Cell discarded;
         const std::unique_lock gate(gate_);
         accepting_ = false;
@@ -72,22 +77,25 @@ public:
         mutex_.destroy();
     }
 
-    // Moves the cell with its item to the end. False, and the item still in the cell, when the queue is closed.
+    // Moves the cell with its item to the end. When the queue is closed the answer is false and the item is still in
+    // the cell.
     bool push(Cell& cell) EXCLUDES(mutex_) {
         const Hold hold(*this);
         return push_held(cell);
     }
+    // For a caller that has a Hold.
     bool push_held(Cell& cell) REQUIRES(mutex_) {
         if (!accepting_) return false;
         items_.splice(items_.end(), cell);
         return true;
     }
 
-    // The front item, or null when there is none.
+    // Takes the front item; null when there is none.
     Item take() EXCLUDES(mutex_) {
         return take_if([](const Node&) { return true; });
     }
-    // The front item if it is `due`. One that is not due holds back all behind it.
+    // Takes the front item if it is `due`. An item that is not due holds back all items behind it: they were pushed
+    // later, so they are due later.
     template <class Due>
     Item take_if(Due due) EXCLUDES(mutex_) {
         const Hold hold(*this);

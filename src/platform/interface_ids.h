@@ -1,4 +1,4 @@
-// Ids of the bus's interfaces: the ELF hash of the interface's name in the first field, the rest zero.
+// Ids of the bus's interfaces. The first field is the ELF hash of the interface's name; the rest is zero.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ struct InterfaceId {
     }
 };
 
-// The classic ELF string hash, characters read as signed bytes.
+// The classic ELF string hash. Characters are read as signed bytes, as the bus does it.
 constexpr uint64_t elf_hash(std::string_view name) {
     uint64_t h = 0;
     for (const char c : name) {
@@ -40,6 +40,7 @@ inline constexpr InterfaceId kIidConnectPoint = interface_id("IConnectPoint");
 inline constexpr InterfaceId kIidRtmFrame = interface_id("IRtmFrame");
 inline constexpr InterfaceId kIidDnsEvent = interface_id("IDnsEvent");
 
+// The bus compares these numbers, so a mistake in the hash must not get through a build.
 static_assert(kIidUnknown.Data1 == 0xc52523e && kIidEvent.Data1 == 0x4dccc54 && kIidPlugin.Data1 == 0xe73bdbe);
 static_assert(kIidMessageBus.Data1 == 0x933a563 && kIidConnectPoint.Data1 == 0x7310ca4);
 static_assert(kIidRtmFrame.Data1 == 0xb1dcaa5 && kIidDnsEvent.Data1 == 0x57c87e4);

@@ -1,15 +1,15 @@
-// Interfaces of the message bus liblummb.so, in the slot order of its virtual tables.
+// Interfaces of the message bus liblummb.so, in the order of the slots of their virtual tables.
 //
-// The order is the contract: a class derived from IUnknown has its three operations first, then the two slots of the
-// virtual destructor, then its own. Functions and slots that the plug-in never calls keep their places. Objects are
-// counted; whoever got a reference gives it back with Release.
+// That order is the contract. A class that derives from IUnknown has its three operations first, then the two slots of
+// the virtual destructor, then its own. Functions that the plug-in never calls keep their places. Objects are counted:
+// whoever got a reference gives it back with Release.
 #pragma once
 
 #include <cstdint>
 
 #include "platform/interface_ids.h"
 
-// Base of every counted interface: a virtual table and a 64-bit count. Results of AddRef and Release are the new count.
+// The base of every counted interface: a virtual table and a 64-bit count. AddRef and Release answer the new count.
 class IUnknown {
 public:
     virtual int32_t QueryInterface(const InterfaceId* iid, void** out) = 0;  // slot 1; negative is failure
@@ -23,6 +23,7 @@ private:
 
 namespace MbFrame {
 
+// An event in either direction. Any thread may call it as long as the caller holds a reference.
 class IEvent : public IUnknown {
 public:
     virtual uint32_t GetEventId() = 0;        // slot 6
@@ -30,7 +31,7 @@ public:
     virtual int32_t GetPublishedState() = 0;  // slot 8; the bus's name for it is not known, outgoing events answer 1
 };
 
-// Reached from a DNS event by QueryInterface.
+// The second interface of a DNS event, reached by QueryInterface. It shares the count of the event.
 class IDnsEvent : public IUnknown {
 public:
     virtual void reserved6() = 0;
@@ -39,7 +40,7 @@ public:
     virtual const char* GetQueryName() = 0;  // slot 9; lives as long as the event
 };
 
-// Takes events that a plug-in publishes; it adds a reference of its own to each that it keeps.
+// Takes the events that a plug-in publishes. It adds a reference of its own to each event that it keeps.
 class IDispatch {
 public:
     virtual int32_t Invoke(IEvent* event) = 0;  // slot 1
@@ -54,7 +55,7 @@ struct EventTableEntry {
     uint32_t uFlag;
 };
 
-// Given to OnAdvised, valid during that call.
+// Given to OnAdvised and valid during that call.
 class IPluginSetting {
 public:
     virtual int32_t SetOption(uint32_t value) = 0;                                    // slot 1
@@ -65,6 +66,7 @@ protected:
     ~IPluginSetting() = default;
 };
 
+// What a plug-in offers the bus. The bus calls it; the plug-in never does.
 class IPlugin : public IUnknown {
 public:
     virtual int32_t GetPluginId(unsigned char* out) = 0;                            // slot 6; 16 bytes
@@ -76,7 +78,7 @@ public:
     virtual int32_t OnQuery(void* context) = 0;  // slot 11
 };
 
-// The frame object of the bus.
+// The frame object of the bus: attaches and detaches plug-ins.
 class IRtmFrame : public IUnknown {
 public:
     virtual void reserved6() = 0;

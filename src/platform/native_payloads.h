@@ -1,4 +1,4 @@
-// Native records of bus events, read and written by layout on both sides of the bus.
+// Native records of bus events. Both sides of the bus read and write them by layout, so the sizes are asserted.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@ static_assert(sizeof(ST_JSON_BUFFER) == 16);
 
 #pragma pack(push, 1)
 
-// All other incoming events but 1281.
+// All other incoming events but 1281. The text is not terminated.
 struct ST_COMMON_BUFFER {
     uint32_t uType;
     uint64_t uSize;
@@ -21,7 +21,7 @@ struct ST_COMMON_BUFFER {
 };
 static_assert(sizeof(ST_COMMON_BUFFER) == 20);
 
-// Outgoing events 769, 770 and 771: a common buffer with two members more.
+// Outgoing events 769, 770 and 771: a common buffer in another order, with two members more.
 struct ST_PB_EVENT {
     uint32_t uEventId;
     uint64_t uSize;
@@ -31,7 +31,8 @@ struct ST_PB_EVENT {
 };
 static_assert(sizeof(ST_PB_EVENT) == 32);
 
-// Outgoing event 2305: the request to check the memory of one process. The eleven texts are null when empty.
+// Outgoing event 2305, the request to check the memory of one process. A text of the eleven is null when it is empty. A
+// time is in the unit of the document that it comes from.
 struct ST_MEM_DETECT_INFO {
     int64_t llOpTime;
     uint32_t uPid;
@@ -56,7 +57,8 @@ static_assert(sizeof(ST_MEM_DETECT_INFO) == 128);
 
 #pragma pack(pop)
 
-// Event 1281. Texts may be null. The variant record is one of those below, chosen by uKind; null when there is none.
+// Event 1281. Texts may be null. uKind says which of the records below pVariant points to; it is null when there is
+// none.
 struct ST_DNS_NATIVE {
     uint32_t uKind;
     uint64_t ullHead[13];

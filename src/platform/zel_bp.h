@@ -8,13 +8,13 @@
 extern "C" {
 #endif
 
-// Fills `buffer` of `size` bytes with a terminated JSON member and returns 1, or returns 0. Runs on the manager's
-// thread.
+// Fills `buffer` of `size` bytes with a terminated JSON member and returns 1, or writes nothing and returns 0. Runs on
+// the manager's thread.
 typedef int (*zel_report_cb_t)(char* buffer, uint32_t size);
 // A null callback unregisters the module.
 typedef int32_t (*register_report_cb_t)(const char* module, zel_report_cb_t callback);
 
-// Head of one trace report; unused bytes are zero.
+// The head of one report. Unused bytes are zero; a member that is full has no terminator.
 typedef struct ST_BP_TRACE_HEAD {
     char szModule[32];
     char szFunction[64];

@@ -1,7 +1,8 @@
 // The trace module libzeltrc.so and the data store libzelds.so: types of the functions that are loaded by name.
 //
-// Codes are signed 32-bit, negative on failure. A result buffer is allocated by the module, may be null, and goes back
-// to it through trace_event_release, also when the call failed. The module may be entered from several threads at once.
+// Codes are signed and have 32 bits; negative is failure. The module allocates a result buffer, or leaves it null. The
+// buffer goes back to the module through trace_event_release, also after a call that failed. Several threads may call
+// the module at once.
 #pragma once
 
 #include <stdint.h>

@@ -25,6 +25,7 @@ void ZelbpmgrApi::Init() {
         zel::reporting_symbol(m_hBpMgr, "register_report_cb", m_register_report_cb);
     }
     if (m_register_report_cb == nullptr) LOG_ERROR("ZelbpmgrApi init failed, m_register_report_cb get error.");
+    // Also after the two failures above. Operators know it so.
     LOG_INFO("ZelbpmgrApi init successful.");
 }
 

@@ -1,19 +1,23 @@
-// The wrapper of the business-point manager, which collects the reports. The library is optional.
+// The wrapper of the business-point manager, which collects the reports. The library is optional: without it nothing is
+// reported, and all else works. Only plugin_init and plugin_uninit use it, so there is no lock.
 #pragma once
 
 #include "platform/zel_bp.h"
 
 class ZelbpmgrApi {
 public:
-    // An empty object, made at the first call. It never ends, so that no order of static objects matters to a stop at
-    // exit.
+    // Empty at first and made at the first call. It is never destroyed, so no order of static objects matters to a stop
+    // at exit.
     static ZelbpmgrApi& Instance();
     ZelbpmgrApi() = default;
 
+    // Opens the library and looks up its one function. A library that is missing is an ERROR line.
     void Init();
-    // Closes the library.
+    // Closes the library. Both callbacks are unregistered before, for the manager would call into a plug-in that may be
+    // gone.
     void Close();
-    // Null unregisters. False when there is no manager.
+    // Registers a callback for a module; null unregisters it. False when there is no manager. The manager's own answer
+    // is not looked at.
     bool Register(const char* module, zel_report_cb_t callback) const;
 
 private:

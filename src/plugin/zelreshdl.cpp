@@ -17,20 +17,22 @@ constexpr int kFailed = -1;
 constexpr int kInReset = -2;
 constexpr int kFileKind = 1;
 
+// The answer of an export whose body throws is -1, with an ERROR line.
 template <class Body>
 int exported(Body body) {
     int result = kFailed;
+    // The host calls through a C interface, so no exception may reach it. After an ERROR line it gets -1.
     zel::guarded("call", [&] { result = body(); });
     return result;
 }
 
 void register_report(const char* module, zel_report_cb_t callback) {
-    // The text is what operators know; it never showed the name.
+    // The text never showed the name; operators know it so.
     if (!ZelbpmgrApi::Instance().Register(module, callback)) LOG_WARN("[ZEL_BPMGR_REGISTER] module_name: %% error.");
 }
 
-// Attaches to the bus unless an earlier start has done so, and starts the pipeline. A start that fails at any step, also
-// by an exception, leaves the bus detached.
+// Attaches to the bus unless an earlier start has done so, and starts the pipeline. When a step fails or throws, the
+// bus is detached again.
 bool start_work(CResultProcEngine& engine) {
     LOG_INFO("zelreshdl start work thread!");
     bool attached = false;
@@ -43,6 +45,7 @@ bool start_work(CResultProcEngine& engine) {
     return false;
 }
 
+// Answered with -2, so the host knows that it may ask again.
 bool is_resetting() { return g_iResetDb.load() == 1; }
 
 int invalid_parameter() {
@@ -60,10 +63,12 @@ int log_stop() {
 int plugin_init(void) {
     return exported([] {
         LOG_INFO("Start handled event.");
+        // Reporting comes first. Without it the start goes on.
         ZelBpSdkApi::Instance().Init();
         ZelbpmgrApi::Instance().Init();
         register_report("zelreshdl", &zelreshdlBpFunc);
         register_report("zeltrc", &zeltrcBpFunc);
+        // A start begins with figures of 0; what an earlier run counted and did not report is gone.
         g_liveTraceCost.reset();
         g_reportTraceCost.reset();
         g_statistics.reset();
@@ -77,9 +82,12 @@ int plugin_uninit(void) {
     LOG_INFO("stop work thread!");
     // An engine is not made just to be stopped.
     zel::guarded("call", [] {
+        // The bus first, so that no event arrives while the pipeline stops. Without a mutex nothing has started, and an
+        // object is not made just to be stopped.
         if (g_hWorkMutex.valid()) GetReshdlInstance()->Detach();
         g_reshdlWork.Uninit();
         ZelbpmgrApi& manager = ZelbpmgrApi::Instance();
+        // Until here the manager may still ask: the figures outlive the pipeline.
         manager.Register("zelreshdl", nullptr);
         manager.Register("zeltrc", nullptr);
         manager.Close();
@@ -87,6 +95,7 @@ int plugin_uninit(void) {
     return 0;
 }
 
+// These three do nothing: the work begins with plugin_init and ends with plugin_uninit.
 int plugin_start(void) {
     LOG_INFO("start handled event.");
     return 0;
@@ -105,6 +114,7 @@ int reshdl_file_trace(fn_server_ret_t fun, const char* path, const char* file_ke
         if (is_resetting()) return kInReset;
         if (fun == nullptr || path == nullptr || file_key == nullptr) return invalid_parameter();
         LOG_INFO("start file trace!");
+        // The host may ask before the first start. The object and its mutex are made here then.
         GetReshdlInstance();
         const EVENT_ID id = kind == kFileKind ? event_id::file_trace_file : event_id::file_trace_process;
         return g_reshdlWork.FileTrace(fun, path, file_key, id, context);

@@ -11,7 +11,7 @@
 
 namespace {
 
-// Null with the one log line that both keys share.
+// Null after the one log line that both keys share. It names "delay_time" for either of them; operators know it so.
 const char* text_at(const json_t* root, const char* key) {
     const char* text = json_string_value(json_object_get(root, key));
     if (text == nullptr) LOG_ERROR("delay_time is not a string");

@@ -13,18 +13,21 @@
 
 namespace {
 
+// Each hit has the same score.
 constexpr int64_t kScore = 90;
 
+// Gives the second interface of the event back.
 struct DnsReleaser {
     void operator()(MbFrame::IDnsEvent* dns) const { dns->Release(); }
 };
 
-// Cut to the room and terminated; a null text leaves the room empty.
+// Cuts the text to the room and terminates it. A null text leaves the room empty.
 void put(std::span<char> room, const char* text) {
     if (text != nullptr) zel_str_strlcpy(room.data(), text, room.size());
 }
 
 template <class Flat, class Native>
+// The guid comes first, then the path; the order is that of the native record.
 void put_process(Flat& flat, const Native& native) {
     flat.uPid = native.uPid;
     flat.llCreateTime = native.llCreateTime;
@@ -35,6 +38,7 @@ void put_process(Flat& flat, const Native& native) {
 
 template <class Flat, class Native>
 void put_tail(Flat& flat, const Native& native) {
+    // The rooms are those of the layout: longer texts are cut to 3 and 15 characters.
     put(flat.szTail1, native.pszTail[0]);
     put(flat.szTail2, native.pszTail[1]);
     put(flat.szTail3, native.pszTail[2]);
@@ -69,6 +73,7 @@ void store_variant(ST_IOC_MSG& msg, const void* native) {
 void flatten(ST_IOC_MSG& msg, const ST_DNS_NATIVE& native) {
     msg.uKind = native.uKind;
     memcpy(msg.ullHead, native.ullHead, sizeof msg.ullHead);
+    // Without a variant the numbers and texts of the container are left empty, too.
     if (native.pVariant == nullptr) return;
     memcpy(msg.uHead, native.uHead, sizeof msg.uHead);
     const std::array<std::span<char>, 13> texts{
@@ -107,9 +112,12 @@ std::unique_ptr<ST_IOC_MSG> copy_dns_event(MbFrame::IEvent& event) {
         zel::leave_allocated(dns.release());  // the interface is not given back on this path
         return nullptr;
     }
+    // The native record and its texts belong to the event, so all of them are copied now.
     flatten(*msg, *native);
     if (const char* name = dns->GetQueryName(); name != nullptr) msg->strQueryName = name;
     msg->llScore = kScore;
+    // The key is computed once for each hit; the cache and the node both use it. For kinds 1 and 3 it comes from what
+    // lies at the places of kind 2.
     const IocVariant2 process = msg->process();
     msg->ullCacheKey =
         ResHdlCache::CFifoQueue::CalculateHash(process.szDomain, process.llCreateTime, process.szPath, process.uPid);

@@ -2,8 +2,8 @@
 
 #include <uuid/uuid.h>
 
-#include <cstdlib>
 #include <atomic>
+#include <cstdlib>
 #include <new>
 
 #include "common/checks.h"
@@ -21,13 +21,15 @@ unsigned char g_pluginGuid[16];
 
 namespace {
 
+// The agent's own codes for a bad argument and for a plug-in that does not want to be attached.
 constexpr int32_t kNullArgument = static_cast<int32_t>(0x84ce0002);
 constexpr int32_t kNotAdvised = static_cast<int32_t>(0x80004005);
 constexpr uint32_t kPluginKind = 1;
 constexpr uint32_t kAdviseFlag = 1;
 constexpr uint32_t kPluginOption = 0x10000;
 
-// The bus gets the tables as they stand here, the doubled 1538 included.
+// The bus gets the tables exactly as they stand here. 1538 stands twice, and both the order and the doubled entry are
+// kept.
 constexpr MbFrame::EventTableEntry kNormalTable[] = {
     {event_id::ioa_alert, 1},
     {event_id::kov, 1},
@@ -55,6 +57,7 @@ std::span<const MbFrame::EventTableEntry> subscription_table(bool pure_mode) {
 }
 
 CResultProcEngine* GetReshdlInstance() {
+    // Not MadeOnce: making this object can fail, and a failure must not be remembered.
     static constinit std::atomic<CResultProcEngine*> instance{nullptr};
     static constinit zel::NeverEnds<zel::PlainMutex> making;
     CResultProcEngine* engine = instance.load(std::memory_order_acquire);
@@ -70,6 +73,7 @@ CResultProcEngine::CResultProcEngine() {
     uuid_generate(g_pluginGuid);
     if (g_hWorkMutex.init()) return;
     LOG_ERROR("mutex_init failed!");
+    // Without this mutex no start could ever be undone.
     exit(0);
 }
 
@@ -100,6 +104,7 @@ bool CResultProcEngine::LoadMbDll() {
 }
 
 bool CResultProcEngine::attach() {
+    // Each failure from here on is undone by the caller.
     int32_t (*get_class_object)(const InterfaceId*, const InterfaceId*, void**) = nullptr;
     int32_t result = m_hMbModule.get("DllGetClassObject", get_class_object);
     if (result != 0) {
@@ -108,6 +113,7 @@ bool CResultProcEngine::attach() {
     }
     void* frame = nullptr;
     result = get_class_object(&kNoClassId, &kIidRtmFrame, &frame);
+    // Kept before the answer is looked at, so that a reference that came with a failure is given back as well.
     m_pRtmFrame = static_cast<MbFrame::IRtmFrame*>(frame);
     if (result != 0 || m_pRtmFrame == nullptr) {
         LOG_ERROR("mb get object failed!0x%08x", static_cast<uint32_t>(result));
@@ -118,6 +124,7 @@ bool CResultProcEngine::attach() {
         LOG_ERROR("mb advise failed!0x%08x", static_cast<uint32_t>(result));
         return false;
     }
+    // The bus may answer 0 although OnAdvised refused.
     if (g_pDispatcher.load(std::memory_order_acquire) == nullptr) {
         LOG_ERROR("init failed!");
         return false;
@@ -136,6 +143,7 @@ void CResultProcEngine::Detach() {
 }
 
 int32_t CResultProcEngine::OnAdvised(MbFrame::IPluginSetting* Setting, MbFrame::IDispatch* Dispatcher) {
+    // The text of these two appears in the message, so it is written as it has always been shown.
     ZEL_ASSERT(__null != Setting);
     ZEL_ASSERT(__null != Dispatcher);
     // What can fail comes first. The dispatcher comes last: while it is set no later start attaches again.
@@ -154,12 +162,14 @@ int32_t CResultProcEngine::OnEvent(MbFrame::IEvent* Evt, void*) {
         LOG_ERROR("Evt is null, OnEvent do not handle");
         return 0;
     }
+    // The bus has added a reference for the plug-in. It goes back when this function returns, also after an exception.
     const ReshdlEventTrace::EventRef event(Evt);
     zel::guarded("bus event", [&] { handle_event(*event); });
     return 0;
 }
 
 void CResultProcEngine::handle_event(MbFrame::IEvent& event) {
+    // In a reset period events are let go without a line and without a count.
     if (g_iResetDb.load() == 1) return;
     const EVENT_ID id = event.GetEventId();
     if (!g_reshdlWork.IsCareEvent(id)) {
@@ -167,6 +177,7 @@ void CResultProcEngine::handle_event(MbFrame::IEvent& event) {
         return;
     }
     LOG_INFO("get event:%u", id);
+    // Before the event is looked at, so that the count includes what is refused later.
     count(g_statistics.recvAlarmCount);
     if (id == event_id::ioc) return handle_dns_hit(event);
     if (void* const data = GetNativeEventData(&event); data != nullptr)
@@ -178,6 +189,7 @@ void CResultProcEngine::handle_event(MbFrame::IEvent& event) {
 void CResultProcEngine::handle_dns_hit(MbFrame::IEvent& event) {
     std::unique_ptr<ST_IOC_MSG> msg = copy_dns_event(event);
     if (msg == nullptr) return log_no_data();
+    // A repeat ends here: the cache has counted it, and the copy is freed.
     if (!g_hotCache.CheckAlertHot(*msg, event_id::ioc)) return g_reshdlWork.PushQueue(std::move(msg));
     LOG_DEBUG("The event is in the hot cache.event:%u", event_id::ioc);
     count(g_statistics.hotCacheHitCount);

@@ -1,4 +1,7 @@
 // The plug-in object that the bus calls, and its attachment to the bus.
+//
+// Threads: OnAdvised runs on the starting thread, within LoadMbDll. OnEvent runs on the bus thread. LoadMbDll and
+// Detach are called by start and stop, which never run at the same time.
 #pragma once
 
 #include <span>
@@ -7,48 +10,58 @@
 #include "common/pure_mode.h"
 #include "platform/mbframe.h"
 
-// Identifies this plug-in to the bus; filled when the object is made.
+// Identifies this plug-in to the bus. The constructor of the object fills it with a random number, so it changes from
+// process to process.
 extern unsigned char g_pluginGuid[16];
 
 class CResultProcEngine final : public MbFrame::IPlugin {
 public:
-    // Creates the module-wide mutex if there is none; ends the process when that fails.
+    // Makes the handle of g_hWorkMutex unless there is one. When that fails it ends the process with exit code 0, after
+    // an ERROR line.
     CResultProcEngine();
-    // Destroys the module-wide mutex.
+    // Destroys that handle. It never runs for the one object.
     ~CResultProcEngine() override;
 
-    // 0 and nothing written; the object is never counted and never freed through these.
+    // These answer 0 and do nothing. The object is never counted and never freed through them, so the bus cannot end
+    // it.
     int32_t QueryInterface(const InterfaceId*, void**) override { return 0; }
     int64_t AddRef() override { return 0; }
     int64_t Release() override { return 0; }
 
+    // Both answer 0x84ce0002 for a null `out`.
     int32_t GetPluginId(unsigned char* out) override;
     int32_t GetPluginKind(uint32_t* out) override;
+    // Called by the bus within Advise. Reads the cache settings, hands over the subscription table and keeps the
+    // dispatcher. 0, or 0x80004005 when memory ran out; nothing is kept then.
     int32_t OnAdvised(MbFrame::IPluginSetting* Setting, MbFrame::IDispatch* Dispatcher) override;
     int32_t OnNotify(uint32_t) override { return 0; }
+    // Called by the bus for each event. It owns one reference of the event and gives it back. Always 0: the bus has no
+    // use for an answer.
     int32_t OnEvent(MbFrame::IEvent* Evt, void* context) override;
     int32_t OnQuery(void*) override { return 0; }
 
-    // Loads the bus and advises it; true if that has given a dispatcher. On failure all is undone.
+    // Loads the bus and attaches to it. True if the bus has given a dispatcher. On failure all of it is undone.
     bool LoadMbDll();
-    // No event arrives afterwards. Does nothing when the bus is not loaded.
+    // Detaches from the bus and closes its library. No event arrives afterwards. Does nothing when the bus is not
+    // loaded.
     void Detach();
 
 private:
     bool attach();
     void handle_event(MbFrame::IEvent& event);
     void handle_dns_hit(MbFrame::IEvent& event);
-    // The data of an event that carries a buffer; null after a log line. It is the event's and lives as long.
+    // The data of an event that carries a buffer; null after a log line. The data belongs to the event and lives as
+    // long as the event.
     void* GetNativeEventData(MbFrame::IEvent* Evt);
 
     zel::Dll m_hMbModule;
-    MbFrame::IRtmFrame* m_pRtmFrame = nullptr;  // one reference; null while not attached
+    MbFrame::IRtmFrame* m_pRtmFrame = nullptr;  // one reference; null when not attached
     zel::PureMode m_pureMode;
 };
 
-// What the bus is told to deliver. The entries are constants.
+// The events that the bus is told to deliver. The entries are constants and live as long as the process.
 std::span<const MbFrame::EventTableEntry> subscription_table(bool pure_mode);
 
-// The one object, made at the first call. It never ends: the bus may call it up to the last moment of the process. Null
-// when there is no memory; the next call tries again. Any thread.
+// The one object, made at the first call. It is never destroyed: the bus may call it up to the last moment of the
+// process. Null when there is no memory; the next call tries again. Any thread.
 CResultProcEngine* GetReshdlInstance();

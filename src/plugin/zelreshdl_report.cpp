@@ -14,13 +14,15 @@
 
 namespace {
 
+// JSON_ENCODE_ANY.
 constexpr size_t kEncodeAny = 512;
 
 using Json = std::unique_ptr<json_t, decltype(&json_decref)>;
 
 Json new_object() { return Json(json_object(), &json_decref); }
 
-// False when there is no memory: a report that lacks a figure must not set that figure to zero.
+// False when there is no memory. A report that lacks a figure is not given at all, because giving it would set that
+// figure to zero.
 bool set(json_t* object, const char* key, uint64_t value) {
     return json_object_set_new(object, key, json_integer(static_cast<json_int_t>(value))) == 0;
 }
@@ -33,6 +35,7 @@ bool set_summary(json_t* summary) {
 
 bool set_details(json_t* details, const TraceCost& cost) {
     const uint64_t successes = value_of(cost.successCount);
+    // Without a success there is no average, and the details stay empty.
     if (successes == 0) return true;
     const uint64_t sum = value_of(cost.traceCost);
     return set(details, "avgCost", sum / successes) && set(details, "traceCost", sum) &&
@@ -48,8 +51,10 @@ int write_report(char* buffer, uint32_t size) {
         LOG_INFO("Error: Buffer size is too small for the result.");
         return 0;
     }
+    // All of the buffer, so that no earlier text is left behind the new one.
     memset(buffer, 0, size);
     memcpy(buffer, text.data(), text.size());
+    // What is counted between the reading above and here is lost.
     g_reportTraceCost.reset();
     g_statistics.reset();
     LOG_INFO("getZelreshdlDataInfo:%s", text.c_str());
@@ -79,6 +84,7 @@ int zelreshdlBpFunc(char* buffer, uint32_t size) {
 }
 
 int zeltrcBpFunc(char*, uint32_t) {
+    // The live costs then go on adding up, so a quiet period does not replace a bad one.
     if (value_of(g_reportTraceCost.maxCost) > value_of(g_liveTraceCost.maxCost)) return 1;
     g_reportTraceCost.take_over(g_liveTraceCost);
     g_liveTraceCost.reset();

@@ -1,16 +1,18 @@
-// The report call-backs. They run on a thread of the manager and never throw.
+// The report callbacks. The manager calls them on a thread of its own, one at a time or several at once. No exception
+// leaves them.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-// The plug-in's figures as the JSON member "BP_ZELRESHDL":{...}, without enclosing braces. Throws std::bad_alloc.
+// The plug-in's figures as the JSON member "BP_ZELRESHDL":{...}, without enclosing braces: the manager joins the
+// members of all modules. Throws std::bad_alloc.
 std::string getZelreshdlDataInfo();
 
-// Writes the report and sets all figures to zero: 1. Writes nothing and keeps the figures when `size` does not exceed
-// the text's length, or without a buffer: 0.
+// Writes the report, sets all figures to zero and answers 1. When the text with its terminator does not fit into
+// `size`, or without a buffer, it writes nothing, keeps the figures and answers 0.
 int zelreshdlBpFunc(char* buffer, uint32_t size);
 
-// Keeps the trace costs of the period with the worst single trace for the next report. The arguments are not used;
-// always 1.
+// Keeps the trace costs of the period with the slowest single trace for the next report. The arguments are not used.
+// Always 1.
 int zeltrcBpFunc(char* buffer, uint32_t size);

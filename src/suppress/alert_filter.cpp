@@ -9,6 +9,7 @@
 namespace ResHdlAlert {
 namespace {
 
+// A period is over at 60000 ms.
 constexpr uint64_t kLongestWindowMs = 59999;
 
 }  // namespace
@@ -24,7 +25,8 @@ std::optional<AlertFilter>& AlertFilter::place() {
     return filter;
 }
 
-// All keys go at once, so a key lives from a moment to a minute, or longer while no alert arrives.
+// All keys go at once, so no key needs a time of its own. A key therefore lives from a moment to a minute, or longer
+// while no alert arrives.
 void AlertFilter::clean_if_due(uint64_t now) {
     if (now - last_clean_ms_ <= kLongestWindowMs) return;
     cache_.clear();
@@ -55,6 +57,8 @@ void AlertFilter::ForgetLast() {
 }
 
 std::string AlertFilter::cal_alert_key(const ST_BUF_DATA& stData) {
+    // The containers sort, so two alerts with the same rules in another order have the same key. Views are enough: the
+    // alert outlives this function.
     std::map<std::string_view, std::set<std::string_view>> images_of_rule;
     for (const ST_RULE& rule : stData.vecRule) {
         const auto [entry, is_new] = images_of_rule.try_emplace(rule.strRuleId);

@@ -1,4 +1,4 @@
-// Tells whether an alert is a copy of one seen in the last minute or so. Alarm worker only.
+// Tells whether an alert repeats one that was seen a short while ago. Alarm worker only, so there is no lock.
 #pragma once
 
 #include <cstdint>
@@ -12,21 +12,24 @@ namespace ResHdlAlert {
 
 class AlertFilter {
 public:
-    // The one filter, made at the first call: its first period begins then. Ends with the library.
+    // The one filter, made at the first call; its first period begins then. It ends with the library.
     static AlertFilter& GetInstance();
-    // Where the one filter is made. Who uses the filter in its destructor touches the place in its constructor.
+    // The place where the one filter is made. A static object that uses the filter in its destructor touches the place
+    // in its constructor: then the filter is destroyed later than that object.
     static std::optional<AlertFilter>& place();
 
     // Times are milliseconds of the tick clock.
     explicit AlertFilter(uint64_t now) : last_clean_ms_(now) {}
     virtual ~AlertFilter() = default;
 
-    // True for a repeat; otherwise the alert is remembered. An alert without any key is new and not remembered.
+    // True for a repeat. Otherwise the alert is remembered. An alert without any key counts as new and is not
+    // remembered.
     bool CheckRepeat(const ST_BUF_DATA& stData, uint64_t now);
-    // Forgets the alert that the last call has remembered, if it has: it was not reported after all.
+    // Forgets the alert that the last call remembered, if it remembered one. For an alert that was not reported after
+    // all: the next one like it must not count as a repeat.
     void ForgetLast();
 
-    // Rule ids and images of the alert, in byte order, nothing between them.
+    // Rule ids and images of the alert, each rule with its images, in byte order and with nothing between them.
     static std::string cal_alert_key(const ST_BUF_DATA& stData);
 
 private:

@@ -9,6 +9,7 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
 namespace zel {
 namespace {
 
+// These three and kMix belong to the algorithm.
 constexpr uint64_t k0 = 0xc3a5c85c97cb3127;
 constexpr uint64_t k1 = 0xb492b66fbe98f273;
 constexpr uint64_t k2 = 0x9ae16a3b2f90404f;
@@ -37,6 +38,8 @@ constexpr uint64_t mix(uint64_t low, uint64_t high, uint64_t factor = kMix) {
 // Texts of 4 to 64 bytes bring their length in through the factor.
 constexpr uint64_t length_factor(size_t size) { return k2 + size * 2; }
 
+// Each size class reads words from both ends of the text. In a text that is no multiple of 8 they overlap, so no byte
+// is left out and none is read beyond the end.
 uint64_t hash_up_to_16(const char* s, size_t size) {
     const uint64_t factor = length_factor(size);
     if (size >= 8) {
@@ -90,8 +93,8 @@ Pair stir_32(const char* s, uint64_t a, uint64_t b) {
     return {a + last, b + rotate_right(a, 44) + first};
 }
 
-// The state, seven words, starts from the last 64 bytes and then takes in all whole blocks from the front; the rest of
-// the text has been in the start.
+// The state has seven words. It starts from the last 64 bytes and then takes in all whole blocks from the front. The
+// bytes that are in no whole block were in the start.
 uint64_t hash_long(const char* s, size_t size) {
     const char* const end = s + size;
     uint64_t x = load64(end - 40);

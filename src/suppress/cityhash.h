@@ -1,4 +1,5 @@
-// CityHash64, version 1.1: a quick hash of bytes whose values are fixed by the published algorithm. Not for security.
+// CityHash64, version 1.1: a quick hash of bytes. The published algorithm fixes its values, and the hot cache's log
+// lines show them. Not for security. Any thread.
 #pragma once
 
 #include <cstdint>

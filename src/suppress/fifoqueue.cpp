@@ -24,9 +24,12 @@ ResHdlCache::CFifoQueue& g_hotCache = *g_cache;
 namespace ResHdlCache {
 namespace {
 
-constexpr size_t kKeyTextSize = 1040;  // a longer key text is cut, so that a very long path drops the process id
+// A longer key text is cut. With a very long path the process id is then missing, and two processes share an entry.
+// A longer key text is cut. With a very long path the process id is then missing, and two processes share an entry.
+constexpr size_t kKeyTextSize = 1040;
 constexpr int32_t kMinuteMs = 60000;
 
+// The type that %llu wants; uint64_t is another type on this platform.
 unsigned long long wide(uint64_t value) { return value; }
 
 ST_CACHE_NODE make_entry(const ST_QUEQE_NODE& node) {
@@ -34,14 +37,17 @@ ST_CACHE_NODE make_entry(const ST_QUEQE_NODE& node) {
     entry.hash = node.ullCacheKey;
     entry.begin = entry.end = node.pIocMsg->alert_time();
     const std::string& name = node.pIocMsg->strQueryName;
+    // A name of 20 characters or more fills the room, and no byte is left for a terminator.
     memcpy(entry.key, name.data(), std::min(name.size(), sizeof entry.key));
     memcpy(entry.alert_id, node.szGuid, sizeof entry.alert_id - 1);
     return entry;
 }
 
+// Runs under the mutex.
 void tally(ST_CACHE_NODE& entry, uint64_t alert_time) {
     if (entry.count == 0) {
-        entry.begin = entry.end = alert_time;  // the first sighting takes no part in the span
+        // The first sighting takes no part in the span: the first repeat starts it anew.
+        entry.begin = entry.end = alert_time;
     } else {
         entry.begin = std::min(entry.begin, alert_time);
         entry.end = std::max(entry.end, alert_time);
@@ -51,7 +57,7 @@ void tally(ST_CACHE_NODE& entry, uint64_t alert_time) {
 
 }  // namespace
 
-// Through the bytes of the whole record: the key has no terminator of its own.
+// The pointer is taken from the whole record, because the text runs past the array `key`.
 const char* key_text(const ST_CACHE_NODE& entry) {
     return reinterpret_cast<const char*>(&entry) + offsetof(ST_CACHE_NODE, key);
 }
@@ -71,6 +77,7 @@ uint64_t CFifoQueue::CalculateHash(const char* pszDomain, int64_t llProcessTime,
     char text[kKeyTextSize] = {};
     zel_str_snprintf(text, sizeof text, "Domain:%s,Ptime:%lld,Path:%s,Pid:%llu", pszDomain,
                      static_cast<long long>(llProcessTime), pszPath, wide(ullPid));
+    // The texts of the hit are kept as they came; only the key is made small.
     const size_t size = strlen(text);
     if (size == 0) return 0;
     std::transform(text, text + size, text,
@@ -117,11 +124,11 @@ CFifoQueue::Entries CFifoQueue::InsertAlert(const ST_QUEQE_NODE& stNode, uint64_
     return insert_and_shed(std::move(cell));
 }
 
-// Without the mutex, which the bus thread may hold: only this thread changes the index, so a look-up of its own cannot
-// meet a change.
+// Reads the index without the mutex, which the bus thread may hold for a hit. Only this thread changes the index, so
+// its own look-up cannot meet a change.
 bool CFifoQueue::known(uint64_t hash) const NO_THREAD_SAFETY_ANALYSIS { return index_.contains(hash); }
 
-// The index takes the entry first, which may fail; from then on nothing can.
+// The index takes the entry first, because that may fail. From then on nothing can fail.
 CFifoQueue::Entries CFifoQueue::insert_and_shed(Entries cell) {
     const zel::Lock lock(mutex_);
     index_.emplace(cell.front().hash, cell.begin());
@@ -129,14 +136,15 @@ CFifoQueue::Entries CFifoQueue::insert_and_shed(Entries cell) {
     LOG_DEBUG("hot cache current size:%d", static_cast<int>(queue_.size()));
     if (queue_.size() < static_cast<size_t>(settings_.cache_size)) return {};
 
+    // cache_size is 10 or more and die_num 10 to 100 percent, so at least one entry goes and at most all of them.
     const int32_t cut = zel::checked_mul(settings_.cache_size, settings_.die_num) / 100;
     Entries shed = take_from(std::next(queue_.begin(), zel::checked_sub(settings_.cache_size, cut)));
     LOG_DEBUG("hot cache queue:%d, die out size:%d", static_cast<int>(queue_.size()), static_cast<int>(shed.size()));
     return shed;
 }
 
-// Takes the entries from `first` to the oldest out of queue and index. No step of it can fail: an index that led to an
-// entry that has gone would let a later hit write to freed memory.
+// Takes the entries from `first` to the oldest out of queue and index. No step of it can fail. If the index still led
+// to an entry that has gone, a later hit would write to freed memory.
 CFifoQueue::Entries CFifoQueue::take_from(Entries::iterator first) {
     Entries taken;
     for (auto entry = first; entry != queue_.end(); ++entry) index_.erase(entry->hash);
@@ -144,9 +152,10 @@ CFifoQueue::Entries CFifoQueue::take_from(Entries::iterator first) {
     return taken;
 }
 
-// The queue is in order of age, so the walk ends at the first entry that lives on.
+// The queue is in order of age, so the search from the old end stops at the first entry that lives on.
 CFifoQueue::Entries CFifoQueue::CheckDieOut(uint64_t now) {
     if (settings_.cache_size == 0) return {};
+    // The alarm worker calls this after every turn, so the common answer must cost nothing and take no lock.
     if (now - last_check_ms_ < static_cast<uint64_t>(zel::checked_mul(settings_.die_check_time, kMinuteMs))) return {};
     last_check_ms_ = now;
     const auto limit = static_cast<uint64_t>(zel::checked_mul(settings_.die_time, kMinuteMs));

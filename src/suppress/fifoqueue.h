@@ -1,8 +1,9 @@
-// The hot cache: remembers DNS hits of the recent past, so that a repeat only raises a tally. Entries leave it by age or
-// by pressure; the caller gets them and reports their tallies in one batch.
+// The hot cache. It remembers DNS hits of the recent past, so that a repeat only raises a tally. Entries leave it
+// because they are old or because the cache is full. The caller gets them and reports their tallies in one batch.
 //
-// Threads: CheckAlertHot on the bus thread, all else on the alarm worker; the clock comes from outside. One mutex guards
-// the queue, the entries and the index. The index has one entry for each entry of the queue, always.
+// Threads: the bus thread calls CheckAlertHot, the alarm worker calls all the rest. The caller gives the time. One
+// mutex guards the queue, its entries and the index. The index always has exactly one element for each entry of the
+// queue.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +16,8 @@
 
 namespace ResHdlCache {
 
-// What is remembered of one hit. key and alert_id are neighbours: key has no terminator of its own, and its readers run
-// on into alert_id, which is always terminated.
+// What is remembered of one hit. key and alert_id must be neighbours: key has no terminator of its own, so its readers
+// run on into alert_id, which always has one. The lines and the batch show it so.
 struct ST_CACHE_NODE {
     uint32_t count = 0;  // repeats; the first sighting is none
     uint64_t hash = 0;
@@ -28,7 +29,7 @@ struct ST_CACHE_NODE {
 };
 static_assert(offsetof(ST_CACHE_NODE, alert_id) == offsetof(ST_CACHE_NODE, key) + sizeof ST_CACHE_NODE::key);
 
-// All 0 until they are read.
+// All are 0 until they are read, and then the cache is off.
 struct CacheSettings {
     int32_t cache_size = 0;      // entries; 0 switches the cache off
     int32_t die_check_time = 0;  // minutes
@@ -36,6 +37,7 @@ struct CacheSettings {
     int32_t die_num = 0;         // percent of cache_size
 };
 
+// One key of section "cache" and the member that it sets.
 struct CacheSettingRow {
     zel::Setting setting;
     int32_t CacheSettings::* goes_to;
@@ -49,27 +51,28 @@ inline constexpr CacheSettingRow kCacheSettings[] = {
 
 class CFifoQueue {
 public:
-    using Entries = std::list<ST_CACHE_NODE>;  // newest first
+    using Entries = std::list<ST_CACHE_NODE>;  // the newest is first
 
     // Times are monotonic milliseconds.
     explicit CFifoQueue(uint64_t now);
-    // Entries that are left go unreported.
+    // Entries that are still there are not reported.
     virtual ~CFifoQueue() = default;
 
-    // Reads section "cache" of the plug-in's settings; before events arrive. Throws std::bad_alloc and then changes
-    // nothing.
+    // Reads section "cache" of the plug-in's settings. The caller sees to it that no event arrives yet: the settings
+    // have no lock. Throws std::bad_alloc and then changes nothing.
     void LoadCacheSettings();
-    // True if the hit of event 1281 is a repeat, which is tallied then.
+    // True if the hit of event 1281 is a repeat; it is tallied then. Only a repeat ends here, so the first sighting
+    // still goes through the whole pipeline.
     bool CheckAlertHot(const ST_IOC_MSG& stMsg, EVENT_ID uEventId) EXCLUDES(mutex_);
-    // Remembers the node's hit. Returns the oldest entries of a queue that is full with it. Throws std::bad_alloc and
+    // Remembers the node's hit. If the queue is full with it, the oldest entries come back. Throws std::bad_alloc and
     // then remembers nothing.
     Entries InsertAlert(const ST_QUEQE_NODE& stNode, uint64_t now) EXCLUDES(mutex_);
-    // Returns entries that have grown too old, once in each check period.
+    // Returns the entries that have grown too old. It looks once in each check period; in between it returns at once.
     Entries CheckDieOut(uint64_t now) EXCLUDES(mutex_);
-    // Drops all entries, unreported.
+    // Drops all entries without a report.
     void forget() EXCLUDES(mutex_);
 
-    // 0 for a null text. Domain and path count without regard to case.
+    // The key of a hit. Upper and lower case are the same in domain and path. A null text gives 0.
     static uint64_t CalculateHash(const char* pszDomain, int64_t llProcessTime, const char* pszPath, uint64_t ullPid);
 
 private:
@@ -85,11 +88,11 @@ private:
     CacheSettings settings_;
 };
 
-// What follows the key in its entry, up to the end of the GUID; see ST_CACHE_NODE.
+// The text that starts at the entry's key and runs to the end of its GUID; see ST_CACHE_NODE.
 const char* key_text(const ST_CACHE_NODE& entry);
 
 }  // namespace ResHdlCache
 
-// The one hot cache, made when the library is loaded. It never ends: the bus thread may ask it up to the last moment of
-// the process.
+// The one hot cache, made when the library is loaded. It is never destroyed: the bus thread may ask it up to the last
+// moment of the process.
 extern ResHdlCache::CFifoQueue& g_hotCache;

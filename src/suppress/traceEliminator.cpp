@@ -12,8 +12,8 @@
 
 namespace {
 
-// The file belongs to the trace module and has a reader of its own: a missing key gives the default, and a number is cut
-// to 32 bits before it is tested.
+// This file belongs to the trace module, so it has a reader of its own with other rules: a missing key gives the
+// default and not 0, and a number is cut to 32 bits before it is tested.
 constexpr zel::Setting kSkipLevel = {"@/../config/zeltrc.ini", "trace_setting", "skip_behavior_level", 2, 0, 5, 0};
 
 constexpr uint32_t kLowestMaxDelay = 60000;
@@ -33,6 +33,7 @@ uint32_t read_level(void* ini) {
     return level;
 }
 
+// Each failure is a WARN line and gives the default, 2.
 uint32_t load_skip_level() {
     const std::string path = zel::module_path(kSkipLevel.file);
     LOG_INFO("get %s file path %s", kSkipLevel.file, path.c_str());
@@ -61,7 +62,8 @@ bool TraceEliminator::Init() {
     return true;
 }
 
-// What a stop discards from the queues is never popped, so the waiting list would name freed nodes at the next start.
+// A stop discards what is queued without popping it. If the waiting list kept those addresses, the next start would
+// touch freed nodes.
 void TraceEliminator::Uninit() {
     {
         const zel::Lock lock(mutex_);
@@ -73,6 +75,7 @@ void TraceEliminator::Uninit() {
 
 void TraceEliminator::SetMaxDelay(uint32_t milliseconds) {
     if (milliseconds < kLowestMaxDelay || milliseconds > kHighestMaxDelay) return;
+    // The line says "second" although the number is in milliseconds.
     const auto limit = static_cast<int32_t>(milliseconds);
     LOG_INFO("set max delay second to: %d", limit);
     max_delay_.store(limit, std::memory_order_relaxed);
@@ -83,7 +86,8 @@ bool TraceEliminator::IsTracked(const ST_DELAY_QUEQE_NODE& node) {
     return id == event_id::ioa_alert || id == event_id::memory_trojan;
 }
 
-// The account has its six levels from Init to Uninit; an alert of another level waits without being counted.
+// Levels outside 0 to 5 have no count; an alert of such a level waits and is never shed. Without a mutex, that is
+// between a stop and a start, nothing is accounted.
 bool TraceEliminator::is_accounted(const ST_DELAY_QUEQE_NODE& node) const {
     return mutex_.valid() && node.nRiskLevel >= 0 && node.nRiskLevel < kLevels;
 }
@@ -105,6 +109,7 @@ void TraceEliminator::Pop(ST_DELAY_QUEQE_NODE* node) {
               static_cast<int>(node->pNode->uEventId), node->nProcessCount, node->nRiskLevel, node->pNode->szGuid);
     const zel::Lock lock(mutex_);
     int32_t& count = level_counts_[static_cast<size_t>(node->nRiskLevel)];
+    // A dropped alert lost its weight when it was dropped.
     if (!node->bDropped.load(std::memory_order_relaxed)) count = zel::checked_sub(count, node->nProcessCount);
     waiting_.remove(node);
 }
@@ -117,6 +122,8 @@ int32_t TraceEliminator::UpdateCost(const ST_DELAY_QUEQE_NODE* node, int32_t cos
     }
     LOG_DEBUG("node event id: %d, process count: %d, risk level: %d, cost: %dms",
               static_cast<int>(node->pNode->uEventId), node->nProcessCount, node->nRiskLevel, cost);
+    // The last measurement replaces the one before. There is no average, so the prediction follows a change of load at
+    // once. The division is done in 64 bits, because the smallest 32-bit number by -1 would overflow.
     std::atomic<int32_t>& measured = is_trunk(node->nRiskLevel) ? trunk_trace_time_ : full_trace_time_;
     measured.store(static_cast<int32_t>(int64_t{cost} / node->nProcessCount), std::memory_order_relaxed);
 
@@ -151,13 +158,14 @@ int32_t TraceEliminator::Eliminate() {
     const int32_t prediction = PredictTotalCost();
     LOG_DEBUG("predict delay time: %d", prediction);
     const int32_t limit = max_delay_.load(std::memory_order_relaxed);
+    // A prediction that equals the limit is still within it.
     if (limit >= prediction) return 0;
     const int32_t excess = zel::checked_sub(prediction, limit);
     return zel::checked_sub(excess, drop_oldest(excess, drop_quotas(excess)));
 }
 
-// How many processes each level may lose: the mild levels whole, until what is left of the excess fits into one level.
-// A level that costs nothing never ends the search.
+// Works out how many processes each level may lose. The mild levels lose all of theirs, until what is left of the
+// excess fits into one level. A level with cost 0 saves nothing, so it never ends the search.
 TraceEliminator::PerLevel TraceEliminator::drop_quotas(int32_t excess) const {
     PerLevel quotas{};
     int32_t remaining = excess;
@@ -175,8 +183,8 @@ TraceEliminator::PerLevel TraceEliminator::drop_quotas(int32_t excess) const {
     return quotas;
 }
 
-// One walk in order of age over all levels. An alert is dropped whole, so that it may take its level's quota below 0
-// and save more than was asked for. Returns what is left of the excess, 0 or less if it is covered.
+// Walks the list once in order of age, over all levels. An alert is dropped whole, so it may take its level's quota
+// below 0 and save more than was asked for. Returns what is left of the excess; 0 or less means that it is covered.
 int32_t TraceEliminator::drop_oldest(int32_t excess, PerLevel quotas) {
     int32_t remaining = excess;
     for (ST_DELAY_QUEQE_NODE* node : waiting_) {

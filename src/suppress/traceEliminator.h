@@ -1,12 +1,13 @@
-// Keeps an account of the alerts that wait for their trace, predicts how long the backlog will take, and marks the
-// least severe alerts as dropped when that is too long. Only events 1536 and 1538 take part; all times are
-// milliseconds.
+// Sheds traces under load. It keeps an account of the alerts that wait for their trace and predicts how long all of
+// them will take. When that is too long it marks the least severe alerts as dropped. Only events 1536 and 1538 take
+// part. All times are milliseconds.
 //
-// An alert weighs nProcessCount; a level's count is the sum over its live alerts in the waiting list. A retried alert
-// stays in the account at its weight, and a dropped one stays in the list, without weight, until it is popped.
+// An alert weighs nProcessCount. A level's count is the sum over its alerts in the waiting list that are not dropped.
+// An alert that is put off for a retry keeps its weight in the account. A dropped one loses its weight at once but
+// stays in the list until it is popped.
 //
-// The mutex guards the waiting list, the level counts and the writing of the dropped flags. It is never held together
-// with a queue mutex.
+// Threads: the alarm worker pushes tracked alerts; the trace worker pops them and calls UpdateCost. The mutex guards the waiting list, the
+// level counts and the writing of the dropped flags. It is never held together with the mutex of a queue.
 #pragma once
 
 #include <array>
@@ -19,21 +20,22 @@
 
 class TraceEliminator {
 public:
-    // False only if the mutex cannot be made. Sets the limit to 60000 and reads "skip_behavior_level". No worker may
-    // run.
+    // For a start, while no worker runs. Sets the limit to 60000 and reads "skip_behavior_level". False only if the
+    // mutex cannot be made.
     bool Init();
-    // Forgets the account; no worker may run. The measured times stay.
+    // For a stop, while no worker runs. Forgets the account. The measured times stay for the next start.
     void Uninit();
 
-    // Values outside 60000 to 36000000 change nothing. Any thread.
+    // Sets the limit. A value outside 60000 to 36000000 changes nothing. Any thread.
     void SetMaxDelay(uint32_t milliseconds);
 
-    // On a node's first queuing, before the queue can give it away. Throws std::bad_alloc and then changes nothing.
+    // Takes a node into the account when it is first queued. It must come before the node enters the queue: afterwards
+    // the worker may finish and free the node at any time. Throws std::bad_alloc and then changes nothing.
     void Push(ST_DELAY_QUEQE_NODE* node) EXCLUDES(mutex_);
-    // On its final outcome, before it is freed.
+    // Takes a node out of the account, after its final outcome and before it is freed.
     void Pop(ST_DELAY_QUEQE_NODE* node) EXCLUDES(mutex_);
-    // After a successful trace that took `cost`: learns the cost of one process and sheds if the prediction is over the
-    // limit. Returns the milliseconds that the drops of this call save.
+    // After a successful trace that took `cost`. It learns the cost of one process, and sheds if the prediction is over
+    // the limit. Returns the milliseconds that this call's drops save.
     int32_t UpdateCost(const ST_DELAY_QUEQE_NODE* node, int32_t cost) EXCLUDES(mutex_);
     // Writes the account to the log, for diagnosis.
     void Dump() EXCLUDES(mutex_);

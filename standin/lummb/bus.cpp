@@ -9,7 +9,8 @@
 #include "bus_codes.h"
 #include "frame.h"
 
-// Collects the table during OnAdvised. It is put in force afterwards, so that no event overtakes the end of OnAdvised.
+// Collects the subscription table during OnAdvised. advise puts it in force afterwards, so no event overtakes the end
+// of OnAdvised.
 class Bus::Setting final : public MbFrame::IPluginSetting {
 public:
     int32_t SetOption(uint32_t) override { return kOk; }
@@ -18,6 +19,7 @@ public:
         if (table == nullptr && count > 0) return kInvalidArgument;
         event_ids.clear();
         for (uint32_t i = 0; i < count; ++i) event_ids.push_back(table[i].uEventId);
+        // An id that stands twice in the table is delivered once.
         std::ranges::sort(event_ids);
         const auto doubled = std::ranges::unique(event_ids);
         event_ids.erase(doubled.begin(), doubled.end());
@@ -27,6 +29,7 @@ public:
     std::vector<uint32_t> event_ids;
 };
 
+// Called under the bus's lock.
 bool Bus::Plugin::wants(uint32_t event_id) const { return active && std::ranges::binary_search(event_ids, event_id); }
 
 Bus& Bus::instance() {
@@ -34,7 +37,7 @@ Bus& Bus::instance() {
     return *bus;
 }
 
-// The thread runs until the process ends; it touches nothing that exit handlers destroy.
+// The thread runs until the process ends. It touches nothing that exit handlers destroy.
 Bus::Bus() { std::thread(&Bus::dispatch, this).detach(); }
 
 int32_t Bus::advise(MbFrame::IPlugin& plugin) {
@@ -42,9 +45,11 @@ int32_t Bus::advise(MbFrame::IPlugin& plugin) {
     if (plugin.GetPluginId(entry->id.data()) != kOk) return kFailed;
     {
         const Lock lock(mutex_);
+        // Two plug-ins with one id could not be told apart when one leaves.
         if (std::ranges::any_of(plugins_, [&](const auto& other) { return other->id == entry->id; })) return kFailed;
         plugins_.push_back(entry);
     }
+    // The answer of OnAdvised is not looked at. A plug-in that refuses stays in the list until it detaches itself.
     plugin.AddRef();
     Setting setting;
     plugin.OnAdvised(&setting, &bus_dispatcher());
@@ -57,9 +62,11 @@ int32_t Bus::unadvise(const PluginId& id) {
     Lock lock(mutex_);
     const auto found = std::ranges::find_if(plugins_, [&](const auto& entry) { return entry->id == id; });
     if (found == plugins_.end()) return kFailed;
+    // Kept here, because the dispatch thread may still be in it after it has left the list.
     const std::shared_ptr<Plugin> entry = *found;
     plugins_.erase(found);
     entry->active = false;
+    // Before the wait, so that the dispatch thread does not pick one of them up.
     discard_unwanted(lock);
     wait_until_left(entry.get(), lock);
     lock.unlock();
@@ -70,6 +77,7 @@ int32_t Bus::unadvise(const PluginId& id) {
 int32_t Bus::reserve(uint32_t event_id) {
     const Lock lock(mutex_);
     if (!wanted(event_id)) return LUMMB_NOT_SUBSCRIBED;
+    // Refused events are counted; the host tries again.
     if (counts_.waiting >= inbox_limit_) {
         ++counts_.refused;
         return LUMMB_FULL;
@@ -118,13 +126,14 @@ void Bus::set_inbox_limit(uint64_t limit) {
 lummb_counts Bus::counts() {
     const Lock lock(mutex_);
     lummb_counts counts = counts_;
+    // These three are counted elsewhere, without this lock.
     counts.alive = IncomingEvent::alive();
     counts.late = ReferenceCount::late_calls();
     counts.frames = frame_references();
     return counts;
 }
 
-// What plug-ins send goes first: it is what empties them, and it never waits behind a full inbox.
+// What plug-ins send goes first. It is what empties them, and it must never wait behind a full inbox.
 void Bus::dispatch() {
     pthread_setname_np(pthread_self(), "lummb_dispatch");
     Lock lock(mutex_);
@@ -143,14 +152,16 @@ void Bus::dispatch() {
     }
 }
 
-// Each plug-in gets a reference of its own; the bus's keeps the event until all have had it. The event stops waiting
-// only after that reference is gone, so that an idle bus holds no event.
+// Each plug-in gets a reference of its own and releases it. The bus's reference keeps the event until all have had it.
+// The event stops counting as waiting only after that reference is gone, so an idle bus holds no event.
 void Bus::deliver(IncomingEvent* event, Lock& lock) {
     const uint32_t id = event->GetEventId();
     bool delivered = false;
+    // A copy: the list may change while a plug-in runs.
     const auto plugins = plugins_;
     for (const auto& plugin : plugins) {
         if (!plugin->wants(id)) continue;
+        // Tells wait_until_left where the thread is.
         running_ = plugin.get();
         lock.unlock();
         event->AddRef();
@@ -161,6 +172,7 @@ void Bus::deliver(IncomingEvent* event, Lock& lock) {
         ++counts_.delivered;
         left_.notify_all();
     }
+    // Everybody who wanted it has left since it was accepted.
     if (!delivered) ++counts_.discarded;
     lock.unlock();
     event->Release();
@@ -168,6 +180,7 @@ void Bus::deliver(IncomingEvent* event, Lock& lock) {
     --counts_.waiting;
 }
 
+// Sinks get no reference of their own; a sink that keeps the event adds one.
 void Bus::send(MbFrame::IEvent* event, Lock& lock) {
     const auto sinks = sinks_;
     lock.unlock();
@@ -199,6 +212,7 @@ void Bus::discard_unwanted(Lock& lock) {
                                 [this](IncomingEvent* event) { return wanted(event->GetEventId()); });
     inbox_.swap(kept);
     lock.unlock();
+    // Outside of the lock, like every call of foreign code.
     for (IncomingEvent* const event : dropped) event->Release();
     lock.lock();
     counts_.discarded += dropped.size();
@@ -206,7 +220,8 @@ void Bus::discard_unwanted(Lock& lock) {
 }
 
 void Bus::wait_until_left(const void* receiver, Lock& lock) {
-    // Waiting for oneself would never end: the caller is the receiver, and no other can be running.
+    // The caller is inside the receiver's own call. A wait for its end would never end, and no other call can be
+    // running.
     if (std::this_thread::get_id() == dispatch_thread_) return;
     left_.wait(lock, [&] { return running_ != receiver; });
 }

@@ -1,4 +1,4 @@
-// Results of the bus's interfaces.
+// Results of the bus's interfaces. The values are the agent's.
 #pragma once
 
 #include <cstdint>

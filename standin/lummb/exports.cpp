@@ -1,4 +1,4 @@
-// The exported C functions. None lets an exception out.
+// The exported C functions. Each is noexcept: memory that runs out ends the process here.
 #include <type_traits>
 
 #include "bus.h"
@@ -8,6 +8,7 @@
 
 #define LUMMB_EXPORT extern "C" __attribute__((visibility("default")))
 
+// The one function that the plug-in looks up. There is no other class than the frame.
 LUMMB_EXPORT int32_t DllGetClassObject(const InterfaceId* class_id, const InterfaceId* iid, void** out) noexcept {
     if (out == nullptr) return kNullPointer;
     *out = nullptr;
@@ -17,6 +18,7 @@ LUMMB_EXPORT int32_t DllGetClassObject(const InterfaceId* class_id, const Interf
     return kOk;
 }
 
+// The event is made only after it has its place in the inbox.
 LUMMB_EXPORT int32_t lummb_publish(uint32_t event_id, const char* data, uint64_t size) noexcept {
     Bus& bus = Bus::instance();
     const int32_t answer = bus.reserve(event_id);
@@ -31,6 +33,7 @@ LUMMB_EXPORT int32_t lummb_publish_dns(const ST_DNS_NATIVE* record, const char* 
     return answer;
 }
 
+// The rest passes on to the one bus.
 LUMMB_EXPORT uint64_t lummb_subscribe(uint32_t event_id, lummb_sink_t sink, void* context) noexcept {
     return Bus::instance().subscribe(event_id, sink, context);
 }
@@ -41,7 +44,7 @@ LUMMB_EXPORT void lummb_set_inbox_limit(uint64_t limit) noexcept { Bus::instance
 
 LUMMB_EXPORT void lummb_get_counts(lummb_counts* counts) noexcept { *counts = Bus::instance().counts(); }
 
-// What a host resolves by name has the types that it was promised.
+// A host casts what it resolves by name to these types, so the compiler checks them here.
 static_assert(std::is_convertible_v<decltype(&DllGetClassObject), MbFrame::DllGetClassObject_t>);
 static_assert(std::is_convertible_v<decltype(&lummb_publish), lummb_publish_t>);
 static_assert(std::is_convertible_v<decltype(&lummb_publish_dns), lummb_publish_dns_t>);

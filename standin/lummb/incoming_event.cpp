@@ -11,9 +11,11 @@ namespace {
 
 std::atomic<uint64_t> g_alive;
 
+// Enough for a call that comes late by a few events, and few enough not to show as a growth of memory.
 constexpr size_t kMostEnded = 256;
 
-// Keeps the empty object until kMostEnded others have ended. Never destroyed: events may end while the process exits.
+// Keeps the empty object until kMostEnded others have ended. The list is never destroyed, because events may end while
+// the process exits.
 void keep_ended(IncomingEvent* event) {
     static auto& ended = *new std::deque<std::unique_ptr<IncomingEvent>>;
     static std::mutex mutex;
@@ -36,6 +38,7 @@ int32_t IncomingEvent::QueryInterface(const InterfaceId* iid, void** out) {
     if (iid == nullptr) return kNoInterface;
     void* face = nullptr;
     if (*iid == kIidEvent || *iid == kIidUnknown) face = static_cast<MbFrame::IEvent*>(this);
+    // Only an event with a DNS record has the second interface.
     if (*iid == kIidDnsEvent && payload_ != nullptr && payload_->is_dns())
         face = static_cast<MbFrame::IDnsEvent*>(&dns_face_);
     if (face == nullptr || references_.add() == ReferenceCount::kLate) return kNoInterface;
@@ -48,6 +51,7 @@ int64_t IncomingEvent::AddRef() {
     return count == ReferenceCount::kLate ? 0 : count;
 }
 
+// Only the call that brings the count to 0 frees the payload; late calls answer 0 and are counted.
 int64_t IncomingEvent::Release() {
     const int64_t left = references_.drop();
     if (left > 0) return left;

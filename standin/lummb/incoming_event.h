@@ -7,8 +7,8 @@
 #include "platform/mbframe.h"
 #include "reference_count.h"
 
-// The last Release frees the payload at once; the empty object stays for a while, so that a call that comes too late is
-// counted instead of reaching freed memory. Made with one reference, the maker's.
+// The last Release frees the payload at once. The empty object stays for a while, so a call that comes too late is
+// counted instead of reaching freed memory. Made with one reference, which belongs to the maker. Any thread.
 class IncomingEvent final : public MbFrame::IEvent {
 public:
     IncomingEvent(uint32_t id, std::unique_ptr<Payload> payload);
@@ -23,11 +23,11 @@ public:
     void* GetNativeEvent() override { return payload_ == nullptr ? nullptr : payload_->native(); }
     int32_t GetPublishedState() override { return 0; }
 
-    // Events not yet released for the last time.
+    // Events that were not yet released for the last time.
     static uint64_t alive();
 
 private:
-    // The second interface of a DNS event: same lifetime, same count.
+    // The second interface of a DNS event. It has the lifetime and the count of the event.
     class DnsFace final : public MbFrame::IDnsEvent {
     public:
         explicit DnsFace(IncomingEvent& owner) : owner_(owner) {}
@@ -37,6 +37,7 @@ private:
         void reserved6() override {}
         void reserved7() override {}
         void reserved8() override {}
+        // After the last Release there is no payload, and a late caller gets null.
         const char* GetQueryName() override {
             return owner_.payload_ == nullptr ? nullptr : owner_.payload_->query_name();
         }

@@ -1,5 +1,6 @@
-// What the bus stand-in offers to a host program, beside the agent's own DllGetClassObject: publishing events to
-// plug-ins and subscribing to what plug-ins send. C linkage; resolve the functions by name from the loaded library.
+// What the bus stand-in offers a host program beside the agent's own DllGetClassObject: it publishes events to plug-ins
+// and shows what plug-ins send. C linkage. A host resolves the functions by name from the loaded library. Any thread,
+// unless stated otherwise.
 #pragma once
 
 #include <stdint.h>
@@ -15,28 +16,29 @@ enum : int32_t {
     LUMMB_FULL = 2,            // the inbox is at its limit; nothing was queued, try again later
 };
 
-// Queues an event for the dispatch thread; the data is copied. The payload is a JSON buffer for id 1536 and a common
-// buffer (with the id as its type) for all others. With a null `data` the record has a null pointer and this size. Any
-// thread.
+// Queues an event for the dispatch thread. The data is copied. The payload is a JSON buffer for id 1536; for all others
+// it is a common buffer with the id as its type. With a null `data` the record has a null pointer and this size.
+// Answers one of the codes above.
 typedef int32_t (*lummb_publish_t)(uint32_t event_id, const char* data, uint64_t size);
 
-// Queues event 1281. The record with all its texts and its variant record, which uKind names, is copied deep; for
-// another kind a variant pointer that is set stays set, and nothing behind it may be read. The event answers IDnsEvent
+// Queues event 1281. The record is copied with all its texts and with the variant record that uKind names. For an
+// unknown kind a variant pointer that is set stays set, but nothing behind it may be read. The event answers IDnsEvent
 // with `query_name`, which may be null.
 typedef int32_t (*lummb_publish_dns_t)(const ST_DNS_NATIVE* record, const char* query_name);
 
 // Calls `sink` on the dispatch thread for each event with this id that a plug-in sends. The event is valid during the
-// call; AddRef keeps it. Several sinks may share an id. Returns a token for lummb_unsubscribe, never 0.
+// call; AddRef keeps it. Several sinks may share an id. lummb_subscribe answers a token for lummb_unsubscribe, which is
+// never 0.
 typedef void (*lummb_sink_t)(void* context, MbFrame::IEvent* event);
 typedef uint64_t (*lummb_subscribe_t)(uint32_t event_id, lummb_sink_t sink, void* context);
-// When this returns, no call of the sink is running or will come. Not to be called from a sink.
+// When this returns, no call of the sink is running and none will come. A sink must not call it.
 typedef void (*lummb_unsubscribe_t)(uint64_t token);
 
-// Most events that wait for plug-ins; 1024 at first. Events that plug-ins send are never refused.
+// Sets how many events may wait for plug-ins; 1024 at first. Events that plug-ins send are never refused.
 typedef void (*lummb_set_inbox_limit_t)(uint64_t limit);
 
-// Taken at one moment, but for `alive` and `late`. The bus is idle when `waiting` and `sending` are 0. While `sending`
-// is above 0 the bus holds event objects of plug-ins, whose libraries must stay loaded.
+// All figures are of one moment, but for `alive`, `late` and `frames`. The bus is idle when `waiting` and `sending` are
+// 0. While `sending` is above 0 the bus holds event objects of plug-ins, so their libraries must stay loaded.
 struct lummb_counts {
     uint64_t waiting;    // events that wait for plug-ins, the one being delivered included
     uint64_t published;  // accepted by lummb_publish and lummb_publish_dns

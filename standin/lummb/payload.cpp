@@ -8,6 +8,7 @@
 
 namespace {
 
+// A block of exactly `size` bytes. Null for null, so that a record without data stays one.
 std::unique_ptr<char[]> copy_bytes(const char* data, uint64_t size) {
     if (data == nullptr) return nullptr;
     auto copy = std::make_unique_for_overwrite<char[]>(size);
@@ -15,6 +16,7 @@ std::unique_ptr<char[]> copy_bytes(const char* data, uint64_t size) {
     return copy;
 }
 
+// Owns the bytes and the record that points to them.
 class BufferPayload final : public Payload {
 public:
     BufferPayload(uint32_t event_id, const char* data, uint64_t size) : bytes_(copy_bytes(data, size)) {
@@ -32,17 +34,20 @@ private:
     std::variant<ST_JSON_BUFFER, ST_COMMON_BUFFER> record_;
 };
 
+// Owns the record, its texts and its variant; none of them points into what the host gave.
 class DnsPayload final : public Payload {
 public:
     DnsPayload(const ST_DNS_NATIVE& record, const char* query_name) : record_(record), query_name_(keep(query_name)) {
         keep_all(record_.pszText);
         if (record_.pVariant != nullptr) record_.pVariant = keep_variant();
     }
+    // Valid as long as the event. The plug-in may read it, texts included, during OnEvent and no longer.
     void* native() override { return &record_; }
     bool is_dns() const override { return true; }
     const char* query_name() const override { return query_name_; }
 
 private:
+    // Each text lies in a block of its own, so that a checker sees where one ends.
     const char* keep(const char* text) {
         if (text == nullptr) return nullptr;
         return owned_.emplace_back(copy_bytes(text, strlen(text) + 1)).get();
@@ -52,6 +57,7 @@ private:
         for (const char*& text : texts) text = keep(text);
     }
 
+    // Copies the variant itself; the caller then copies its texts.
     template <class V>
     V& copy_variant() {
         return variant_.emplace<V>(*static_cast<const V*>(record_.pVariant));
@@ -77,11 +83,13 @@ private:
                 return &copy;
             }
             default:
-                // No layout is known for it, so the pointer leads to a block of no bytes.
+                // No layout is known for this kind, so the pointer leads to a block of no bytes: a reader meets a
+                // checker.
                 return owned_.emplace_back(copy_bytes("", 0)).get();
         }
     }
 
+    // Declared before the record: the constructor of the record's texts puts its copies here.
     std::vector<std::unique_ptr<char[]>> owned_;
     ST_DNS_NATIVE record_;
     std::variant<std::monostate, ST_DNS_VARIANT_1, ST_DNS_VARIANT_2, ST_DNS_VARIANT_3> variant_;

@@ -1,16 +1,16 @@
-// A reference count that survives misuse.
+// A reference count that survives misuse. It finds faults of plug-ins, so it must not crash on them.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 
-// A call that finds the count at 0 changes nothing but the number of late calls, which is one for the process. Any
+// A call that finds the count at 0 changes nothing but the number of late calls. The process has one such number. Any
 // thread.
 class ReferenceCount {
 public:
     static constexpr int64_t kLate = -1;
 
-    // A reference from the bus itself, the first one included.
+    // The bus gives out a reference itself, the first one included. It may do so from 0, unlike add.
     void hand_out() { ++count_; }
     // Both return the new count, or kLate.
     int64_t add() { return change(1); }

@@ -6,6 +6,7 @@
 
 #include "platform/zel_support.h"
 
+// The whole source is measured, because the result tells the caller whether it was cut.
 size_t zel_str_strlcpy(char* dest, const char* source, size_t size) {
     const size_t length = strlen(source);
     if (size > 0) {
@@ -21,10 +22,12 @@ int32_t zel_str_snprintf(char* dest, size_t size, const char* format, ...) {
     va_start(args, format);
     const int length = vsnprintf(dest, size, format, args);
     va_end(args);
+    // A format that the C library refuses leaves an empty text.
     if (length < 0 && size > 0) dest[0] = '\0';
     return length;
 }
 
+// The clock does not stop or jump when somebody sets the time. The misspelt name is the agent's.
 uint64_t zel_time_get_tick_cout() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);

@@ -8,18 +8,21 @@
 
 namespace {
 
+// The agent's code for all failures of this kind.
 constexpr int32_t kNotFound = static_cast<int32_t>(0x84ce0015);
 
-// A leak report can name only functions of libraries that are still loaded; ZEL_DLL_UNLOAD asks for real unloading.
+// A leak report can name only functions of libraries that are still loaded, so libraries stay under the address
+// sanitizer. ZEL_DLL_UNLOAD asks for real unloading all the same.
 int open_flags() {
     const bool keep = ZEL_ADDRESS_SANITIZER != 0 && getenv("ZEL_DLL_UNLOAD") == nullptr;
     return RTLD_NOW | RTLD_LOCAL | (keep ? RTLD_NODELETE : 0);
 }
 
-// The loader has a lock of its own, which the thread sanitizer does not see; this one it sees. Recursive, since a
-// library that begins or ends may load others.
+// The loader has a lock of its own, but the thread sanitizer does not see that one; it sees this one. It is recursive,
+// because a library may load others when it begins or ends. It is never destroyed, because libraries are closed while
+// the process ends.
 std::recursive_mutex& loader_mutex() {
-    static auto& mutex = *new std::recursive_mutex;  // libraries are closed while the process ends
+    static auto& mutex = *new std::recursive_mutex;
     return mutex;
 }
 

@@ -1,5 +1,5 @@
-// Ini files, read by inih. Sections and keys are compared with regard to case; of a key that stands twice the last
-// counts.
+// Ini files, read with inih. Upper and lower case of sections and keys count. When a key stands twice, the last one
+// counts: a host changes a setting by appending to the file.
 #include <ini.h>
 
 #include <functional>
@@ -14,12 +14,14 @@ namespace {
 
 using Section = std::map<std::string, std::string, std::less<>>;
 
+// What a handle leads to. It is not changed after loading, so any thread may read it.
 struct IniFile {
     std::map<std::string, Section, std::less<>> sections;
     bool out_of_memory = false;
 };
 
-// An indented line is an entry of its own and lines may be long. The parser's switches hold for the process.
+// An indented line is an entry of its own, not a continuation, and lines may be long. The parser's switches hold for
+// the whole process.
 bool set_up_parser() {
     ini_allow_multiline = false;
     ini_use_stack = false;
@@ -28,7 +30,7 @@ bool set_up_parser() {
     return true;
 }
 
-// Called by the C parser, so nothing may be thrown. 0 marks the line as bad; the parser goes on.
+// The C parser calls this, so nothing may be thrown. 0 marks the line as bad, and the parser goes on.
 int add_value(void* user, const char* section, const char* name, const char* value) {
     auto* const file = static_cast<IniFile*>(user);
     try {

@@ -1,5 +1,5 @@
-// The logger: time-stamped lines to standard error or to the file named by ZEL_LOG_FILE, from the level in
-// ZEL_LOG_LEVEL, and every line to the tap.
+// The logger. It writes time-stamped lines to standard error or to the file that ZEL_LOG_FILE names, up to the level in
+// ZEL_LOG_LEVEL. Every line also goes to the tap.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -40,17 +40,19 @@ int open_target(const char* path) {
     return STDERR_FILENO;
 }
 
-// The environment is read at the first line. The file stays open until the process ends.
+// The environment is read at the first line, so a program can set it before. The file stays open until the process
+// ends.
 const Target& target() {
     static const Target instance{open_target(getenv("ZEL_LOG_FILE")), level_named(getenv("ZEL_LOG_LEVEL"))};
     return instance;
 }
 
-// Held while a line is written and while the tap runs, so that lines do not mix and no call outlasts its tap.
+// Held while a line is written and while the tap runs. So lines do not mix, and no call of a tap is left when it was
+// taken off.
 std::mutex g_output_mutex;
 zel_log_tap_t g_tap;
 void* g_tap_context;
-// Read without the mutex, so that a line nobody wants costs two comparisons.
+// Read without the mutex, so that a line that nobody wants costs two comparisons.
 std::atomic<bool> g_tapped;
 
 constexpr size_t kStampLength = sizeof "2000-01-01 00:00:00.000 " - 1;
@@ -67,6 +69,7 @@ void write_stamp(char* out) {
     memcpy(out, stamp, kStampLength);
 }
 
+// A line that cannot be written is lost: a logger has nobody to tell.
 void write_all(int fd, const char* data, size_t size) {
     while (size > 0) {
         const ssize_t written = write(fd, data, size);
@@ -77,9 +80,10 @@ void write_all(int fd, const char* data, size_t size) {
     }
 }
 
-// `line` has room for the stamp, then the text of this length with its terminator.
+// `line` begins with room for the stamp; behind it stands the text of this length with its terminator.
 void put_line(int32_t level, char* line, size_t length) {
     const bool write_it = level <= target().level;
+    // Before the lock: two stamps may be out of order by a moment, but no thread waits while another makes its stamp.
     if (write_it) write_stamp(line);
     const std::lock_guard lock(g_output_mutex);
     char* const text = line + kStampLength;
@@ -95,7 +99,9 @@ int32_t zel_log_output(int32_t level, const char* format, ...) {
     if (level < ZEL_LOG_ERROR || level > ZEL_LOG_DEBUG || format == nullptr) return 0;
     if (level > target().level && !g_tapped.load(std::memory_order_relaxed)) return 0;
 
+    // Callers log between a failed call and their look at errno.
     const int saved_errno = errno;
+    // Most lines fit on the stack; a longer one gets a block, and is cut when there is none.
     char line[2048];
     constexpr size_t kRoom = sizeof line - kStampLength;
     va_list args;

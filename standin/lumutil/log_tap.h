@@ -1,4 +1,4 @@
-// The logger's tap: a function of the stand-in's own, through which a host sees every line of the process.
+// The logger's tap. Through this function, which only the stand-in has, a host sees every line of the process.
 #pragma once
 
 #include <stdint.h>
@@ -7,12 +7,12 @@
 extern "C" {
 #endif
 
-// `text` is the whole formatted line, prefix included, without a time stamp or a newline; valid during the call. Called
-// on the thread that logs, one call at a time, whatever level is written; must be quick, must not log and must not set
-// a tap.
+// `text` is the whole formatted line with its prefix, without time stamp and newline. It is valid during the call. The
+// tap runs on the thread that logs, one call at a time, for lines of every level. It must be quick, must not log and
+// must not set a tap.
 typedef void (*zel_log_tap_t)(void* context, int32_t level, const char* text);
 
-// One tap at a time; null takes it off. When this returns no call to the former tap is running.
+// Sets the one tap; null takes it off. When this returns, no call of the former tap is running.
 __attribute__((visibility("default"))) void zel_log_set_tap(zel_log_tap_t tap, void* context);
 
 #ifdef __cplusplus

@@ -1,4 +1,4 @@
-// Recursive mutexes behind an opaque handle. Failures are the negated error numbers of the threads library.
+// Recursive mutexes behind an opaque handle. A failure is the negated error number of the threads library.
 #include <pthread.h>
 
 #include <cerrno>
@@ -16,10 +16,12 @@ pthread_mutex_t* native(void* handle) { return static_cast<pthread_mutex_t*>(han
 int32_t zel_mutex_init(void** mutex) {
     if (mutex == nullptr) return -EINVAL;
     *mutex = nullptr;
+    // Memory that runs out is an error code here, since the caller is C code.
     std::unique_ptr<pthread_mutex_t> made(new (std::nothrow) pthread_mutex_t);
     if (made == nullptr) return -ENOMEM;
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
+    // Recursive, as the agent promises it; the plug-in itself never locks twice.
     pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
     const int error = pthread_mutex_init(made.get(), &attributes);
     pthread_mutexattr_destroy(&attributes);

@@ -1,11 +1,12 @@
-// One-time initialisation on a flag of the caller's.
+// Initialises once, on a flag that belongs to the caller.
 #include <unistd.h>
 
 #include <atomic>
 
 #include "platform/zel_support.h"
 
-// The flag is 0 at first, the negated id of the thread that runs `init`, then 1.
+// The flag is 0 at first, then the negated id of the thread that runs `init`, then 1. A thread that waits sleeps on the
+// flag itself.
 void zel_singleton_once(int32_t* once, void (*init)(void*), void* argument) {
     if (once == nullptr || init == nullptr) return;
     constexpr int32_t kDone = 1;
@@ -20,7 +21,7 @@ void zel_singleton_once(int32_t* once, void (*init)(void*), void* argument) {
             flag.notify_all();
             return;
         }
-        // The own id means that `init` asks for what it is making: waiting would never end.
+        // Its own id means that `init` asks for what it is making. Waiting would never end.
         if (seen == kDone || seen == self) return;
         flag.wait(seen);
     }

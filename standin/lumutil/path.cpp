@@ -1,4 +1,4 @@
-// Paths: the folder of the calling module, existence, and the way into a container.
+// Paths: the folder of the calling module, whether a file exists, and the way into a container.
 #include <dlfcn.h>
 #include <link.h>
 #include <unistd.h>
@@ -11,12 +11,13 @@
 
 namespace {
 
-// Writes the file of the module that holds the address; false when there is none or its path is too long.
+// Writes the file name of the module that holds the address. False when there is none or its path is too long.
 bool module_file(const void* address, char* out, size_t size) {
     Dl_info info{};
     void* map = nullptr;
     if (dladdr1(address, &info, &map, RTLD_DL_LINKMAP) == 0 || info.dli_fname == nullptr) return false;
-    // The program itself has no name among the loaded modules; dli_fname is then only what it was started by.
+    // The program itself has no name among the loaded modules. dli_fname is then only the word by which it was started,
+    // so the kernel is asked.
     if (static_cast<const link_map*>(map)->l_name[0] == '\0') {
         const ssize_t length = readlink("/proc/self/exe", out, size);
         if (length < 0 || static_cast<size_t>(length) >= size) return false;
@@ -33,7 +34,7 @@ int32_t put(char* out, uint32_t size, const char* folder, int folder_length, con
 
 }  // namespace
 
-// Inlined into a caller it would look at that caller's return address.
+// Never inlined: inside its caller it would look at the return address of that caller.
 __attribute__((noinline)) int32_t zel_dirutils_path_transform(const char* path, char* out, uint32_t size) {
     const void* const caller = __builtin_return_address(0);
     if (path == nullptr || out == nullptr || size == 0) return -1;
@@ -54,6 +55,7 @@ int32_t get_agent_path(const char* path, uint32_t length, int32_t init_pid, char
     if (path == nullptr || out == nullptr || size == 0) return -1;
     char root[32] = "";
     if (init_pid > 0) snprintf(root, sizeof root, "/proc/%d/root", init_pid);
+    // Printf takes the length as an int.
     const int shown = length > INT_MAX ? INT_MAX : static_cast<int>(length);
     if (snprintf(out, size, "%s%.*s", root, shown, path) < 0) out[0] = '\0';
     return 0;

@@ -1,4 +1,4 @@
-// Threads behind an opaque handle. Failures are the negated error numbers of the threads library.
+// Threads behind an opaque handle. A failure is the negated error number of the threads library.
 #include <pthread.h>
 
 #include <cerrno>
@@ -9,6 +9,7 @@
 
 namespace {
 
+// What a handle leads to. zel_thread_start makes it and zel_thread_join frees it.
 struct Thread {
     pthread_t id;
     int (*entry)(void*);
@@ -30,6 +31,7 @@ int32_t zel_thread_start(void** thread, int (*entry)(void*), void* param) {
     std::unique_ptr<Thread> made(new (std::nothrow) Thread{{}, entry, param});
     if (made == nullptr) return -ENOMEM;
     const int error = pthread_create(&made->id, nullptr, run_thread, made.get());
+    // The new thread reads the record at once, so the record is complete before the thread starts.
     if (error == 0) *thread = made.release();
     return -error;
 }

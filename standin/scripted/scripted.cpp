@@ -1,4 +1,5 @@
-// Stands in an agent folder in place of the trace module or of the bus, and passes every call on to the program that loads it.
+// Stands in an agent folder in place of the trace module or of the bus. It passes every call on to the program that
+// loads it, so a test can answer as it likes.
 #include "scripted_host.h"
 
 #define EXPORT extern "C" __attribute__((visibility("default")))

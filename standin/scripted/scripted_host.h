@@ -1,12 +1,14 @@
-// What the scripted library asks the program that loads it, a test or a long run.
+// What the scripted library asks the program that loads it, a test or a long run. The program defines both functions
+// and exports them.
 #pragma once
 
 #include "standin/zeltrc/zeltrc_host.h"
 
 #pragma GCC visibility push(default)
-// `function` is one of the numbers of zeltrc_host.h. A release passes its buffer in *result.
+// A call of the trace module, on the thread of its caller. `function` is one of the numbers of zeltrc_host.h. A release
+// passes its buffer in *result.
 extern "C" int32_t scripted_call(uint32_t function, const char* input, uint32_t input_size, char** result,
                                  uint32_t* result_size);
-// Gives the frame object of a bus.
+// Gives the frame object of a bus; the answer is that of DllGetClassObject.
 extern "C" int32_t scripted_class_object(void** out);
 #pragma GCC visibility pop

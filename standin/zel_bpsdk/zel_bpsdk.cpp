@@ -1,4 +1,4 @@
-// The business-point SDK: a trace report becomes one line of the agent's log.
+// The business-point SDK. A report becomes one line of the agent's log.
 #include <cstdarg>
 #include <cstdio>
 
@@ -26,7 +26,7 @@ STANDIN_EXPORT __attribute__((format(printf, 2, 3))) int32_t zel_bp_trace_utf8(c
     return 0;
 }
 
-// The other three ways in accept anything and show nothing.
+// The other three ways in accept anything and show nothing: the plug-in only looks them up.
 STANDIN_EXPORT int32_t zel_bp_trace(const ST_BP_TRACE_HEAD*, const char*, ...) { return 0; }
 STANDIN_EXPORT int32_t zel_bp_trace_unicode(const ST_BP_TRACE_HEAD*, const void*, ...) { return 0; }
 STANDIN_EXPORT int32_t zel_bp_other(const ST_BP_TRACE_HEAD*, const void*, ...) { return 0; }

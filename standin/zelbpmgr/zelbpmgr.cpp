@@ -1,4 +1,4 @@
-// The business-point manager: it keeps one report callback for each module and asks them when a host wants reports.
+// The business-point manager. It keeps one report callback for each module and asks them when a host wants reports.
 #include "standin/zelbpmgr/zelbpmgr_host.h"
 
 #include <algorithm>
@@ -15,14 +15,18 @@
 
 namespace {
 
+// One registration. A thread that collects shares it, so it outlives its removal from the list.
 struct Module {
     std::string name;
-    zel_report_cb_t callback;  // null once unregistered
-    std::vector<std::thread::id> running;
+    zel_report_cb_t callback;              // null once unregistered
+    std::vector<std::thread::id> running;  // threads that are in the callback
 };
 
+// The registrations under one lock. No callback runs under the lock, since a callback may register or unregister.
 class Registry {
 public:
+    // Replaces a former callback of the module and waits until it has ended. While it waits another thread may register
+    // the module, so it looks again.
     void add(const char* name, zel_report_cb_t callback) {
         std::unique_lock lock(mutex_);
         while (take_out(name, lock)) {
@@ -30,7 +34,8 @@ public:
         modules_.push_back(std::make_shared<Module>(Module{name, callback, {}}));
     }
 
-    // False if there was no such module. When it returns no callback of the module runs, but for one that called this.
+    // False if there was no such module. When this returns, no callback of the module is running, except one that
+    // called this.
     bool remove(const char* name) {
         std::unique_lock lock(mutex_);
         return take_out(name, lock);
@@ -51,6 +56,7 @@ public:
             module.running.push_back(self);
             callback = module.callback;
         }
+        // A size of 0 means a null buffer: a callback must cope with that.
         result = callback(buffer.empty() ? nullptr : buffer.data(), static_cast<uint32_t>(buffer.size()));
         const std::lock_guard lock(mutex_);
         module.running.erase(std::ranges::find(module.running, self));
@@ -65,6 +71,7 @@ private:
         const std::shared_ptr<Module> module = *at;
         modules_.erase(at);
         module->callback = nullptr;
+        // A callback that unregisters itself must not wait for its own end.
         const auto own = [self = std::this_thread::get_id()](std::thread::id id) { return id == self; };
         ended_.wait(lock, [&] { return std::ranges::all_of(module->running, own); });
         return true;
@@ -77,11 +84,13 @@ private:
 
 uint32_t collect(uint32_t buffer_size, zelbpmgr_report_t report, void* context) {
     uint32_t asked = 0;
+    // A copy of the list: modules may come and go while the callbacks run.
     for (const auto& module : registry.list()) {
         std::vector<char> buffer(buffer_size);
         int32_t result = 0;
         if (!registry.ask(*module, buffer, result)) continue;
         ++asked;
+        // A callback may fill the buffer to its last byte, so the end of the text is looked for and not trusted.
         const std::string text(buffer.begin(), std::ranges::find(buffer, '\0'));
         if (report != nullptr) report(context, module->name.c_str(), result, text.c_str());
     }
@@ -106,6 +115,7 @@ STANDIN_EXPORT uint32_t zelbpmgr_collect(int32_t thread, uint32_t buffer_size, z
                                          void* context) try {
     if (thread == ZELBPMGR_CALLER) return collect(buffer_size, report, context);
     uint32_t asked = 0;
+    // An exception must not leave the thread, so it is carried to the caller.
     std::exception_ptr failure;
     std::thread([&] {
         try {

@@ -10,36 +10,40 @@
 
 namespace {
 
+// How often an alert was "not ready", and whether it waits for its next trace.
 struct Alert {
     uint64_t not_ready = 0;
     bool waiting = false;
 };
 
+// A result that the trace module has handed out. `load` tells which load of the module made it.
 struct Buffer {
     uint32_t size;
     uint64_t load;
     std::string guid;
 };
 
+// All figures under one lock.
 struct Ledger {
     std::mutex mutex;
     zelds_counts ds = {};
     zeltrc_counts trc = {};
     std::unordered_map<std::string, Alert> alerts;
-    // By the complement of the address: a leak checker must not take the ledger for an owner.
+    // The key is the complement of the address: a leak checker would otherwise take the ledger for an owner.
     std::unordered_map<uintptr_t, Buffer> buffers;
 
-    // Taken before `mutex` and held while the host is asked.
+    // Taken before `mutex` and held while the host is asked, so that an explainer that was taken off is not running.
     std::mutex explain_mutex;
     zeltrc_explain_t explain = nullptr;
     void* explain_context = nullptr;
 };
 
-// Never destroyed: modules are unloaded while the process ends.
+// Never destroyed, because modules are unloaded while the process ends.
 Ledger& ledger = *new Ledger;
 
 uintptr_t key_of(const char* buffer) { return ~reinterpret_cast<uintptr_t>(buffer); }
 
+// A copy, so that the host can be asked without the lock.
 std::vector<zelcount::TraceBuffer> outstanding_buffers() {
     const std::lock_guard lock(ledger.mutex);
     std::vector<zelcount::TraceBuffer> list;
@@ -75,10 +79,12 @@ void trc_loaded() {
 Leftover trc_unloaded() {
     {
         const std::lock_guard lock(ledger.mutex);
+        // Counted before the host is asked: its explainer may read the counts of another library, not of this one.
         ++ledger.trc.unloads;
     }
     Leftover leftover;
     const std::lock_guard explain_lock(ledger.explain_mutex);
+    // The host is asked outside of `mutex`, because its explainer takes locks of its own.
     for (TraceBuffer& buffer : outstanding_buffers()) {
         if (ledger.explain != nullptr && ledger.explain(ledger.explain_context, buffer.buffer) != 0)
             ++leftover.explained;
@@ -91,6 +97,7 @@ Leftover trc_unloaded() {
 void trc_called(uint32_t function) {
     const std::lock_guard lock(ledger.mutex);
     ++ledger.trc.calls[function];
+    // Only calls that work on a message take time.
     if (function >= ZELTRC_COMPLETION) ++ledger.trc.running;
 }
 
@@ -105,12 +112,14 @@ void trc_answered(int32_t code) {
     }
 }
 
+// An alert is known by its GUID, and its count goes on over all of its traces.
 bool trc_not_ready(const std::string& guid, uint64_t times) {
     if (times == 0) return false;
     const std::lock_guard lock(ledger.mutex);
     Alert& alert = ledger.alerts[guid];
     if (alert.not_ready >= times) return false;
     ++alert.not_ready;
+    // Waiting counts alerts and not answers.
     if (!alert.waiting) ++ledger.trc.waiting;
     return alert.waiting = true;
 }
@@ -126,6 +135,7 @@ void trc_settled(const std::string& guid, bool another_follows) {
 
 void trc_handed_out(const char* buffer, uint32_t size, const std::string& guid) {
     const std::lock_guard lock(ledger.mutex);
+    // An address may come again after its buffer was freed.
     ledger.buffers.insert_or_assign(key_of(buffer), Buffer{size, ledger.trc.loads, guid});
 }
 

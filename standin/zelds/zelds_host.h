@@ -1,5 +1,5 @@
-// What the data store stand-in tells a host program. The counts are kept by libzelcount.so, which lies beside
-// libzelds.so and stays in the process, so that they go on over every load: open that library and resolve the function
+// What the stand-in of the data store tells a host program. libzelcount.so keeps the counts. It lies beside libzelds.so
+// and stays in the process, so the counts go on over every load. A host opens that library and resolves the function
 // there.
 #pragma once
 

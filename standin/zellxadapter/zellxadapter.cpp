@@ -1,4 +1,4 @@
-// The adapter that would narrow the trace to one process tree: it selects nothing.
+// The adapter would narrow a trace to one process tree. This one selects nothing, and every trace stays whole.
 #include <stdint.h>
 
 #include "standin/export.h"

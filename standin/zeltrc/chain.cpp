@@ -12,13 +12,14 @@ namespace {
 
 using namespace vorn_retrace;
 
-// How the object field of an event becomes a vertex in the list of its kind. A created process is no row: it may be a
-// vertex already.
+// How the object field of an event becomes a vertex in the list of its kind: one row for each kind. A created process
+// has no row, because it may be a vertex already.
 struct ObjectField {
     bool (*is_set)(const threat_event& event);
     void (*add)(const threat_event& event, uint64_t node_id, vorn_trace_event& chain);
 };
 
+// Makes a row from the three functions that protobuf generates for a field and its list.
 template <auto Has, auto Get, auto Add>
 constexpr ObjectField kField = {
     [](const threat_event& event) { return (event.*Has)(); },
@@ -32,6 +33,7 @@ constexpr ObjectField kField = {
 #define OBJECT_FIELD(object, list) \
     kField<&threat_event::has_##object, &threat_event::object, &vorn_trace_event::add_##list>
 
+// An event has at most one object, so the order of the rows does not matter.
 constexpr ObjectField kObjectFields[] = {
     OBJECT_FIELD(object_exit, process_exit_list),
     OBJECT_FIELD(object_remote_thread, remotethread_list),
@@ -74,10 +76,12 @@ class ChainBuilder {
 public:
     explicit ChainBuilder(vorn_trace_event& chain) : chain_(chain) {}
 
+    // An event without an object gives its process a vertex but has no edge.
     void add_event(const threat_event& event, const std::string& alert_guid, const std::string& rule_id) {
         const uint64_t subject = event.has_subject_process() ? process_node(event.subject_process()) : 0;
         const uint64_t object = object_node(event);
         if (object == 0) return;
+        // Edges are numbered from 1, like vertices, and in the order of the events.
         behavior_edge& edge = *chain_.add_edge_list();
         edge.set_edge_id(static_cast<uint64_t>(chain_.edge_list_size()));
         edge.set_table_index_begin(subject);
@@ -89,7 +93,7 @@ public:
     }
 
 private:
-    // The vertex of a process that is met again keeps what it has, and takes over what it lacks.
+    // A process that is met again keeps what its vertex has and fills what the vertex lacks.
     uint64_t process_node(const process_vertex& process) {
         process_vertex* vertex = find(process);
         if (vertex == nullptr) {
@@ -100,19 +104,22 @@ private:
             process_vertex known;
             known.Swap(vertex);
             *vertex = process;
+            // The list of highlights would grow with each meeting, since a merge appends.
             vertex->clear_highlight();
             vertex->MergeFrom(known);
         }
         if (!vertex->process_guid().empty()) by_guid_.emplace(vertex->process_guid(), vertex);
+        // The first process with this start stays; a later one with another GUID is found by its GUID.
         by_start_.emplace(start_of(*vertex), vertex);
         return vertex->node_id();
     }
 
-    // By its GUID; without one on either side, by process id and creation time.
+    // Looks a process up by its GUID. When either side has none, process id and creation time decide.
     process_vertex* find(const process_vertex& process) const {
         if (const auto at = by_guid_.find(process.process_guid()); at != by_guid_.end()) return at->second;
         const auto at = by_start_.find(start_of(process));
         if (at == by_start_.end()) return nullptr;
+        // Two GUIDs that differ are two processes, even with the same pid and time.
         const bool both_named = !process.process_guid().empty() && !at->second->process_guid().empty();
         return both_named ? nullptr : at->second;
     }
@@ -133,12 +140,12 @@ private:
 
     vorn_trace_event& chain_;
     uint64_t last_node_ = 0;
-    // Vertices stay where they are while their list grows.
+    // The addresses are safe: a repeated field does not move its elements when it grows.
     std::unordered_map<std::string, process_vertex*> by_guid_;
     std::map<std::pair<uint64_t, int64_t>, process_vertex*> by_start_;
 };
 
-// A time of 0 is a time that nobody set.
+// Widens the span of the trace to this time. A time of 0 was never set.
 void widen(vorn_trace_info& message, int64_t time) {
     if (time == 0) return;
     if (message.trace_start() == 0 || time < message.trace_start()) message.set_trace_start(time);
@@ -153,6 +160,7 @@ void build_chain(vorn_trace_info& message) {
     vorn_trace_event& chain = *message.mutable_trace_event();
     chain.Clear();
     ChainBuilder builder(chain);
+    // An event without an object still widens the span.
     for (const threat_rule& rule : message.threat().alert_rule()) {
         for (const threat_event& event : rule.alert_event()) {
             builder.add_event(event, message.threat().alert_guid(), rule.rule_id());

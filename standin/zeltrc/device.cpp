@@ -13,10 +13,11 @@
 
 namespace {
 
-// "eth0 10.0.0.2, eth1 10.1.0.2", without the loop-back.
+// The host's own addresses of IPv4, "eth0 10.0.0.2, eth1 10.1.0.2", without the loop-back.
 std::string addresses() {
     ifaddrs* list = nullptr;
     if (getifaddrs(&list) != 0) return {};
+    // The list comes from the C library and is freed on every way out.
     const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
     std::string text;
     for (const ifaddrs* at = list; at != nullptr; at = at->ifa_next) {
@@ -31,6 +32,7 @@ std::string addresses() {
 
 }  // namespace
 
+// What the system does not tell stays out: a chain without a figure is still a chain.
 vorn_retrace::device_info describe_host() {
     vorn_retrace::device_info device;
     if (utsname name; uname(&name) == 0) {

@@ -1,4 +1,4 @@
-// Settings of the stand-in: section "standin" of zeltrc.ini, read at each start of the module.
+// Settings of the stand-in: section "standin" of zeltrc.ini. Each start of the module reads them.
 #pragma once
 
 #include <cstdint>
@@ -12,5 +12,5 @@ struct Settings {
     uint64_t init_fails = 0;       // not 0: the module refuses to start
 };
 
-// A key that is missing, no number or beyond its limit keeps its default.
+// A key that is missing, is no number or exceeds its limit keeps its default; the last two are a WARN line.
 Settings read_settings();

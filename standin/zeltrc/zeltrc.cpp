@@ -1,4 +1,4 @@
-// The trace module: its seven functions, how a call is counted, and the answers that the settings ask for.
+// The trace module: its seven functions, how it counts calls, and how it gives the answers that the settings ask for.
 #include "platform/zel_trc.h"
 
 #include <atomic>
@@ -21,10 +21,11 @@ namespace {
 
 using vorn_retrace::vorn_trace_info;
 
+// Codes of the agent. The plug-in knows only complete, dropped and not ready; any other code is a failure to it.
 constexpr int32_t kFailed = -0x7fffbffb;           // 0x80004005
 constexpr int32_t kInvalidArgument = -0x7ff8ffa9;  // 0x80070057
 
-// Start and end of one load of the library.
+// Lives as long as one load of the library. Its end looks for results that never came back.
 struct Load {
     Load() { zelcount::trc_loaded(); }
     ~Load() {
@@ -39,6 +40,7 @@ struct Load {
     }
 } load;
 
+// A start may come while a trace of an earlier one still runs, so each call takes a copy of the settings.
 std::mutex settings_mutex;
 Settings settings;
 std::atomic<uint64_t> traces;  // since the module's start
@@ -48,7 +50,7 @@ Settings current_settings() {
     return settings;
 }
 
-// A call that works on a message, from its begin to its end.
+// A call that works on a message. The constructor counts its begin, the destructor its end with its code.
 struct Call {
     explicit Call(uint32_t number) : function(number) { zelcount::trc_called(function); }
     ~Call() { zelcount::trc_answered(code); }
@@ -59,12 +61,13 @@ struct Call {
     int32_t code = kFailed;
 };
 
+// The agent gives its id in the environment.
 std::string agent_id() {
     const char* id = getenv("agentid");
     return id != nullptr ? id : "0";
 }
 
-// The answer of one trace of an alert.
+// The answer to one trace of an alert. Only calls that get past "not ready" have a number. A failure wins over a drop.
 int32_t trace_code(const Call& call, const std::string& guid, const Settings& now) {
     if (zelcount::trc_not_ready(guid, now.not_ready_times)) return ZEL_TRC_NOT_READY;
     const uint64_t number = ++traces;
@@ -75,11 +78,12 @@ int32_t trace_code(const Call& call, const std::string& guid, const Settings& no
     return code;
 }
 
+// The first step of a KOV alert: the module fills in what the engine does not know.
 void complete_alert(vorn_trace_info& message) {
     if (message.agent_id().empty()) message.set_agent_id(agent_id());
 }
 
-// Answers to a request: a message of their own that names the request's task.
+// Replaces a request by its answer, a message of its own that names the request's task.
 void answer_request(vorn_trace_info& message, vorn_retrace::TRACE_CMD cmd) {
     vorn_trace_info answer;
     answer.set_agent_id(agent_id());
@@ -89,6 +93,7 @@ void answer_request(vorn_trace_info& message, vorn_retrace::TRACE_CMD cmd) {
     message.Swap(&answer);
 }
 
+// Each function makes its result from its input alone.
 void make_result(uint32_t function, vorn_trace_info& message) {
     switch (function) {
         case ZELTRC_COMPLETION: return complete_alert(message);
@@ -98,10 +103,11 @@ void make_result(uint32_t function, vorn_trace_info& message) {
     }
 }
 
-// Gives the message to the caller, in a buffer that trace_event_release frees. False when there is no memory.
+// Gives the message to the caller in a buffer that trace_event_release frees. False when there is no memory.
 bool hand_out(const vorn_trace_info& message, const std::string& guid, char** result, uint32_t* result_size) {
     const size_t size = message.ByteSizeLong();
     if (size > std::numeric_limits<int>::max()) return false;
+    // From malloc and of exactly the size, so that a checker sees each byte too many.
     char* buffer = static_cast<char*>(malloc(size != 0 ? size : 1));
     if (buffer == nullptr) return false;
     message.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(buffer));
@@ -111,17 +117,20 @@ bool hand_out(const vorn_trace_info& message, const std::string& guid, char** re
     return true;
 }
 
+// Everything of a call but its counting. The outputs are set on every way out, as the caller may read them after a
+// failure.
 int32_t work(const Call& call, const char* input, uint32_t input_size, char** result, uint32_t* result_size) {
     if (result == nullptr || result_size == nullptr) return kInvalidArgument;
     *result = nullptr;
     *result_size = 0;
-    // The request for a process query is no message: any text will do.
+    // A request for a process query is no message, so any text will do.
     vorn_trace_info message;
     if (input == nullptr || input_size == 0 || input_size > std::numeric_limits<int>::max()) return kInvalidArgument;
     if (call.function != ZELTRC_DISPOSE && !message.ParseFromArray(input, static_cast<int>(input_size)))
         return kInvalidArgument;
 
     const Settings now = current_settings();
+    // A trace that fails or is not ready costs its time as well.
     std::this_thread::sleep_for(std::chrono::milliseconds(now.cost_ms));
 
     const std::string guid = message.threat().alert_guid();
@@ -132,6 +141,7 @@ int32_t work(const Call& call, const char* input, uint32_t input_size, char** re
     return hand_out(message, guid, result, result_size) ? code : kFailed;
 }
 
+// The border of the library: no exception leaves it.
 int32_t run(uint32_t function, const char* input, uint32_t input_size, char** result, uint32_t* result_size) {
     Call call(function);
     try {
@@ -146,6 +156,7 @@ int32_t run(uint32_t function, const char* input, uint32_t input_size, char** re
 
 extern "C" {
 
+// The settings are read before the lock is taken, because reading them may take long.
 STANDIN_EXPORT int32_t trace_event_init(void) {
     zelcount::trc_called(ZELTRC_INIT);
     const Settings fresh = read_settings();
@@ -163,6 +174,7 @@ STANDIN_EXPORT int32_t trace_event_uninit(void) {
 
 STANDIN_EXPORT int32_t trace_event_release(char* buffer) {
     zelcount::trc_called(ZELTRC_RELEASE);
+    // A buffer of an earlier load is freed as well: all loads share the allocator of the process.
     if (zelcount::trc_taken_back(buffer)) {
         free(buffer);
         return ZEL_TRC_COMPLETE;

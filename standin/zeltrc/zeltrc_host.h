@@ -1,7 +1,7 @@
-// What the trace module stand-in tells a host program. All is kept by libzelcount.so, which lies beside libzeltrc.so
-// and stays in the process, because a result may be released into a later load than the one that made it: open that
-// library and resolve the functions there, before the plug-in loads the module or at any later time. The type NAME_t is
-// that of the function NAME. C linkage, any thread.
+// What the stand-in of the trace module tells a host program. libzelcount.so keeps all of it. It lies beside
+// libzeltrc.so and stays in the process, because a result may be released into a later load than the one that made it.
+// A host opens that library and resolves the functions there, before the plug-in loads the module or at any later time.
+// The type NAME_t is that of the function NAME. C linkage, any thread.
 #pragma once
 
 #include <stdint.h>
@@ -21,7 +21,7 @@ enum {
     ZELTRC_FUNCTIONS,
 };
 
-// `function` of the counts below is one of the numbers above. The four from ZELTRC_COMPLETION on work on a message.
+// `function` in the counts below is one of the numbers above. The four from ZELTRC_COMPLETION on work on a message.
 struct zeltrc_counts {
     // A library that the sanitizer build keeps in memory counts once; calls[ZELTRC_INIT] counts its starts.
     uint64_t loads;
@@ -39,10 +39,11 @@ struct zeltrc_counts {
 };
 typedef void (*zeltrc_get_counts_t)(struct zeltrc_counts* counts);
 
-// Asked at each unload of the module, for each outstanding buffer: not 0 if an event that lives, or a leak that is
-// known, explains it. Such buffers are summed up in one INFO line; all others are named by an ERROR line each. Without
-// an explainer none is explained. A null function takes it off; take it off before anything that it uses ends. No call
-// to the former one is running when this returns. An explainer must not call back into this library.
+// Asked at each unload of the module, once for each outstanding buffer. The answer is not 0 if a living event or a
+// known leak explains the buffer. Explained buffers are summed up in one INFO line; each of the others gets an ERROR
+// line. Without an explainer none is explained. A null function takes the explainer off; a host does that before
+// anything that the explainer uses ends. When zeltrc_set_explainer returns, no call of the former explainer is running.
+// An explainer must not call back into this library.
 typedef int32_t (*zeltrc_explain_t)(void* context, const char* buffer);
 typedef void (*zeltrc_set_explainer_t)(zeltrc_explain_t explain, void* context);
 
