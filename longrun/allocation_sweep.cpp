@@ -28,8 +28,8 @@
 #include <utility>
 #include <vector>
 
-#include "sweep_judge.h"
-#include "sweep_session.h"
+#include "longrun/sweep_judge.h"
+#include "longrun/sweep_session.h"
 
 namespace fs = std::filesystem;
 

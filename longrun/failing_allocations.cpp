@@ -1,4 +1,4 @@
-#include "failing_allocations.h"
+#include "longrun/failing_allocations.h"
 
 #include <dlfcn.h>
 #include <link.h>

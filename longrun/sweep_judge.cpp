@@ -1,4 +1,4 @@
-#include "sweep_judge.h"
+#include "longrun/sweep_judge.h"
 
 #include <sys/wait.h>
 

@@ -6,7 +6,7 @@
 #include "platform/event_ids.h"
 #include "platform/zel_trc.h"
 #include "standin/zeltrc/zeltrc_host.h"
-#include "sweep_session.h"
+#include "longrun/sweep_session.h"
 
 namespace sweep {
 namespace {

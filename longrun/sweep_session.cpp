@@ -1,4 +1,4 @@
-#include "sweep_session.h"
+#include "longrun/sweep_session.h"
 
 #include <dlfcn.h>
 #include <sys/syscall.h>
@@ -13,9 +13,9 @@
 #include <fstream>
 #include <utility>
 
-#include "e2e/overrides.h"
-#include "e2e/scripted.h"
-#include "failing_allocations.h"
+#include "host/lib/overrides.h"
+#include "standin/scripted/scripted_host.h"
+#include "longrun/failing_allocations.h"
 #include "standin/lumutil/log_tap.h"
 #include "standin/zelbpmgr/zelbpmgr_host.h"
 #include "standin/zelds/zelds_host.h"
@@ -64,9 +64,9 @@ std::string numbers_of(const std::string& report) {
 
 Session::Session(std::string root, const std::string& flags) : root_(std::move(root)), flags_(flags) {
     g_session = this;
-    e2e::set_longest_sleep(50us);
+    zelhost::overrides::set_longest_sleep(50us);
     setenv("agentid", "an-agent-id-that-needs-a-block-of-its-own", 1);
-    e2e::redirect_flag_folder(flags_);
+    zelhost::overrides::redirect_flag_folder(flags_);
     zel_log_set_tap(
         [](void* self, int32_t level, const char* text) { static_cast<Session*>(self)->on_line(level, text); }, this);
     publish_ = reinterpret_cast<lummb_publish_t>(symbol("reshdl/lib/liblummb.so", "lummb_publish"));
@@ -168,7 +168,7 @@ void Session::next_trace_takes(std::chrono::milliseconds time) {
     trace_time_ = time;
 }
 
-void Session::advance(std::chrono::milliseconds by) { e2e::advance(by); }
+void Session::advance(std::chrono::milliseconds by) { zelhost::overrides::advance(by); }
 
 void Session::file_trace(const char* path, const char* key, int kind) {
     output("file_trace:" + std::to_string(PLUGIN(reshdl_file_trace)(on_callback, path, key, kind, 7)));
@@ -277,7 +277,7 @@ int32_t Session::scripted_call(uint32_t function, const char* input, uint32_t in
             pause();
             lock.lock();
         }
-        e2e::advance(std::exchange(trace_time_, 0ms));
+        zelhost::overrides::advance(std::exchange(trace_time_, 0ms));
     }
     auto& answers = answers_[function];
     const Answer given = answers.empty() ? Answer{} : answers.front();
@@ -308,9 +308,9 @@ void Session::hang(const char* what) {
 }
 
 void Session::wait_until(const char* what, const std::function<bool()>& done) {
-    const auto deadline = e2e::real_now() + kDeadline;
+    const auto deadline = zelhost::overrides::real_now() + kDeadline;
     while (!done()) {
-        if (e2e::real_now() >= deadline) hang(what);
+        if (zelhost::overrides::real_now() >= deadline) hang(what);
         pause();
     }
 }
@@ -329,14 +329,14 @@ void Session::come_to_rest(Rest rest) {
         const std::lock_guard lock(mutex_);
         return std::pair(ignored_, bad_lines_);
     };
-    const auto deadline = e2e::real_now() + kDeadline;
+    const auto deadline = zelhost::overrides::real_now() + kDeadline;
     for (bool through = false; !through;) {
         const auto before = counts();
         send(2304, "marker");
-        const auto patience = e2e::real_now() + kMarkerPatience;
+        const auto patience = zelhost::overrides::real_now() + kMarkerPatience;
         for (;;) {
             const auto now = counts();
-            const auto time = e2e::real_now();
+            const auto time = zelhost::overrides::real_now();
             through = now.first > before.first;
             if (through) break;
             if (time >= deadline) hang("an ignored event does not come through");
@@ -351,8 +351,8 @@ void Session::come_to_rest(Rest rest) {
 }
 
 void Session::trace_worker_rests() {
-    const uint64_t sleeps = e2e::trace_worker_sleeps();
-    wait_until("the trace worker comes to rest", [=] { return e2e::trace_worker_sleeps() >= sleeps + 2; });
+    const uint64_t sleeps = zelhost::overrides::trace_worker_sleeps();
+    wait_until("the trace worker comes to rest", [=] { return zelhost::overrides::trace_worker_sleeps() >= sleeps + 2; });
 }
 
 void Session::step(const std::string& name, const char* group, const std::function<void()>& action, Rest rest) {

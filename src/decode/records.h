@@ -111,12 +111,12 @@ struct ST_BUF_DATA : zel::ContainerTexts {
     std::string strBestRuleName;
 };
 
-// The container of the last alert of type 2 or 6, kept for the life of the module.
+// The container of the last alert of type 2 or 6.
 struct ST_CONTAINER_INFO : zel::ContainerTexts {
     int64_t llContainerInitPid = 0;
     uint32_t uPrivileged = 0;
 };
-extern ST_CONTAINER_INFO g_stContainerInfo;
+extern ST_CONTAINER_INFO& g_stContainerInfo;  // part of the decoder's state, see decode_state.h
 
 // Frees the record behind pPrivate. An event of an unknown type keeps it for good, with an ERROR line.
 void FreeEventPrivate(ST_RAW_EVENT& stEvent);

@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "e2e/documents.h"
-#include "e2e/overrides.h"
-#include "e2e/scripted.h"
+#include "host/lib/overrides.h"
+#include "standin/scripted/scripted_host.h"
 #include "platform/zel_trc.h"
 #include "platform/zelreshdl.h"
 #include "retrace.pb.h"
@@ -28,6 +28,7 @@
 namespace e2e {
 
 using namespace std::chrono_literals;
+using namespace zelhost::overrides;
 
 constexpr int32_t kTraceFails = -5;
 
