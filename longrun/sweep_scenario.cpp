@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
+#include "longrun/sweep_session.h"
 #include "platform/event_ids.h"
 #include "platform/zel_trc.h"
 #include "standin/zeltrc/zeltrc_host.h"
-#include "longrun/sweep_session.h"
 
 namespace sweep {
 namespace {

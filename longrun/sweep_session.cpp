@@ -14,9 +14,9 @@
 #include <utility>
 
 #include "host/lib/overrides.h"
-#include "standin/scripted/scripted_host.h"
 #include "longrun/failing_allocations.h"
 #include "standin/lumutil/log_tap.h"
+#include "standin/scripted/scripted_host.h"
 #include "standin/zelbpmgr/zelbpmgr_host.h"
 #include "standin/zelds/zelds_host.h"
 
@@ -352,7 +352,8 @@ void Session::come_to_rest(Rest rest) {
 
 void Session::trace_worker_rests() {
     const uint64_t sleeps = zelhost::overrides::trace_worker_sleeps();
-    wait_until("the trace worker comes to rest", [=] { return zelhost::overrides::trace_worker_sleeps() >= sleeps + 2; });
+    wait_until("the trace worker comes to rest",
+               [=] { return zelhost::overrides::trace_worker_sleeps() >= sleeps + 2; });
 }
 
 void Session::step(const std::string& name, const char* group, const std::function<void()>& action, Rest rest) {
