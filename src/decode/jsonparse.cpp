@@ -1,3 +1,5 @@
+// The document, its rules and the subjects of its events. What an event acted upon is read in ioainfo.cpp, the scenario
+// and the post-operations in ioainfo_scenario.cpp.
 #include "decode/jsonparse.h"
 
 #include <algorithm>
@@ -21,6 +23,7 @@ namespace {
 
 constexpr Field<zel::Scratch> kAlertTypeField = {"alert_type", &zel::Scratch::nCurAlertType};
 
+// Keys of every document, in reading order.
 constexpr Field<ST_BUF_DATA> kRootFields[] = {
     {"risk_level", &ST_BUF_DATA::strRiskLevel},
     {"threat_score", &ST_BUF_DATA::uThreatScore},
@@ -33,6 +36,7 @@ constexpr Field<ST_BUF_DATA> kRootFields[] = {
     {"engine_rule_ver", &ST_BUF_DATA::strEngineRuleVer},
 };
 
+// Keys of a document that describes a container. The engines mix upper and lower case as shown.
 constexpr Field<ST_BUF_DATA> kContainerFields[] = {
     {"containerid", &ST_BUF_DATA::strContainerId}, {"repository", &ST_BUF_DATA::strRepository},
     {"mounts", &ST_BUF_DATA::strMounts},           {"user", &ST_BUF_DATA::strUser},
@@ -82,6 +86,7 @@ struct TreeDeleter {
     void operator()(cJSON* tree) const { cJSON_Delete(tree); }
 };
 
+// The memory checks of a later scan describe this container. It is replaced as a whole or, without memory, not at all.
 void keep_container(const ST_BUF_DATA& data) {
     g_stContainerInfo = {data, data.nContainerInitPid, data.uPrivileged};
     LOG_DEBUG("jsonparse_strContainerId:%s, strImageId:%s, strContainerName:%s", data.strContainerId.c_str(),
@@ -100,6 +105,7 @@ bool read_alert_type(const JsonObject& root, ST_BUF_DATA& data) {
     return true;
 }
 
+// Tags come before the score is judged, and events last: a rule whose events fail can still be the best one.
 bool read_rule(const JsonObject& object, ST_RULE& rule) {
     if (!zel::read_fields(object, rule, kRuleFields, Words::not_string)) return false;
     CEventHandle::GetRuleTagsInfo(object, rule.vecTags);
@@ -114,6 +120,7 @@ bool read_rule(const JsonObject& object, ST_RULE& rule) {
     return true;
 }
 
+// A failed record fails the event. What is wrong in a post-operation does not.
 bool read_event(const JsonObject& object, ST_RAW_EVENT& event) {
     if (!zel::read_fields(object, event, kSubjectFields, Words::not_type)) return false;
     CEventHandle::GetHighlightInfo(object, event.vecHighlight, "Highlight");
@@ -190,7 +197,7 @@ bool CEventHandle::GetRuleInfoEx(const cJSON* pjRule, std::vector<ST_RULE>& vecR
     for (const cJSON* item = pjRule->child; item != nullptr; item = item->next) {
         ST_RULE& stRule = vecRule.emplace_back();
         if (read_rule(item, stRule)) continue;
-        // A refused rule leaves the document before FreeBufData can see its events: their records are lost with it.
+        // A refused rule leaves the document with its events, and their records stay allocated for good.
         for (ST_RAW_EVENT& stEvent : stRule.vecEvent) stEvent.pPrivate.leave();
         vecRule.pop_back();
         return false;

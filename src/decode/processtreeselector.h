@@ -1,4 +1,5 @@
-// Keeps the process whose tree was selected last, by a document, a post-operation or a DNS hit. Alarm worker only.
+// Keeps the process whose tree was selected last: by a document, by a post-operation of an event, or by a DNS hit.
+// Nothing reads the selection. Alarm worker only.
 #pragma once
 
 #include <cstdint>

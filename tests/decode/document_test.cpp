@@ -154,7 +154,7 @@ TEST(Document, ItsTimesAreThoseOfAllEvents) {
         {"processes count as well", {19}, {2, 99}, "earliest=2 latest=99"},
         {"a 0 is forgotten", {19, 0, 17, 18}, {}, "earliest=17 latest=19"},
         {"a 0 at the end stays", {19, 0}, {}, "earliest=0 latest=19"},
-        {"the latest is never below 0", {-4}, {}, "earliest=-4 latest=0"},
+        {"the latest is never below 0", {-4, -2}, {}, "earliest=-4 latest=0"},
     };
     start_afresh();
     for (const auto& row : rows) {
@@ -205,13 +205,15 @@ TEST(Document, ItsGuidIsCutTo37CharactersEvenWhenItIsRefused) {
 }
 
 TEST(Document, TakesTheStringsOfItsListsAndGivesUpTheStorage) {
-    const std::string with_lists = event(R"("Highlight":{"k":"c"},"SubHighLight":"d")");
+    const std::string with_lists = event(R"("Highlight":{"k":"c"},"SubHighLight":["d"])");
     Decoded alert(Document{.rules = rule(R"("tags":["a",5,null,"b"])", with_lists) + ",5"});
     ST_BUF_DATA& d = alert.data;
-    EXPECT_FALSE(alert.ok);  // the rule before the bad one is kept
-    EXPECT_EQ(d.vecRule.at(0).vecTags, (std::vector<std::string>{"a", "b"}));
+    EXPECT_FALSE(alert.ok);
+    ASSERT_EQ(d.vecRule.size(), 1U) << "the rule before the bad one";
+    EXPECT_EQ(d.vecRule[0].vecTags, (std::vector<std::string>{"a", "b"}));
     EXPECT_EQ(d.vecRule[0].vecEvent.at(0).vecHighlight, (std::vector<std::string>{"c"}));
-    EXPECT_TRUE(d.vecRule[0].vecEvent[0].vecSubHighlight.empty());
+    EXPECT_EQ(d.vecRule[0].vecEvent[0].vecSubHighlight, (std::vector<std::string>{"d"}));
+    EXPECT_EQ(Decoded(Document{.type = 2, .info = scenario(event("") + ",5")}).data.vecProcessSet.size(), 1U);
     d.vecLinkSet.resize(3);
     FreeBufData(d);
     EXPECT_EQ(d.vecRule.capacity() + d.vecProcessSet.capacity() + d.vecLinkSet.capacity(), 0U);
