@@ -1,35 +1,30 @@
-// Outgoing events: their interface, their record, and what their last reference frees.
+// Outgoing events: their interface, their record, and what their last reference frees. What ends the process.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 #include "common/checks.h"
-#include "common/reshdleventother.h"
+#include "common/common.h"
 #include "common/trc_functions.h"
 #include "support/fake_dispatcher.h"
 #include "support/log_capture.h"
 
 namespace {
 
-using ReshdlEventTrace::CReshdlEventOther;
-using ReshdlEventTrace::EventRef;
-
 std::vector<std::string> given_back;  // by content
 
-char* text(const char* content) { return strdup(content); }
-
 int release(char* buffer) {
-    given_back.emplace_back(buffer != nullptr ? buffer : "null");
+    given_back.emplace_back(buffer);
     free(buffer);
     return 0;
 }
 
 // A builder's message, and a result of the trace module, that hold `content`.
-ReshdlEventTrace::Payload ours(const char* content) { return {zel::MallocBuffer(text(content)), strlen(content)}; }
+ReshdlEventTrace::Payload ours(const char* content) { return {zel::MallocBuffer(strdup(content)), strlen(content)}; }
 TraceResult theirs(const char* content, uint32_t size) {
     TraceResult result;
     const auto work = [](const char* input, uint32_t input_size, char** out, uint32_t* out_size) {
-        *out = input != nullptr ? text(input) : nullptr;
+        *out = strdup(input);
         *out_size = input_size;
         return int32_t{0};
     };
@@ -87,38 +82,12 @@ TEST(Event, IsNotMadeWithoutMessageOrBusAndTheMessageComesBack) {
     EXPECT_EQ(zel_test::LogCapture::get().take_text(), "E Invoke buf is null!\nE dispatcher is null!\n");
 }
 
-TEST(TraceResult, GoesBackToTheModuleOnceAndANullOneWhenAsked) {
-    const auto table = std::make_shared<TrcFunctionTable>();
-    table->trace_event_release = release;
-    g_trcModule.exchange(table);
-    given_back.clear();
-    {
-        TraceResult null = theirs(nullptr, 7);
-        EXPECT_EQ(null.size(), 0u);  // whatever size the module gave
-        TraceResult moved = theirs("once", 4);
-        const TraceResult result(std::move(moved));
-        EXPECT_EQ(result.size(), 4u);
-        ReshdlEventTrace::Payload(std::move(null)).give_back();
-    }
-    g_trcModule.exchange(nullptr);
-    EXPECT_EQ(given_back, (std::vector<std::string>{"null", "once"}));
-}
-
-TEST(MemoryCheck, OwnsItsTextsForEvent2305Alone) {
-    ST_MEM_DETECT_INFO info{};
-    info.uPid = 42;
-    info.pszPath = text("/bin/sh");
-    info.pszPortsBinding = text("80");
-    InvokeMdEvent(2305, &info);  // without a bus the texts stay
-    zel_test::FakeDispatcher bus;
-    EventRef(CReshdlEventOther::New(2304, &info)).reset();
-    zel_test::LogCapture::get().take();
-    InvokeMdEvent(2305, &info);
-    EXPECT_EQ(zel_test::LogCapture::get().take_text(), "I start invoke md event!\nI invoke md event succeed!\n");
-    const auto& record = *static_cast<const ST_MEM_DETECT_INFO*>(bus.events.at(0)->GetNativeEvent());
-    EXPECT_EQ(uint32_t{record.uPid}, 42u);
-    EXPECT_STREQ(record.pszPath, "/bin/sh");
-    EXPECT_EQ(bus.events[0]->GetEventId(), 2305u);
+TEST(Settings, WithLimitsThatMakeNoSenseEndTheProcess) {
+    EXPECT_DEATH(CltCommon::IniGetUintExA("s", nullptr, 1, 0, 1, "f"), "`pszSection && pszKey && pszFilename'");
+    EXPECT_DEATH(CltCommon::IniGetUintExA("s", "k", 0, 0, 1, "f"), "`uiDefault > 0 && uiMaxLimit > 0'");
+    EXPECT_DEATH(CltCommon::IniGetUintExA("s", "k", 1, 2, 1, "f"), "`uiMaxLimit >= uiMinLimit'");
+    EXPECT_DEATH(CltCommon::IniGetDoubleExA("s", "k", 1, 0, 0, "f"),
+                 "`dDefault > 0 && dMaxLimit > 0 && dMinLimit >= 0'");
 }
 
 TEST(Checked, ArithmeticEndsTheProcessOnOverflow) {

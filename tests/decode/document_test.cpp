@@ -5,10 +5,6 @@ namespace {
 
 using zel::Words;
 
-std::string subject_values(const ST_RAW_EVENT& e) {
-    return dump(e.uVersion, e.uType, e.uPid, e.uTid, e.strImage, e.strCmd, e.llCreateTime, e.strUser, e.strLoginName,
-                e.strSshIp, e.strMd5, e.strSha256, e.strGuid, e.llOpTime);
-}
 std::string best_rule(const ST_BUF_DATA& d) { return "desc=" + d.strBestRuleDesc + " name=" + d.strBestRuleName; }
 std::string times(const ST_BUF_DATA& d) {
     return "earliest=" + std::to_string(d.llEarliestOpTime) + " latest=" + std::to_string(d.llLatestOpTime);
@@ -17,55 +13,39 @@ std::string times(const ST_BUF_DATA& d) {
 // A document that passes takes with it what refused ones left.
 void start_afresh() { EXPECT_TRUE(Decoded(Document{}).ok); }
 
+// That each value reaches its place is seen in the message that is made of it.
 TEST(Document, TakesEachKeyInOrderAndNamesTheFirstThatFails) {
     const struct {
         std::string keys;
         Words words;
         std::string behind;
         Document (*place)(const std::string& text);
-        std::string (*values)(const ST_BUF_DATA&);
     } rows[] = {
         // clang-format off
-        {kRootKeys, Words::not_string, "",
-         [](auto& text) { return Document{.root = text}; },
-         [](auto& d) { return dump(d.strRiskLevel, d.uThreatScore, d.uTotalScore, d.uVerifyScore, d.uVerifyTotalScore,
-                                   d.uCount, d.llHash, d.strEngineVer, d.strEngineRuleVer); }},
+        {kRootKeys, Words::not_string, "", [](auto& text) { return Document{.root = text}; }},
         {kContainerKeys, Words::not_string, "",
-         [](auto& text) { return Document{.type = 6, .root = joined({members(kRootKeys), text})}; },
-         [](auto& d) { return container_values(d) + dump(d.nContainerInitPid, d.uPrivileged); }},
+         [](auto& text) { return Document{.type = 6, .root = joined({members(kRootKeys), text})}; }},
         {"malicious_key:S", Words::not_string, "",
-         [](auto& text) { return Document{.type = 1, .root = joined({members(kRootKeys), text})}; },
-         [](auto& d) { return dump(d.strMaliciousKey); }},
-        {"msg:S", Words::not_string, kInInfo,
-         [](auto& text) { return Document{.type = 7, .info = '{' + text + '}'}; },
-         [](auto& d) { return dump(d.strExtendedMsg); }},
-        {"ScenarioID:S", Words::not_type, kInInfo,
-         [](auto& text) {
-             return Document{.type = 2, .info = "{\"ScenarioInfo\":" + object(text, "\"ProcessSet\":[]") + '}'};
-         },
-         [](auto& d) { return dump(d.strScenarioId); }},
-        {kRuleKeys, Words::not_string, kInRule,
-         [](auto& text) { return Document{.rules = rule("", "", text)}; },
-         [](auto& d) {
-             const ST_RULE& r = d.vecRule.at(0);
-             return dump(r.strRuleId, r.strMitreId, r.strRuleDesc, r.strStatus, r.nScore, r.strVersion, r.strRuleName,
-                         r.strInternalId, r.strRiskTag, r.nConfidence);
-         }},
+         [](auto& text) { return Document{.type = 1, .root = joined({members(kRootKeys), text})}; }},
+        {"msg:S", Words::not_string, kInInfo, [](auto& text) { return Document{.type = 7, .info = '{' + text + '}'}; }},
+        {"ScenarioID:S", Words::not_type, kInInfo, [](auto& text) {
+            return Document{.type = 2, .info = "{\"ScenarioInfo\":" + object(text, "\"ProcessSet\":[]") + '}'}; }},
+        {kRuleKeys, Words::not_string, kInRule, [](auto& text) { return Document{.rules = rule("", "", text)}; }},
         {kSubjectKeys, Words::not_type, kInEvent,
-         [](auto& text) { return Document{.rules = rule("", event("", text))}; },
-         [](auto& d) { return subject_values(d.vecRule.at(0).vecEvent.at(0)); }},
+         [](auto& text) { return Document{.rules = rule("", event("", text))}; }},
         {kSubjectKeys, Words::not_type, "|E GetRawEventInfoEx error.|E GetProcessSet failed!" + kInInfo,
-         [](auto& text) { return Document{.type = 2, .info = scenario(event("", text))}; },
-         [](auto& d) { return subject_values(d.vecProcessSet.at(0)); }},
+         [](auto& text) { return Document{.type = 2, .info = scenario(event("", text))}; }},
         // clang-format on
     };
     for (const auto& row : rows) {
         check_keys(row.keys, row.words, row.behind, [&](const std::string& text, const std::string& values) {
             const Decoded alert(row.place(text));
-            EXPECT_EQ(alert.ok ? row.values(alert.data) : "", values) << row.keys;
+            EXPECT_EQ(alert.ok, !values.empty()) << row.keys;
             return alert.log;
         });
     }
+    EXPECT_EQ(Decoded(Document{.type = 1}).data.strMaliciousKey, "6");
+    EXPECT_EQ(Decoded(Document{.type = 7}).data.strExtendedMsg, "6");
 }
 
 TEST(Document, IsRefusedWithTheLinesThatSayWhy) {

@@ -1,7 +1,9 @@
 // DNS hits: the three kinds of native records, the message, and the hot cache with its batches of repeats.
-#include <cstring>
+#include <gmock/gmock.h>
 
 #include "e2e/harness.h"
+#include "host/lib/dns_event.h"
+#include "support/show.h"
 #include "suppress/cityhash.h"
 
 using namespace e2e;
@@ -13,6 +15,13 @@ protected:
     void hit(const DnsHit& dns) {
         send(dns);
         settle();
+    }
+    // `kind` stands in the record instead of that of its variant record, unless it is 0.
+    void send_json(const std::string& members, uint32_t kind = 0) {
+        const zelhost::DnsEvent event(R"({"query_name":"query.example",)" + members + '}');
+        ST_DNS_NATIVE record = event.native();
+        if (kind != 0) record.uKind = kind;
+        send(record, event.query_name());
     }
     // The next batch of repeats, among the traces.
     Published batch() {
@@ -29,24 +38,10 @@ TEST_F(Dns, HitBecomesAReportAndATrace) {
     send(DnsHit{.query_name = "Bad.Example"});
     const Published report = expect_event(769);
     EXPECT_EQ(report.source, 1281u);
-    vorn_retrace::vorn_trace_info message = report.message;
-    EXPECT_EQ(message.threat().alert_guid(), report.guid);
-    EXPECT_EQ(message.threat().same_alert_key(),
+    EXPECT_EQ(report.message.threat().alert_guid(), report.guid);
+    EXPECT_EQ(report.message.threat().same_alert_key(),
               zel::CityHash64("domain:bad.example,ptime:900,path:/usr/bin/curl,pid:77"));
-    message.mutable_threat()->clear_alert_guid();
-    message.mutable_threat()->clear_same_alert_key();
-    EXPECT_EQ(difference(message, R"(
-        agent_id: "A-1" trace_tags_exs { str_data: "IOC" }
-        threat {
-            alert_type: VORN_RISK_IOC risk_level: VORN_RISK_LEVEL_CRITICAL threat_score: 90 total_score: 90
-            malicious_key: "Bad.Example" alert_new_time: 5000 alert_old_time: 5000 containerid: "cid" repository: "repo"
-            container_init_pid: 42
-            alert_rule { confidence: 100 alert_event { type: VORN_TRACE_DNS_QUERY op_time: 5000
-                subject_process { process_id: 77 process_guid: "01234567-89ab-cdef-0123-456789a" process_createtime: 900
-                    process_path: "/usr/bin/curl" process_commandline: "curl bad" }
-                object_dns_query { dns_name: "bad.example" dns_status: 3 dns_results: "192.0.2.1" } } }
-        })"),
-              "");
+    EXPECT_EQ(report.message.threat().repository(), "repo");
     EXPECT_EQ(expect_event(770).bytes, report.bytes);
     expect_logs("receive one ioc alert, qury_name:bad.example, guid:" + report.guid + "|start handle ioc!");
     expect_figures({{"sentToMbCount", 0}, {"firstTraceTotalCount", 1}});
@@ -57,127 +52,74 @@ TEST_F(Dns, HitBecomesAReportAndATrace) {
     expect_logs("The event is in the hot cache.event:1281");
 }
 
-const ST_DNS_VARIANT_1 kFirstKind{.uPid = 77,
-                                  .llCreateTime = 900,
-                                  .pszProcess = {"guid-1", "/bin/one", "md5", "sha", "one -x", "root", "\x01 not read"},
-                                  .pszTail = {"tail", "15 characters..\x01", "tail 3"},
-                                  .uShort = {0x4141, 0x4242},
-                                  .uLong = {0x43434343, 0x44444444}};
-const ST_DNS_VARIANT_2 kSecondKind{
-    .uPid = 78,
-    .llCreateTime = 901,
-    .pszProcess = {"guid-2", "/bin/two", "md5", "sha", "two -x", "root", "\x01 not read"},
-    .pszDomain = "two.example",
-    .uDnsStatus = 4,
-    .pszDnsResults = "192.0.2.2",
-    .uTail = 0x01010101};
-const ST_DNS_VARIANT_3 kThirdKind{
-    .pszTail = {"abc", "0123456789abcdef", "tail 3"}, .uShort = {0x4141, 0x4242}, .uLong = 0x43434343};
-
 struct KindRow {
     const char* name;
-    uint32_t kind;
-    const void* variant;
+    const char* hit;      // members of its JSON form
     const char* key;      // the text behind the hash
-    const char* message;  // subject and object
-    uint32_t init_pid = 42;
-    const char* container = "cid";
+    const char* subject;  // and object, as in show.h
+    const char* container = " 23=cid 34=42}";
+    uint32_t kind = 0;
 };
 class DnsKind : public Dns, public testing::WithParamInterface<KindRow> {};
 
 // Whatever the kind, the variant record is read where kind 2 has its members.
 TEST_P(DnsKind, IsReadInThePlacesOfKind2) {
     const KindRow& row = GetParam();
-    ST_DNS_NATIVE record{.uKind = row.kind, .ullHead = {}, .uHead = {42}, .pszText = {}, .pVariant = row.variant};
-    record.ullHead[12] = 5000;
-    record.pszText[5] = "cid";
-    record.pszText[11] = record.pszText[12] = "\x01 not read";
     start();
-    send(record, "query.example");
-    const vorn_retrace::threat_alert threat = expect_event(769).message.threat();
-    EXPECT_EQ(threat.same_alert_key(), zel::CityHash64(row.key)) << row.key;
-    EXPECT_EQ(threat.malicious_key(), "query.example");
-    EXPECT_EQ(threat.alert_new_time(), 5000);
-    EXPECT_EQ(threat.containerid(), row.container);
-    EXPECT_EQ(threat.container_init_pid(), row.init_pid);
-    vorn_retrace::vorn_trace_info shown;
-    *shown.mutable_threat()->add_alert_rule()->add_alert_event() = threat.alert_rule(0).alert_event(0);
-    const std::string event = " type: VORN_TRACE_DNS_QUERY op_time: 5000 ";
-    EXPECT_EQ(difference(shown, "threat { alert_rule { alert_event {" + event + row.message + "} } }"), "");
+    send_json(R"("time":5000,"uhead":[42],"texts":[null,null,null,null,null,"cid",null,null,null,null,null,)"
+              R"("\u0001 not read","\u0001 not read"],)" +
+                  std::string(row.hit),
+              row.kind);
+    const std::string key = std::to_string(static_cast<int64_t>(zel::CityHash64(row.key)));
+    EXPECT_THAT(zel_test::show(expect_event(769).bytes),
+                testing::HasSubstr(" 8=5000 9=5000 11={8={2=2 3=5000 " + std::string(row.subject) +
+                                   "} 11=100} 14=query.example 15=" + key + row.container));
 }
 
 const KindRow kKindRows[] = {
-    {.name = "First",
-     .kind = 1,
-     .variant = &kFirstKind,
-     .key = "domain:tai,ptime:900,path:/bin/one,pid:77",
-     .message = R"(subject_process { process_id: 77 process_guid: "guid-1" process_path: "/bin/one" process_md5: "md5"
-         process_createtime: 900 process_sha256: "sha" process_commandline: "one -x" process_user: "root" }
-         object_dns_query { dns_name: "tai" })"},
-    {.name = "Second",
-     .kind = 2,
-     .variant = &kSecondKind,
-     .key = "domain:two.example,ptime:901,path:/bin/two,pid:78",
-     .message = R"(subject_process { process_id: 78 process_guid: "guid-2" process_path: "/bin/two" process_md5: "md5"
-         process_createtime: 901 process_sha256: "sha" process_commandline: "two -x" process_user: "root" }
-         object_dns_query { dns_name: "two.example" dns_status: 4 dns_results: "192.0.2.2" })"},
-    {.name = "Third",
-     .kind = 3,
-     .variant = &kThirdKind,
-     .key = "domain:,ptime:7089010202065122612,path:,pid:6513249",
-     .message = R"(subject_process { process_id: 0x636261 process_createtime: 0x6261393837363534 process_guid: "cde" }
-         object_dns_query {})"},
-    {.name = "Unknown",
-     .kind = 4,
-     .variant = &kSecondKind,
-     .key = "domain:,ptime:0,path:,pid:0",
-     .message = "subject_process {} object_dns_query {}"},
-    {.name = "WithoutVariant",
-     .kind = 2,
-     .variant = nullptr,
-     .key = "domain:,ptime:0,path:,pid:0",
-     .message = "subject_process {} object_dns_query {}",
-     .init_pid = 0,
-     .container = ""},
+    {"First",
+     R"("kind":1,"pid":77,"create_time":900,"guid":"guid-1","path":"/bin/one","md5":"md5","sha256":"sha",)"
+     R"("cmd":"one -x","user":"root","extra":"\u0001 not read","tail":["tail","15 characters..\u0001","tail 3"],)"
+     R"("shorts":[16705,16962],"longs":[1128481603,1145324612])",
+     "domain:tai,ptime:900,path:/bin/one,pid:77",
+     "4={2=77 3=guid-1 4=/bin/one 5=md5 6=sha 8=one -x 9=root 13=900} 19={2=tai}"},
+    {"Second",
+     R"("kind":2,"pid":78,"create_time":901,"guid":"guid-2","path":"/bin/two","md5":"md5","sha256":"sha",)"
+     R"("cmd":"two -x","user":"root","extra":"\u0001 not read","domain":"two.example","status":4,)"
+     R"("results":"192.0.2.2","number":16843009)",
+     "domain:two.example,ptime:901,path:/bin/two,pid:78",
+     "4={2=78 3=guid-2 4=/bin/two 5=md5 6=sha 8=two -x 9=root 13=901} 19={2=two.example 3=4 4=192.0.2.2}"},
+    {"Third", R"("kind":3,"tail":["abc","0123456789abcdef","tail 3"],"shorts":[16705,16962],"longs":[1128481603])",
+     "domain:,ptime:7089010202065122612,path:,pid:6513249", "4={2=6513249 3=cde 13=7089010202065122612} 19={}"},
+    {"Unknown", R"("pid":78)", "domain:,ptime:0,path:,pid:0", "4={} 19={}", " 23=cid 34=42}", 4},
+    {"WithoutVariant", R"("kind":2,"variant":false)", "domain:,ptime:0,path:,pid:0", "4={} 19={}", "} 16="},
 };
 INSTANTIATE_TEST_SUITE_P(Table, DnsKind, testing::ValuesIn(kKindRows), row_name);
 
 // The tails of kinds 1 and 3 stand where kind 2 has texts, and a byte that no text may hold is found in each of them.
 TEST_F(Dns, HitIsRefusedForABadByteInAnyTail) {
     start();
-    const auto expect_refused = [&](uint32_t kind, const void* variant, const char* place) {
-        const size_t before = count_log(kNotBuilt);
-        send({.uKind = kind, .ullHead = {}, .uHead = {}, .pszText = {}, .pVariant = variant}, "query.example");
-        expect_log(kNotBuilt, before + 1);
+    for (const char* good : {R"("kind":1)", R"("kind":3,"tail":["z"])"}) send_json(good);
+    size_t refused = 0;
+    for (const char* hit : {
+             R"("kind":1,"create_time":1,"tail":["\u0001"])",
+             R"("kind":1,"create_time":2,"tail":["","14 characters.\u0001"])",
+             R"("kind":1,"create_time":3,"tail":["","","14 characters.\u0001"])",
+             R"("kind":1,"create_time":4,"shorts":[1,0])",
+             R"("kind":1,"create_time":5,"shorts":[0,1])",
+             R"("kind":1,"create_time":6,"longs":[1,0])",
+             R"("kind":1,"create_time":7,"longs":[0,1])",
+             R"("kind":3,"tail":["a","14 characters.\u0001"])",
+             R"("kind":3,"tail":["b","","\u0001"])",
+             R"("kind":3,"tail":["c"],"shorts":[1,0])",
+             R"("kind":3,"tail":["d"],"shorts":[0,1])",
+             R"("kind":3,"tail":["e"],"longs":[1])",
+         }) {
+        send_json(hit);
         settle();
-        EXPECT_EQ(count_log(kNotBuilt), before + 1) << place;
-    };
-    const auto first = [&](const char* place, auto change) {
-        ST_DNS_VARIANT_1 variant = kFirstKind;
-        change(variant);
-        variant.llCreateTime = static_cast<int64_t>(count_log(kNotBuilt));  // no repeat
-        expect_refused(1, &variant, place);
-    };
-    const auto third = [&](const char* place, auto change) {
-        ST_DNS_VARIANT_3 variant = kThirdKind;
-        const std::string unique = std::to_string(count_log(kNotBuilt));
-        variant.pszTail[0] = unique.c_str();
-        change(variant);
-        expect_refused(3, &variant, place);
-    };
-    first("tail 1", [](auto& v) { v.pszTail[0] = "\x01"; });
-    first("tail 2", [](auto& v) { v.pszTail[1] = "14 characters.\x01"; });
-    first("tail 3", [](auto& v) { v.pszTail[2] = "14 characters.\x01"; });
-    first("short 1", [](auto& v) { v.uShort[0] = 1; });
-    first("short 2", [](auto& v) { v.uShort[1] = 1; });
-    first("long 1", [](auto& v) { v.uLong[0] = 1; });
-    first("long 2", [](auto& v) { v.uLong[1] = 1; });
-    third("tail 2", [](auto& v) { v.pszTail[1] = "14 characters.\x01"; });
-    third("tail 3", [](auto& v) { v.pszTail[2] = "\x01"; });
-    third("short 1", [](auto& v) { v.uShort[0] = 1; });
-    third("short 2", [](auto& v) { v.uShort[1] = 1; });
-    third("long", [](auto& v) { v.uLong = 1; });
-    EXPECT_EQ(count_events(769), 0u);
+        EXPECT_EQ(count_log(kNotBuilt), ++refused) << hit;
+    }
+    EXPECT_EQ(count_events(769), 2u) << "the good ones";
 }
 
 TEST_F(Dns, RepeatsAreTalliedAndReportedWhenTheirEntryLeaves) {
@@ -235,29 +177,7 @@ TEST_F(Dns, BatchIsSentWithoutRepeatsAndWithoutAgentId) {
     start();
     for (uint32_t pid = 1; pid <= 10; ++pid) hit({.pid = pid});
     const Published empty = batch();
-    EXPECT_EQ(empty.guid, "");
-    EXPECT_EQ(difference(empty.message, R"(agent_id: "0" cmd: TRACE_CMD_DUP_ALERT)"), "");
-}
-
-TEST_F(Dns, EachRepeatIsReportedOnceWhileEntriesComeAndGo) {
-    set("zelreshdl.ini", "cache", "cache_size=10");
-    set("zelreshdl.ini", "config", "queue_max=500\ntrc_times=0");
-    start();
-    for (uint32_t i = 0; i < 2000; ++i) {
-        send(DnsHit{.pid = 1 + i * 7 % 25 + i / 200 % 3});
-        if (i % 400 == 0) settle();
-    }
-    settle();
-    advance(1h);
-    expect_log("die out size:", 1 + count_log("hot cache queue:"));
-    settle();
-    int64_t reported = 0;
-    locked([&] {
-        for (const auto& [event, taken] : seen.events)
-            for (const auto& entry : event.message.dup_alerts()) reported += entry.dup_count();
-    });
-    EXPECT_GT(reported, 0);
-    expect_figures({{"hotCacheHitCount", reported}});
+    EXPECT_EQ(empty.guid + zel_test::show(empty.bytes), "1=0 5=4");
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 #include "e2e/harness.h"
 
 #include <dlfcn.h>
-#include <google/protobuf/text_format.h>
-#include <google/protobuf/util/message_differencer.h>
 
 #include <cstring>
 #include <filesystem>
@@ -108,15 +106,6 @@ bool wait_until(const std::function<bool()>& done) {
         seen.changed.wait_until(lock, now + 2ms);
     }
     return true;
-}
-
-std::string difference(const vorn_retrace::vorn_trace_info& message, const std::string& expected) {
-    vorn_retrace::vorn_trace_info wanted;
-    std::string report;
-    google::protobuf::util::MessageDifferencer differencer;
-    differencer.ReportDifferencesToString(&report);
-    if (!google::protobuf::TextFormat::ParseFromString(expected, &wanted)) return "bad text";
-    return differencer.Compare(wanted, message) ? "" : report;
 }
 
 int64_t Report::operator[](const std::string& key) const {

@@ -19,11 +19,11 @@
 
 #include "e2e/documents.h"
 #include "host/lib/overrides.h"
-#include "standin/scripted/scripted_host.h"
 #include "platform/zel_trc.h"
 #include "platform/zelreshdl.h"
 #include "retrace.pb.h"
 #include "standin/lummb/lummb_host.h"
+#include "standin/scripted/scripted_host.h"
 
 namespace e2e {
 
@@ -86,9 +86,6 @@ struct Report {
     std::string text;
     int64_t operator[](const std::string& key) const;
 };
-
-// What differs between a message and its expected text form; empty when nothing does.
-std::string difference(const vorn_retrace::vorn_trace_info& message, const std::string& expected);
 
 // A function of the bus.
 void* bus_symbol(const char* name);

@@ -1,4 +1,6 @@
 // Live configuration, the reports, and the chain that the trace module adds.
+#include <google/protobuf/descriptor.h>
+
 #include "e2e/harness.h"
 #include "standin/zelds/zelds_host.h"
 
@@ -10,43 +12,31 @@ class Roads : public Agent {};
 
 TEST_F(Roads, LiveConfigurationTakesBothKeysOrNone) {
     start();
-    const char* const no_text = "delay_time is not a string";  // of either key
-    const char* const taken = "set max delay second to:";
+    const std::string no_text = "delay_time is not a string";  // of either key
     const struct {
-        const char* document;
+        std::string document;
         int result;
-        const char* log;
-        bool delay_taken = false;
+        std::string log, delay;  // delay: the limit that is taken
     } rows[] = {
-        {.document = "", .result = -1, .log = "invalid param"},
-        {.document = "{", .result = -1, .log = "on parser json"},
-        {.document = R"({"delay_time":70000,"queue_size":"60"})", .result = -1, .log = no_text},
-        {.document = R"({"delay_time":"70000"})", .result = -1, .log = no_text},
-        {.document = R"({"delay_time":"70000","queue_size":60})", .result = -1, .log = no_text},
-        {.document = R"({"delay_time":"59999","queue_size":"0"})", .result = 0, .log = R"(data:{"delay_time":"59999")"},
-        {.document = R"({"delay_time":"36000001","queue_size":"x"})", .result = 0, .log = "size: 42"},
-        {.document = R"({"delay_time":"0xea60","queue_size":"0"})",
-         .result = 0,
-         .log = R"(data:{"delay_time":"0xea60")"},
-        {.document = R"({"delay_time":"60000","queue_size":"0"})",
-         .result = 0,
-         .log = "to: 60000",
-         .delay_taken = true},
-        {.document = R"({"delay_time":"0100000","queue_size":"0"})",
-         .result = 0,
-         .log = "to: 100000",
-         .delay_taken = true},
-        {.document = R"({"delay_time":"36000000","queue_size":"0"})",
-         .result = 0,
-         .log = "to: 36000000",
-         .delay_taken = true},
+        {"", -1, "invalid param", ""},
+        {"{", -1, "on parser json", ""},
+        {R"({"delay_time":70000,"queue_size":"60"})", -1, no_text, ""},
+        {R"({"delay_time":"70000"})", -1, no_text, ""},
+        {R"({"delay_time":"70000","queue_size":60})", -1, no_text, ""},
+        {R"({"delay_time":"59999","queue_size":"0"})", 0, R"(data:{"delay_time":"59999")", ""},
+        {R"({"delay_time":"36000001","queue_size":"x"})", 0, "size: 42", ""},
+        {R"({"delay_time":"0xea60","queue_size":"0"})", 0, R"(data:{"delay_time":"0xea60")", ""},
+        {R"({"delay_time":"60000","queue_size":"0"})", 0, R"(data:{"delay_time":"60000")", " 60000"},
+        {R"({"delay_time":"0100000","queue_size":"0"})", 0, R"(data:{"delay_time":"0100000")", " 100000"},
+        {R"({"delay_time":"36000000","queue_size":"0"})", 0, R"(data:{"delay_time":"36000000")", " 36000000"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.document);
-        const size_t lines = count_log(row.log), changes = count_log(taken);
-        EXPECT_EQ(configure(row.document), row.result);
-        EXPECT_EQ(count_log(row.log), lines + 1);
-        EXPECT_EQ(count_log(taken), changes + (row.delay_taken ? 1 : 0));
+    const std::string taken = "set max delay second to:";
+    for (const auto& [document, result, log, delay] : rows) {
+        const size_t lines = count_log(log), all = count_log(taken), same = count_log(taken + delay);
+        EXPECT_EQ(configure(document), result) << document;
+        EXPECT_EQ(count_log(log), lines + 1) << document;
+        EXPECT_EQ(count_log(taken), all + (delay.empty() ? 0 : 1)) << document;
+        EXPECT_EQ(count_log(taken + delay), same + (delay.empty() ? 0 : 1)) << document;
     }
 }
 
@@ -120,6 +110,14 @@ TEST_F(Reports, StartFromZeroAtAStart) {
     const Report first = report();
     EXPECT_EQ(std::tuple(first["recvAlarmCount"], first["maxCost"]), std::tuple(0, -1)) << first.text;
     EXPECT_EQ(report()["maxCost"], -1);
+}
+
+TEST(Schema, HasItsMessagesEnumsAndFields) {
+    const google::protobuf::FileDescriptor& file = *vorn_retrace::vorn_trace_info::descriptor()->file();
+    int fields = 0;
+    for (int i = 0; i < file.message_type_count(); ++i) fields += file.message_type(i)->field_count();
+    EXPECT_EQ(std::tuple(file.message_type_count(), file.enum_type_count(), fields), std::tuple(56, 14, 505));
+    EXPECT_EQ(file.syntax(), google::protobuf::FileDescriptor::SYNTAX_PROTO3);
 }
 
 // With the stand-in of the trace module instead of the scripted one.

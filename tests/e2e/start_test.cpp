@@ -17,6 +17,13 @@ constexpr const char* kStore = "reshdl/lib/libzelds.so";
 constexpr const char* kTrace = "reshdl/lib/libzeltrc.so";
 constexpr const char* kIpc = "reshdl/lib/libodaipc.so";
 constexpr const char* kNoSymbol = "dll_get_addr failed!0xffffffff|load moudle failed!";
+constexpr const char* kNoFrame = "mb get object failed!0xfffffff7|LoadMbDll failed!";
+constexpr const char* kRefused = "mb advise failed!0x00000007|LoadMbDll failed!";
+// What the bus is asked from the start to the stop, and when it has not called back.
+constexpr const char* kShort = "Advise 1 Unadvise Release ";
+constexpr const char* kWhole =
+    "Advise 1 SetOption 65536 SetEventTable 1536 1793 1281 1794 2304 534 1538 1538 1541 1540 1542 1543 1544 "
+    "Unadvise Release ";
 constexpr const char* kNoThread = "thread_start failed, 0xffffffff|Failed to start the worker thread.";
 
 const std::multiset<std::string> kBothWorkers = {"zelreshdl_alarm", "zelreshdl_trc"};
@@ -27,9 +34,7 @@ TEST_F(Start, TellsTheBusItsTableInOrder) {
     replace(kBus, E2E_SCRIPTED);
     start();
     stop();
-    EXPECT_EQ(fake_bus.calls(),
-              "Advise 1 SetOption 65536 SetEventTable 1536 1793 1281 1794 2304 534 1538 1538 1541 1540 1542 1543 1544 "
-              "Unadvise Release ");
+    EXPECT_EQ(fake_bus.calls(), kWhole);
 }
 
 TEST_F(Start, LogsItsSteps) {
@@ -58,58 +63,51 @@ TEST_F(Start, FlagFileTurnsTheRepeatFilterOff) {
     }
 }
 
-// What the plug-in says of its settings.
-struct Settings {
-    unsigned queue_max = 100, interval = 5, trace_val = 50, trc_time = 15, trc_times = 8, matches = 1000,
-             scan_limit = 100;
-
-    std::string line() const {
-        const auto number = [](unsigned value) { return std::to_string(value); };
-        return "queue max:" + number(queue_max) + ", interval:" + number(interval) +
-               ", trace val:" + number(trace_val) + ", trc time:" + number(trc_time) +
-               ", trc times:" + number(trc_times) + ", ioa match queue size:" + number(matches) +
-               ", disable scan scenario limit:" + number(scan_limit) + ", alert_filter_switch:1";
-    }
-};
-// Without their keys.
-const Settings kMissing{.trace_val = 0, .trc_time = 0, .trc_times = 0, .matches = 0, .scan_limit = 0};
-
 TEST_F(Start, ReadsEachSettingWithItsBaseAndLimits) {
     const char* const ini = "reshdl/config/zelreshdl.ini";
-    const std::string staged = read(ini);
+    const std::string staged = read(ini),
+                      defaults = "queue max:100, interval:5, trace val:50, trc time:15, trc times:8";
     const struct {
-        std::string set;
-        Settings read;
+        std::string set, logged;
     } rows[] = {
-        {.set = "queue_max=0x40", .read = {.queue_max = 64}},
-        {.set = "queue_max=50\ninterval=1", .read = {.queue_max = 50, .interval = 1}},
-        {.set = "queue_max=49\ninterval=0", .read = {}},
-        {.set = "queue_max=500\ninterval=10000", .read = {.queue_max = 500, .interval = 10000}},
-        {.set = "queue_max=501\ninterval=10001", .read = {}},
-        {.set = "trace_val=010\ntrc_time=010", .read = {.trace_val = 10, .trc_time = 10}},
-        {.set = "trace_val=0x20\ntrc_times=0x4", .read = {.trace_val = 0, .trc_times = 0}},
-        {.set = "trace_val=100\ntrc_time=60", .read = {.trace_val = 100, .trc_time = 60}},
-        {.set = "trace_val=101\ntrc_time=61", .read = {}},
-        {.set = "trc_times=16", .read = {.trc_times = 16}},
-        {.set = "trc_times=17\ntrc_time=4294967297", .read = {}},
-        {.set = "ioa_match_queue_size=010000\ndisable_scan_scenario_limit=010000",
-         .read = {.matches = 10000, .scan_limit = 10000}},
-        {.set = "ioa_match_queue_size=10001\ndisable_scan_scenario_limit=10001", .read = {}},
+        {"queue_max=0x40", "queue max:64, interval:5, trace val:50, trc time:15, trc times:8"},
+        {"queue_max=50\ninterval=1", "queue max:50, interval:1, "},
+        {"queue_max=49\ninterval=0", defaults},
+        {"queue_max=500\ninterval=10000", "queue max:500, interval:10000, "},
+        {"queue_max=501\ninterval=10001", defaults},
+        {"trace_val=010\ntrc_time=010", " trace val:10, trc time:10, "},
+        {"trace_val=0x20\ntrc_times=0x4", " trace val:0, trc time:15, trc times:0, "},
+        {"trace_val=100\ntrc_time=60", " trace val:100, trc time:60, "},
+        {"trace_val=101\ntrc_time=61", defaults},
+        {"trc_times=16", " trc times:16, "},
+        {"trc_times=9 apples\ninterval=9 apples", " interval:9, trace val:50, trc time:15, trc times:9, "},
+        {"trace_val=apples\ninterval=apples", " interval:5, trace val:0, "},
+        {"trc_times=-1\ninterval=4294967326", defaults},
+        {"trc_times=17\ntrc_time=4294967297", defaults},
+        {"ioa_match_queue_size=010000", " size:10000, disable scan scenario limit:100, alert_filter_switch:1"},
+        {"disable_scan_scenario_limit=010000", " size:1000, disable scan scenario limit:10000, "},
+        {"ioa_match_queue_size=10001", " size:1000, disable scan scenario limit:100, "},
+        {"disable_scan_scenario_limit=10001", " size:1000, disable scan scenario limit:100, "},
     };
-    const auto expect_read = [&](const Settings& settings, const std::string& set) {
-        const size_t before = count_log(settings.line());
+    const auto expect_read = [&](const std::string& logged) {
+        const size_t before = count_log(logged);
         start();
-        EXPECT_EQ(count_log(settings.line()), before + 1) << set << "\n" << settings.line();
+        EXPECT_EQ(count_log(logged), before + 1) << logged;
         stop();
     };
     for (const auto& row : rows) {
         write(ini, staged + "\n[config]\n" + row.set + "\n");
-        expect_read(row.read, row.set);
+        expect_read(row.logged);
     }
+    const std::string without_keys =
+        "queue max:100, interval:5, trace val:0, trc time:0, trc times:0, "
+        "ioa match queue size:0, disable scan scenario limit:0, ";
     write(ini, "[config]\n");
-    expect_read(kMissing, "no keys");
+    expect_read(without_keys);
+    expect_logs("ini_file_get failed!");
     replace(ini);
-    expect_read(kMissing, "no file");
+    expect_read(without_keys);
+    expect_logs("ini_file_load failed!");
 }
 
 TEST_F(Start, PlainExportsOnlyLogAndAllIsHarmlessBeforeInit) {
@@ -151,7 +149,6 @@ struct FailedRow {
     int32_t code = 0;  // of what is asked of the library
     bool calls_back = false;
     const char* bus_calls = "";
-    bool attached_next = false;  // only while no dispatcher is known
 };
 class FailedStart : public Agent, public testing::WithParamInterface<FailedRow> {};
 
@@ -185,44 +182,19 @@ TEST_P(FailedStart, UndoesAllAndTheNextStartWorks) {
     EXPECT_SOON(workers() == kBothWorkers);
     EXPECT_EQ(file_trace(1, 2), 0);
     EXPECT_EQ(expect_callback(2).code, 8);
-    EXPECT_EQ(publish(1536, Alert{}.text()), row.attached_next ? LUMMB_OK : LUMMB_NOT_SUBSCRIBED);
-    if (row.attached_next) expect_event(770, guid(1));
+    // Only a start that knows no dispatcher attaches.
+    const bool attaches = std::string(row.logs).ends_with("LoadMbDll failed!") && !row.calls_back;
+    EXPECT_EQ(publish(1536, Alert{}.text()), attaches ? LUMMB_OK : LUMMB_NOT_SUBSCRIBED);
+    if (attaches) expect_event(770, guid(1));
 }
 
 constexpr FailedRow kFailedRows[] = {
-    {.name = "NoBus",
-     .logs = "mb dll open failed!0x84ce0015|LoadMbDll failed!",
-     .library = kBus,
-     .by = "",
-     .attached_next = true},
-    {.name = "NoDllGetClassObject",
-     .logs = "mb dll_get_addr failed!0xffffffff|LoadMbDll failed!",
-     .symbol = "DllGetClassObject",
-     .attached_next = true},
-    {.name = "NoFrame",
-     .logs = "mb get object failed!0xfffffff7|LoadMbDll failed!",
-     .library = kBus,
-     .code = -9,
-     .bus_calls = "Unadvise Release ",
-     .attached_next = true},
-    {.name = "AdviseRefused",
-     .logs = "mb advise failed!0x00000007|LoadMbDll failed!",
-     .library = kBus,
-     .code = 7,
-     .bus_calls = "Advise 1 Unadvise Release ",
-     .attached_next = true},
-    {.name = "AdviseRefusedAfterOnAdvised",
-     .logs = "mb advise failed!0x00000007|LoadMbDll failed!",
-     .library = kBus,
-     .code = 7,
-     .calls_back = true,
-     .bus_calls = "Advise 1 SetOption 65536 SetEventTable 1536 1793 1281 1794 2304 534 1538 1538 1541 1540 1542 1543 "
-                  "1544 Unadvise Release "},
-    {.name = "NoDispatcher",
-     .logs = "init failed!|LoadMbDll failed!",
-     .library = kBus,
-     .bus_calls = "Advise 1 Unadvise Release ",
-     .attached_next = true},
+    {.name = "NoBus", .logs = "mb dll open failed!0x84ce0015|LoadMbDll failed!", .library = kBus, .by = ""},
+    {.name = "NoClass", .logs = "mb dll_get_addr failed!0xffffffff|LoadMbDll failed!", .symbol = "DllGetClassObject"},
+    {.name = "NoFrame", .logs = kNoFrame, .library = kBus, .code = -9, .bus_calls = "Unadvise Release "},
+    {.name = "AdviseRefused", .logs = kRefused, .library = kBus, .code = 7, .bus_calls = kShort},
+    {.name = "RefusedLate", .logs = kRefused, .library = kBus, .code = 7, .calls_back = true, .bus_calls = kWhole},
+    {.name = "NoDispatcher", .logs = "init failed!|LoadMbDll failed!", .library = kBus, .bus_calls = kShort},
     {.name = "NoStore", .logs = "ds dll open failed!0x84ce0015|load moudle failed!", .library = kStore, .by = ""},
     {.name = "NoDsUpdateDb", .logs = kNoSymbol, .symbol = "ds_update_db"},
     {.name = "NoTrace", .logs = "zeltrc dll open failed!0x84ce0015|load moudle failed!", .by = ""},

@@ -1,8 +1,11 @@
 // The trace stage: retries, failures, shedding, the reset period, stops; KOV alerts and on-demand traces on it.
+#include <gmock/gmock.h>
+
 #include <thread>
 
 #include "e2e/harness.h"
 #include "e2e/support_hooks.h"
+#include "support/show.h"
 
 using namespace e2e;
 
@@ -233,31 +236,21 @@ TEST_F(Traces, KovAlertIsCompletedAndThenTraced) {
     EXPECT_EQ(counts["firstSuccessCount"], 1);
 }
 
-TEST_F(Traces, KovRetryEntersTheTraceQueueAtOnce) {
-    answers(ZELTRC_COMPLETION, {{ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY}, {0}});
-    start();
-    send(1793, "\x12\x01x");
-    expect_log("alert trace retry", 2);
-    EXPECT_EQ(calls(ZELTRC_COMPLETION), 2u);
-    advance(15s);
-    expect_event(769);
-    expect_event(770);
-    expect_figures({{"firstTraceTotalCount", 3}, {"delayedTraceTotalCount", 1}});
-    EXPECT_EQ(count_log("GetKovAlarm failed!"), 2u);
-}
-
-TEST_F(Traces, KovAlertHasAllItsTriesAgainOnceItIsCompleted) {
+TEST_F(Traces, KovRetryEntersTheTraceQueueAtOnceAndACompletedAlertHasAllItsTriesAgain) {
     set("zelreshdl.ini", "config", "trc_times=2");
     answers(ZELTRC_COMPLETION, {{ZEL_TRC_NOT_READY}, {ZEL_TRC_NOT_READY}, {0}});
     answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {0}});
     start();
     send(1793, "\x12\x01x");
+    expect_log("alert trace retry", 2);
+    EXPECT_EQ(calls(ZELTRC_COMPLETION), 2u);
     for (const auto& [retries, event] : {std::pair{2u, 769u}, {3u, 770u}}) {
         expect_log("alert trace retry", retries);
         advance(15s);
         expect_event(event);
     }
     expect_figures({{"firstTraceTotalCount", 3}, {"delayedTraceTotalCount", 2}, {"traceFailedCount", 0}});
+    EXPECT_EQ(count_log("GetKovAlarm failed!"), 2u);
 }
 
 TEST_F(Traces, KovFailureGoesOutWithDataAndIsNotTraced) {
@@ -285,18 +278,12 @@ TEST_F(Traces, ExpansionGoesStraightThrough) {
 
 TEST_F(Traces, OnDemandTracesAnswerTheirCallback) {
     start();
-    for (const auto& [kind, type] : {std::pair{0, vorn_retrace::VORN_TRACE_PROCESS},
-                                     {1, vorn_retrace::VORN_TRACE_FILE_CREATE},
-                                     {2, vorn_retrace::VORN_TRACE_PROCESS}}) {
+    for (const auto& [kind, field] : {std::pair{0, " 5={"}, {1, " 10={"}, {2, " 5={"}}) {
         const auto context = 10 + static_cast<uint32_t>(kind);
         EXPECT_EQ(file_trace(kind, context, "/x", "key"), 0);
         const Callback callback = expect_callback(context);
         EXPECT_EQ(callback.code, 8);
-        vorn_retrace::vorn_trace_info message;
-        ASSERT_TRUE(message.ParseFromString(callback.bytes));
-        EXPECT_EQ(message.threat().file_key(), "key");
-        EXPECT_EQ(message.threat().alert_guid().size(), 36u);
-        EXPECT_EQ(message.threat().alert_rule(0).alert_event(0).type(), type) << kind;
+        EXPECT_THAT(zel_test::show(callback.bytes), testing::HasSubstr(field)) << kind;
     }
     EXPECT_EQ(file_trace(1, 1, nullptr), -1);
     EXPECT_EQ(file_trace(1, 1, "/x", nullptr), -1);

@@ -100,33 +100,6 @@ TEST_F(Bus, UnadviseWaitsForARunningCallAndDropsWhatWaits) {
     EXPECT_EQ(counts().discarded, before.discarded + 1);
 }
 
-TEST_F(Bus, ADnsEventOwnsItsRecordAndSharesOneCount) {
-    const struct {
-        uint32_t kind;
-        size_t first_text, last_text;  // of the variant record, in pointers
-    } rows[] = {{.kind = 1, .first_text = 2, .last_text = 11},
-                {.kind = 2, .first_text = 2, .last_text = 11},
-                {.kind = 3, .first_text = 0, .last_text = 2}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.kind);
-        char text[] = "text";
-        const char* variant[14] = {};
-        variant[row.first_text] = variant[row.last_text] = text;
-        const ST_DNS_NATIVE record{
-            .uKind = row.kind, .ullHead = {}, .uHead = {}, .pszText = {text}, .pVariant = variant};
-        MbFrame::IDnsEvent* dns = nullptr;
-        on_event = [&](IEvent* event) { event->QueryInterface(&kIidDnsEvent, reinterpret_cast<void**>(&dns)); };
-        from_bus<lummb_publish_dns_t>("lummb_publish_dns")(&record, text);
-        text[0] = '\0';
-        EXPECT_EQ(counts().alive, 1u);
-        const auto* copy = static_cast<const ST_DNS_NATIVE*>(last->GetNativeEvent());
-        const auto* got = static_cast<const char* const*>(copy->pVariant);
-        for (const char* copied : {dns->GetQueryName(), *copy->pszText, got[row.first_text], got[row.last_text]})
-            EXPECT_STREQ(copied, "text");
-        EXPECT_EQ(dns->Release() + last->Release(), 1);
-    }
-}
-
 TEST_F(Bus, SendsToEverySubscriberEvenAfterUnadvise) {
     int calls = 0;
     const lummb_sink_t sink = [](void* to, IEvent*) { ++*static_cast<int*>(to); };

@@ -1,4 +1,5 @@
 #include "decode/alert_types.h"
+#include "decode/document.h"
 #include "decode/event_records.h"
 #include "trace/built.h"
 
@@ -7,89 +8,37 @@ using testing::EndsWith, testing::HasSubstr;
 
 namespace {
 
-constexpr uint32_t kMinus1 = 0xFFFFFFFF;
-
-// An alert with one rule with one event, and in each member a value of its own.
-struct Alert {
-    ST_BUF_DATA data;
-    ST_RULE& rule = data.vecRule.emplace_back();
-    ST_RAW_EVENT& event = rule.vecEvent.emplace_back();
-    ST_FILE_DELETE& object = *new ST_FILE_DELETE{.strFilePath = "gone"};
-
-    Alert() {
-        data.nAlertType = alert_type::ioa;
-        data.strMaliciousKey = "not sent";
-        data.strGuid = "guid";
-        data.uCount = kMinus1;
-        data.llHash = -2;
-        data.strEngineVer = "engine";
-        data.strEngineRuleVer = "rules";
-        data.strContainerId = "container";
-        data.strRepository = "repository";
-        data.strMounts = "mounts";
-        data.strUser = "user";
-        data.strNamespace = "namespace";
-        data.strImageId = "image-id";
-        data.strImageTag = "tag";
-        data.strContainerName = "name";
-        data.strCapability = "capability";
-        data.strPortsBinding = "ports";
-        data.strImageName = "image";
-        data.nContainerInitPid = -3;
+// An alert with one rule with one event.
+struct Alert : Decoded {
+    Alert()
+        : Decoded(Document{
+              .type = alert_type::ioa,
+              .rules = zel_test::rule(R"("status":"trigger","confidence":-60,"tags":["t1","t2"])",
+                                      zel_test::event(R"("version":-1,"SubjectPid":-1,"SubjectTid":-1,)"
+                                                      R"("Highlight":["h1","h2"],"SubHighLight":["s1","s2"])")),
+              .info = scenario(zel_test::event(R"("OpTime":5)")),
+              .given = R"("risk_level":"HIGH","count":-1,"hash":-2,"threat_score":-1)",
+              .guid = R"("guid")"}) {
         data.strExtendedMsg = "extended";
-        data.strScenarioId = "scenario";
-        data.strRiskLevel = "HIGH";
-        data.uThreatScore = kMinus1;
-        data.uTotalScore = 2;
-        data.uVerifyScore = 3;
-        data.uVerifyTotalScore = 4;
-        data.llEarliestOpTime = 10;
-        data.llLatestOpTime = 20;
-        data.strBestRuleDesc = "best-desc";
-        data.strBestRuleName = "best-name";
-
-        rule.strRuleId = "rule-id";
-        rule.nScore = -5;
-        rule.strMitreId = "mitre";
-        rule.strInternalId = "internal";
-        rule.strRuleDesc = "desc";
-        rule.strRuleName = "rule-name";
-        rule.strRiskTag = "risk";
-        rule.nConfidence = 60;
-        rule.strStatus = "trigger";
-        rule.strVersion = "version";
-        rule.vecTags = {"t1", "t2"};
-
-        event.uVersion = event.uPid = event.uTid = kMinus1;
-        event.uType = 7;
-        event.strImage = "image";
-        event.strCmd = "cmd";
-        event.llCreateTime = 30;
-        event.strUser = "user";
-        event.strGuid = "guid";
-        event.llOpTime = 40;
-        event.strLoginName = "login";
-        event.strSshIp = "ip";
-        event.strMd5 = "md5";
-        event.strSha256 = "sha";
-        event.vecHighlight = {"h1", "h2"};
-        event.vecSubHighlight = {"s1", "s2"};
+        data.nContainerInitPid = -3;
         event.pPrivate = zel::EventPrivate(std::unique_ptr<ST_FILE_DELETE>(&object));
     }
+    ST_RULE& rule = data.vecRule.at(0);
+    ST_RAW_EVENT& event = rule.vecEvent.at(0);
+    ST_FILE_DELETE& object = *new ST_FILE_DELETE{.strFilePath = "gone"};
 };
 
 TEST(Alert, EveryMemberReachesItsField) {
     Alert alert;
     const Built built = build(alert.data, true);
-    EXPECT_EQ(
-        built.shown,
-        "1=me 7=4 8={1=2 2=guid 3=4 4=-1 5=2 6=3 7=4 8=20 9=10 10=best-desc "
-        "11={1=rule-id 2=mitre 3=internal 4=-5 5=desc 6=4 7=version "
-        "8={1=-1 2=6 3=40 4={2=-1 3=guid 4=image 5=md5 6=sha 8=cmd 9=user 13=30 14=-1 19=login 20=ip} 11={2=gone} "
-        "24={1=h1} 24={1=h2} 34={1=s1} 34={1=s2}} "
-        "9=rule-name 10=risk 11=60 13={1=t1} 13={1=t2}} "
-        "12=scenario 15=-2 16=best-name 17=-1 18=extended 19=engine 20=rules 23=container 24=repository 25=mounts "
-        "26=user 27=namespace 28=image-id 29=tag 30=name 31=capability 32=ports 33=image 34=-3} 16={1=t1} 16={1=t2}");
+    EXPECT_EQ(built.shown,
+              "1=me 7=4 8={1=2 2=guid 3=4 4=-1 5=8 6=9 7=10 8=19 9=5 10=8 "
+              "11={1=6 2=7 3=13 4=10 5=8 6=4 7=11 "
+              "8={1=-1 2=6 3=19 4={2=-1 3=18 4=10 5=16 6=17 8=11 9=13 13=12 14=-1 19=14 20=15} 11={2=gone} "
+              "24={1=h1} 24={1=h2} 34={1=s1} 34={1=s2}} "
+              "9=12 10=14 11=-60 13={1=t1} 13={1=t2}} "
+              "12=6 15=-2 16=12 17=-1 18=extended 19=13 20=14 23=6 24=7 25=8 "
+              "26=9 27=10 28=11 29=12 30=13 31=14 32=15 33=16 34=-3} 16={1=t1} 16={1=t2}");
     EXPECT_EQ(built.lines, Lines{});
     EXPECT_EQ(built.nRiskLevel, 4);
     EXPECT_EQ(built.nProcessCount, 1);
@@ -134,23 +83,15 @@ TEST(Alert, TextsAreCheckedInOrder) {
     ST_BUF_DATA& d = alert.data;
     ST_RULE& r = alert.rule;
     ST_RAW_EVENT& e = alert.event;
-    expect_order(d, {&d.strGuid,          &d.strBestRuleDesc,
-                     &d.strScenarioId,    &d.strBestRuleName,
-                     &d.strEngineVer,     &d.strEngineRuleVer,
-                     &d.strExtendedMsg,   &d.strContainerId,
-                     &d.strRepository,    &d.strMounts,
-                     &d.strUser,          &d.strNamespace,
-                     &d.strImageId,       &d.strImageTag,
-                     &d.strContainerName, &d.strCapability,
-                     &d.strPortsBinding,  &d.strImageName,
-                     &r.strRuleId,        &r.strMitreId,
-                     &r.strInternalId,    &r.strRuleDesc,
-                     &r.strVersion,       &r.strRuleName,
-                     &r.strRiskTag,       &e.strImage,
-                     &e.strCmd,           &e.strUser,
-                     &e.strGuid,          &e.strLoginName,
-                     &e.strSshIp,         &e.strMd5,
-                     &e.strSha256,        &alert.object.strFilePath});
+    // clang-format off
+    expect_order(d, {
+        &d.strGuid, &d.strBestRuleDesc, &d.strScenarioId, &d.strBestRuleName, &d.strEngineVer, &d.strEngineRuleVer,
+        &d.strExtendedMsg, &d.strContainerId, &d.strRepository, &d.strMounts, &d.strUser, &d.strNamespace,
+        &d.strImageId, &d.strImageTag, &d.strContainerName, &d.strCapability, &d.strPortsBinding, &d.strImageName,
+        &r.strRuleId, &r.strMitreId, &r.strInternalId, &r.strRuleDesc, &r.strVersion, &r.strRuleName, &r.strRiskTag,
+        &e.strImage, &e.strCmd, &e.strUser, &e.strGuid, &e.strLoginName, &e.strSshIp, &e.strMd5, &e.strSha256,
+        &alert.object.strFilePath});
+    // clang-format on
 }
 
 TEST(Alert, ARefusedTextInAListEndsThatListAlone) {
@@ -171,8 +112,8 @@ TEST(Alert, ARefusedTextInAListEndsThatListAlone) {
         alert.event.vecSubHighlight = row.sub_highlight;
         alert.data.vecRule.emplace_back().vecTags = {"c"};
         const Built built = build(alert.data);
-        EXPECT_THAT(built.shown, HasSubstr("11={2=gone} " + row.event_lists + "} 9=rule-name")) << row.what;
-        EXPECT_THAT(built.shown, HasSubstr("11=60 " + row.rule_tags + "} 11={13={1=c}}")) << row.what;
+        EXPECT_THAT(built.shown, HasSubstr("11={2=gone} " + row.event_lists + "} 9=12")) << row.what;
+        EXPECT_THAT(built.shown, HasSubstr("11=-60 " + row.rule_tags + "} 11={13={1=c}}")) << row.what;
         const bool in_tags = row.trace_tags.ends_with("{}");
         EXPECT_THAT(built.shown, EndsWith("} " + row.trace_tags + (in_tags ? "" : " 16={1=c}"))) << row.what;
         EXPECT_EQ(built.lines.size(), in_tags ? 4U : 2U) << row.what;

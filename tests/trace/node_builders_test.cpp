@@ -42,19 +42,16 @@ struct Hit {
         msg.uHead[0] = 0xFFFFFFFF;
         msg.strQueryName = "bad.example";
         msg.llScore = 90;
-        put(msg.szContainerId, "container");
-        put(msg.szRepository, "repository");
-        put(msg.szMounts, "mounts");
-        put(msg.szUser, "user");
-        put(msg.szNamespace, "namespace");
-        put(msg.szImageId, "image-id");
-        put(msg.szImageTag, "tag");
-        put(msg.szContainerName, "name");
-        put(msg.szCapability, "capability");
-        put(msg.szPortsBinding, "ports");
-        put(msg.szImageName, "image");
+        const auto texts = container_texts();
+        for (size_t i = 0; i < texts.size(); ++i) put(texts[i], "c" + std::to_string(i));
         put(msg.szUnread1, "\x01");
         put(msg.szUnread2, "\x01");
+    }
+    // In checking order.
+    std::vector<std::span<char>> container_texts() {
+        return {msg.szContainerId, msg.szRepository,   msg.szMounts,   msg.szUser,
+                msg.szNamespace,   msg.szImageId,      msg.szImageTag, msg.szContainerName,
+                msg.szCapability,  msg.szPortsBinding, msg.szImageName};
     }
     Built built() {
         memcpy(msg.variant, &area, sizeof area);
@@ -65,14 +62,13 @@ struct Hit {
 TEST(IocBuilder, EveryMemberReachesItsField) {
     ProcessTreeSelector::Instance();  // says that there is no adapter
     Hit hit;
-    hit.msg.szUser[5] = '\x01';  // behind the end of the text
+    hit.msg.szUser[3] = '\x01';  // behind the end of the text
     const Built built = hit.built();
     EXPECT_EQ(
         built.shown,
         "1=me 8={1=1 2=0123456789-0123456789-0123456789-123 3=5 4=90 5=90 8=99 9=99 "
         "11={8={2=2 3=99 4={2=-2 3=pguid 4=/bin/x 5=md5 6=sha 8=cmd 9=root 13=5} 19={2=domain 3=-4 4=1.2.3.4}} 11=100} "
-        "14=bad.example 15=77 23=container 24=repository 25=mounts 26=user 27=namespace 28=image-id 29=tag 30=name "
-        "31=capability 32=ports 33=image 34=-1} 16={1=IOC}");
+        "14=bad.example 15=77 23=c0 24=c1 25=c2 26=c3 27=c4 28=c5 29=c6 30=c7 31=c8 32=c9 33=c10 34=-1} 16={1=IOC}");
     EXPECT_EQ(built.lines, Lines{});
     EXPECT_TRUE(ProcessTreeSelector::Instance().IsSelected());
     memset(hit.area.szGuid, 'g', sizeof hit.area.szGuid);  // without an end of its own
@@ -110,16 +106,15 @@ TEST(IocBuilder, ChecksArraysWholeAndContainerTextsToTheirEnd) {
 
 TEST(IocBuilder, TextsAreCheckedInOrder) {
     Hit hit;
-    ST_IOC_MSG& m = hit.msg;
     IocVariant2& a = hit.area;
-    const std::span<char> texts[] = {
-        hit.node.szGuid, m.strQueryName, m.szContainerId, m.szRepository,    m.szMounts,     m.szUser,
-        m.szNamespace,   m.szImageId,    m.szImageTag,    m.szContainerName, m.szCapability, m.szPortsBinding,
-        m.szImageName,   a.szGuid,       a.szPath,        a.szMd5,           a.szSha256,     a.szCmd,
-        a.szUser,        a.szDomain,     a.szDnsResults};
-    for (size_t i = 0; i < std::size(texts); ++i) put(texts[i], bad_text(i));
-    m.strQueryName = bad_text(1);
-    for (size_t i = 0; i < std::size(texts); ++i) {
+    std::vector<std::span<char>> texts = {a.szGuid, a.szPath, a.szMd5,    a.szSha256,
+                                          a.szCmd,  a.szUser, a.szDomain, a.szDnsResults};
+    const auto of_container = hit.container_texts();
+    texts.insert(texts.begin(), of_container.begin(), of_container.end());
+    texts.insert(texts.begin(), {hit.node.szGuid, hit.msg.strQueryName});
+    for (size_t i = 0; i < texts.size(); ++i) put(texts[i], bad_text(i));
+    hit.msg.strQueryName = bad_text(1);
+    for (size_t i = 0; i < texts.size(); ++i) {
         EXPECT_EQ(hit.built().lines.front(), first_line_about(i));
         texts[i].front() = 'x';
     }

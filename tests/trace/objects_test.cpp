@@ -1,11 +1,16 @@
+// The object of an event: from its keys in a document to its fields in the message.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 
+#include "decode/document.h"
 #include "decode/event_records.h"
+#include "decode/event_types.h"
+#include "support/failing_memory.h"
 #include "trace/built.h"
 #include "trace/getioaprotobuf_objects.h"
 
@@ -19,16 +24,11 @@ zel::EventPrivate record(Record value) {
     return zel::EventPrivate(std::make_unique<Record>(std::move(value)));
 }
 
-ST_BUF_DATA alert_of(uint32_t uType, zel::EventPrivate record) {
+Built build_event(uint32_t uType, zel::EventPrivate record, int nContainerInitPid = 0, int type = 0) {
     ST_BUF_DATA data;
     ST_RAW_EVENT& event = data.vecRule.emplace_back().vecEvent.emplace_back();
     event.uType = uType;
     event.pPrivate = std::move(record);
-    return data;
-}
-
-Built build_event(uint32_t uType, zel::EventPrivate record, int nContainerInitPid = 0, int type = 0) {
-    ST_BUF_DATA data = alert_of(uType, std::move(record));
     data.nAlertType = type;
     data.nContainerInitPid = nContainerInitPid;
     return build(data);
@@ -39,130 +39,170 @@ std::string around(int type, const std::string& object) {
     return "1=me 8={11={8={2=" + std::to_string(type) + " 4={} " + object + "}}}";
 }
 
-constexpr uint32_t kMinus1 = 0xFFFFFFFF;
-constexpr const char* kBad = "\x01";
-
-struct Object {
-    uint32_t uType;
-    int type;  // of the event in the message
-    zel::EventPrivate record;
-    std::string shown;  // the object in the message
+struct Row {
+    uint32_t type;
+    int message_type;    // of the event in the message
+    const char* record;  // its type in the log
+    const char* keys;    // in reading order, as in document.h
+    const char* fields;  // the object's field in the message, then NUMBER=KEY of its members, texts in checking order
 };
-Object kObjects[] = {
-    {1, 1, record(ST_PROCESS_CREATE{kMinus1, kMinus1, "i", "c", -5, "u", "g", "d", "m", "s"}),
-     "5={2=-1 3=g 4=i 5=m 6=s 8=c 9=u 13=-5 14=-1}"},
-    {2, 15, record(ST_PROCESS_EXIT{kMinus1, -9}), "6={2=-1 3=-9}"},
-    {3, 10, record(ST_REMOTE_THREAD{kMinus1, kMinus1, "i", "c", 5, "u", 77, "m", "f"}),
-     "7={2=-1 3=5 4=-1 5=77 6=i 8=m 9=f}"},
-    {4, 4, record(ST_LOAD_EVENT{"img", "signer"}), "8={3=img}"},
-    {5, 16, record(ST_LOAD_EVENT{"img", "signer"}), "9={3=img 6=signer}"},
-    {6, 5, record(ST_FILE_CREATE{"type", "path"}), "10={2=path 4=type}"},
-    {7, 6, record(ST_FILE_DELETE{"path"}), "11={2=path}"},
-    {8, 7, record(ST_FILE_RENAME{"type", "old", "new"}), "12={2=new 3=old 7=type}"},
-    {9, 9, record(PST_FILE_TIME_CHANGE{"path", 1, 2}), "14={4=path}"},
-    {10, 8, record(PST_FILE_MODIFY{"type", "/no/such", "usr", "grp", "perm"}), "13={2=/no/such 6=type 7=perm}"},
-    {11, 11, record(ST_REG_OP{"key"}), "15={2=key}"},
-    {12, 12, record(ST_REG_OP{"key"}), "16={2=key}"},
-    {13, 13, record(ST_REG_SET{"key", "name", "data", kMinus1}), "17={2=key 3=name 4=data 5=-1}"},
-    {14, 3, record(ST_NETWORK_CONNECT{kMinus1, 80, "dst", "src", "tcp"}), "18={2=4294967295 3=80 4=dst 5=src 6=tcp}"},
-    {15, 2, record(ST_DNS_QUERY{"dom", "ip"}), "19={2=dom 4=ip}"},
-    {16, 14, record(ST_TASK_CREATE{"name", "path", "usr", "freq"}), "20={2=name 3=path 4=usr 5=freq}"},
-    {17, 19, record(ST_WMIFILTER_INFO{"usr", "ns", "name", "query"}), "27={2=usr 3=ns 4=name 5=query}"},
-    {18, 18, record(ST_WMICONSUMER_INFO{"usr", "type", "name", "obj"}), "26={2=usr 3=type 4=name 5=obj}"},
-    {19, 17, record(ST_WMIBINDING_INFO{"usr", "filter", "consumer"}), "25={2=usr 3=consumer 4=filter}"},
-    {20, 24, record(ST_ACCOUNT_CREATE{"a", "b", "c", "d", "e", "f"}), "28={2=a 3=b 4=c 5=d 6=e 7=f}"},
-    {21, 25, record(ST_ACCOUNT_LOGON{"a", "b", "c", "d", "e", "f", kMinus1}), "29={2=a 3=b 4=c 5=d 6=e 7=f 8=-1}"},
-    {22, 20, record(ST_SVRCREATE_INFO{"cmd", "name", 0x700000003}), "30={2=name 3=cmd 4=3}"},
-    {23, 22, record(ST_SVRDEL_INFO{"name"}), "32={2=name}"},
-    {24, 21, record(ST_SVRUPDATE_INFO{"cmd", "name", 3, 4}), "31={2=name 3=cmd 4=3 5=4}"},
-    {25, 26, record(ST_PORTLISTEN_INFO{"addr", "tcp", kMinus1}), "33={2=addr 3=tcp 4=-1}"},
-    {26, 29, record(ST_FILE_OPEN_INFO{"type", "path"}), "35={2=path 5=type}"},
-    {27, 30, record(ST_SYMBOL_LINK_INFO{"link", "target"}), "36={2=link 3=target}"},
-    {28, 33, record(ST_NAMED_PIPE_CREATE_INFO{"pipe"}), "37={2=pipe}"},
-    {29, 34, record(ST_NAMED_PIPE_CONNECT_INFO{"pipe"}), "37={2=pipe}"},
-    {34, 36, record(_ST_SYSCALL_SOCKET{-1, 2, 3}), "40={2=-1 3=2 4=3}"},
-    {35, 37, record(_ST_SYSCALL_PTRACE{kBad}), "41={2=\x01}"},
-    {36, 38, record(_ST_SYSCALL_USERFAULTFD{kBad}), "42={2=\x01}"},
-    {37, 39, record(_ST_SYSCALL_COREPATTERN{kBad}), "43={2=\x01}"},
-    {38, 40, record(ST_SYSCALL_SYSCONNECT{kBad, kMinus1, 3, 4}), "44={2=\x01 3=4294967295 4=3 5=4}"},
-    {39, 41, record(ST_FD_INFO{kBad, "\x02", "\x03", 4, 5}), "45={2=\x01 3=\x02 4=\x03 5=4 6=5}"},
+// clang-format off
+const Row kRows[] = {
+    {1, 1, "ST_PROCESS_CREATE",
+     "ObjectPid:N ObjectTid:N ObjectImage:S ObjectCmd:S ObjectCreateTime:N ObjectUser:S ObjectGuid:S ObjectMd5:SO "
+     "ObjectSha256:SO DecodedObjectCmd:SW",
+     "5: 4=ObjectImage 8=ObjectCmd 9=ObjectUser 3=ObjectGuid 5=ObjectMd5 6=ObjectSha256 2=ObjectPid 14=ObjectTid "
+     "13=ObjectCreateTime"},
+    {2, 15, "ST_PROCESS_EXIT", "ObjectPid:N ExitCode:N", "6: 3=ExitCode 2=ObjectPid"},
+    {3, 10, "ST_REMOTE_THREAD",
+     "ObjectPid:N ObjectTid:N ObjectImage:S ObjectCmd:S ObjectCreateTime:N ObjectUser:S StartAddress:A StartModule:S "
+     "StartFunction:S",
+     "7: 6=ObjectImage 8=StartModule 9=StartFunction 2=ObjectPid 4=ObjectTid 3=ObjectCreateTime 5=StartAddress"},
+    {4, 4, "ST_LOAD_EVENT", "ObjectImage:S ObjectImageSigner:S", "8: 3=ObjectImage"},
+    {5, 16, "ST_LOAD_EVENT", "ObjectImage:S ObjectImageSigner:S", "9: 3=ObjectImage 6=ObjectImageSigner"},
+    {6, 5, "ST_FILE_CREATE", "FileType:S FilePath:S", "10: 2=FilePath 4=FileType"},
+    {7, 6, "ST_FILE_DELETE", "FilePath:S", "11: 2=FilePath"},
+    {8, 7, "ST_FILE_RENAME", "FileType:S OldFilePath:S NewFilePath:S", "12: 2=NewFilePath 3=OldFilePath 7=FileType"},
+    {9, 9, "PST_FILE_TIME_CHANGE", "FilePath:S PostTime:N PreTime:N", "14: 4=FilePath"},
+    {10, 8, "PST_FILE_MODIFY", "FileType:S FilePath:S FileUser:SO FileGroup:SO FilePermissions:SO",
+     "13: 2=FilePath 6=FileType 7=FilePermissions"},
+    {11, 11, "ST_REG_OP", "KeyPath:S", "15: 2=KeyPath"},
+    {12, 12, "ST_REG_OP", "KeyPath:S", "16: 2=KeyPath"},
+    {13, 13, "ST_REG_SET", "KeyPath:S ValueName:S ValueData:S ValueType:N",
+     "17: 2=KeyPath 3=ValueName 4=ValueData 5=ValueType"},
+    {14, 3, "ST_NETWORK_CONNECT", "DstPort:N SrcPort:N DstIp:S Protocol:S SrcIp:S",
+     "18: 4=DstIp 5=SrcIp 6=Protocol 2=DstPort 3=SrcPort"},
+    {15, 2, "ST_DNS_QUERY", "Domain:S ResultIp:S", "19: 2=Domain 4=ResultIp"},
+    {16, 14, "ST_TASK_CREATE", "TaskName:S TaskPath:S TaskUser:S TaskFreq:S",
+     "20: 2=TaskName 3=TaskPath 4=TaskUser 5=TaskFreq"},
+    {17, 19, "ST_WMIFILTER_INFO", "Name:S Namespace:S Query:S User:S", "27: 4=Name 3=Namespace 5=Query 2=User"},
+    {18, 18, "ST_WMICONSUMER_INFO", "Name:S WmiType:S Object:S User:S", "26: 4=Name 5=Object 3=WmiType 2=User"},
+    {19, 17, "ST_WMIBINDING_INFO", "FilterName:S ConsumerName:S User:S", "25: 3=ConsumerName 4=FilterName 2=User"},
+    {20, 24, "ST_ACCOUNT_CREATE",
+     "UserSid:S UserName:S DomainName:S TargetUserSid:S TargetUserName:S TargetDomainName:S",
+     "28: 2=UserSid 3=UserName 4=DomainName 5=TargetUserSid 6=TargetUserName 7=TargetDomainName"},
+    {21, 25, "ST_ACCOUNT_LOGON",
+     "UserSid:S UserName:S DomainName:S TargetUserSid:S TargetUserName:S TargetDomainName:S TargetLongonType:N",
+     "29: 2=UserSid 3=UserName 4=DomainName 5=TargetUserSid 6=TargetUserName 7=TargetDomainName 8=TargetLongonType"},
+    {22, 20, "ST_SVRCREATE_INFO", "ServiceCmd:S ServiceName:S ServiceStartType:N",
+     "30: 3=ServiceCmd 2=ServiceName 4=ServiceStartType"},
+    {23, 22, "ST_SVRDEL_INFO", "ServiceName:S", "32: 2=ServiceName"},
+    {24, 21, "ST_SVRUPDATE_INFO", "ServiceCmd:S ServiceName:S StartPost:N StartPre:N",
+     "31: 3=ServiceCmd 2=ServiceName 4=StartPre 5=StartPost"},
+    {25, 26, "ST_PORTLISTEN_INFO", "Address:S Protocol:S Port:N", "33: 2=Address 3=Protocol 4=Port"},
+    {26, 29, "ST_FILE_OPEN_INFO", "FilePath:S FileType:S", "35: 2=FilePath 5=FileType"},
+    {27, 30, "ST_SYMBOL_LINK_INFO", "LinkName:S Target:S", "36: 2=LinkName 3=Target"},
+    {28, 33, "ST_NAMED_PIPE_CREATE_INFO", "PipeName:S", "37: 2=PipeName"},
+    {29, 34, "ST_NAMED_PIPE_CONNECT_INFO", "PipeName:S", "37: 2=PipeName"},
+    {34, 36, "_ST_SYSCALL_SOCKET", "Domain:N Type:N Proto:N", "40: 2=Domain 3=Type 4=Proto"},
+    {35, 37, "_ST_SYSCALL_PTRACE", "Reserved:S", "41: 2=Reserved"},
+    {36, 38, "_ST_SYSCALL_USERFAULTFD", "Reserved:S", "42: 2=Reserved"},
+    {37, 39, "_ST_SYSCALL_COREPATTERN", "Reserved:S", "43: 2=Reserved"},
+    {38, 40, "ST_SYSCALL_SYSCONNECT", "UnixPath:S Port:N Inode:N FdId:N", "44: 2=UnixPath 3=Port 4=Inode 5=FdId"},
+    {39, 41, "ST_FD_INFO", "FDContent:S FDType:S FDPermissions:S FDId:N FDLinkInode:N",
+     "45: 2=FDContent 3=FDType 4=FDPermissions 5=FDId 6=FDLinkInode"},
 };
+// clang-format on
 
-TEST(Objects, EveryTypeReachesItsFieldsAndNoOtherIsKnown) {
-    const Lines unknown = errors({"The event is unknown.event:%", "SetSubjectInfo failed!", "Set event info failed",
-                                  "GetThreatAlertInfo failed!"});
-    auto row = std::begin(kObjects);
-    for (uint32_t uType = 0; uType < 64; ++uType) {
-        const bool known = row != std::end(kObjects) && row->uType == uType;
-        ASSERT_EQ(zel::find_object_row(uType) != nullptr, known) << uType;
-        if (!known) {
-            EXPECT_EQ(build_event(uType, {}).lines, unknown) << uType;
-            continue;
+bool checks_texts(const Row& row) { return row.type < 34; }
+
+// The message around an object with these values, one for each key.
+std::string message_of(const Row& row, std::map<std::string, std::string> values) {
+    std::istringstream in(row.fields);
+    std::map<int, std::string> shown;
+    std::string object, field;
+    for (in >> object; in >> field;)
+        if (const std::string value = values.at(field.substr(field.find('=') + 1)); !value.empty() && value != "0")
+            shown[std::stoi(field)] = std::to_string(std::stoi(field)) + '=' + value;
+    for (field.clear(); const auto& [number, text] : shown) field += (field.empty() ? "" : " ") + text;
+    return around(row.message_type, std::to_string(std::stoi(object)) + "={" + field + "}");
+}
+
+// The message of an event with these members, and the log of their decoding.
+std::pair<Built, std::string> decode_and_build(const Row& row, const std::string& text) {
+    const Tree json = parse('{' + text + '}');
+    ST_RAW_EVENT event;
+    event.uType = row.type;
+    LogCapture::get().take();
+    const bool decoded = CEventHandle::GetEventPrivateInfo(json.get(), event);
+    const std::string log = take_log();
+    return {decoded ? build_event(row.type, std::move(event.pPrivate)) : Built(), log};
+}
+
+TEST(Objects, EachKeyReachesItsField) {
+    for (const Row& row : kRows)
+        check_keys(row.keys, zel::Words::not_type, "", [&](const std::string& text, const std::string& values) {
+            std::map<std::string, std::string> by_key;
+            std::istringstream in(values);
+            for (const Key& key : keys_of(row.keys)) std::getline(in, by_key[key.name], ' ');
+            const auto& [built, log] = decode_and_build(row, text);
+            EXPECT_EQ(built.shown, values.empty() ? "" : message_of(row, by_key)) << row.record;
+            return log;
+        });
+}
+
+TEST(Objects, TextsAreCheckedInTheOrderOfTheFields) {
+    for (const Row& row : kRows) {
+        std::vector<std::string> texts;  // bad ones, in checking order
+        std::istringstream in(row.fields);
+        for (std::string field; in >> field;)
+            if (const std::string name = field.substr(field.find('=') + 1); strstr(row.keys, (name + ":S").c_str()))
+                texts.push_back('"' + name + "\":\"\\u0001" + std::to_string(texts.size()) + '"');
+        for (size_t i = 0; i < texts.size(); ++i) {
+            const Built built = decode_and_build(row, joined(texts) + ',' + members(row.keys)).first;
+            if (checks_texts(row)) {
+                EXPECT_EQ(built.lines.at(0), first_line_about(i)) << row.record;
+            } else {
+                EXPECT_THAT(built.shown, testing::HasSubstr('=' + bad_text(i))) << row.record;
+            }
+            texts[i].clear();
         }
-        EXPECT_EQ(build_event(uType, std::move(row->record)).shown, around(row->type, row->shown)) << uType;
-        ++row;
     }
 }
 
-template <class... Text>
-std::vector<std::string*> list(Text&... texts) {
-    return {&texts...};
-}
-template <class R>
-void expect_order_of(uint32_t uType, std::vector<std::string*> (*texts)(R& record)) {
-    auto record = std::make_unique<R>();
-    const std::vector<std::string*> checked = texts(*record);
-    ST_BUF_DATA data = alert_of(uType, zel::EventPrivate(std::move(record)));
-    expect_order(data, checked);
+TEST(Objects, NumbersKeepTheirSignOrTheirWidth) {
+    const struct {
+        uint32_t type;
+        std::string given, shown;
+    } rows[] = {
+        {1, R"("ObjectPid":-1,"ObjectTid":-1,"ObjectCreateTime":-5)", " 5={2=-1 3=12 4=8 5=13 6=14 8=9 9=11 13=-5 14=-1}"},
+        {2, R"("ObjectPid":-1,"ExitCode":-9)", "{2=-1 3=-9}"},
+        {3, R"("ObjectPid":-1,"ObjectTid":-1)", "{2=-1 3=10 4=-1 "},
+        {13, R"("ValueType":-1)", " 5=-1}"},
+        {14, R"("DstPort":-1)", "{2=4294967295 "},
+        {21, R"("TargetLongonType":-1)", " 8=-1}"},
+        {25, R"("Port":-1)", " 4=-1}"},
+        {34, R"("Domain":-1)", "{2=-1 "},
+        {38, R"("Port":-1)", " 3=4294967295 "},
+    };
+    for (const auto& [type, given, shown] : rows) {
+        const Row& row = *std::ranges::find(kRows, type, &Row::type);
+        EXPECT_THAT(decode_and_build(row, given + ',' + members(row.keys)).first.shown, testing::HasSubstr(shown));
+    }
 }
 
-TEST(Objects, TextsAreCheckedInOrder) {
-    // clang-format off
-    expect_order_of<ST_PROCESS_CREATE>(1, [](auto& r) {
-        return list(r.strImage, r.strCmd, r.strUser, r.strGuid, r.strMd5, r.strSha256); });
-    expect_order_of<ST_REMOTE_THREAD>(3, [](auto& r) {
-        return list(r.strImage, r.strStartModule, r.strStartFunction); });
-    expect_order_of<ST_LOAD_EVENT>(4, [](auto& r) { return list(r.strImage); });
-    expect_order_of<ST_LOAD_EVENT>(5, [](auto& r) { return list(r.strImage, r.strImageSigner); });
-    expect_order_of<ST_FILE_CREATE>(6, [](auto& r) { return list(r.strFilePath, r.strFileType); });
-    expect_order_of<ST_FILE_DELETE>(7, [](auto& r) { return list(r.strFilePath); });
-    expect_order_of<ST_FILE_RENAME>(8, [](auto& r) { return list(r.strNewFilePath, r.strOldFilePath, r.strFileType); });
-    expect_order_of<ST_REG_OP>(11, [](auto& r) { return list(r.strKeyPath); });
-    expect_order_of<ST_REG_OP>(12, [](auto& r) { return list(r.strKeyPath); });
-    expect_order_of<ST_REG_SET>(13, [](auto& r) { return list(r.strKeyPath, r.strValueName, r.strValueData); });
-    expect_order_of<ST_NETWORK_CONNECT>(14, [](auto& r) { return list(r.strDstIp, r.strSrcIp, r.strProtocol); });
-    expect_order_of<ST_DNS_QUERY>(15, [](auto& r) { return list(r.strDomain, r.strResultIp); });
-    expect_order_of<ST_TASK_CREATE>(16, [](auto& r) {
-        return list(r.strTaskName, r.strTaskPath, r.strTaskUser, r.strTaskFreq); });
-    expect_order_of<ST_WMIFILTER_INFO>(17, [](auto& r) {
-        return list(r.strName, r.strNamespace, r.strQuery, r.strUser); });
-    expect_order_of<ST_WMICONSUMER_INFO>(18, [](auto& r) {
-        return list(r.strName, r.strObject, r.strWmiType, r.strUser); });
-    expect_order_of<ST_WMIBINDING_INFO>(19, [](auto& r) {
-        return list(r.strConsumerName, r.strFilterName, r.strUser); });
-    expect_order_of<ST_ACCOUNT_CREATE>(20, [](auto& r) {
-        return list(r.strUserSid, r.strUserName, r.strDomainName,
-                    r.strTargetUserSid, r.strTargetUserName, r.strTargetDomainName); });
-    expect_order_of<ST_ACCOUNT_LOGON>(21, [](auto& r) {
-        return list(r.strUserSid, r.strUserName, r.strDomainName,
-                    r.strTargetUserSid, r.strTargetUserName, r.strTargetDomainName); });
-    expect_order_of<ST_SVRCREATE_INFO>(22, [](auto& r) { return list(r.strServiceCmd, r.strServiceName); });
-    expect_order_of<ST_SVRDEL_INFO>(23, [](auto& r) { return list(r.strServiceName); });
-    expect_order_of<ST_SVRUPDATE_INFO>(24, [](auto& r) { return list(r.strServiceCmd, r.strServiceName); });
-    expect_order_of<ST_PORTLISTEN_INFO>(25, [](auto& r) { return list(r.strAddress, r.strProtocol); });
-    expect_order_of<ST_FILE_OPEN_INFO>(26, [](auto& r) { return list(r.strFilePath, r.strFileType); });
-    expect_order_of<ST_SYMBOL_LINK_INFO>(27, [](auto& r) { return list(r.strLinkName, r.strTarget); });
-    expect_order_of<ST_NAMED_PIPE_CREATE_INFO>(28, [](auto& r) { return list(r.strPipeName); });
-    expect_order_of<ST_NAMED_PIPE_CONNECT_INFO>(29, [](auto& r) { return list(r.strPipeName); });
-    // clang-format on
-    // Two that need more than their texts: a time above 0, and a file.
-    EXPECT_EQ(build_event(9, record(PST_FILE_TIME_CHANGE{bad_text(0), 1, 1})).lines.front(), first_line_about(0));
-    for (size_t good = 0; good < 3; ++good) {
-        PST_FILE_MODIFY file;
-        file.strFilePath = good > 0 ? "" : bad_text(0);
-        file.strFileType = good > 1 ? "" : bad_text(1);
-        file.strFilePermissions = bad_text(2);
-        EXPECT_EQ(build_event(10, record(file)).lines.front(), first_line_about(good));
+TEST(Objects, NameTheRecordThatGetsNoMemory) {
+    for (const Row& row : kRows) {
+        const Tree json = parse("{}");
+        ST_RAW_EVENT event;
+        LogCapture::get().take();
+        {
+            const FailingMemory first(0);
+            EXPECT_FALSE(zel::find_event_type(row.type)->decode(json.get(), event)) << row.record;
+        }
+        EXPECT_EQ(take_log(), std::string("E new(std::nothrow)") + row.record + " error");
+        EXPECT_FALSE(event.pPrivate);
+    }
+}
+
+TEST(Objects, NoOtherTypeIsKnown) {
+    const Lines unknown = errors({"The event is unknown.event:%", "SetSubjectInfo failed!", "Set event info failed",
+                                  "GetThreatAlertInfo failed!"});
+    for (uint32_t type = 0; type < 64; ++type) {
+        const bool known = std::ranges::count(kRows, type, &Row::type) == 1;
+        ASSERT_EQ(zel::find_object_row(type) != nullptr, known) << type;
+        if (known) continue;
+        EXPECT_EQ(build_event(type, {}).lines, unknown) << type;
     }
 }
 
