@@ -9,7 +9,8 @@
 #include "platform/mbframe.h"
 
 // All outgoing events go through it. It belongs to the bus, which keeps it valid until the process ends. OnAdvised sets
-// it and nobody clears it, so a second start does not attach to the bus again.
+// it, and a stop does not clear it, so a start after a stop does not attach to the bus again. A start that fails clears
+// what it was given itself.
 extern std::atomic<MbFrame::IDispatch*> g_pDispatcher;
 
 // Held over start and stop of the pipeline. The constructor of the plug-in object makes its handle. Without a handle

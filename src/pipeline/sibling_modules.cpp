@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "common/guard.h"
 #include "common/log.h"
 #include "common/module_state.h"
 #include "common/trc_functions.h"
@@ -130,6 +131,11 @@ void SiblingModules::ResetDbEnd() {
     const ResetPeriodEnd period_end;
     LOG_INFO("start reset_db_end!");
     if (pure_mode()) return;
+    // Memory that runs out here would cost every trace until the next reset, so there is a second try.
+    if (!zel::guarded("reload of the modules", [this]() REQUIRES(mutex_) { reload(); })) reload();
+}
+
+void SiblingModules::reload() {
     if (!LoadDsModule() || !LoadTrcModule())
         log_not_loaded();
     else if (const auto table = g_trcModule.get(); table->trace_event_init != nullptr)

@@ -43,6 +43,7 @@ public:
 private:
     bool LoadDsModule() REQUIRES(mutex_);
     bool LoadTrcModule() REQUIRES(mutex_);
+    void reload() REQUIRES(mutex_);
     void stop_and_unload() REQUIRES(mutex_);
 
     zel::PlainMutex mutex_;

@@ -2,6 +2,9 @@
 
 #include <dlfcn.h>
 
+#include <string>
+#include <utility>
+
 #include "common/log.h"
 #include "common/module_path.h"
 #include "common/never_ends.h"
@@ -14,10 +17,13 @@ ZelbpmgrApi& ZelbpmgrApi::Instance() {
 
 void ZelbpmgrApi::Init() {
     LOG_INFO("ZelbpmgrApi init.");
-    m_hBpMgr = nullptr;
+    const std::string path = zel::module_path("@/../lib/libzelbpmgr.so", zel::kReportingPathSize);
+    // A failed start leaves the library open, since its call-backs stay registered. That opening ends after the new
+    // one, so that the library is never unloaded in between.
+    void* const former = std::exchange(m_hBpMgr, nullptr);
     m_register_report_cb = nullptr;
-    const int32_t result = zel::open_reporting_library(
-        zel::module_path("@/../lib/libzelbpmgr.so", zel::kReportingPathSize).c_str(), &m_hBpMgr);
+    const int32_t result = zel::open_reporting_library(path.c_str(), &m_hBpMgr);
+    if (former != nullptr) dlclose(former);
     if (result != 0) {
         LOG_ERROR("dll open zel_bpmgr failed, errcode:0x%08x", static_cast<uint32_t>(result));
     } else {

@@ -31,21 +31,23 @@ void register_report(const char* module, zel_report_cb_t callback) {
     if (!ZelbpmgrApi::Instance().Register(module, callback)) LOG_WARN("[ZEL_BPMGR_REGISTER] module_name: %% error.");
 }
 
-// Attaches to the bus unless an earlier start has done so, and starts the pipeline. When a step fails or throws, the
-// bus is detached again.
+// Attaches to the bus unless an earlier start has done so, and starts the pipeline. A start that fails at any step,
+// also by an exception, undoes all of it: the bus is detached, and a dispatcher that this start was given is forgotten,
+// so that the next start attaches as if it were the first.
 bool start_work(CResultProcEngine& engine) {
     LOG_INFO("zelreshdl start work thread!");
-    bool attached = false;
-    zel::guarded("attachment", [&] {
-        attached = g_pDispatcher.load(std::memory_order_acquire) != nullptr || engine.LoadMbDll();
+    const bool attached_before = g_pDispatcher.load(std::memory_order_acquire) != nullptr;
+    bool attached = attached_before;
+    if (!attached) {
+        zel::guarded("attachment", [&] { attached = engine.LoadMbDll(); });
         if (!attached) LOG_ERROR("LoadMbDll failed!");
-    });
+    }
     if (attached && g_reshdlWork.Init()) return true;
     engine.Detach();
+    if (!attached_before) g_pDispatcher.store(nullptr, std::memory_order_release);
     return false;
 }
 
-// Answered with -2, so the host knows that it may ask again.
 bool is_resetting() { return g_iResetDb.load() == 1; }
 
 int invalid_parameter() {
@@ -73,7 +75,11 @@ int plugin_init(void) {
         g_reportTraceCost.reset();
         g_statistics.reset();
         CResultProcEngine* const engine = GetReshdlInstance();
-        return engine != nullptr && start_work(*engine) ? 0 : kFailed;
+        if (engine == nullptr) {
+            LOG_ERROR("GetReshdlInstance failed.");
+            return kFailed;
+        }
+        return start_work(*engine) ? 0 : kFailed;
     });
 }
 

@@ -7,15 +7,16 @@
 #include <memory>
 #include <new>
 
+#include "common/checks.h"
 #include "common/guard.h"
 #include "common/log.h"
-#include "common/memory.h"
 #include "common/statistics.h"
 
 namespace {
 
 // JSON_ENCODE_ANY.
 constexpr size_t kEncodeAny = 512;
+constexpr size_t kLongestReport = 4096;  // its 19 numbers of 20 digits, their keys and more
 
 using Json = std::unique_ptr<json_t, decltype(&json_decref)>;
 
@@ -25,6 +26,14 @@ Json new_object() { return Json(json_object(), &json_decref); }
 // figure to zero.
 bool set(json_t* object, const char* key, uint64_t value) {
     return json_object_set_new(object, key, json_integer(static_cast<json_int_t>(value))) == 0;
+}
+
+// Into the room that is there: the library does not look at every answer, so none of them may be a failure.
+int append(const char* part, size_t size, void* text) {
+    auto& report = *static_cast<std::string*>(text);
+    ZEL_ASSERT(report.size() + size <= kLongestReport);
+    report.append(part, size);
+    return 0;
 }
 
 bool set_summary(json_t* summary) {
@@ -72,9 +81,10 @@ std::string getZelreshdlDataInfo() {
         json_object_set_new(root.get(), "summary", summary.release()) != 0 ||
         json_object_set_new(root.get(), "details", details.release()) != 0)
         throw std::bad_alloc();
-    const zel::MallocBuffer dump(json_dumps(root.get(), kEncodeAny));
-    if (dump == nullptr) throw std::bad_alloc();
-    return std::string("\"BP_ZELRESHDL\":") + dump.get();
+    std::string text = "\"BP_ZELRESHDL\":";
+    text.reserve(kLongestReport);
+    if (json_dump_callback(root.get(), append, &text, kEncodeAny) != 0) throw std::bad_alloc();
+    return text;
 }
 
 int zelreshdlBpFunc(char* buffer, uint32_t size) {

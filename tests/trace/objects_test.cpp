@@ -165,7 +165,8 @@ TEST(Objects, NumbersKeepTheirSignOrTheirWidth) {
         uint32_t type;
         std::string given, shown;
     } rows[] = {
-        {1, R"("ObjectPid":-1,"ObjectTid":-1,"ObjectCreateTime":-5)", " 5={2=-1 3=12 4=8 5=13 6=14 8=9 9=11 13=-5 14=-1}"},
+        {1, R"("ObjectPid":-1,"ObjectTid":-1,"ObjectCreateTime":-5)",
+         " 5={2=-1 3=12 4=8 5=13 6=14 8=9 9=11 13=-5 14=-1}"},
         {2, R"("ObjectPid":-1,"ExitCode":-9)", "{2=-1 3=-9}"},
         {3, R"("ObjectPid":-1,"ObjectTid":-1)", "{2=-1 3=10 4=-1 "},
         {13, R"("ValueType":-1)", " 5=-1}"},
