@@ -157,7 +157,7 @@ void play_kinds(Session& s, const std::string& run) {
     // These give no report. A failure in them must still leave a line, or change nothing.
     one("trigger only", event_id::ioa_alert, Alert{.rules = {rule("R-trigger", {file_event()}, "Trigger")}}.text());
     one("no risk level", event_id::ioa_alert, Alert{.rules = {rule("R", {file_event()})}, .risk = ""}.text());
-    // The first rule is decoded when the second is refused, and the document still counts.
+    // The first rule has been decoded when the second one is refused. The whole document is given up then.
     one("second rule broken", event_id::ioa_alert,
         Alert{.rules = {rule("R-good", {file_event()}), rule("R-broken", {file_event(), event(7, R"("a":1)")})}}
             .text());

@@ -6,8 +6,9 @@
 // An alert that is put off for a retry keeps its weight in the account. A dropped one loses its weight at once but
 // stays in the list until it is popped.
 //
-// Threads: the alarm worker pushes tracked alerts; the trace worker pops them and calls UpdateCost. The mutex guards the waiting list, the
-// level counts and the writing of the dropped flags. It is never held together with the mutex of a queue.
+// Threads: the alarm worker pushes tracked alerts; the trace worker pops them and calls UpdateCost. The mutex guards
+// the waiting list, the level counts and the writing of the dropped flags. It is never held together with the mutex of
+// a queue.
 #pragma once
 
 #include <array>
