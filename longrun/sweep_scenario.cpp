@@ -145,6 +145,7 @@ void play_kinds(Session& s, const std::string& run) {
     step("dns 2", kDns, [&] { send_dns(s, 2, run + "a.example"); });
     step("dns 3", kDns, [&] { send_dns(s, 3, "", "query-of-kind-three.example"); });
     step("dns without variant", kDns, [&] { send_dns(s, 0, "", "query-without-variant.example"); });
+    // The same hit as the second one: the cache knows it, so nothing comes out.
     step("dns repeat", kDns, [&] { send_dns(s, 2, run + "a.example"); });
 
     one("scenario", event_id::ioa_alert, scenario_alert("R-scenario"), kAlerts);
@@ -187,6 +188,7 @@ void play_kinds(Session& s, const std::string& run) {
         "\x72\x7f");
     one("unprocessed", event_id::unprocessed, "data");
 
+    // Any bytes will do, because the scripted module reads none of them.
     one("kov", event_id::kov, "a message of the kov engine", "kov");
     // Twice, because the first retry of a KOV alert is not put off.
     step("kov not ready", "kov retry", [&] {
@@ -197,6 +199,7 @@ void play_kinds(Session& s, const std::string& run) {
         s.answer(ZELTRC_COMPLETION, {});
         s.advance(15s);
     });
+    // Straight to the trace module and out; no other step depends on it.
     one("expand", event_id::trc_ex, "a request");
     // Both kinds of file trace.
     step("file trace", kAlone, [&] { s.file_trace("/a/path/that/needs/a/block", "a key that needs a block", 1); });
@@ -232,6 +235,7 @@ void play_pressure(Session& s) {
         s.capture(true);
         s.send(event_id::ioa_alert, plain_alert("R-capture"));
     });
+    // The captured hit enters the cache like any other.
     s.step("capture dns", kDns, [&] { send_dns(s, 2, "captured.example"); });
     s.step("capture kov", "kov", [&] { s.send(event_id::kov, "a message of the kov engine"); });
     s.capture(false);
