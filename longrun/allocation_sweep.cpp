@@ -44,6 +44,7 @@ constexpr auto kLongestRun = std::chrono::seconds(60);
 // Parts of names of functions that say nothing about the place of a call. The functions of the C++ library do not,
 // either.
 constexpr const char* kNoPlace[] = {"__gnu_cxx::", "google::protobuf::", "vorn_retrace::dup_alert", "zel::guarded<"};
+// Enough to tell one call from another.
 constexpr int kShownPlaces = 6;
 constexpr int kExitFault = 1;
 constexpr int kExitUsage = 2;
@@ -230,6 +231,7 @@ bool read_options(int argc, char** argv, Options& options) {
                                 : name == "--from" ? &options.from
                                 : name == "--only" ? &options.only
                                                    : nullptr;
+        // An unknown option ends the sweep, because a sweep with the wrong numbers looks like a good one.
         if (value == nullptr || i + 1 >= argc || !number_at(argv[i + 1], *value)) return false;
     }
     return true;
@@ -264,6 +266,7 @@ int run_sweep(const Options& options) {
         return fault.empty() ? 0 : kExitFault;
     }
 
+    // The jobs share one counter: runs differ in length, so a fixed share would leave one of them idle.
     std::atomic<uint64_t> next{options.from};
     std::atomic<uint64_t> played{0};
     std::atomic<uint64_t> faults{0};
@@ -296,6 +299,7 @@ int run_sweep(const Options& options) {
 int main(int argc, char** argv) {
     // The program starts itself again with this for each run.
     if (argc == 5 && strcmp(argv[1], "--play") == 0) {
+        // The agent folder, then the folder of the run, which stands for that of the flag files.
         sweep::Session session(argv[3], argv[4]);
         sweep::play(session, strtoull(argv[2], nullptr, 10));
         return 0;

@@ -60,7 +60,6 @@ void check_stages(Checks& checks, const Account& account, const Terms& terms) {
     }
     checks.at_most("events discarded from the queue / longest queue seen", account.left.events,
                    terms.settled ? 0 : as_signed(terms.longest_event_queue));
-    // A KOV alert without the completion function is put off without being queued, and the log names it.
     const int64_t no_function = as_signed(account.totals.of(event_id::kov).no_function);
     const int64_t named = as_signed(account.totals.waiting_traces);
     if (terms.settled) {

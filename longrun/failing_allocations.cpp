@@ -96,6 +96,7 @@ _Unwind_Reason_Code show_frame(_Unwind_Context* context, void* out) {
     char offset[32];
     snprintf(offset, sizeof offset, "+0x%lx", static_cast<unsigned long>(pc - module->l_addr));
     line.add(" ");
+    // The program itself has no name among the modules.
     line.add(*name == '\0' ? "host" : name);
     line.add(offset);
     return _URC_NO_REASON;
@@ -114,6 +115,7 @@ void report_failure(const char* function) {
 
 // Counts the call if it is the plug-in's. True if it is the one that fails. errno is as the caller expects it.
 bool fails(const char* function) {
+    // The common case costs two loads.
     if (!g_counting.load(std::memory_order_relaxed) || t_inside) return false;
     const Inside inside;
     const int saved_errno = errno;
@@ -183,7 +185,7 @@ INTERPOSED void* realloc(void* block, size_t size) {
 INTERPOSED void* aligned_alloc(size_t alignment, size_t size) {
     return fails("aligned_alloc") ? nullptr : NEXT(Aligned, "aligned_alloc")(alignment, size);
 }
-// This one answers its error and leaves errno to the caller's reading.
+// This one gives its error as its answer.
 INTERPOSED int posix_memalign(void** block, size_t alignment, size_t size) {
     return fails("posix_memalign") ? ENOMEM : NEXT(PosixAligned, "posix_memalign")(block, alignment, size);
 }

@@ -38,6 +38,7 @@ AlertEvent event(uint64_t number, int index) {
             .guid = guid_text(number % 64)};
 }
 
+// Scores differ from rule to rule, so that the best rule is not always the first.
 AlertRule rule(const AlertForm& form, int index) {
     AlertRule rule{
         .id = index == 0 && !form.rule_id.empty() ? form.rule_id : fmt::format("R-{}-{}", form.number, index),

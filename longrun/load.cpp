@@ -27,7 +27,7 @@ Load::Load(Rig& rig, const LoadOptions& options, uint32_t seed) : rig_(rig), opt
                                   seed * 64 + static_cast<uint32_t>(threads_.size()));
 }
 
-// Ends the threads after their turns. It must not be called while the load is paused for good elsewhere.
+// Ends the threads after their turns.
 Load::~Load() {
     {
         const std::lock_guard lock(mutex_);

@@ -42,6 +42,7 @@ uint64_t read_all(const char* data, uint64_t size) {
 
 Rig::Rig(const std::string& agent, const std::vector<Setting>& settings, Watcher watcher)
     : watcher_(std::move(watcher)), folder_(agent, prepared(settings)), session_(folder_, *this) {
+    // So that keeping an event never allocates within a callback.
     held_.reserve(kMostHeld);
 }
 

@@ -62,6 +62,7 @@ const RoundKind kRounds[] = {
     {"no tracing, which fills no queue", {"zelreshdl:config:trc_times=0"}, {}, {}},
     {"pure mode, in which nobody takes a trace", {"zel_pure_mode:advthreats_module:enable=0"}, {}, {.settled = false}},
 };
+// The shortest ages that the cache allows, so that entries die out within a round.
 constexpr const char* kCommon[] = {"zelreshdl:config:interval=1", "zelreshdl:cache:die_check_time=1",
                                    "zelreshdl:cache:die_time_linux=1"};
 
@@ -71,6 +72,7 @@ constexpr milliseconds kShortestRound = 5s;
 constexpr milliseconds kBetweenPauses = 5s;
 // What a round may take beyond its length: restarts, the last rest, a slow machine.
 constexpr unsigned kGraceSeconds = 240;
+// Enough to see what a start leaves behind for the next one.
 constexpr int kRestarts = 3;
 constexpr int kClockSpeed = 60;  // a minute of the run is an hour of the plug-in's
 
@@ -160,6 +162,7 @@ bool Round::run() {
             stop();
         }
         load.pause();
+        // Read when no thread is in a call.
         wrong_ += load.wrong_answers();
     }
     rig_.release_held();
@@ -173,6 +176,7 @@ bool Round::sum_up() {
     terms.outlived = rig_.outlived();
     const Account account = rig_.session().account();
     std::vector<Check> checks = check_account(account, terms);
+    // The first rest is the measure: by then every pool and cache has its size.
     if (kMeasureMemory && !resident_.empty())
         checks.push_back({"resident memory, KiB / allowed", static_cast<int64_t>(resident_.back()),
                           static_cast<int64_t>(resident_.front() + allowed_growth_kib(account.totals)), true});
@@ -199,7 +203,9 @@ bool run_in_child(const std::string& agent, const RoundKind& kind, milliseconds 
     fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
+        // The alarm's signal ends the child, and the parent names it.
         alarm(static_cast<unsigned>(length.count() / 1000) + kGraceSeconds);
+        // An orderly exit, so that a leak checker looks at the round.
         exit(run_round(agent, kind, length, seed));
     }
     int status = 0;
@@ -229,6 +235,7 @@ int soak(milliseconds total, uint32_t seed) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Before any other thread exists.
     clocks::speed_up(kClockSpeed);
     try {
         return soak(std::chrono::seconds(argc > 1 ? atoi(argv[1]) : 60),

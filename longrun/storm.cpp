@@ -35,6 +35,7 @@ constexpr uint64_t kQueueMax = 100;
 constexpr int kSkipLevel = 2;
 // Memory is measured after these, when every cache and pool has its size.
 constexpr uint64_t kWarmUp = 3000;
+// Room for what the C library and the loader add by themselves.
 constexpr int64_t kMostGrowthKib = 5 * 1024;
 
 // What a trace costs in ticks of the storm's clock; both limits are included. At most 2 * 100 + 4 alerts of 20
@@ -77,6 +78,7 @@ struct Phase {
     const char* delay_time;  // the eliminator's limit, milliseconds
 };
 constexpr Phase kPhases[] = {
+    // The phases differ in what sheds: the full queues of the intake, the eliminator, or both.
     {"flat out, 5 s a trace", 20, 0, 5000, 5000, "60000"},
     {"steady, 5 s a trace", 20, 4000, 5000, 5000, "60000"},
     {"steady, up to 20 s a trace, ten minutes allowed", 20, 4000, 0, 20000, "600000"},
@@ -151,6 +153,7 @@ bool Storm::run() {
     settle();
     rig_.release_held();
     const auto before = static_cast<int64_t>(resident_kib());
+    // Each phase ends at rest, so its figures are its own.
     for (const Phase& phase : kPhases) {
         const std::string settings =
             fmt::format(R"({{"delay_time":"{}","queue_size":"{}"}})", phase.delay_time, kQueueMax);
@@ -189,12 +192,14 @@ bool Storm::sum_up() {
     // the event queue held, and one that the alarm worker had in hand.
     check("event queue, longest", log.longest_event_queue, kQueueMax + 1);
     check("trc queue, longest that the intake met", log.longest_trc_queue, 2 * kQueueMax + 3);
+    // The eliminator also counts the alert whose trace is running, which is one more.
     check("waiting for a trace or in one, most at once", log.most_waiting, 2 * kQueueMax + 3 + 1);
     check("alerts published", alerts.in, published_, true);
     check("alerts shed at the intake, by lines", log.full_lines, alerts.queue_full, true);
     check("alerts shed at the intake and published as reports", alerts.queue_full + alerts.reported, published_, true);
     check("reports whose trace has an end", account_.count_ended(), alerts.reported, true);
     check("ends of traces, by lines", static_cast<uint64_t>(ended_traces(totals)), alerts.reported, true);
+    // A shed alert ends when its turn comes, so after the settling both numbers are equal.
     check("alerts shed by the eliminator, by lines", log.drops, totals.sum(&KindFigures::dropped), true);
     check("of these ended as dropped", log.settled, log.drops, true);
     check("faults in the passes", account_.fault_count(), 0, true);
@@ -220,6 +225,7 @@ bool Storm::sum_up() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Before the plug-in is loaded, so that it never sees another clock.
     clocks::replace_ticks(storm_ticks);
     try {
         return Storm(argc > 1 ? strtoull(argv[1], nullptr, 10) : 100000).run() ? 0 : 1;

@@ -51,7 +51,6 @@ void StormAccount::line(std::string_view line) {
     if (pass_ && on_trace_worker && !text.starts_with(kDropAlarm)) end_pass(text);
     if (text.starts_with("node event id: ") && (text.ends_with(kPushedText) || text.ends_with(kPopped))) {
         Alert alert{guid_number(text.substr(text.find(kGuidText) + kGuidText.size())), 0, 0};
-        // The misspelt words in these texts are those of the plug-in's log.
         sscanf(text.data(), "node event id: %*d, process count: %d, risk level: %d", &alert.processes, &alert.level);
         if (text.ends_with(kPopped))
             pop(alert.number);

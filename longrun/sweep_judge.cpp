@@ -74,6 +74,7 @@ std::string too_much(const std::vector<std::pair<const Step*, const Step*>>& dif
     for (const auto& output : surplus)
         if (output.starts_with("report:zelreshdl:") && !is_whole_report(output)) return "part of a report";
     if (!alone) return "";
+    // What is left was given in another form, and no failure explains that.
     std::erase_if(surplus, is_of_failure);
     return surplus.empty() ? "" : "changed: " + shown(surplus);
 }
@@ -156,6 +157,7 @@ std::string judge(const Run& baseline, const Run& run, int status) {
         differing.emplace_back(&before, &now);
     }
     if (!differing.empty()) {
+        // A loss may show in a later step, but only within the group of the first one.
         const Step& first = *differing.front().second;
         for (const auto& [before, now] : differing)
             if (now != &first && (now->group == "-" || now->group != first.group))

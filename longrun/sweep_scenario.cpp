@@ -13,7 +13,9 @@
 namespace sweep {
 namespace {
 
-constexpr const char* kAlerts = "alerts";  // groups of steps that depend on each other
+// Groups of steps that depend on each other. A repeat is a repeat only when the alert before it was reported, so one
+// failure may change several steps of a group.
+constexpr const char* kAlerts = "alerts";
 constexpr const char* kDns = "dns";
 constexpr const char* kShedding = "shedding";
 constexpr const char* kRetry = "retry";
@@ -143,6 +145,7 @@ void play_kinds(Session& s, const std::string& run) {
     step("dns 2", kDns, [&] { send_dns(s, 2, run + "a.example"); });
     step("dns 3", kDns, [&] { send_dns(s, 3, "", "query-of-kind-three.example"); });
     step("dns without variant", kDns, [&] { send_dns(s, 0, "", "query-without-variant.example"); });
+    // The same hit as the second one: the cache knows it, so nothing comes out.
     step("dns repeat", kDns, [&] { send_dns(s, 2, run + "a.example"); });
 
     one("scenario", event_id::ioa_alert, scenario_alert("R-scenario"), kAlerts);
@@ -155,6 +158,7 @@ void play_kinds(Session& s, const std::string& run) {
     // These give no report. A failure in them must still leave a line, or change nothing.
     one("trigger only", event_id::ioa_alert, Alert{.rules = {rule("R-trigger", {file_event()}, "Trigger")}}.text());
     one("no risk level", event_id::ioa_alert, Alert{.rules = {rule("R", {file_event()})}, .risk = ""}.text());
+    // The first rule has been decoded when the second one is refused. The whole document is given up then.
     one("second rule broken", event_id::ioa_alert,
         Alert{.rules = {rule("R-good", {file_event()}), rule("R-broken", {file_event(), event(7, R"("a":1)")})}}
             .text());
@@ -184,6 +188,7 @@ void play_kinds(Session& s, const std::string& run) {
         "\x72\x7f");
     one("unprocessed", event_id::unprocessed, "data");
 
+    // Any bytes will do, because the scripted module reads none of them.
     one("kov", event_id::kov, "a message of the kov engine", "kov");
     // Twice, because the first retry of a KOV alert is not put off.
     step("kov not ready", "kov retry", [&] {
@@ -194,7 +199,9 @@ void play_kinds(Session& s, const std::string& run) {
         s.answer(ZELTRC_COMPLETION, {});
         s.advance(15s);
     });
+    // Straight to the trace module and out; no other step depends on it.
     one("expand", event_id::trc_ex, "a request");
+    // Both kinds of file trace.
     step("file trace", kAlone, [&] { s.file_trace("/a/path/that/needs/a/block", "a key that needs a block", 1); });
     step("process file trace", kAlone, [&] { s.file_trace("/a/path/that/needs/a/block", "k", 2); });
     step("process trace", kAlone, [&] { s.process_trace(R"({"cmd":1})"); });
@@ -210,6 +217,7 @@ void play_kinds(Session& s, const std::string& run) {
         s.answer(ZELTRC_CREATE, {});
         s.advance(15s);
     });
+    // A result that comes with a failure goes out all the same.
     step("trace fails", kAlone, [&] {
         s.answer(ZELTRC_CREATE, {kFailsWithResult});
         s.send(event_id::ioa_alert, plain_alert("R-fails"));
@@ -222,10 +230,12 @@ void play_pressure(Session& s) {
         s.answer(ZELTRC_COMPLETION, {kFailsWithResult});
         s.send(event_id::kov, "a message of the kov engine");
     });
+    // One message of each kind that has a file of its own.
     s.step("capture", kAlone, [&] {
         s.capture(true);
         s.send(event_id::ioa_alert, plain_alert("R-capture"));
     });
+    // The captured hit enters the cache like any other.
     s.step("capture dns", kDns, [&] { send_dns(s, 2, "captured.example"); });
     s.step("capture kov", "kov", [&] { s.send(event_id::kov, "a message of the kov engine"); });
     s.capture(false);
@@ -233,6 +243,7 @@ void play_pressure(Session& s) {
     // The cache sheds at ten entries. It holds five by now, or four when one was lost.
     for (int i = 0; i < 6; ++i)
         s.step("cache " + std::to_string(i), kDns, [&] { send_dns(s, 2, "full-" + std::to_string(i) + ".example"); });
+    // A hit that the cache has shed is reported anew; one that it kept is only tallied.
     s.step("hit of a shed entry", kDns, [&] { send_dns(s, 2, "first a.example"); });
     s.step("hit of a kept entry", kDns, [&] { send_dns(s, 2, "full-5.example"); });
 
@@ -252,6 +263,7 @@ void play_pressure(Session& s) {
         s.next_trace_takes(100s);
         s.hold(false);
     });
+    // A cheap trace sets the measured cost back, so that nothing else is shed.
     s.step("after the shedding", kShedding, [&] { s.send(event_id::ioa_alert, plain_alert("R-cheap")); });
 
     // A limit of two and one retry: half of the limit is reached, and an alert with XDR rules alone is filtered.
@@ -263,6 +275,7 @@ void play_pressure(Session& s) {
     s.step("busier", "busy", [&] { s.send(event_id::ioa_alert, plain_alert("R-busier")); });
     s.step("busy, filtered", "busy", [&] { s.send(event_id::ioa_alert, scenario_alert("XDR-IOA-1")); });
     s.step("busy, reported", "busy", [&] { s.send(event_id::port_scan, "{}"); });
+    // The limit is set back and the traces that were put off come to their end.
     s.step("no longer busy", "busy", [&] {
         s.configure(R"({"delay_time":"60000","queue_size":"100"})");
         s.answer(ZELTRC_CREATE, {});
@@ -276,6 +289,7 @@ void play_pressure(Session& s) {
     s.step("an hour", kDns, [&] { s.advance(61min); });
     s.step("hit after the die-out", kDns, [&] { send_dns(s, 2, "full-5.example"); });
     s.step("another hit", kDns, [&] { send_dns(s, 2, "another.example"); });
+    // The brake lets go of matches that are an hour old, which frees what an earlier step allocated.
     s.step("matches an hour old", "matches", [&] { s.send(event_id::ioa_alert, scenario_alert("R-later")); });
 
     s.step("reset", "reset", [&] {
@@ -322,6 +336,7 @@ void play(Session& s, uint64_t number) {
         s.report(false);  // the costs of traces come one report later
     });
     play_kinds(s, "then ");
+    // The figures themselves: from here on they are known exactly.
     s.step("then reports", kAlone, [&] { s.report(true); });
 
     s.arm(number);
@@ -351,6 +366,7 @@ void play(Session& s, uint64_t number) {
     });
     play_calls(s, "last ");
     s.step("last reports", kAlone, [&] { s.report(true); });
+    // Nothing may be left of the plug-in's threads and libraries after it.
     s.step("last stop", kAlone, [&] { s.stop(); });
     s.finish();
 }

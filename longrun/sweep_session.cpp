@@ -36,6 +36,7 @@ Session* g_session = nullptr;  // for the callbacks, which come without a contex
 
 // A system call of its own: usleep is overridden in this program.
 void pause() {
+    // 50 microseconds: short beside a step.
     const timespec time{0, 50'000};
     syscall(SYS_nanosleep, &time, nullptr);
 }
@@ -78,10 +79,12 @@ Session::Session(std::string root, const std::string& flags) : root_(std::move(r
     publish_ = reinterpret_cast<lummb_publish_t>(symbol("reshdl/lib/liblummb.so", "lummb_publish"));
     get_counts_ = reinterpret_cast<lummb_get_counts_t>(symbol("reshdl/lib/liblummb.so", "lummb_get_counts"));
     const auto subscribe = reinterpret_cast<lummb_subscribe_t>(symbol("reshdl/lib/liblummb.so", "lummb_subscribe"));
+    // All that the plug-in sends.
     for (const uint32_t id : {769u, 770u, 771u, 2305u})
         subscribe(id, [](void* self, MbFrame::IEvent* event) { static_cast<Session*>(self)->on_event(event); }, this);
 }
 
+// The plug-in may still log, but not into an object that has gone.
 Session::~Session() { zel_log_set_tap(nullptr, nullptr); }
 
 void* Session::symbol(const std::string& library, const char* name) const {
@@ -115,7 +118,6 @@ void Session::disarm() {
 void Session::load() {
     plugin_ = dlopen((root_ + "/reshdl/bin/libzelreshdl.so").c_str(), RTLD_NOW);
     output(plugin_ != nullptr ? "loaded" : "not loaded");
-    // A load makes allocations, too: static objects of the plug-in are made then.
     if (plugin_ != nullptr) return;
     printf("wrong the library was not loaded: %s\n", dlerror());
     fflush(stdout);
@@ -149,6 +151,7 @@ void Session::stop_held() {
     // The stop joins the workers, and the trace worker is held in the trace module. So the stop runs beside, and the
     // trace goes on when only the trace worker is left.
     std::thread stopping([this] { output("uninit:" + std::to_string(PLUGIN(plugin_uninit)())); });
+    // The stop joins the alarm worker first, so from here on it waits for the trace worker.
     wait_until("the alarm worker ends", [] { return plugin_threads("zelreshdl_alarm") == 0; });
     hold(false);
     stopping.join();
@@ -168,6 +171,7 @@ void Session::send_dns(const ST_DNS_NATIVE& record, const char* query_name) {
 
 void Session::answer(uint32_t function, const std::vector<Answer>& answers) {
     const std::lock_guard lock(mutex_);
+    // Replaces what was left of earlier answers; without answers every call succeeds.
     answers_[function].assign(answers.begin(), answers.end());
 }
 
@@ -340,6 +344,7 @@ void Session::hang(const char* what) {
 void Session::wait_until(const char* what, const std::function<bool()>& done) {
     const auto deadline = zelhost::overrides::real_now() + kDeadline;
     while (!done()) {
+        // A real clock, because the plug-in's own is moved by the scenario.
         if (zelhost::overrides::real_now() >= deadline) hang(what);
         pause();
     }
@@ -409,6 +414,7 @@ void Session::step(const std::string& name, const char* group, const std::functi
     fflush(stdout);
 }
 
+// The balance: what is still alive, held, running or loaded at the end.
 void Session::finish() {
     wait_for_bus();
     // The ledger tells how often the data store was loaded and unloaded.

@@ -116,7 +116,7 @@ void ZelBpSdkApi::report_busy(size_t events, size_t traces, size_t delayed) cons
     put(head.szFunction, "PushQueue");
     put(head.szProduct, "EDR");
     put(head.szVersion, binding.szVersion);
-    // The head has room for 15 characters of the id. {
+    // The head has room for 15 characters of the id.
     put(head.szAgentId, std::string_view(binding.szAgentId, strnlen(binding.szAgentId, sizeof binding.szAgentId)));
     binding.m_zel_bp_trace_utf8(
         &head, "[info] The queue reached the busy threshold. Event queue:%zu, trc queue:%zu, delay queue:%zu", events,

@@ -48,7 +48,7 @@ void join(void*& thread) {
     thread = nullptr;
 }
 
-// A thread that runs already stays: a start that failed is undone by Uninit, which joins it.
+// A thread that runs already is kept.
 bool start_thread(void*& thread, int (*entry)(void*), void* param) {
     if (thread != nullptr) return true;
     const int32_t result = zel_thread_start(&thread, entry, param);

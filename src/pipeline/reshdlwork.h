@@ -96,8 +96,7 @@ private:
     void push(Incoming& incoming, EVENT_ID_T uEventId);
     NodePtr GetEventHandle(Incoming& incoming, EVENT_ID_T uEventId);
 
-    // Alert stage
-    // Alarm worker only. Each of these owns its node.
+    // The alert stage, on the alarm worker. Each of these owns its node.
     void HandleEvent(NodePtr pEventData);
     void HandleJsonEvent(NodePtr pEventData);
     void HandleBFEvent(NodePtr pEventData);

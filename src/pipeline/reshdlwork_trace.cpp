@@ -1,5 +1,5 @@
-// The trace stage: the road of a trace job from its first push to a finished trace, a callback or a discard. A job ends
-// in exactly one of these, and the eliminator is told of each end.
+// The trace stage: the road of a trace job from its first push to a finished trace, a callback or a discard. The
+// eliminator is told of each end but one: a stop discards what is queued and clears the eliminator as a whole.
 #include <array>
 #include <cstring>
 #include <ctime>
@@ -191,7 +191,6 @@ void CReshdlWork::HandleEventResult(DelayNodePtr pEventData) {
         return;
     }
     if (result.data() == nullptr) return;
-    // What the module gave goes out whatever it said of the trace; a host's callback alone is spared a failure.
     const ST_QUEQE_NODE& node = *pEventData->pNode;
     // A result goes out whatever the module said of the trace. Only a host's callback is spared a failure.
     CaptureTraceData(result.data(), result.size(), node.uEventId);

@@ -17,7 +17,6 @@ constexpr int kFailed = -1;
 constexpr int kInReset = -2;
 constexpr int kFileKind = 1;
 
-// The answer of an export whose body throws is -1, with an ERROR line.
 template <class Body>
 int exported(Body body) {
     int result = kFailed;
@@ -86,7 +85,6 @@ int plugin_init(void) {
 int plugin_uninit(void) {
     LOG_INFO("Stop handled event.");
     LOG_INFO("stop work thread!");
-    // An engine is not made just to be stopped.
     zel::guarded("call", [] {
         // The bus first, so that no event arrives while the pipeline stops. Without a mutex nothing has started, and an
         // object is not made just to be stopped.

@@ -25,7 +25,6 @@ namespace ResHdlCache {
 namespace {
 
 // A longer key text is cut. With a very long path the process id is then missing, and two processes share an entry.
-// A longer key text is cut. With a very long path the process id is then missing, and two processes share an entry.
 constexpr size_t kKeyTextSize = 1040;
 constexpr int32_t kMinuteMs = 60000;
 
@@ -77,7 +76,7 @@ uint64_t CFifoQueue::CalculateHash(const char* pszDomain, int64_t llProcessTime,
     char text[kKeyTextSize] = {};
     zel_str_snprintf(text, sizeof text, "Domain:%s,Ptime:%lld,Path:%s,Pid:%llu", pszDomain,
                      static_cast<long long>(llProcessTime), pszPath, wide(ullPid));
-    // The texts of the hit are kept as they came; only the key is made small.
+    // The key is in small letters; the texts of the hit stay as they came.
     const size_t size = strlen(text);
     if (size == 0) return 0;
     std::transform(text, text + size, text,

@@ -49,9 +49,9 @@ int32_t Bus::advise(MbFrame::IPlugin& plugin) {
         if (std::ranges::any_of(plugins_, [&](const auto& other) { return other->id == entry->id; })) return kFailed;
         plugins_.push_back(entry);
     }
-    // The answer of OnAdvised is not looked at. A plug-in that refuses stays in the list until it detaches itself.
     plugin.AddRef();
     Setting setting;
+    // The answer of OnAdvised is not looked at. A plug-in that refuses stays in the list until it detaches itself.
     plugin.OnAdvised(&setting, &bus_dispatcher());
     const Lock lock(mutex_);
     entry->event_ids = std::move(setting.event_ids);

@@ -41,7 +41,7 @@ public:
         keep_all(record_.pszText);
         if (record_.pVariant != nullptr) record_.pVariant = keep_variant();
     }
-    // Valid as long as the event. The plug-in may read it, texts included, during OnEvent and no longer.
+    // Valid as long as the event.
     void* native() override { return &record_; }
     bool is_dns() const override { return true; }
     const char* query_name() const override { return query_name_; }
@@ -89,7 +89,7 @@ private:
         }
     }
 
-    // Declared before the record: the constructor of the record's texts puts its copies here.
+    // Declared first, because making the other members puts copies of texts here.
     std::vector<std::unique_ptr<char[]>> owned_;
     ST_DNS_NATIVE record_;
     std::variant<std::monostate, ST_DNS_VARIANT_1, ST_DNS_VARIANT_2, ST_DNS_VARIANT_3> variant_;

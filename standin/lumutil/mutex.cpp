@@ -21,7 +21,7 @@ int32_t zel_mutex_init(void** mutex) {
     if (made == nullptr) return -ENOMEM;
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
-    // Recursive, as the agent promises it; the plug-in itself never locks twice.
+    // Recursive, as the agent promises it.
     pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
     const int error = pthread_mutex_init(made.get(), &attributes);
     pthread_mutexattr_destroy(&attributes);

@@ -30,8 +30,8 @@ int32_t zel_thread_start(void** thread, int (*entry)(void*), void* param) {
     *thread = nullptr;
     std::unique_ptr<Thread> made(new (std::nothrow) Thread{{}, entry, param});
     if (made == nullptr) return -ENOMEM;
-    const int error = pthread_create(&made->id, nullptr, run_thread, made.get());
     // The new thread reads the record at once, so the record is complete before the thread starts.
+    const int error = pthread_create(&made->id, nullptr, run_thread, made.get());
     if (error == 0) *thread = made.release();
     return -error;
 }

@@ -79,7 +79,7 @@ void trc_loaded() {
 Leftover trc_unloaded() {
     {
         const std::lock_guard lock(ledger.mutex);
-        // Counted before the host is asked: its explainer may read the counts of another library, not of this one.
+        // The lock is let go again at once, because the host is asked outside of it.
         ++ledger.trc.unloads;
     }
     Leftover leftover;
