@@ -204,7 +204,8 @@ void expect_as_cjson(const std::string& object, const std::string& key) {
 }
 
 TEST(JsonObject, FindsEachMemberAndTheFirstOfEqualNames) {
-    for (const size_t size : {1U, 63U, 64U, 65U, 66U}) {
+    expect_as_cjson(R"({"k@":0,"k`":1})", "k`");  // other names, but of one hash
+    for (const size_t size : {1U, 63U, 64U, 65U, 140U}) {
         std::vector<std::string> parts;
         for (size_t i = 0; i < size; ++i) parts.push_back("\"k" + std::to_string(i) + "\":0");
         const std::string all = joined(parts);
@@ -213,22 +214,6 @@ TEST(JsonObject, FindsEachMemberAndTheFirstOfEqualNames) {
             expect_as_cjson('{' + all + '}', "K" + number);
             expect_as_cjson('{' + all + ",\"K" + number + "\":1}", "k" + number);
         }
-    }
-}
-
-// Short names from few letters: many doubles, many collisions.
-TEST(JsonObject, FindsWhatCjsonFinds) {
-    uint32_t seed = 1;
-    const auto random = [&seed](uint32_t below) { return (seed = seed * 1664525 + 1013904223) / 65536 % below; };
-    const auto name = [&] {
-        std::string text;
-        for (uint32_t i = random(4); i > 0; --i) text += "abAB_`@Z"[random(8)];
-        return text;
-    };
-    for (int round = 0; round < 2000; ++round) {
-        std::string text = "{\"first\":[0]";
-        for (uint32_t i = random(120); i > 0; --i) text += ",\"" + name() + "\":0";
-        expect_as_cjson(text + '}', name());
     }
 }
 

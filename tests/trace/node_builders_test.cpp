@@ -16,47 +16,34 @@ Built build(Builder* builder, ST_QUEQE_NODE& node) {
 
 void put(std::span<char> room, const std::string& text) { zel_str_strlcpy(room.data(), text.c_str(), room.size()); }
 
-// A DNS hit with a value of its own in each member.
+// A DNS hit. Each number has a value of its own; the texts but the query's name are t0, t1 and so on in the order in
+// which they are checked.
 struct Hit {
-    ST_IOC_MSG msg;
-    IocVariant2 area{.uPid = 0xFFFFFFFE,
-                     .llCreateTime = 5,
-                     .szGuid = "pguid",
-                     .szPath = "/bin/x",
-                     .szMd5 = "md5",
-                     .szSha256 = "sha",
-                     .szCmd = "cmd",
-                     .szUser = "root",
-                     .szUnread = "\x01",
-                     .szDomain = "domain",
-                     .nDnsStatus = -4,
-                     .szDnsResults = "1.2.3.4",
-                     .uTail = 1};
-    ST_QUEQE_NODE node{
-        .ullCacheKey = 77, .szGuid = "0123456789-0123456789-0123456789-123", .pIocMsg = &msg, .stFileTrace = {}};
+    ST_IOC_MSG m;
+    IocVariant2 a{};
+    ST_QUEQE_NODE node{.ullCacheKey = 77, .pIocMsg = &m, .stFileTrace = {}};
+    // clang-format off
+    const std::vector<std::span<char>> texts = {
+        node.szGuid, m.szContainerId, m.szRepository, m.szMounts, m.szUser, m.szNamespace, m.szImageId,  // 0 to 6
+        m.szImageTag, m.szContainerName, m.szCapability, m.szPortsBinding, m.szImageName,                // 7 to 11
+        a.szGuid, a.szPath, a.szMd5, a.szSha256, a.szCmd, a.szUser, a.szDomain, a.szDnsResults};         // 12 to 19
+    // clang-format on
 
     Hit() {
-        msg.uKind = 1;
-        msg.ullHead[12] = 99;
-        msg.uHead[0] = 0xFFFFFFFF;
-        msg.strQueryName = "bad.example";
-        msg.llScore = 90;
-        put(msg.szContainerId, "container");
-        put(msg.szRepository, "repository");
-        put(msg.szMounts, "mounts");
-        put(msg.szUser, "user");
-        put(msg.szNamespace, "namespace");
-        put(msg.szImageId, "image-id");
-        put(msg.szImageTag, "tag");
-        put(msg.szContainerName, "name");
-        put(msg.szCapability, "capability");
-        put(msg.szPortsBinding, "ports");
-        put(msg.szImageName, "image");
-        put(msg.szUnread1, "\x01");
-        put(msg.szUnread2, "\x01");
+        for (size_t i = 0; i < texts.size(); ++i) put(texts[i], 't' + std::to_string(i));
+        for (const std::span<char> unread : {std::span<char>(m.szUnread1), {m.szUnread2}, {a.szUnread}})
+            put(unread, "\x01");
+        m.uKind = 1;
+        m.ullHead[12] = 99;
+        m.uHead[0] = 0xFFFFFFFF;
+        m.strQueryName = "bad.example";
+        m.llScore = 90;
+        a.uPid = 0xFFFFFFFE;
+        a.llCreateTime = 5;
+        a.nDnsStatus = -4;
     }
     Built built() {
-        memcpy(msg.variant, &area, sizeof area);
+        memcpy(m.variant, &a, sizeof a);
         return build(CGetProtobuf::GetIocProtobuf, node);
     }
 };
@@ -64,18 +51,17 @@ struct Hit {
 TEST(IocBuilder, EveryMemberReachesItsField) {
     ProcessTreeSelector::Instance();  // says that there is no adapter
     Hit hit;
-    hit.msg.szUser[5] = '\x01';  // behind the end of the text
+    hit.m.szUser[5] = '\x01';  // behind the end of the text
     const Built built = hit.built();
     EXPECT_EQ(
         built.shown,
-        "1=me 8={1=1 2=0123456789-0123456789-0123456789-123 3=5 4=90 5=90 8=99 9=99 "
-        "11={8={2=2 3=99 4={2=-2 3=pguid 4=/bin/x 5=md5 6=sha 8=cmd 9=root 13=5} 19={2=domain 3=-4 4=1.2.3.4}} 11=100} "
-        "14=bad.example 15=77 23=container 24=repository 25=mounts 26=user 27=namespace 28=image-id 29=tag 30=name "
-        "31=capability 32=ports 33=image 34=-1} 16={1=IOC}");
+        "1=me 8={1=1 2=t0 3=5 4=90 5=90 8=99 9=99 11={8={2=2 3=99 4={2=-2 3=t12 4=t13 5=t14 6=t15 8=t16 9=t17 13=5} "
+        "19={2=t18 3=-4 4=t19}} 11=100} 14=bad.example 15=77 23=t1 24=t2 25=t3 26=t4 27=t5 28=t6 29=t7 30=t8 31=t9 "
+        "32=t10 33=t11 34=-1} 16={1=IOC}");
     EXPECT_EQ(built.lines, Lines{});
     EXPECT_TRUE(ProcessTreeSelector::Instance().IsSelected());
-    memset(hit.area.szGuid, 'g', sizeof hit.area.szGuid);  // without an end of its own
-    EXPECT_THAT(hit.built().shown, testing::HasSubstr(" 3=" + std::string(32, 'g') + "/bin/x 4=/bin/x "));
+    memset(hit.a.szGuid, 'g', sizeof hit.a.szGuid);  // without an end of its own
+    EXPECT_THAT(hit.built().shown, testing::HasSubstr(" 3=" + std::string(32, 'g') + "t13 4=t13 "));
 }
 
 TEST(IocBuilder, ChecksArraysWholeAndContainerTextsToTheirEnd) {
@@ -88,15 +74,15 @@ TEST(IocBuilder, ChecksArraysWholeAndContainerTextsToTheirEnd) {
         const Lines& lines;
     } rows[] = {
         {"GUID", hit.node.szGuid[0], alert},
-        {"container text", hit.msg.szImageName[0], alert},
-        {"end of the subject's GUID", hit.area.szGuid[31], subject},
-        {"end of the path", hit.area.szPath[1024], subject},
-        {"end of the MD5", hit.area.szMd5[32], subject},
-        {"end of the SHA-256", hit.area.szSha256[64], subject},
-        {"end of the command", hit.area.szCmd[1024], subject},
-        {"end of the user", hit.area.szUser[32], subject},
-        {"end of the domain", hit.area.szDomain[63], alert},
-        {"end of the results", hit.area.szDnsResults[511], alert},
+        {"container text", hit.m.szImageName[0], alert},
+        {"end of the subject's GUID", hit.a.szGuid[31], subject},
+        {"end of the path", hit.a.szPath[1024], subject},
+        {"end of the MD5", hit.a.szMd5[32], subject},
+        {"end of the SHA-256", hit.a.szSha256[64], subject},
+        {"end of the command", hit.a.szCmd[1024], subject},
+        {"end of the user", hit.a.szUser[32], subject},
+        {"end of the domain", hit.a.szDomain[63], alert},
+        {"end of the results", hit.a.szDnsResults[511], alert},
     };
     for (const auto& row : rows) {
         const char good = std::exchange(row.byte, '\x01');
@@ -109,96 +95,72 @@ TEST(IocBuilder, ChecksArraysWholeAndContainerTextsToTheirEnd) {
 
 TEST(IocBuilder, TextsAreCheckedInOrder) {
     Hit hit;
-    ST_IOC_MSG& m = hit.msg;
-    IocVariant2& a = hit.area;
-    const std::span<char> texts[] = {
-        hit.node.szGuid, m.strQueryName, m.szContainerId, m.szRepository,    m.szMounts,     m.szUser,
-        m.szNamespace,   m.szImageId,    m.szImageTag,    m.szContainerName, m.szCapability, m.szPortsBinding,
-        m.szImageName,   a.szGuid,       a.szPath,        a.szMd5,           a.szSha256,     a.szCmd,
-        a.szUser,        a.szDomain,     a.szDnsResults};
-    for (size_t i = 0; i < std::size(texts); ++i) put(texts[i], bad_text(i));
-    m.strQueryName = bad_text(1);
-    for (size_t i = 0; i < std::size(texts); ++i) {
+    for (size_t i = 0; i < hit.texts.size(); ++i) put(hit.texts[i], bad_text(i));
+    hit.m.strQueryName = bad_text(99);
+    for (size_t i = 0; i < hit.texts.size(); ++i) {
         EXPECT_EQ(hit.built().lines.front(), first_line_about(i));
-        texts[i].front() = 'x';
+        put(hit.texts[i], "");
+        if (i > 0) continue;
+        EXPECT_EQ(hit.built().lines.front(), first_line_about(99)) << "behind the GUID";
+        hit.m.strQueryName = "";
     }
     EXPECT_EQ(hit.built().lines, Lines{});
 }
 
-// A node of `id` whose payload and path are `data`.
-Built build(Builder* builder, EVENT_ID id, const std::string* data) {
-    ST_QUEQE_NODE node{.uEventId = id,
-                       .szGuid = "g",
-                       .stFileTrace = {data == nullptr ? "" : *data, "key"},
-                       .uSize = data == nullptr ? 0 : data->size(),
-                       .pData = data == nullptr ? nullptr : const_cast<char*>(data->c_str())};
-    return build(builder, node);
-}
-
-TEST(Findings, TravelAsTextUnderTheirCommand) {
-    const std::string text = "{\x01";
-    const std::pair<EVENT_ID, std::string> rows[] = {
-        {event_id::port_scan, "6"}, {event_id::brute_force, "5"}, {event_id::abnormal_login, "7"}};
-    for (const auto& [id, command] : rows) {
-        const Built built = build(CGetProtobuf::GetBfProtobuf, id, &text);
-        EXPECT_EQ(built.shown, "1=me 5=" + command + " 8={} 14={\x01 16={1=AbnormalL}");
-        EXPECT_EQ(built.lines, errors({"Unknown event!"}));
-    }
-    const Built empty = build(CGetProtobuf::GetBfProtobuf, event_id::brute_force, nullptr);
-    EXPECT_EQ(empty.shown, "");
-    EXPECT_EQ(empty.lines, errors({"Unknown event!", "param is error!"}));
-    const Built unknown = build(CGetProtobuf::GetBfProtobuf, event_id::credible_event, &text);
-    EXPECT_EQ(unknown.shown, "");
-    EXPECT_EQ(unknown.lines, errors({"Unknown event!", "GetMainBuf failed!"}));
-}
-
-TEST(DetectionResults, GetThisAgentsIdAndTheirCommand) {
+// Builders that need no more than an event id and a payload: the text of a finding, the message of a detection result,
+// the path of a file trace.
+TEST(SmallBuilders, FillWhatTheEventAsksFor) {
+    using namespace event_id;
+    const auto bf = CGetProtobuf::GetBfProtobuf, detanal = CGetProtobuf::GetDetanalProtobuf;
+    const auto file = CGetProtobuf::GetFileTraceProtobuf;
+    const std::string unknown = "Unknown event!", param = "param is error!", main_buf = "GetMainBuf failed!";
+    const std::string alert = "GetThreatAlertInfo failed!", around = "1=me 8={1=15 2=g 3=5 4=100 5=100 11={8={";
+    const std::string text = "{\x01", path = "/p", bad = "\x01", broken = "\xFF\xFF", empty;
     const std::string whole = "\x0A\x05other\x12\x04task\xFA\x3F\x01x";  // agent_id, task_id, and a field unknown here
-    const std::string torn = whole + "\x07", broken = "\xFF\xFF";
-    const Lines none, bad = errors({"param is error!"});
+    const std::string torn = whole + "\x07";
     const struct {
         const char* what;
+        Builder* builder;
         EVENT_ID id;
-        const std::string* payload;
+        const std::string& payload;
         std::string shown;
         Lines lines;
     } rows[] = {
-        {"whole", event_id::credible_event, &whole, "1=me 2=task 5=9 1023=x", none},
-        {"other command", event_id::event_detect, &whole, "1=me 2=task 5=10 1023=x", none},
-        {"torn", event_id::credible_event, &torn, "1=me 2=task 5=9 1023=x", bad},
-        {"no message", event_id::credible_event, &broken, "1=me 5=9", bad},
-        {"no payload", event_id::credible_event, nullptr, "1=me 5=9", none},
-        {"unknown", event_id::abnormal_login, &whole, "", errors({"Unknown event!", "GetMainBuf failed!"})},
+        // clang-format off
+        {"scan", bf, port_scan, text, "1=me 5=6 8={} 14={\x01 16={1=AbnormalL}", errors({unknown})},
+        {"brute force", bf, brute_force, text, "1=me 5=5 8={} 14={\x01 16={1=AbnormalL}", errors({unknown})},
+        {"login", bf, abnormal_login, text, "1=me 5=7 8={} 14={\x01 16={1=AbnormalL}", errors({unknown})},
+        {"finding without text", bf, brute_force, empty, "", errors({unknown, param})},
+        {"no finding", bf, credible_event, text, "", errors({unknown, main_buf})},
+        {"result", detanal, credible_event, whole, "1=me 2=task 5=9 1023=x", {}},
+        {"other command", detanal, event_detect, whole, "1=me 2=task 5=10 1023=x", {}},
+        {"torn result", detanal, credible_event, torn, "1=me 2=task 5=9 1023=x", errors({param})},
+        {"no message", detanal, credible_event, broken, "1=me 5=9", errors({param})},
+        {"result without message", detanal, credible_event, empty, "1=me 5=9", {}},
+        {"no result", detanal, abnormal_login, whole, "", errors({unknown, main_buf})},
+        {"file", file, file_trace_file, path, around + "2=5 10={2=/p}}} 22=key}", {}},
+        {"processes", file, file_trace_process, path, around + "2=1 5={4=/p}}} 22=key}", {}},
+        {"refused path of a file", file, file_trace_file, bad, "", refused({alert})},
+        {"refused path of processes", file, file_trace_process, bad, "", refused({alert})},
+        {"no file trace", file, 514, path, "", errors({"unknown event id:514", alert})},
+        // clang-format on
     };
     for (const auto& row : rows) {
-        const Built built = build(CGetProtobuf::GetDetanalProtobuf, row.id, row.payload);
+        ST_QUEQE_NODE node{.uEventId = row.id,
+                           .szGuid = "g",
+                           .stFileTrace = {row.payload, "key"},
+                           .uSize = row.payload.size(),
+                           .pData = row.payload.empty() ? nullptr : const_cast<char*>(row.payload.c_str())};
+        const Built built = build(row.builder, node);
         EXPECT_EQ(built.shown, row.shown) << row.what;
         EXPECT_EQ(built.lines, row.lines) << row.what;
     }
-    char byte = 0;
-    ST_QUEQE_NODE huge{.uEventId = event_id::credible_event, .stFileTrace = {}, .uSize = 0x80000000, .pData = &byte};
-    EXPECT_EQ(build(CGetProtobuf::GetDetanalProtobuf, huge).lines, bad);
 }
 
-TEST(FileTraces, AreAlertsMadeUpAroundThePath) {
-    const std::string path = "/p", bad = "\x01", around = "1=me 8={1=15 2=g 3=5 4=100 5=100 11={8={";
-    const struct {
-        EVENT_ID id;
-        const std::string& path;
-        std::string shown;
-        Lines lines;
-    } rows[] = {
-        {event_id::file_trace_file, path, around + "2=5 10={2=/p}}} 22=key}", {}},
-        {event_id::file_trace_process, path, around + "2=1 5={4=/p}}} 22=key}", {}},
-        {event_id::file_trace_file, bad, "", refused({"GetThreatAlertInfo failed!"})},
-        {event_id::file_trace_process, bad, "", refused({"GetThreatAlertInfo failed!"})},
-        {514, path, "", errors({"unknown event id:514", "GetThreatAlertInfo failed!"})},
-    };
-    for (const auto& row : rows) {
-        const Built built = build(CGetProtobuf::GetFileTraceProtobuf, row.id, &row.path);
-        EXPECT_EQ(built.shown, row.shown) << row.id;
-        EXPECT_EQ(built.lines, row.lines) << row.id;
-    }
+TEST(SmallBuilders, TakeAPayloadOf2GibibytesAsUnreadable) {
+    char byte = 0;
+    ST_QUEQE_NODE node{.uEventId = event_id::credible_event, .stFileTrace = {}, .uSize = 0x80000000, .pData = &byte};
+    EXPECT_EQ(build(CGetProtobuf::GetDetanalProtobuf, node).lines, errors({"param is error!"}));
 }
 
 }  // namespace

@@ -104,12 +104,8 @@ TEST(Objects, EveryTypeReachesItsFieldsAndNoOtherIsKnown) {
     }
 }
 
-template <class... Text>
-std::vector<std::string*> list(Text&... texts) {
-    return {&texts...};
-}
 template <class R>
-void expect_order_of(uint32_t uType, std::vector<std::string*> (*texts)(R& record)) {
+void expect_order_of(uint32_t uType, std::vector<std::string*> (*texts)(R& r)) {
     auto record = std::make_unique<R>();
     const std::vector<std::string*> checked = texts(*record);
     ST_BUF_DATA data = alert_of(uType, zel::EventPrivate(std::move(record)));
@@ -117,44 +113,38 @@ void expect_order_of(uint32_t uType, std::vector<std::string*> (*texts)(R& recor
 }
 
 TEST(Objects, TextsAreCheckedInOrder) {
+#define ORDER(uType, R, ...) expect_order_of<R>(uType, [](R& r) { return std::vector<std::string*>{__VA_ARGS__}; })
     // clang-format off
-    expect_order_of<ST_PROCESS_CREATE>(1, [](auto& r) {
-        return list(r.strImage, r.strCmd, r.strUser, r.strGuid, r.strMd5, r.strSha256); });
-    expect_order_of<ST_REMOTE_THREAD>(3, [](auto& r) {
-        return list(r.strImage, r.strStartModule, r.strStartFunction); });
-    expect_order_of<ST_LOAD_EVENT>(4, [](auto& r) { return list(r.strImage); });
-    expect_order_of<ST_LOAD_EVENT>(5, [](auto& r) { return list(r.strImage, r.strImageSigner); });
-    expect_order_of<ST_FILE_CREATE>(6, [](auto& r) { return list(r.strFilePath, r.strFileType); });
-    expect_order_of<ST_FILE_DELETE>(7, [](auto& r) { return list(r.strFilePath); });
-    expect_order_of<ST_FILE_RENAME>(8, [](auto& r) { return list(r.strNewFilePath, r.strOldFilePath, r.strFileType); });
-    expect_order_of<ST_REG_OP>(11, [](auto& r) { return list(r.strKeyPath); });
-    expect_order_of<ST_REG_OP>(12, [](auto& r) { return list(r.strKeyPath); });
-    expect_order_of<ST_REG_SET>(13, [](auto& r) { return list(r.strKeyPath, r.strValueName, r.strValueData); });
-    expect_order_of<ST_NETWORK_CONNECT>(14, [](auto& r) { return list(r.strDstIp, r.strSrcIp, r.strProtocol); });
-    expect_order_of<ST_DNS_QUERY>(15, [](auto& r) { return list(r.strDomain, r.strResultIp); });
-    expect_order_of<ST_TASK_CREATE>(16, [](auto& r) {
-        return list(r.strTaskName, r.strTaskPath, r.strTaskUser, r.strTaskFreq); });
-    expect_order_of<ST_WMIFILTER_INFO>(17, [](auto& r) {
-        return list(r.strName, r.strNamespace, r.strQuery, r.strUser); });
-    expect_order_of<ST_WMICONSUMER_INFO>(18, [](auto& r) {
-        return list(r.strName, r.strObject, r.strWmiType, r.strUser); });
-    expect_order_of<ST_WMIBINDING_INFO>(19, [](auto& r) {
-        return list(r.strConsumerName, r.strFilterName, r.strUser); });
-    expect_order_of<ST_ACCOUNT_CREATE>(20, [](auto& r) {
-        return list(r.strUserSid, r.strUserName, r.strDomainName,
-                    r.strTargetUserSid, r.strTargetUserName, r.strTargetDomainName); });
-    expect_order_of<ST_ACCOUNT_LOGON>(21, [](auto& r) {
-        return list(r.strUserSid, r.strUserName, r.strDomainName,
-                    r.strTargetUserSid, r.strTargetUserName, r.strTargetDomainName); });
-    expect_order_of<ST_SVRCREATE_INFO>(22, [](auto& r) { return list(r.strServiceCmd, r.strServiceName); });
-    expect_order_of<ST_SVRDEL_INFO>(23, [](auto& r) { return list(r.strServiceName); });
-    expect_order_of<ST_SVRUPDATE_INFO>(24, [](auto& r) { return list(r.strServiceCmd, r.strServiceName); });
-    expect_order_of<ST_PORTLISTEN_INFO>(25, [](auto& r) { return list(r.strAddress, r.strProtocol); });
-    expect_order_of<ST_FILE_OPEN_INFO>(26, [](auto& r) { return list(r.strFilePath, r.strFileType); });
-    expect_order_of<ST_SYMBOL_LINK_INFO>(27, [](auto& r) { return list(r.strLinkName, r.strTarget); });
-    expect_order_of<ST_NAMED_PIPE_CREATE_INFO>(28, [](auto& r) { return list(r.strPipeName); });
-    expect_order_of<ST_NAMED_PIPE_CONNECT_INFO>(29, [](auto& r) { return list(r.strPipeName); });
+    ORDER(1, ST_PROCESS_CREATE, &r.strImage, &r.strCmd, &r.strUser, &r.strGuid, &r.strMd5, &r.strSha256);
+    ORDER(3, ST_REMOTE_THREAD, &r.strImage, &r.strStartModule, &r.strStartFunction);
+    ORDER(4, ST_LOAD_EVENT, &r.strImage);
+    ORDER(5, ST_LOAD_EVENT, &r.strImage, &r.strImageSigner);
+    ORDER(6, ST_FILE_CREATE, &r.strFilePath, &r.strFileType);
+    ORDER(7, ST_FILE_DELETE, &r.strFilePath);
+    ORDER(8, ST_FILE_RENAME, &r.strNewFilePath, &r.strOldFilePath, &r.strFileType);
+    ORDER(11, ST_REG_OP, &r.strKeyPath);
+    ORDER(12, ST_REG_OP, &r.strKeyPath);
+    ORDER(13, ST_REG_SET, &r.strKeyPath, &r.strValueName, &r.strValueData);
+    ORDER(14, ST_NETWORK_CONNECT, &r.strDstIp, &r.strSrcIp, &r.strProtocol);
+    ORDER(15, ST_DNS_QUERY, &r.strDomain, &r.strResultIp);
+    ORDER(16, ST_TASK_CREATE, &r.strTaskName, &r.strTaskPath, &r.strTaskUser, &r.strTaskFreq);
+    ORDER(17, ST_WMIFILTER_INFO, &r.strName, &r.strNamespace, &r.strQuery, &r.strUser);
+    ORDER(18, ST_WMICONSUMER_INFO, &r.strName, &r.strObject, &r.strWmiType, &r.strUser);
+    ORDER(19, ST_WMIBINDING_INFO, &r.strConsumerName, &r.strFilterName, &r.strUser);
+    ORDER(20, ST_ACCOUNT_CREATE, &r.strUserSid, &r.strUserName, &r.strDomainName, &r.strTargetUserSid,
+          &r.strTargetUserName, &r.strTargetDomainName);
+    ORDER(21, ST_ACCOUNT_LOGON, &r.strUserSid, &r.strUserName, &r.strDomainName, &r.strTargetUserSid,
+          &r.strTargetUserName, &r.strTargetDomainName);
+    ORDER(22, ST_SVRCREATE_INFO, &r.strServiceCmd, &r.strServiceName);
+    ORDER(23, ST_SVRDEL_INFO, &r.strServiceName);
+    ORDER(24, ST_SVRUPDATE_INFO, &r.strServiceCmd, &r.strServiceName);
+    ORDER(25, ST_PORTLISTEN_INFO, &r.strAddress, &r.strProtocol);
+    ORDER(26, ST_FILE_OPEN_INFO, &r.strFilePath, &r.strFileType);
+    ORDER(27, ST_SYMBOL_LINK_INFO, &r.strLinkName, &r.strTarget);
+    ORDER(28, ST_NAMED_PIPE_CREATE_INFO, &r.strPipeName);
+    ORDER(29, ST_NAMED_PIPE_CONNECT_INFO, &r.strPipeName);
     // clang-format on
+#undef ORDER
     // Two that need more than their texts: a time above 0, and a file.
     EXPECT_EQ(build_event(9, record(PST_FILE_TIME_CHANGE{bad_text(0), 1, 1})).lines.front(), first_line_about(0));
     for (size_t good = 0; good < 3; ++good) {
