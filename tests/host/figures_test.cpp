@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -113,14 +112,17 @@ TEST(Figures, TheSettingsTellWhetherTracingIsOff) {
 
 // All texts between quotation marks in src/, line by line.
 std::set<std::string> literals_of_the_plug_in() {
-    static const std::regex quoted(R"re("((?:[^"\\]|\\.)*)")re");
     std::set<std::string> literals;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(ZEL_SOURCES)) {
         if (entry.path().extension() != ".cpp" && entry.path().extension() != ".h") continue;
         std::ifstream file(entry.path());
         for (std::string line; std::getline(file, line);)
-            for (std::sregex_iterator at(line.begin(), line.end(), quoted), end; at != end; ++at)
-                literals.insert((*at)[1]);
+            for (size_t begin = line.find('"'); begin != std::string::npos; begin = line.find('"', begin)) {
+                size_t end = ++begin;
+                while (end < line.size() && line[end] != '"') end += line[end] == '\\' ? 2 : 1;
+                literals.insert(line.substr(begin, end - begin));
+                begin = end + 1;
+            }
     }
     return literals;
 }
@@ -128,9 +130,11 @@ std::set<std::string> literals_of_the_plug_in() {
 constexpr char kValue = '\1';
 
 // A format with kValue in the place of its conversions.
-std::string template_of(const std::string& format) {
-    static const std::regex conversion("%[-0-9.]*[hlz]*[diuxXscp]");
-    return std::regex_replace(format, conversion, std::string(1, kValue));
+std::string template_of(std::string format) {
+    for (size_t at = 0; (at = format.find('%', at)) != std::string::npos; ++at)
+        if (const size_t last = format.find_first_not_of("-0123456789.hlz", at + 1); last != std::string::npos)
+            format.replace(at, last - at + 1, 1, kValue);
+    return format;
 }
 
 // Whether a line of that template can start with `text`. A value has to be a number or a word of its own in the
