@@ -1,6 +1,6 @@
 #include "documents.h"
 
-#include <cstdio>
+#include "host/lib/alert.h"
 
 namespace {
 
@@ -29,17 +29,22 @@ constexpr EventKind kKinds[kKindCount] = {
     {26, kOpenKeys, R"("FilePath":"/etc/shadow","FileType":"text")"},
 };
 
-std::string event_json(int index) {
+constexpr const char* kSubject =
+    R"("LoginName":"deploy","SshIp":"192.0.2.7","SubjectMd5":"9e107d9d372bb6826bd81d3542a419d6",)"
+    R"("SubjectSha256":"d7a8fbb307d7809469ca9abcb0082e4f8d5651e46d3cdb762d02d0bf37c9e592","Highlight":["/tmp/.x"],)";
+constexpr const char* kRule =
+    R"("internal_id":"lnx-17","tags":["linux","shell"],"risk_tag":"execution","confidence":80)";
+
+zelhost::AlertEvent event(int index) {
     const EventKind& kind = kKinds[index % kKindCount];
-    const std::string number = std::to_string(100000 + index);
-    return R"({"version":1,"type":)" + std::to_string(kind.type) +
-           R"(,"SubjectPid":2311,"SubjectTid":2311,"SubjectImage":"/usr/bin/bash",)" +
-           R"("SubjectCmd":"bash -c /tmp/.x/job )" + number +
-           R"(","SubjectCreateTime":1715000000123,"SubjectUser":"root",)" +
-           R"("LoginName":"deploy","SshIp":"192.0.2.7","SubjectMd5":"9e107d9d372bb6826bd81d3542a419d6",)" +
-           R"("SubjectSha256":"d7a8fbb307d7809469ca9abcb0082e4f8d5651e46d3cdb762d02d0bf37c9e592",)" +
-           R"("SubjectGuid":"6f1b2c3d-0000-4000-8000-000000000001","OpTime":1715000)" + number +
-           R"(,"Highlight":["/tmp/.x"],)" + kind.object + "}";
+    const int number = 100000 + index;
+    return {.type = static_cast<int>(kind.type),
+            .pid = 2311,
+            .image = "/usr/bin/bash",
+            .keys = std::string(kSubject) + kind.object,
+            .op_time = 1715000000000 + number,
+            .command = "bash -c /tmp/.x/job " + std::to_string(number),
+            .guid = "6f1b2c3d-0000-4000-8000-000000000001"};
 }
 
 }  // namespace
@@ -51,21 +56,12 @@ std::span<const char* const> object_keys(unsigned type) {
 }
 
 std::string make_document(int events) {
-    std::string text =
-        R"({"alert_type":3,"risk_level":"High","threat_score":80,"total_score":100,"verify_score":0,)"
-        R"("verify_total_score":0,"count":1,"hash":123456789012345,"engine_ver":"1.0.4","engine_rule_ver":"20240506","rule":[)";
+    zelhost::Alert alert{.rules = {}, .level = "High", .details = false};
     for (int index = 0; index < events; ++index) {
-        if (index % kRuleEvents == 0) {
-            text += index == 0 ? "" : "]},";
-            text +=
-                R"({"rule_id":"R-)" + std::to_string(1000 + index / kRuleEvents) +
-                R"(","mitre_id":"T1059.004","rule_desc":"shell started by a service",)" +
-                R"("status":"Enable","score":8,"version":"1.2","rule_name":"Service shell","internal_id":"lnx-17","tags":["linux","shell"],)" +
-                R"("risk_tag":"execution","confidence":80,"event":[)";
-        } else {
-            text += ",";
-        }
-        text += event_json(index);
+        if (index % kRuleEvents == 0)
+            alert.rules.push_back(
+                {.id = "R-" + std::to_string(1000 + index / kRuleEvents), .events = {}, .keys = kRule, .score = 8});
+        alert.rules.back().events.push_back(event(index));
     }
-    return text + R"(]}],"Guid":"0a1b2c3d-1111-4222-8333-444455556666"})";
+    return alert.text();
 }

@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 
-mapfile -t sources < <(find src standin host tests bench fuzz -name '*.cpp' -o -name '*.h' | sort)
+mapfile -t sources < <(find src standin host tests bench longrun fuzz -name '*.cpp' -o -name '*.h' | sort)
 if [ "${1-}" = --fix ]; then
     exec clang-format-19 -i "${sources[@]}"
 fi

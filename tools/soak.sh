@@ -16,4 +16,4 @@ fi
 export ASAN_OPTIONS="detect_stack_use_after_return=1:strict_string_checks=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
 export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
-exec "$root/build/$preset/bench/soak" $((minutes * 60))
+exec "$root/build/$preset/longrun/soak" $((minutes * 60))

@@ -6,4 +6,4 @@
 set -euo pipefail
 root="$(dirname "$(readlink -f "$0")")/.."
 "$root/tools/build.sh" release storm
-exec "$root/build/release/bench/storm" "${1:-100000}"
+exec "$root/build/release/longrun/storm" "${1:-100000}"

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <iterator>
 #include <memory>
-#include <string>
 
 #include "common/log.h"
 #include "platform/event_ids.h"
@@ -15,6 +14,7 @@ constexpr const char* kFolder = "/root/kq-agent/";
 constexpr const char* kFlagFile = "/root/kq-agent/reshdlproto_flag";
 constexpr const char* kFileNames[] = {"ioa_alarm.data", "ioa_trc.data",   "ioc_alarm.data",
                                       "ioc_trc.data",   "kov_alarm.data", "kov_trc.data"};
+constexpr size_t kPathSize = 64;   // of the longest name here
 constexpr int32_t kLastNumber = 20;  // after a greater one the count starts again: numbers run 1 to 21
 
 // One for all kinds and both worker threads. Two captures at the same moment may share a number.
@@ -25,8 +25,8 @@ struct FileCloser {
 };
 using File = std::unique_ptr<FILE, FileCloser>;
 
-void write_file(const std::string& path, const char* mode, const void* data, size_t size) {
-    const File file(fopen(path.c_str(), mode));
+void write_file(const char* path, const char* mode, const void* data, size_t size) {
+    const File file(fopen(path, mode));
     if (file != nullptr && size > 0) fwrite(data, 1, size, file.get());
 }
 
@@ -39,12 +39,15 @@ void CaptureData(const char* pBuffer, uint64_t uSize, CaptureKind eKind) {
         return;
     }
     const int32_t number = g_sequence.load(std::memory_order_relaxed);
-    std::string path = kFolder;
-    if (const auto kind = static_cast<size_t>(eKind); kind < std::size(kFileNames)) path += kFileNames[kind];
-    path += "." + std::to_string(number);
+    const auto kind = static_cast<size_t>(eKind);
+    char path[kPathSize];
+    zel_str_snprintf(path, sizeof path, "%s%s.%d", kFolder, kind < std::size(kFileNames) ? kFileNames[kind] : "", number);
     write_file(path, "wb", pBuffer, uSize);
-    const std::string line = std::to_string(uSize) + "\n";
-    write_file(path + ".size", "ab", line.data(), line.size());
+    char size_path[kPathSize];
+    zel_str_snprintf(size_path, sizeof size_path, "%s.size", path);
+    char line[24];
+    const int32_t length = zel_str_snprintf(line, sizeof line, "%llu\n", static_cast<unsigned long long>(uSize));
+    write_file(size_path, "ab", line, static_cast<size_t>(length));
     g_sequence.store(number > kLastNumber ? 1 : number + 1, std::memory_order_relaxed);
 }
 

@@ -1,4 +1,5 @@
-// Owner of the record behind an event: what the event's decoder made, whatever its type. Alarm worker only.
+// Owner of the record behind an event, whatever its type. The event's decoder makes the record, the event moves it
+// along, and who is last frees it. Alarm worker only.
 #pragma once
 
 #include <memory>
@@ -13,6 +14,7 @@ public:
     template <class R>
     explicit EventPrivate(std::unique_ptr<R> record) : record_(record.release(), &destroy<R>) {}
 
+    // Whether there is a record.
     explicit operator bool() const { return record_ != nullptr; }
 
     // The record if it is an R, otherwise null. The deleter tells: each type of record has its own.

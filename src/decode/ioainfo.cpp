@@ -1,4 +1,5 @@
-// Event decoders and the table of event types.
+// Event decoders and the table of event types. A decoder reads what an event acted upon, its object, into a new record.
+// Each event type has one row in the table; types 4 and 5 share a decoder, as do 11 and 12.
 #include <iterator>
 #include <memory>
 #include <new>
@@ -22,6 +23,7 @@ using zel::Words;
 
 namespace {
 
+// What all decoders do. A record that cannot be read to its end is freed, and the event has none then.
 template <class R>
 bool decode_record(const JsonObject& object, ST_RAW_EVENT& event, std::span<const Field<R>> fields,
                    const char* record_name, std::source_location where = std::source_location::current()) {
@@ -39,7 +41,7 @@ bool decode_record(const JsonObject& object, ST_RAW_EVENT& event, std::span<cons
 
 namespace zel {
 
-// The record that a decoder makes.
+// The record that a decoder makes. The table compares it with the record of the decoder's type.
 template <CEventHandle::EventDecoder* decoder>
 struct Makes;
 
@@ -166,6 +168,7 @@ namespace {
 
 enum class Dispatch : bool { no, yes };
 
+// A record with process id, creation time and image is a process that can be checked.
 template <uint32_t uType, CEventHandle::EventDecoder* decode, Dispatch dispatch = Dispatch::yes>
 consteval EventType row() {
     using R = zel::RecordOf<uType>;

@@ -1,4 +1,7 @@
 // Scenario, post-operations and the selection of a process tree.
+//
+// A scenario names the processes that took part beside the rules. A post-operation is work that an event asks for: the
+// memory of a process is to be checked, or the tree of a process is to be selected.
 #include "common/checks.h"
 #include "common/log.h"
 #include "decode/event_records.h"
@@ -16,11 +19,13 @@ struct PostOperation {
     int32_t nType = 0;
 };
 constexpr Field<PostOperation> kPostOperationTypeField = {"Type", &PostOperation::nType};
+// Bits of a post-operation's type. With both set, the memory check alone is done.
 constexpr int32_t kMemoryCheck = 1;
 constexpr int32_t kSelectTree = 2;
 
 constexpr Field<ST_BUF_DATA> kScenarioIdField = {"ScenarioID", &ST_BUF_DATA::strScenarioId};
 
+// Keys of an edge between two processes.
 constexpr Field<ST_LINK_SET> kLinkFields[] = {
     {"SrcNodeGuid", &ST_LINK_SET::strSrcNodeGuid},
     {"DstNodeGuid", &ST_LINK_SET::strDstNodeGuid},

@@ -1,3 +1,4 @@
+// Looking keys up and converting numbers. What a failure logs is decided here alone.
 #include "decode/json_fields.h"
 
 #include <cstdlib>
@@ -44,6 +45,7 @@ const cJSON* find_typed(const JsonObject& object, const Key& key, int type, Need
     return nullptr;
 }
 
+// A cast of a number outside the range has no defined result, so the range is tested first.
 int64_t truncate_signed(double number) {
     if (number >= -kTwoTo63 && number < kTwoTo63) return static_cast<int64_t>(number);
     return std::numeric_limits<int64_t>::min();

@@ -1,3 +1,5 @@
+// The document, its rules and the subjects of its events. What an event acted upon is read in ioainfo.cpp, the scenario
+// and the post-operations in ioainfo_scenario.cpp.
 #include "decode/jsonparse.h"
 
 #include <algorithm>
@@ -9,6 +11,7 @@
 #include "common/log.h"
 #include "common/memory.h"
 #include "decode/alert_types.h"
+#include "decode/decode_state.h"
 #include "decode/json_fields.h"
 
 using zel::Field;
@@ -18,40 +21,9 @@ using zel::Words;
 
 namespace {
 
-// What is gathered across one document. All but nCurAlertType is cleared only when a document passes as a whole: what a
-// failed document left flows into the next good one.
-struct Scratch {
-    int32_t nCurAlertType = 0;
-    int64_t llEarliestOpTime = 0;
-    int64_t llLatestOpTime = 0;
-    int32_t nBestScore = 0;
-    std::string strBestRuleDesc;
-    std::string strBestRuleName;
+constexpr Field<zel::Scratch> kAlertTypeField = {"alert_type", &zel::Scratch::nCurAlertType};
 
-    // A time of 0 takes the place of the earliest one, which the next event then sets afresh.
-    void note_op_time(int64_t time) {
-        if (time < llEarliestOpTime || llEarliestOpTime == 0) llEarliestOpTime = time;
-        if (time > llLatestOpTime) llLatestOpTime = time;
-    }
-    // The first of equal scores wins, and a score must be above 0. A better rule without a name leaves the older name.
-    void note_rule(const ST_RULE& rule) {
-        if (nBestScore >= rule.nScore) return;
-        nBestScore = rule.nScore;
-        strBestRuleDesc = rule.strRuleDesc;
-        if (!rule.strRuleName.empty()) strBestRuleName = rule.strRuleName;
-    }
-    void hand_over(ST_BUF_DATA& data) {
-        data.llEarliestOpTime = std::exchange(llEarliestOpTime, 0);
-        data.llLatestOpTime = std::exchange(llLatestOpTime, 0);
-        data.strBestRuleDesc = std::exchange(strBestRuleDesc, {});
-        data.strBestRuleName = std::exchange(strBestRuleName, {});
-        nBestScore = 0;
-    }
-};
-Scratch g_scratch;
-
-constexpr Field<Scratch> kAlertTypeField = {"alert_type", &Scratch::nCurAlertType};
-
+// Keys of every document, in reading order.
 constexpr Field<ST_BUF_DATA> kRootFields[] = {
     {"risk_level", &ST_BUF_DATA::strRiskLevel},
     {"threat_score", &ST_BUF_DATA::uThreatScore},
@@ -64,6 +36,7 @@ constexpr Field<ST_BUF_DATA> kRootFields[] = {
     {"engine_rule_ver", &ST_BUF_DATA::strEngineRuleVer},
 };
 
+// Keys of a document that describes a container. The engines mix upper and lower case as shown.
 constexpr Field<ST_BUF_DATA> kContainerFields[] = {
     {"containerid", &ST_BUF_DATA::strContainerId}, {"repository", &ST_BUF_DATA::strRepository},
     {"mounts", &ST_BUF_DATA::strMounts},           {"user", &ST_BUF_DATA::strUser},
@@ -113,6 +86,7 @@ struct TreeDeleter {
     void operator()(cJSON* tree) const { cJSON_Delete(tree); }
 };
 
+// The memory checks of a later scan describe this container. It is replaced as a whole or, without memory, not at all.
 void keep_container(const ST_BUF_DATA& data) {
     g_stContainerInfo = {data, data.nContainerInitPid, data.uPrivileged};
     LOG_DEBUG("jsonparse_strContainerId:%s, strImageId:%s, strContainerName:%s", data.strContainerId.c_str(),
@@ -120,22 +94,25 @@ void keep_container(const ST_BUF_DATA& data) {
 }
 
 bool read_alert_type(const JsonObject& root, ST_BUF_DATA& data) {
-    g_scratch.nCurAlertType = 0;
-    if (!zel::read_field(root, g_scratch, kAlertTypeField, Words::not_string)) return false;
-    if (g_scratch.nCurAlertType < 1 || g_scratch.nCurAlertType > alert_type::highest) {
-        LOG_ERROR("The json event is unknown.%d", g_scratch.nCurAlertType);
+    zel::Scratch& scratch = zel::decode_state().scratch;
+    scratch.nCurAlertType = 0;
+    if (!zel::read_field(root, scratch, kAlertTypeField, Words::not_string)) return false;
+    if (scratch.nCurAlertType < 1 || scratch.nCurAlertType > alert_type::highest) {
+        LOG_ERROR("The json event is unknown.%d", scratch.nCurAlertType);
         return false;
     }
-    data.nAlertType = g_scratch.nCurAlertType;
+    data.nAlertType = scratch.nCurAlertType;
     return true;
 }
 
+// Tags come before the score is judged, and events last: a rule whose events fail can still be the best one.
 bool read_rule(const JsonObject& object, ST_RULE& rule) {
     if (!zel::read_fields(object, rule, kRuleFields, Words::not_string)) return false;
     CEventHandle::GetRuleTagsInfo(object, rule.vecTags);
     // A memory finding of a high score is certain, whatever the engine says.
-    if (g_scratch.nCurAlertType == alert_type::memory && rule.nScore > 6) rule.nConfidence = 100;
-    g_scratch.note_rule(rule);
+    zel::Scratch& scratch = zel::decode_state().scratch;
+    if (scratch.nCurAlertType == alert_type::memory && rule.nScore > 6) rule.nConfidence = 100;
+    scratch.note_rule(rule);
     if (!CEventHandle::GetRawEventInfo(object, rule.vecEvent)) {
         LOG_ERROR("GetRawEventInfo failed!");
         return false;
@@ -143,11 +120,12 @@ bool read_rule(const JsonObject& object, ST_RULE& rule) {
     return true;
 }
 
+// A failed record fails the event. What is wrong in a post-operation does not.
 bool read_event(const JsonObject& object, ST_RAW_EVENT& event) {
     if (!zel::read_fields(object, event, kSubjectFields, Words::not_type)) return false;
     CEventHandle::GetHighlightInfo(object, event.vecHighlight, "Highlight");
     CEventHandle::GetHighlightInfo(object, event.vecSubHighlight, "SubHighLight");
-    g_scratch.note_op_time(event.llOpTime);
+    zel::decode_state().scratch.note_op_time(event.llOpTime);
     if (!CEventHandle::GetEventPrivateInfo(object, event)) {
         LOG_ERROR("GetEventPrivateInfo error!");
         return false;
@@ -199,7 +177,7 @@ bool CEventHandle::GetJsonInfoEx(const JsonObject& pjRoot, ST_BUF_DATA& stData) 
         LOG_ERROR("GetExtenedInfo failed!\n");
         return false;
     }
-    g_scratch.hand_over(stData);
+    zel::decode_state().scratch.hand_over(stData);
     return true;
 }
 
@@ -219,7 +197,7 @@ bool CEventHandle::GetRuleInfoEx(const cJSON* pjRule, std::vector<ST_RULE>& vecR
     for (const cJSON* item = pjRule->child; item != nullptr; item = item->next) {
         ST_RULE& stRule = vecRule.emplace_back();
         if (read_rule(item, stRule)) continue;
-        // A refused rule leaves the document before FreeBufData can see its events: their records are lost with it.
+        // A refused rule leaves the document with its events, and their records stay allocated for good.
         for (ST_RAW_EVENT& stEvent : stRule.vecEvent) stEvent.pPrivate.leave();
         vecRule.pop_back();
         return false;

@@ -1,13 +1,13 @@
 #include "decode/processtreeselector.h"
 
-ProcessTreeSelector& ProcessTreeSelector::Instance() {
-    std::unique_ptr<ProcessTreeSelector>& selector = place();
-    if (selector == nullptr) selector.reset(new ProcessTreeSelector);
-    return *selector;
-}
+#include <memory>
 
-std::unique_ptr<ProcessTreeSelector>& ProcessTreeSelector::place() {
-    static std::unique_ptr<ProcessTreeSelector> selector;
+#include "decode/decode_state.h"
+
+// A first call that fails for want of memory leaves nothing, and the next one tries again.
+ProcessTreeSelector& ProcessTreeSelector::Instance() {
+    static ProcessTreeSelector& selector =
+        *(zel::decode_state().selector = std::unique_ptr<ProcessTreeSelector>(new ProcessTreeSelector));
     return selector;
 }
 
@@ -20,8 +20,8 @@ ProcessTreeSelector::ProcessTreeSelector() {
 }
 
 void ProcessTreeSelector::SetSelection(uint32_t nPid_, int64_t llCreateTime_, const std::string& strImage_) {
+    strImage = strImage_;  // first, as it alone can fail
     nPid = static_cast<int32_t>(nPid_);
     llCreateTime = llCreateTime_;
-    strImage = strImage_;
     bSelected = 1;
 }

@@ -1,19 +1,18 @@
-// Keeps the process whose tree was selected last, by a document, a post-operation or a DNS hit. Alarm worker only.
+// Keeps the process whose tree was selected last: by a document, by a post-operation of an event, or by a DNS hit.
+// Nothing reads the selection. Alarm worker only.
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "common/module_path.h"
 
 class ProcessTreeSelector {
 public:
-    // The one selector, made at the first call, which loads the adapter library; works without it. Ends with the library.
+    // Made at the first call, which loads the adapter library; works without it. The decoder's state owns it.
     static ProcessTreeSelector& Instance();
-    // Where the one selector is made. Who uses it in a destructor touches the place in the constructor.
-    static std::unique_ptr<ProcessTreeSelector>& place();
 
+    // Replaces the selection, or leaves it whole when there is no memory.
     void SetSelection(uint32_t nPid, int64_t llCreateTime, const std::string& strImage);
     // True once anything was selected in the life of the process.
     bool IsSelected() const { return bSelected != 0; }

@@ -3,8 +3,6 @@
 #include "decode/event_types.h"
 #include "decode/memory_party.h"
 
-ST_CONTAINER_INFO g_stContainerInfo;
-
 namespace {
 
 // clear() would keep the storage.

@@ -1,5 +1,5 @@
-// What one alert document becomes: ST_BUF_DATA, in it the rules, in each rule its events, and behind each event the
-// per-event record that its type asks for. Used on the alarm worker alone.
+// What one alert document becomes. ST_BUF_DATA holds the rules, a rule holds its events, and an event owns the record
+// that its type asks for. The alarm worker alone makes, reads and frees all of it.
 #pragma once
 
 #include <cstdint>
@@ -40,6 +40,8 @@ struct ST_RAW_EVENT {
 };
 static_assert(std::is_nothrow_move_constructible_v<ST_RAW_EVENT> && !std::is_copy_constructible_v<ST_RAW_EVENT>);
 
+// One rule of the engine that matched, with the events that made it match. The best rule of a document is the first one
+// of the highest score; it gives the alert its name.
 struct ST_RULE {
     std::string strRuleId;
     int32_t nScore = 0;
@@ -90,7 +92,7 @@ struct ST_BUF_DATA : zel::ContainerTexts {
     std::string strMaliciousKey;  // alert type 1
     std::string strGuid;
     uint32_t uCount = 0;
-    int64_t llHash = 0;
+    int64_t llHash = 0;  // the engine's own key of the alert
     std::string strEngineVer;
     std::string strEngineRuleVer;
     uint32_t uPrivileged = 0;
@@ -105,18 +107,18 @@ struct ST_BUF_DATA : zel::ContainerTexts {
     uint32_t uVerifyScore = 0;
     uint32_t uVerifyTotalScore = 0;
     std::vector<ST_RULE> vecRule;
-    int64_t llEarliestOpTime = 0;
+    int64_t llEarliestOpTime = 0;  // of all events, those of the process set too
     int64_t llLatestOpTime = 0;
     std::string strBestRuleDesc;
     std::string strBestRuleName;
 };
 
-// The container of the last alert of type 2 or 6, kept for the life of the module.
+// The container of the last alert of type 2 or 6.
 struct ST_CONTAINER_INFO : zel::ContainerTexts {
     int64_t llContainerInitPid = 0;
     uint32_t uPrivileged = 0;
 };
-extern ST_CONTAINER_INFO g_stContainerInfo;
+extern ST_CONTAINER_INFO& g_stContainerInfo;  // part of the decoder's state, see decode_state.h
 
 // Frees the record behind pPrivate. An event of an unknown type keeps it for good, with an ERROR line.
 void FreeEventPrivate(ST_RAW_EVENT& stEvent);

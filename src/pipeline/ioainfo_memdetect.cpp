@@ -1,7 +1,5 @@
 #include "pipeline/ioainfo_memdetect.h"
 
-#include <cstring>
-
 #include "common/log.h"
 #include "common/memory.h"
 #include "common/reshdleventother.h"
@@ -10,11 +8,11 @@
 
 namespace {
 
-// Null for an empty text, and when there is no memory.
+// Null for an empty text. Without memory the check goes out without the text: the process is what matters.
 char* copy_text(const std::string& text) {
     if (text.empty()) return nullptr;
-    zel::MallocBuffer copy = zel::calloc_buffer(text.size() + 1);
-    if (copy != nullptr) memcpy(copy.get(), text.data(), text.size());
+    zel::MallocBuffer copy = zel::copy_bytes(text.c_str(), text.size() + 1);
+    if (copy == nullptr) LOG_ERROR("no memory for a text of a memory check: %s", text.c_str());
     return copy.release();
 }
 
@@ -40,12 +38,11 @@ ST_MEM_DETECT_INFO describe_container() {
 void invoke_for(const ProcessParty& party, int64_t llOpTime, int32_t nConfidence, std::set<uint32_t>& setDone) {
     if (setDone.contains(party.uPid)) return;
     const std::string& image = *party.pstrImage;
-    zel::MallocBuffer path = zel::calloc_buffer(image.size() + 1);
+    zel::MallocBuffer path = zel::copy_bytes(image.c_str(), image.size() + 1);
     if (path == nullptr) {
         LOG_ERROR("malloc failed!");
         return;
     }
-    memcpy(path.get(), image.data(), image.size());
     setDone.insert(party.uPid);  // may fail, so it comes before the record, whose texts have no owner but the event
 
     ST_MEM_DETECT_INFO info = describe_container();

@@ -10,7 +10,7 @@
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/never_ends.h"
-#include "decode/processtreeselector.h"
+#include "decode/decode_state.h"
 #include "pipeline/fifoqueue_publish.h"
 #include "suppress/alert_filter.h"
 
@@ -26,7 +26,7 @@ zel::NeverEnds<CReshdlWork> g_work;
 struct WorkersEnd {
     WorkersEnd() {
         ResHdlAlert::AlertFilter::place();
-        ProcessTreeSelector::place();
+        zel::decode_state();
     }
     ~WorkersEnd() {
         g_reshdlWork.Uninit();

@@ -93,6 +93,7 @@ private:
     void HandleIocEvent(NodePtr pEventData);
     void HandleKovEvent(NodePtr pEventData);
     void HandleTrcExEvent(NodePtr pEventData);
+    void report_alert(const ST_QUEQE_NODE& stNode, ST_BUF_DATA& stData);
     bool IsAlertFiltered(const ST_BUF_DATA& stData);
     void HandleJsonEventResult(int nProcessCount, int nRiskLevel, const char* pInBuf, uint64_t uSize,
                                const ST_QUEQE_NODE& stNode);

@@ -15,6 +15,8 @@
 #include "suppress/alert_filter.h"
 #include "trace/getprotobuf.h"
 
+using ResHdlAlert::AlertFilter;
+
 namespace {
 
 // A decoded document, released with everything behind it on every path.
@@ -44,9 +46,7 @@ void CReshdlWork::HandleJsonEvent(NodePtr pEventData) {
     ZEL_ASSERT(pEventData);
     Document document;
     ST_BUF_DATA& data = document.data;
-    int nProcessCount = 0;
-    int nRiskLevel = 0;
-    const char* guid = pEventData->szGuid;
+    const char* const guid = pEventData->szGuid;
 
     if (!CEventHandle::GetJsonInfo(pEventData.get(), data)) {
         LOG_ERROR("GetJsonInfo failed!");
@@ -62,30 +62,41 @@ void CReshdlWork::HandleJsonEvent(NodePtr pEventData) {
         LOG_INFO("Trigger rule only, skip. guid:%s", guid);
         return;
     }
+    report_alert(*pEventData, data);
+}
+
+void CReshdlWork::report_alert(const ST_QUEQE_NODE& stNode, ST_BUF_DATA& stData) {
+    const char* const guid = stNode.szGuid;
     count(g_statistics.alertEventTotalCount);
-    const bool repeated =
-        value_of(m_settings.uAlertFilterSwitch) != 0 &&
-        ResHdlAlert::AlertFilter::GetInstance().CheckRepeat(data, zel_time_get_tick_cout());
+    const bool filtered = value_of(m_settings.uAlertFilterSwitch) != 0;
+    const bool repeated = filtered && AlertFilter::GetInstance().CheckRepeat(stData, zel_time_get_tick_cout());
     if (repeated) {
         count(g_statistics.alertEventFilterCount);
         LOG_INFO("The alert has been repeated. guid:%s", guid);
     }
 
+    int nProcessCount = 0;
+    int nRiskLevel = 0;
+    uint64_t size = 0;
     zel::MallocBuffer buffer;
-    const uint64_t size =
-        CGetProtobuf::GetComProtobuf(data, repeated, buffer, nProcessCount, nRiskLevel, pEventData->uEventId);
+    try {
+        size = CGetProtobuf::GetComProtobuf(stData, repeated, buffer, nProcessCount, nRiskLevel, stNode.uEventId);
+    } catch (...) {
+        if (filtered) AlertFilter::GetInstance().ForgetLast();  // the next alert like this lost one is no repeat
+        throw;
+    }
     if (!is_built(size)) return;
     CaptureData(buffer.get(), size, CaptureKind::ioa_alarm);
-    const auto sent = InvokeEvent(event_id::first_report, pEventData->uEventId, {std::move(buffer), size}, guid);
+    const auto sent = InvokeEvent(event_id::first_report, stNode.uEventId, {std::move(buffer), size}, guid);
     if (sent.event == nullptr) {
         LOG_ERROR("event invoke failed! guid:%s", guid);
         return;
     }
     count(g_statistics.sentToMbCount);
-    const bool on_host = data.strContainerId == "host" || data.strContainerId.empty();
+    const bool on_host = stData.strContainerId == "host" || stData.strContainerId.empty();
     if (!repeated && on_host) {
         LOG_INFO("host alert,trace");
-        HandleJsonEventResult(nProcessCount, nRiskLevel, sent.event->payload().data(), size, *pEventData);
+        HandleJsonEventResult(nProcessCount, nRiskLevel, sent.event->payload().data(), size, stNode);
     } else {
         LOG_INFO("container alert, not trace. guid:%s", guid);  // for repeats, too
     }

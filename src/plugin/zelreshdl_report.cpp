@@ -2,9 +2,10 @@
 
 #include <jansson.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "common/guard.h"
 #include "common/log.h"
@@ -19,26 +20,30 @@ using Json = std::unique_ptr<json_t, decltype(&json_decref)>;
 
 Json new_object() { return Json(json_object(), &json_decref); }
 
-void set(json_t* object, const char* key, uint64_t value) {
-    json_object_set_new(object, key, json_integer(static_cast<json_int_t>(value)));
+// False when there is no memory: a report that lacks a figure must not set that figure to zero.
+bool set(json_t* object, const char* key, uint64_t value) {
+    return json_object_set_new(object, key, json_integer(static_cast<json_int_t>(value))) == 0;
 }
 
-void set_details(json_t* details, const TraceCost& cost) {
+bool set_summary(json_t* summary) {
+    return std::ranges::all_of(kStatistics, [&](const StatisticsRow& row) {
+        return set(summary, row.key, value_of(g_statistics.*row.counter));
+    });
+}
+
+bool set_details(json_t* details, const TraceCost& cost) {
     const uint64_t successes = value_of(cost.successCount);
-    if (successes == 0) return;
+    if (successes == 0) return true;
     const uint64_t sum = value_of(cost.traceCost);
-    set(details, "avgCost", sum / successes);
-    set(details, "traceCost", sum);
-    set(details, "firstSuccessCount", value_of(cost.firstSuccessCount));
-    set(details, "successCount", successes);
-    set(details, "maxCost", value_of(cost.maxCost));
+    return set(details, "avgCost", sum / successes) && set(details, "traceCost", sum) &&
+           set(details, "firstSuccessCount", value_of(cost.firstSuccessCount)) &&
+           set(details, "successCount", successes) && set(details, "maxCost", value_of(cost.maxCost));
 }
 
 int write_report(char* buffer, uint32_t size) {
     LOG_INFO("zelreshdlBpFunc start.");
     if (buffer == nullptr || size == 0) return 0;
     const std::string text = getZelreshdlDataInfo();
-    if (text.empty()) return 0;
     if (text.size() >= size) {
         LOG_INFO("Error: Buffer size is too small for the result.");
         return 0;
@@ -57,13 +62,14 @@ std::string getZelreshdlDataInfo() {
     const Json root = new_object();
     Json summary = new_object();
     Json details = new_object();
-    if (root == nullptr || summary == nullptr || details == nullptr) return {};
-    for (const StatisticsRow& row : kStatistics) set(summary.get(), row.key, value_of(g_statistics.*row.counter));
-    set_details(details.get(), g_reportTraceCost);
-    json_object_set_new(root.get(), "summary", summary.release());
-    json_object_set_new(root.get(), "details", details.release());
+    if (root == nullptr || summary == nullptr || details == nullptr || !set_summary(summary.get()) ||
+        !set_details(details.get(), g_reportTraceCost) ||
+        json_object_set_new(root.get(), "summary", summary.release()) != 0 ||
+        json_object_set_new(root.get(), "details", details.release()) != 0)
+        throw std::bad_alloc();
     const zel::MallocBuffer dump(json_dumps(root.get(), kEncodeAny));
-    return dump == nullptr ? std::string() : std::string("\"BP_ZELRESHDL\":") + dump.get();
+    if (dump == nullptr) throw std::bad_alloc();
+    return std::string("\"BP_ZELRESHDL\":") + dump.get();
 }
 
 int zelreshdlBpFunc(char* buffer, uint32_t size) {

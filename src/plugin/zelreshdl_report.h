@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-// The plug-in's figures as the JSON member "BP_ZELRESHDL":{...}, without enclosing braces; empty on failure.
+// The plug-in's figures as the JSON member "BP_ZELRESHDL":{...}, without enclosing braces. Throws std::bad_alloc.
 std::string getZelreshdlDataInfo();
 
 // Writes the report and sets all figures to zero: 1. Writes nothing and keeps the figures when `size` does not exceed

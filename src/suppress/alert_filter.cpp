@@ -33,15 +33,25 @@ void AlertFilter::clean_if_due(uint64_t now) {
 }
 
 bool AlertFilter::CheckRepeat(const ST_BUF_DATA& stData, uint64_t now) {
+    last_.reset();
     clean_if_due(now);
     std::string key = cal_alert_key(stData);
     if (key.empty()) {
         LOG_ERROR("cal_alert_key failed!");
         return false;
     }
-    const bool repeat = !cache_.insert(std::move(key)).second;
-    if (repeat) LOG_DEBUG("repeat alert event! guid: %s", stData.strGuid.c_str());
-    return repeat;
+    const auto [entry, is_new] = cache_.insert(std::move(key));
+    if (is_new) {
+        last_ = entry;
+    } else {
+        LOG_DEBUG("repeat alert event! guid: %s", stData.strGuid.c_str());
+    }
+    return !is_new;
+}
+
+void AlertFilter::ForgetLast() {
+    if (last_.has_value()) cache_.erase(*last_);
+    last_.reset();
 }
 
 std::string AlertFilter::cal_alert_key(const ST_BUF_DATA& stData) {

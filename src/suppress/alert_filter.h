@@ -23,6 +23,8 @@ public:
 
     // True for a repeat; otherwise the alert is remembered. An alert without any key is new and not remembered.
     bool CheckRepeat(const ST_BUF_DATA& stData, uint64_t now);
+    // Forgets the alert that the last call has remembered, if it has: it was not reported after all.
+    void ForgetLast();
 
     // Rule ids and images of the alert, in byte order, nothing between them.
     static std::string cal_alert_key(const ST_BUF_DATA& stData);
@@ -31,6 +33,7 @@ private:
     void clean_if_due(uint64_t now);
 
     std::unordered_set<std::string> cache_;
+    std::optional<std::unordered_set<std::string>::iterator> last_;  // what the last call has remembered
     uint64_t last_clean_ms_;
 };
 

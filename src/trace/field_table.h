@@ -1,5 +1,6 @@
-// Copying from records to messages as data: a table is a tuple of fields, each a member of a record and the field of a
-// message that it reaches. The tables are constexpr, so that the compiler turns the reading of one into straight code.
+// Tables that copy records into messages. A table is a tuple of fields; a field names a member of a record and the
+// field of a message that gets its value. The tables are constexpr, so the compiler turns the reading of one into
+// straight code.
 #pragma once
 
 #include <source_location>
@@ -11,11 +12,12 @@
 
 namespace zel {
 
+// A text of the record, checked or not.
 template <class Message, class Record>
 struct TextField {
     using RecordType = Record;
 
-    std::string* (Message::*target)();
+    std::string* (Message::*target)();  // makes the field and gives its text
     std::string Record::* source;
     bool checked;
     std::source_location place;  // of the table's line, for the lines of a refused text
@@ -27,6 +29,7 @@ struct TextField {
     }
 };
 
+// A number of the record, converted to the type that the message has for it.
 template <class Message, class Wire, class Record, class Number>
 struct NumberField {
     using RecordType = Record;

@@ -1,4 +1,4 @@
-// Findings of the login and scan detectors: their document travels on as text.
+// Findings of the login and scan detectors. Their document is neither read nor checked: it travels on as text.
 #include "common/log.h"
 #include "trace/getprotobuf.h"
 #include "trace/getprotobuf_steps.h"
@@ -28,8 +28,8 @@ bool CGetProtobuf::SetBfCmd(uint32_t uEventId, vorn_trace_info* pInfo) {
     }
 }
 
-// Every known finding leaves with the last text, an error line and the result false, which nobody looks at. Receivers
-// tell the kinds apart by cmd and know the tag as it is.
+// Each text takes the place of the one before, so every known finding has the last one as its tag. Each also costs an
+// ERROR line. Receivers know the tag so; they tell the kinds apart by the command. Nobody looks at the result.
 bool CGetProtobuf::SetBfTags(vorn_trace_info* pInfo, uint32_t uEventId) {
     string_ex* tag = pInfo->add_trace_tags_exs();
     switch (uEventId) {

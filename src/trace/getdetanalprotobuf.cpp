@@ -1,4 +1,5 @@
-// Results of the detection analysis: a finished message, which gets this agent's id and its command.
+// Results of the detection analysis. The payload is a finished message. It gets the id of this agent and a command, and
+// all else in it goes out as it came.
 #include "common/log.h"
 #include "trace/getprotobuf.h"
 #include "trace/getprotobuf_steps.h"
@@ -19,7 +20,7 @@ bool parse(vorn_trace_info& info, const char* data, uint64_t size) {
 
 uint64_t CGetProtobuf::GetDetanalProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer) {
     const zel::TraceInfo info;
-    // What was read before the fault is worth sending.
+    // A payload that is no message costs a line. What was read before the fault is worth sending.
     if (!parse(*info, stNode.pData.get(), stNode.uSize)) LOG_ERROR("param is error!");
     if (!zel::passed(SetDetanalCmd(stNode.uEventId, info.get()), "GetMainBuf failed!")) return 0;
     return SerializeTraceInfo(*info, buffer);

@@ -1,4 +1,5 @@
-// Traces that a host asks for: an alert made up around the path.
+// Traces that a host asks for. There is no alert behind them, so one is made up around the path: one rule, one event,
+// the highest level and score. Runs on the thread of the host.
 #include "common/log.h"
 #include "trace/getprotobuf.h"
 #include "trace/getprotobuf_steps.h"
@@ -33,6 +34,7 @@ bool CGetProtobuf::GetFileTraceThreatAlertInfo(const ST_QUEQE_NODE& stNode, thre
     return SetFileTraceEvent(stNode, pAlert);
 }
 
+// The host asks for a file or for the processes of a path; the event's type tells the trace module which.
 bool CGetProtobuf::SetFileTraceEvent(const ST_QUEQE_NODE& stNode, threat_alert* pAlert) {
     threat_event* event = pAlert->add_alert_rule()->add_alert_event();
     const std::string& path = stNode.stFileTrace.strPath;

@@ -1,4 +1,5 @@
-// Alerts that arrive as JSON documents.
+// Alerts that arrive as JSON documents: the alert, its rules, their events and the subject of each event. The objects
+// are filled in getioaprotobuf_objects.cpp. Texts are checked in the order in which they stand in the tables.
 #include "common/checks.h"
 #include "common/log.h"
 #include "decode/alert_types.h"
@@ -12,7 +13,7 @@ using zel::number, zel::text;
 
 namespace {
 
-// "new" is the latest time and "old" the earliest.
+// The members of a document. In the message, "new" is the latest time and "old" is the earliest.
 constexpr auto kAlert = std::make_tuple(number(&threat_alert::set_threat_score, &ST_BUF_DATA::uThreatScore),
                                         number(&threat_alert::set_total_score, &ST_BUF_DATA::uTotalScore),
                                         number(&threat_alert::set_verify_score, &ST_BUF_DATA::uVerifyScore),
@@ -28,9 +29,11 @@ constexpr auto kAlert = std::make_tuple(number(&threat_alert::set_threat_score, 
                                         text(&threat_alert::mutable_engine_rule_ver, &ST_BUF_DATA::strEngineRuleVer),
                                         text(&threat_alert::mutable_extended_info, &ST_BUF_DATA::strExtendedMsg));
 
+// The decoder does not know the schema, but the numbers are the same.
 static_assert(alert_type::ioc == VORN_RISK_IOC && alert_type::ioa == VORN_RISK_IOA);
 static_assert(alert_type::memory == VORN_RISK_MEMORY_DETECION && alert_type::rts_adr == VORN_RISK_RTS_ADR);
 
+// The members of a rule.
 constexpr auto kRule = std::make_tuple(text(&threat_rule::mutable_rule_id, &ST_RULE::strRuleId),
                                        text(&threat_rule::mutable_mitre_id, &ST_RULE::strMitreId),
                                        text(&threat_rule::mutable_internal_id, &ST_RULE::strInternalId),
@@ -41,6 +44,7 @@ constexpr auto kRule = std::make_tuple(text(&threat_rule::mutable_rule_id, &ST_R
                                        text(&threat_rule::mutable_risk_tag, &ST_RULE::strRiskTag),
                                        number(&threat_rule::set_confidence, &ST_RULE::nConfidence));
 
+// The process that acted.
 constexpr auto kSubject = std::make_tuple(text(&process_vertex::mutable_process_path, &ST_RAW_EVENT::strImage),
                                           text(&process_vertex::mutable_process_commandline, &ST_RAW_EVENT::strCmd),
                                           text(&process_vertex::mutable_process_user, &ST_RAW_EVENT::strUser),
@@ -58,6 +62,7 @@ constexpr auto kSubject = std::make_tuple(text(&process_vertex::mutable_process_
 uint64_t CGetProtobuf::GetComProtobuf(ST_BUF_DATA& stData, bool bRepeated, zel::MallocBuffer& buffer,
                                       int& nProcessCount, int& nRiskLevel, uint32_t uEventId) {
     const zel::TraceInfo info;
+    // A repeat is sent like any other alert and says that it will not be traced.
     if (bRepeated) info->set_err_code(ERROR_CODE_TRACE_FILTERED);
     threat_alert* alert = info->mutable_threat();
     if (!zel::passed(alert != nullptr, "mutable_threat failed!")) return 0;
@@ -84,6 +89,7 @@ bool CGetProtobuf::GetThreatAlertInfo(const ST_BUF_DATA& stData, threat_alert* p
     return SetRuleInfo(stData, pAlert, nProcessCount);
 }
 
+// One refused text, or one event that cannot be filled, ends the alert.
 bool CGetProtobuf::SetRuleInfo(const ST_BUF_DATA& stData, threat_alert* pAlert, int& nProcessCount) {
     for (const ST_RULE& source : stData.vecRule) {
         threat_rule* rule = pAlert->add_alert_rule();
@@ -99,6 +105,7 @@ bool CGetProtobuf::SetRuleInfo(const ST_BUF_DATA& stData, threat_alert* pAlert, 
     return true;
 }
 
+// A refused tag costs the tags behind it and nothing else.
 void CGetProtobuf::SetRuleTags(const ST_RULE& stRule, threat_rule* pRule) {
     zel::add_texts(stRule.vecTags, pRule->mutable_tags());
 }
@@ -106,6 +113,7 @@ void CGetProtobuf::SetRuleTags(const ST_RULE& stRule, threat_rule* pRule) {
 bool CGetProtobuf::SetEventInfo(const ST_RULE& stRule, threat_rule* pRule, int& nProcessCount,
                                 VORN_RISK_TYPE eAlertType, int nContainerInitPid) {
     ZEL_ASSERT(pRule);
+    // Room for all events at once: in an arena, each growth would leave the old room behind.
     pRule->mutable_alert_event()->Reserve(static_cast<int>(stRule.vecEvent.size()));
     for (const ST_RAW_EVENT& source : stRule.vecEvent) {
         threat_event* event = pRule->add_alert_event();
@@ -132,11 +140,13 @@ bool CGetProtobuf::SetEventInfo(const ST_RULE& stRule, threat_rule* pRule, int& 
     return true;
 }
 
+// All texts of the subject are checked before one is set.
 bool CGetProtobuf::SetSubjectInfo(const ST_RAW_EVENT& stEvent, threat_event* pEvent) {
     process_vertex* subject = pEvent->mutable_subject_process();
     return zel::passed(subject != nullptr, "mutable_subject_process failed!") && zel::fill(*subject, stEvent, kSubject);
 }
 
+// When the first list ends at a refused text, the second one is not looked at.
 void CGetProtobuf::SetEventHighlight(const ST_RAW_EVENT& stEvent, threat_event* pEvent) {
     if (zel::add_texts(stEvent.vecHighlight, pEvent->mutable_highlight()))
         zel::add_texts(stEvent.vecSubHighlight, pEvent->mutable_subhighlight());
@@ -146,7 +156,7 @@ bool CGetProtobuf::SetEventPrivateInfo(const ST_RAW_EVENT& stEvent, threat_event
     ZEL_ASSERT(pEvent);
     const zel::ObjectRow* row = zel::find_object_row(stEvent.uType);
     if (row == nullptr) {
-        LOG_ERROR("The event is unknown.event:%%");
+        LOG_ERROR("The event is unknown.event:%%");  // without the number; operators know the text so
         return false;
     }
     pEvent->set_type(row->type);

@@ -21,7 +21,7 @@ using zel::number, zel::text, zel::unchecked_text;
 
 namespace {
 
-// A file time becomes text, which is empty for every time as long as times are not formatted on this platform.
+// A file time becomes text. File times are not formatted on this platform, so the text is empty for every time.
 bool time_text(int64_t time, std::string* target) {
     std::string formatted;
     CltCommon::FileTimeToString(formatted, static_cast<uint64_t>(time));
@@ -30,6 +30,7 @@ bool time_text(int64_t time, std::string* target) {
     return true;
 }
 
+// A time of 0 ends the process: FileTimeToString asserts that there is one.
 bool fill_file_modify_time(const PST_FILE_TIME_CHANGE& record, threat_event* pEvent, int) {
     file_modify_time_vertex* object = pEvent->mutable_object_file_modify_time();
     if (!zel::passed(object != nullptr, "mutable_object_file_modify_time failed!")) return false;
@@ -76,6 +77,7 @@ std::optional<uint64_t> file_size(const char* path) {
     return static_cast<uint64_t>(size);
 }
 
+// What a modified file has besides its size. Owner and group are not sent.
 constexpr auto kFileModify =
     std::make_tuple(text(&file_modify_vertex::mutable_file_path, &PST_FILE_MODIFY::strFilePath),
                     text(&file_modify_vertex::mutable_file_type, &PST_FILE_MODIFY::strFileType),
@@ -88,6 +90,7 @@ bool fill_file_modify(const PST_FILE_MODIFY& record, threat_event* pEvent, int n
     if (!zel::passed(object != nullptr, "mutable_object_file_modify failed!")) return false;
     if (!zel::fill(*object, record, kFileModify)) return false;
 
+    // A file in a container has another path for the agent than for the process that wrote it.
     std::array<char, 4096> agent_path{};
     get_agent_path(record.strFilePath.c_str(), static_cast<uint32_t>(record.strFilePath.size()), nContainerInitPid,
                    agent_path.data(), static_cast<uint32_t>(agent_path.size()));
@@ -278,6 +281,7 @@ constexpr auto kRows = std::make_tuple(
             number(&fd_info_vertex::set_fd_id, &ST_FD_INFO::uFdId),
             number(&fd_info_vertex::set_fd_link_inode, &ST_FD_INFO::ullFdLinkInode)));
 
+// The filler of one row. The event has the record of its type, since the decoder of that type has made it.
 template <size_t index>
 bool fill_row(const ST_RAW_EVENT& stEvent, threat_event* pEvent, int nContainerInitPid) {
     constexpr const auto& row = std::get<index>(kRows);
@@ -286,7 +290,8 @@ bool fill_row(const ST_RAW_EVENT& stEvent, threat_event* pEvent, int nContainerI
     return row.fill(*record, pEvent, nContainerInitPid);
 }
 
-// The rows by uType. A type that stands twice does not compile.
+// The rows by uType, so that an event finds its own in one step; types without a row stay empty. A type that stands
+// twice does not compile.
 constexpr std::array<zel::ObjectRow, 40> kByType = []<size_t... index>(std::index_sequence<index...>) {
     std::array<zel::ObjectRow, 40> rows{};
     const auto place = [&rows](const auto& row, zel::ObjectFiller* fill) {

@@ -1,4 +1,5 @@
-// What an event acted upon, from its record into its object field: one row an event type.
+// What an event acted upon: the record of the event goes into the object field that its type has in the message. There
+// is one row for each event type. Alarm worker only.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +9,8 @@
 
 namespace zel {
 
-// Fills the object of the event from the record behind pPrivate, which is that of the event's type. False when a text
-// is refused; the alert is lost then. Alarm worker only.
+// Fills the object from the event's record, which must be that of its type. False when a text is refused; the alert is
+// lost then.
 using ObjectFiller = bool(const ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent, int nContainerInitPid);
 
 struct ObjectRow {

@@ -1,4 +1,5 @@
-// DNS hits: an alert with one made-up rule and in it one event.
+// DNS hits. A hit has no rules, so the alert gets one that is made up, with one event: the query. Any refused text ends
+// the alert.
 #include <cstddef>
 #include <span>
 #include <string_view>
@@ -13,7 +14,7 @@ using namespace vorn_retrace;
 
 namespace {
 
-constexpr int kConfidence = 100;
+constexpr int kConfidence = 100;  // the query was for a name that is known to be bad
 
 // A text of the variant area and where it goes. It is checked over its whole array, padding included.
 template <class Message>
@@ -23,6 +24,7 @@ struct AreaText {
     size_t size;
 };
 
+// The process that asked for the name, in the order in which the texts are checked.
 constexpr AreaText<process_vertex> kSubjectTexts[] = {
     {&process_vertex::mutable_process_guid, offsetof(IocVariant2, szGuid), sizeof(IocVariant2::szGuid)},
     {&process_vertex::mutable_process_path, offsetof(IocVariant2, szPath), sizeof(IocVariant2::szPath)},
@@ -31,6 +33,7 @@ constexpr AreaText<process_vertex> kSubjectTexts[] = {
     {&process_vertex::mutable_process_commandline, offsetof(IocVariant2, szCmd), sizeof(IocVariant2::szCmd)},
     {&process_vertex::mutable_process_user, offsetof(IocVariant2, szUser), sizeof(IocVariant2::szUser)},
 };
+// The query.
 constexpr AreaText<dns_query_vertex> kObjectTexts[] = {
     {&dns_query_vertex::mutable_dns_name, offsetof(IocVariant2, szDomain), sizeof(IocVariant2::szDomain)},
     {&dns_query_vertex::mutable_dns_results, offsetof(IocVariant2, szDnsResults), sizeof(IocVariant2::szDnsResults)},
@@ -52,6 +55,7 @@ bool set_area_texts(std::span<const AreaText<Message>> texts, const IocVariant2&
     return true;
 }
 
+// The container texts of a hit, each up to its terminator: what stands behind it is not checked.
 zel::ContainerTexts container_of(const ST_IOC_MSG& msg) {
     using zel::array_text;
     return {.strContainerId = array_text(msg.szContainerId),
@@ -105,6 +109,7 @@ bool CGetProtobuf::SetIocEventInfo(const ST_IOC_MSG& stMsg, threat_alert* pAlert
     rule->set_confidence(kConfidence);
     event->set_type(VORN_TRACE_DNS_QUERY);
     event->set_op_time(static_cast<int64_t>(stMsg.alert_time()));
+    // A copy, since the bytes of the message may hold another kind.
     const IocVariant2 area = stMsg.process();
     if (!SetSubjectInfo(area, event)) {
         LOG_ERROR("SetSubjectInfo failed!");

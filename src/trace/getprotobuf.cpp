@@ -1,3 +1,4 @@
+// What all builders have in common: agent id and command, levels, container texts, lists, and the last step.
 #include "trace/getprotobuf_steps.h"
 
 #include <strings.h>
@@ -15,6 +16,7 @@ using zel::ContainerTexts, zel::text;
 
 namespace {
 
+// Levels as the engines spell them, in any case of letters.
 struct LevelText {
     const char* text;
     int number;
@@ -30,6 +32,7 @@ constexpr LevelText kRuleStatus[] = {
     {"Trigger", VORN_RULE_TRIGGER},
 };
 
+// In the order in which the texts are checked.
 constexpr auto kContainer =
     std::make_tuple(text(&threat_alert::mutable_containerid, &ContainerTexts::strContainerId),
                     text(&threat_alert::mutable_repository, &ContainerTexts::strRepository),
@@ -73,6 +76,7 @@ bool fill_container(threat_alert& alert, const ContainerTexts& texts) { return f
 
 }  // namespace zel
 
+// An agent without an id in its environment still reports, as "0".
 bool CGetProtobuf::GetMainBuf(vorn_trace_info* pInfo, TRACE_CMD eCmd) {
     if (const char* agent_id = getenv("agentid"); agent_id != nullptr) {
         LOG_INFO("get cwpp agentid[%s]", agent_id);
@@ -93,6 +97,7 @@ void CGetProtobuf::SetRuleStatus(const ST_RULE& stRule, threat_rule* pRule) {
     pRule->set_status(static_cast<VORN_RULE_STATUS>(level_number(kRuleStatus, stRule.strStatus)));
 }
 
+// A refused tag ends the tags of all rules, not only those of its own.
 void CGetProtobuf::SetTraceTags(const ST_BUF_DATA& stData, vorn_trace_info* pInfo, uint32_t uEventId) {
     if (uEventId == event_id::mem_detect) pInfo->add_trace_tags_exs()->set_str_data("MemDection");
     if (uEventId != event_id::ioa_alert) return;
@@ -100,6 +105,7 @@ void CGetProtobuf::SetTraceTags(const ST_BUF_DATA& stData, vorn_trace_info* pInf
         if (!zel::add_texts(rule.vecTags, pInfo->mutable_trace_tags_exs())) return;
 }
 
+// The size is asked first, so that one allocation of exactly that size does.
 uint64_t CGetProtobuf::SerializeTraceInfo(const vorn_trace_info& info, zel::MallocBuffer& buffer,
                                           std::source_location where) {
     const uint64_t size = info.ByteSizeLong();

@@ -1,8 +1,10 @@
-// Builders: from decoded records to serialised vorn_trace_info messages.
+// Builders: each turns one kind of alert into a serialised vorn_trace_info message. The class has no objects and keeps
+// no state.
 //
 // Each entry point returns the size of the message in bytes and stores it in `buffer`, a calloc buffer of exactly that
 // size. On failure it returns 0 with log lines and leaves `buffer` as it was. All but GetFileTraceProtobuf, which may
-// run on any thread, run on the alarm worker. They never free the node's payload.
+// run on any thread, run on the alarm worker. Nodes and documents are borrowed: no builder frees a payload or keeps a
+// pointer.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +19,7 @@ namespace ResHdlCache {
 struct ST_CACHE_NODE;
 }
 
+// Declared here, so that the floors above get by without the generated code.
 namespace vorn_retrace {
 class process_vertex;
 class threat_alert;
@@ -54,9 +57,10 @@ private:
     // Steps of all builders. A bool is false when the alert cannot be sent; the line that says why is logged by then.
     static bool GetMainBuf(vorn_retrace::vorn_trace_info* pInfo, vorn_retrace::TRACE_CMD eCmd);
 
-    // JSON alerts.
+    // JSON alerts, from the alert down to the events.
     static bool GetThreatAlertInfo(const ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert, int& nProcessCount,
                                    int& nRiskLevel);
+    // The tags of all rules for event 1536, "MemDection" for a memory check, none for the others.
     static void SetTraceTags(const ST_BUF_DATA& stData, vorn_retrace::vorn_trace_info* pInfo, uint32_t uEventId);
     static void SetRiskLevel(const ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert);
     static void SetRuleStatus(const ST_RULE& stRule, vorn_retrace::threat_rule* pRule);

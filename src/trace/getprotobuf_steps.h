@@ -1,4 +1,5 @@
-// What the builders share besides the members of CGetProtobuf.
+// Steps that the builders share besides the members of CGetProtobuf. Only the sources of this floor include it: it
+// needs the generated messages, which nobody above has to know.
 #pragma once
 
 #include <google/protobuf/arena.h>
@@ -15,8 +16,8 @@
 
 namespace zel {
 
-// The message under construction. It and its parts live in an arena: a large alert has tens of thousands of parts, and
-// one by one their allocation and their end would cost more than all the rest.
+// The message that a builder fills, with the memory that it lives in. A large alert has tens of thousands of parts; in
+// an arena they are allocated in blocks and end together. One by one that would cost more than all other work.
 class TraceInfo {
 public:
     TraceInfo()
@@ -33,18 +34,18 @@ private:
     vorn_retrace::vorn_trace_info* info_;
 };
 
-// Hands on whether a step has gone well; if not, `failure` is logged at ERROR in the caller's name.
+// Returns `ok`. When it is false, `failure` is logged at ERROR with the place of the call.
 bool passed(bool ok, const char* failure, std::source_location where = std::source_location::current());
 
-// Appends the texts, each checked after its element is there. A refused text leaves its element empty and ends the
-// list: false then.
+// Appends the texts to a list. Each is checked when its element is there already, so a refused text leaves an empty
+// element. It also ends the list: the texts behind it are lost, and the result is false.
 bool add_texts(const std::vector<std::string>& texts, google::protobuf::RepeatedPtrField<vorn_retrace::string_ex>* list,
                std::source_location where = std::source_location::current());
 
 // Copies what is known of a container, each text checked. False when one is refused; nothing is set then.
 bool fill_container(vorn_retrace::threat_alert& alert, const ContainerTexts& texts);
 
-// The text of a fixed array: up to its terminator, or all of it.
+// The text of a fixed array: up to the terminator, or the whole array when there is none.
 template <size_t size>
 std::string array_text(const char (&array)[size]) {
     const std::string_view bytes(array, size);

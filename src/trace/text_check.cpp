@@ -7,6 +7,7 @@
 
 namespace {
 
+// Whether a byte may stand outside of a sequence.
 bool may_stand(unsigned char byte) { return byte < TextCharClass.size() && TextCharClass[byte] != 0; }
 
 // Eight bytes at a time: true when all of them are from 0x20 to 0x7E, the usual case. Every partial sum stays inside
@@ -23,6 +24,7 @@ bool all_printable(const char* bytes) {
 
 }  // namespace
 
+// Long texts go by eight bytes. A word with a control character in it is looked at byte by byte.
 bool IsAsciiText(const char* text, size_t length) {
     const char* const end = text + length;
     while (text != end) {
@@ -37,6 +39,7 @@ bool IsAsciiText(const char* text, size_t length) {
     return true;
 }
 
+// The top bits of a lead byte tell the size of its sequence. A sequence that the end cuts off neither helps nor harms.
 bool IsUtf8Text(const char* text, size_t length) {
     bool sequence_seen = false;
     const char* const end = text + length;

@@ -159,5 +159,5 @@ void build_chain(vorn_trace_info& message) {
             widen(message, event.op_time());
         }
     }
-    *chain.mutable_device_data() = host_description();
+    *chain.mutable_device_data() = describe_host();
 }

@@ -29,6 +29,8 @@ std::string addresses() {
     return text;
 }
 
+}  // namespace
+
 vorn_retrace::device_info describe_host() {
     vorn_retrace::device_info device;
     if (utsname name; uname(&name) == 0) {
@@ -42,12 +44,5 @@ vorn_retrace::device_info describe_host() {
         device.set_mem_total(std::to_string(uint64_t{memory.totalram} * memory.mem_unit));
     if (struct statvfs disk; statvfs("/", &disk) == 0)
         device.set_disk_total(std::to_string(uint64_t{disk.f_blocks} * disk.f_frsize));
-    return device;
-}
-
-}  // namespace
-
-const vorn_retrace::device_info& host_description() {
-    static const vorn_retrace::device_info device = describe_host();
     return device;
 }

@@ -1,3 +1,4 @@
+// Outgoing events: their interface, their record, and what their last reference frees.
 #include <gtest/gtest.h>
 
 #include <cstring>

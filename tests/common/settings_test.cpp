@@ -1,3 +1,4 @@
+// The two readers of settings: base, limits and default.
 #include <gtest/gtest.h>
 
 #include "common/common.h"

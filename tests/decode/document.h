@@ -1,8 +1,8 @@
 // Alert documents made from lists of keys, what decoding them gives, and one check for every list.
 //
 // A list names keys in reading order as "NAME:KIND": S for a string, N for a number, A for a number in a string. O, W
-// and i behind it mark keys that are optional with a DEBUG line, with a WARN line, and in silence. The values count
-// from 6, which makes an event's type 7.
+// and i behind it mark keys that are optional with a DEBUG line, with a WARN line, and in silence. The first key has
+// the value kFirst, the next one a value higher by 1, and so on.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,9 +14,21 @@
 
 #include "decode/json_fields.h"
 #include "decode/jsonparse.h"
+#include "decode/processtreeselector.h"
 #include "support/log_capture.h"
 
+struct ProcessTreeSelectorPeer {
+    // The process selected, or "none"; forgets it.
+    static std::string take() {
+        ProcessTreeSelector& s = ProcessTreeSelector::Instance();
+        if (std::exchange(s.bSelected, uint8_t{0}) == 0) return "none";
+        return "pid " + std::to_string(s.nPid) + " of " + std::to_string(s.llCreateTime) + ' ' + s.strImage;
+    }
+};
+
 namespace zel_test {
+
+constexpr size_t kFirst = 6;  // the second subject key is the type of the event: 7, a file that is deleted
 
 using Tree = std::unique_ptr<cJSON, void (*)(cJSON*)>;
 inline Tree parse(const std::string& text) { return {cJSON_Parse(text.c_str()), cJSON_Delete}; }
@@ -27,14 +39,19 @@ std::string dump(const T&... values) {
     ((out << values << ' '), ...);
     return out.str();
 }
+inline std::string joined(const std::vector<std::string>& parts, const std::string& between = ",") {
+    std::string text;
+    for (const std::string& part : parts)
+        if (!part.empty()) text += (text.empty() ? "" : between) + part;
+    return text;
+}
 
 // Lines like "E get json value error.", joined by a bar; without the one that every alert of a container writes.
 inline std::string take_log() {
-    std::string text;
+    std::vector<std::string> lines;
     for (const LogLine& line : LogCapture::get().take())
-        if (!line.text.starts_with("jsonparse_"))
-            text += (text.empty() ? "" : "|") + std::string(1, "EWID"[line.level]) + ' ' + line.text;
-    return text;
+        if (!line.text.starts_with("jsonparse_")) lines.push_back(std::string{"EWID"[line.level], ' '} + line.text);
+    return joined(lines, "|");
 }
 
 struct Key {
@@ -46,89 +63,105 @@ inline std::vector<Key> keys_of(const std::string& list) {
     std::istringstream in(list);
     for (std::string word; in >> word;) {
         const size_t colon = word.find(':');
-        const std::string number = std::to_string(keys.size() + 6), text = '"' + number + '"';
-        keys.push_back({word.substr(0, colon), number, text, word[colon + 1], (word + '!')[colon + 2]});
-        if (keys.back().kind != 'N') std::swap(keys.back().value, keys.back().wrong);
+        const std::string number = std::to_string(kFirst + keys.size()), text = '"' + number + '"';
+        const char kind = word[colon + 1], need = colon + 2 < word.size() ? word[colon + 2] : '!';
+        const bool is_number = kind == 'N';
+        keys.push_back({word.substr(0, colon), is_number ? number : text, is_number ? text : number, kind, need});
     }
     return keys;
 }
-// Members of an object. Keys from `bad` on hold another type; without `mistyped` the key at `bad` alone is left out.
-inline std::string members(const std::string& list, size_t bad = SIZE_MAX, bool mistyped = false) {
-    std::string text;
-    for (size_t i = 0; const Key& key : keys_of(list)) {
-        const std::string member = '"' + key.name + "\":" + (i >= bad && mistyped ? key.wrong : key.value);
-        if (i++ != bad || mistyped) text += (text.empty() ? "" : ",") + member;
+
+enum class Flaw { missing, mistyped };
+// Members of an object. The key at `bad` is missing, or all keys from there on hold another type.
+inline std::string members(const std::string& list, size_t bad = SIZE_MAX, Flaw flaw = Flaw::missing) {
+    std::vector<std::string> parts;
+    for (const Key& key : keys_of(list)) {
+        const size_t i = parts.size();
+        const bool is_missing = flaw == Flaw::missing && i == bad, is_wrong = flaw == Flaw::mistyped && i >= bad;
+        parts.push_back(is_missing ? "" : '"' + key.name + "\":" + (is_wrong ? key.wrong : key.value));
     }
-    return text;
+    return joined(parts);
 }
-// The line about a key that is missing or holds another type.
-inline std::string line_about(const Key& key, bool mistyped, zel::Words words) {
-    if (key.need == 'i' || key.need == 'W') return key.need == 'W' ? "W get json value error." : "";
+inline std::string line_about(const Key& key, Flaw flaw, zel::Words words) {
+    if (key.need == 'i') return "";
+    if (key.need == 'W') return "W get json value error.";
     const std::string level = key.need == 'O' ? "D " : "E ";
-    if (!mistyped) return level + "get json value error.";
+    if (flaw == Flaw::missing) return level + "get json value error.";
     if (key.need == 'O' || words == zel::Words::not_string) return level + key.name + " is not string.";
     return level + key.name + (key.kind == 'N' ? " is not 0x00000008." : " is not 0x00000010.");
 }
 // `read` decodes the members given, compares what it got with a dump of the values in list order, which is empty when
-// the reading has to fail, and returns the log.
+// the reading has to fail, and returns the log. `behind` is what the callers of the reader log after a failure.
 using Reading = std::function<std::string(const std::string& members, const std::string& values)>;
-inline void check_keys(int row, const std::string& list, zel::Words words, const std::string& behind,
-                       const Reading& read) {
+inline void check_keys(const std::string& list, zel::Words words, const std::string& behind, const Reading& read) {
     const std::vector<Key> keys = keys_of(list);
-    for (size_t variant = 0; variant < 2 * keys.size() + 1; ++variant) {
-        const size_t bad = variant / 2;
-        const bool mistyped = variant % 2 != 0;
-        bool ok = true;
-        std::string log, values;
-        for (size_t i = 0; ok && i < keys.size(); ++i) {
-            const bool good = mistyped ? i < bad : i != bad;
-            values += good ? dump(i + 6) : keys[i].kind == 'N' ? "0 " : " ";
-            const std::string line = good ? "" : line_about(keys[i], mistyped, words);
-            log += (log.empty() || line.empty() ? "" : "|") + line;
-            ok = good || keys[i].need != '!';
+    for (const Flaw flaw : {Flaw::missing, Flaw::mistyped}) {
+        for (size_t bad = 0; bad <= keys.size(); ++bad) {
+            std::vector<std::string> lines;
+            std::string values;
+            bool ok = true;
+            for (size_t i = 0; ok && i < keys.size(); ++i) {
+                const bool good = flaw == Flaw::missing ? i != bad : i < bad;
+                values += good ? dump(kFirst + i) : keys[i].kind == 'N' ? "0 " : " ";
+                if (!good) lines.push_back(line_about(keys[i], flaw, words));
+                ok = good || keys[i].need != '!';
+            }
+            EXPECT_EQ(read(members(list, bad, flaw), ok ? values : ""), joined(lines, "|") + (ok ? "" : behind))
+                << "key " << bad << " of " << list;
         }
-        EXPECT_EQ(read(members(list, bad, mistyped), ok ? values : ""), log + (ok ? "" : behind))
-            << row << " key " << bad;
     }
 }
 
-// clang-format off
-inline const std::string kRootKeys = "risk_level:S threat_score:N total_score:N verify_score:N verify_total_score:N count:N hash:N engine_ver:S engine_rule_ver:S";
-inline const std::string kContainerKeys = "containerid:S repository:S mounts:S user:S namespace:S imageid:S imagetag:S containername:S Capability:S PortsBinding:S ImageName:S ContainerInitPid:N Privileged:N";
-inline const std::string kRuleKeys = "rule_id:S mitre_id:S rule_desc:S status:S score:N version:S rule_name:S internal_id:SW risk_tag:Si confidence:Ni";
-inline const std::string kSubjectKeys = "version:N type:N SubjectPid:N SubjectTid:N SubjectImage:S SubjectCmd:S SubjectCreateTime:N SubjectUser:S LoginName:SO SshIp:SO SubjectMd5:SO SubjectSha256:SO SubjectGuid:S OpTime:N";
-// clang-format on
+inline const std::string kRootKeys =
+    "risk_level:S threat_score:N total_score:N verify_score:N verify_total_score:N count:N hash:N engine_ver:S "
+    "engine_rule_ver:S";
+inline const std::string kContainerKeys =
+    "containerid:S repository:S mounts:S user:S namespace:S imageid:S imagetag:S containername:S Capability:S "
+    "PortsBinding:S ImageName:S ContainerInitPid:N Privileged:N";
+inline const std::string kRuleKeys =
+    "rule_id:S mitre_id:S rule_desc:S status:S score:N version:S rule_name:S internal_id:SW risk_tag:Si confidence:Ni";
+inline const std::string kSubjectKeys =
+    "version:N type:N SubjectPid:N SubjectTid:N SubjectImage:S SubjectCmd:S SubjectCreateTime:N SubjectUser:S "
+    "LoginName:SO SshIp:SO SubjectMd5:SO SubjectSha256:SO SubjectGuid:S OpTime:N";
+
 inline const std::string kInRule = "|E GetRuleInfoEx error.|E GetRuleInfo failed!";
 inline const std::string kInEvent = "|E GetRawEventInfoEx error.|E GetRawEventInfo failed!" + kInRule;
 inline const std::string kInInfo = "|E GetExtenedInfo failed!\n";
 
 // Of two equal keys the first counts: what is given comes before the rest.
 inline std::string object(const std::string& given, const std::string& rest) {
-    return '{' + given + (given.empty() ? "" : ",") + rest + '}';
+    return '{' + joined({given, rest}) + '}';
 }
 inline std::string event(const std::string& given, const std::string& subject = members(kSubjectKeys)) {
-    return object(given, subject + R"(,"FilePath":"f")");
+    return object(given, joined({subject, R"("FilePath":"f")"}));
 }
 inline std::string rule(const std::string& given, const std::string& events = event(""),
                         const std::string& keys = members(kRuleKeys)) {
-    return object(given, keys + ",\"event\":[" + events + ']');
+    return object(given, joined({keys, "\"event\":[" + events + ']'}));
 }
-inline std::string scenario(const std::string& set) {
-    return R"({"ScenarioInfo":{"ScenarioID":"6","LinkSet":7,"ProcessSet":[)" + set + "]}}";
+inline std::string scenario(const std::string& process_set) {
+    return R"({"ScenarioInfo":{"ScenarioID":"6","LinkSet":7,"ProcessSet":[)" + process_set + "]}}";
 }
 
 struct Document {
-    std::string type = "3";
+    int type = 3;
     std::string rules = rule("");
-    std::string info = R"({"msg":"6"})";
+    std::string info = R"({"msg":"6"})";  // without such a key when empty
+    std::string given = "";
     std::string root = members(kRootKeys) + ',' + members(kContainerKeys) + ",\"malicious_key\":\"6\"";
     std::string guid = "\"01234567-89ab-cdef-0123-456789abcdef\"";
 };
 
+inline std::string container_values(const zel::ContainerTexts& c) {
+    return dump(c.strContainerId, c.strRepository, c.strMounts, c.strUser, c.strNamespace, c.strImageId, c.strImageTag,
+                c.strContainerName, c.strCapability, c.strPortsBinding, c.strImageName);
+}
+
 struct Decoded {
     explicit Decoded(const Document& d)
-        : Decoded("{\"alert_type\":" + d.type + (d.info.empty() ? "" : ",\"ExtendedInfo\":" + d.info) + ',' + d.root +
-                  ",\"rule\":[" + d.rules + "],\"Guid\":" + d.guid + '}') {}
+        : Decoded(object(d.given, joined({"\"alert_type\":" + std::to_string(d.type),
+                                          d.info.empty() ? "" : "\"ExtendedInfo\":" + d.info, d.root,
+                                          "\"rule\":[" + d.rules + "],\"Guid\":" + d.guid}))) {}
     explicit Decoded(const std::string& text) {
         node.pData.reset(strdup(text.c_str()));
         ok = CEventHandle::GetJsonInfo(&node, data);

@@ -4,39 +4,17 @@
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <vector>
 
+#include "host/lib/alert.h"
 #include "platform/native_payloads.h"
 
 namespace e2e {
 
-// A GUID text for a small number.
-std::string guid(int number);
-
-struct RawEvent {
-    int type = 7;
-    unsigned pid = 4001;
-    std::string image = "/opt/tool";
-    std::string keys = R"("FilePath":"/tmp/gone")";  // of the type, and any further ones
-    int64_t op_time = 1000;
-};
-
-struct Rule {
-    std::string id = {};  // empty: made from the alert's number, so that no alert repeats another
-    std::string status = "Enable";
-    std::vector<RawEvent> events = {RawEvent{}};
-    std::string keys = R"("internal_id":"i")";
-};
-
-struct Alert {
-    int number = 1;  // makes its GUID
-    int type = 3;
-    std::string container = "host";
-    std::vector<Rule> rules = {Rule{}};
-    std::vector<RawEvent> process_set = {};
-
-    std::string text() const;
-};
+// Named here as the tests call them.
+using zelhost::Alert;
+using RawEvent = zelhost::AlertEvent;
+using Rule = zelhost::AlertRule;
+inline std::string guid(int number) { return zelhost::guid_text(static_cast<uint64_t>(number)); }
 
 struct DnsHit {
     std::string domain = "bad.example";

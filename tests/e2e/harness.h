@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "e2e/documents.h"
-#include "e2e/overrides.h"
-#include "e2e/scripted.h"
+#include "host/lib/overrides.h"
+#include "standin/scripted/scripted_host.h"
 #include "platform/zel_trc.h"
 #include "platform/zelreshdl.h"
 #include "retrace.pb.h"
@@ -28,6 +28,7 @@
 namespace e2e {
 
 using namespace std::chrono_literals;
+using namespace zelhost::overrides;
 
 constexpr int32_t kTraceFails = -5;
 
@@ -117,7 +118,7 @@ protected:
     // Stops the plug-in and expects nothing left behind: bus events, references, result buffers, threads.
     void TearDown() override;
 
-    // Files of the agent folder, and settings that differ from the staged ones.
+    // Files of the agent folder. A setting that a test sets wins over the staged one.
     std::string path(const std::string& name) const { return root_ + "/" + name; }
     void write(const std::string& name, const std::string& text) const;
     std::string read(const std::string& name) const;
@@ -156,7 +157,8 @@ protected:
     size_t count_events(uint32_t id) const {
         return count(seen.events, [id](const auto& event) { return event.first.id == id; });
     }
-    // Texts are separated by bars. The texts as they come in the log; and waiting for each of them to be there.
+    // In both, bars separate the texts. The first gives those that are in the log, in its order, each as often as it is
+    // there; the second waits until each is there.
     std::string log_order(const std::string& texts) const;
     void expect_logs(const std::string& texts) const {
         for (const auto& text : split(texts)) expect_log(text, 1);
@@ -170,15 +172,16 @@ protected:
         return count(seen.callbacks, [&](const auto& call) { return call.context == context; });
     }
 
-    // Waits until the bus has delivered all that was published or sent.
+    // Waits until the bus has delivered all events, in both directions.
     void bus_rests() const { EXPECT_SOON(bus().waiting == 0 && bus().sending == 0); }
-    // The same, and until the alarm worker has finished all of it.
+    // Waits for that and until the alarm worker has finished with all events.
     void settle() const;
     // Waits until a worker has come round its loop with nothing to do.
     void alarm_worker_rests() const;
     void trace_worker_rests() const;
 
-    // Scripts a function of the trace module, by its number; the last answer stays. Without one: code 0 and the input.
+    // Scripts a function of the trace module, by its number; the last answer stays. Without a script the code is 0 and
+    // the result is the input.
     void answers(uint32_t function, const std::vector<Answer>& script) const {
         locked([&] { seen.scripts[function].assign(script.begin(), script.end()); });
     }

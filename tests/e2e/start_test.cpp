@@ -157,6 +157,7 @@ class FailedStart : public Agent, public testing::WithParamInterface<FailedRow> 
 
 TEST_P(FailedStart, UndoesAllAndTheNextStartWorks) {
     const FailedRow& row = GetParam();
+    setenv("ZEL_DLL_UNLOAD", "1", 1);                     // a library that stays in memory would be found again
     configure(R"({"delay_time":"0","queue_size":"0"})");  // makes the plug-in object, whose mutex is not refused
     replace(row.library, row.by);
     refuse_symbol(row.symbol);

@@ -18,6 +18,8 @@ std::string g_symbol;
 std::atomic<int> g_mutexes_left{0};
 std::atomic<int> g_threads_left{0};
 std::atomic<bool> g_joining{false};
+std::function<void()> g_after_unlock;
+thread_local bool t_joined = false;
 
 bool is_refused(std::atomic<int>& left) { return left > 0 && --left == 0; }
 
@@ -54,7 +56,15 @@ OVERRIDE int32_t zel_thread_start(void** thread, int (*entry)(void*), void* para
 OVERRIDE int32_t zel_thread_join(void* thread) {
     static auto* const next = REAL(zel_thread_join);
     g_joining = true;
+    t_joined = true;
     return next(thread);
+}
+
+OVERRIDE int32_t zel_mutex_unlock(void* mutex) {
+    static auto* const next = REAL(zel_mutex_unlock);
+    const int32_t result = next(mutex);
+    if (t_joined && g_after_unlock) g_after_unlock();
+    return result;
 }
 
 namespace e2e {
@@ -65,6 +75,7 @@ void refuse_symbol(const std::string& name) {
 }
 void refuse_mutex(int number) { g_mutexes_left = number; }
 void refuse_thread(int number) { g_threads_left = number; }
+void when_unlocked_after_join(std::function<void()> hook) { g_after_unlock = std::move(hook); }
 bool is_joining() { return g_joining; }
 
 }  // namespace e2e

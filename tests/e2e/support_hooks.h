@@ -2,6 +2,7 @@
 // over the library's.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace e2e {
@@ -10,6 +11,9 @@ namespace e2e {
 void refuse_symbol(const std::string& name);
 void refuse_mutex(int number);
 void refuse_thread(int number);
+
+// Runs `hook` each time that a thread which has waited for a worker gives a mutex back.
+void when_unlocked_after_join(std::function<void()> hook);
 
 // Whether the plug-in has begun to wait for one of its workers.
 bool is_joining();

@@ -37,22 +37,25 @@ TEST_F(Traces, RetryWaitsFifteenSecondsAndTheFrontHoldsBackAllBehindIt) {
     expect_figures({{"sentToTrcCount", 5}, {"firstTraceTotalCount", 2}, {"delayedTraceTotalCount", 3}});
 }
 
+// Both become due while the trace worker sleeps through a reset period, so that one turn of it finds both.
 TEST_F(Traces, RetryGoesBeforeAFirstAttempt) {
     answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {0}});
     start();
     send(Alert{.number = 1});
     expect_logs("alert trace retry, guid:" + guid(1));
-    hold_traces(true);
-    send(Alert{.number = 2});
-    EXPECT_SOON(calls(ZELTRC_CREATE) == 2);
-    send(Alert{.number = 3});
-    settle();
-    advance(15s);
+    expect_event(769, guid(1));
+    hold_alarm_worker();
+    reset_begin();
+    EXPECT_SOON(longest_trace_worker_sleep_us() == 10'000'000);
     hold_traces(false);
-    expect_event(770, guid(3));
-    const std::string line = "alert trace success, guid:";
-    EXPECT_EQ(log_order(line + guid(1) + "|" + line + guid(2) + "|" + line + guid(3)),
-              line + guid(2) + "|" + line + guid(1) + "|" + line + guid(3));
+    kept_results_ = 1;  // of the KOV alert, released when the module was gone
+    const std::string line = "alert trace success, guid:", retry = line + guid(1);
+    const std::string completed = line + expect_event(769).guid;
+    alarm_worker_rests();
+    advance(15s);
+    reset_end();
+    for (int i = 0; i < 2; ++i) expect_event(770);
+    EXPECT_EQ(log_order(retry + "|" + completed), completed + "|" + retry + "|" + completed);
 }
 
 TEST_F(Traces, AreGivenUpAfterTheLastTry) {
@@ -208,7 +211,7 @@ TEST_F(Traces, StopWithFullQueuesFreesAllAndEndsInTime) {
     trace_worker_rests();
     EXPECT_EQ(count_callbacks(1), 0u);
     EXPECT_EQ(count_events(769), 13u);
-    EXPECT_LE(count_events(770), 1u);
+    EXPECT_LE(count_events(770), 1u);  // the trace worker may not have begun with the third
 }
 
 TEST_F(Traces, KovAlertIsCompletedAndThenTraced) {

@@ -1,3 +1,4 @@
+// The bus stand-in, opened as a plug-in opens it: what it delivers, counts and drops.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -9,7 +10,6 @@
 #include "lummb/lummb_host.h"
 
 using MbFrame::IEvent;
-using Row = std::array<size_t, 4>;
 
 template <class F>
 static F from_bus(const char* name) {
@@ -38,7 +38,10 @@ struct Bus : testing::Test, MbFrame::IPlugin {
         EXPECT_EQ(counts().frames + counts().alive, 0u);
     }
     int32_t QueryInterface(const InterfaceId*, void**) override { return 0; }
-    int32_t GetPluginId(unsigned char* out) override { return memcpy(out, id, 16), 0; }
+    int32_t GetPluginId(unsigned char* out) override {
+        memcpy(out, id, 16);
+        return 0;
+    }
     int32_t GetPluginKind(uint32_t*) override { return 0; }
     int32_t OnAdvised(MbFrame::IPluginSetting* setting, MbFrame::IDispatch* to) override {
         constexpr MbFrame::EventTableEntry kTable[] = {{1536, 1}, {1538, 1}, {1281, 1}, {1538, 1}};
@@ -46,7 +49,11 @@ struct Bus : testing::Test, MbFrame::IPlugin {
         return setting->SetEventTable(kTable, 4);
     }
     int32_t OnNotify(uint32_t) override { return 0; }
-    int32_t OnEvent(IEvent* event, void*) override { return on_event(last = event), 0; }
+    int32_t OnEvent(IEvent* event, void*) override {
+        last = event;
+        on_event(event);
+        return 0;
+    }
     int32_t OnQuery(void*) override { return 0; }
 
     unsigned char id[17] = "plug-in of tests";
@@ -60,34 +67,53 @@ struct Bus : testing::Test, MbFrame::IPlugin {
 TEST_F(Bus, DeliversOnceAndCountsEveryReference) {
     EXPECT_LT(frame->Advise(this, 1), 0) << "attached already";
     for (const size_t late : {0u, 1u, 2u}) {
+        const lummb_counts earlier = counts();
         publish(1538, "{}", 2);
         EXPECT_EQ(counts().alive, 1u);
         for (size_t i = 0; i <= late; ++i) last->Release();
-        const Row want{++before.delivered, 0, before.late += late};
-        EXPECT_EQ((Row{counts().delivered, counts().alive, counts().late}), want);
+        EXPECT_EQ(counts().delivered, earlier.delivered + 1);
+        EXPECT_EQ(counts().alive, 0u);
+        EXPECT_EQ(counts().late, earlier.late + late);
     }
 }
 
 TEST_F(Bus, UnadviseWaitsForARunningCallAndDropsWhatWaits) {
     std::binary_semaphore entered{0}, gate{0};
     bool ended = false;
-    on_event = [&](IEvent* event) { entered.release(), gate.acquire(), event->Release(), ended = true; };
+    on_event = [&](IEvent* event) {
+        entered.release();
+        gate.acquire();
+        event->Release();
+        ended = true;
+    };
     from_bus<lummb_set_inbox_limit_t>("lummb_set_inbox_limit")(2);
     for (const int32_t answer : {LUMMB_OK, LUMMB_OK, LUMMB_FULL}) EXPECT_EQ(publish(1538, "x", 1), answer);
     entered.acquire();
-    std::thread stopper([&] { EXPECT_TRUE(frame->Unadvise(id) == 0 && ended); });
+    std::thread stopper([&] {
+        EXPECT_EQ(frame->Unadvise(id), 0);
+        EXPECT_TRUE(ended);
+    });
     while (publish(1538, "x", 1) != LUMMB_NOT_SUBSCRIBED) std::this_thread::yield();
     gate.release();
     stopper.join();
-    EXPECT_EQ((Row{counts().delivered, counts().discarded}), (Row{before.delivered + 1, before.discarded + 1}));
+    EXPECT_EQ(counts().delivered, before.delivered + 1);
+    EXPECT_EQ(counts().discarded, before.discarded + 1);
 }
 
 TEST_F(Bus, ADnsEventOwnsItsRecordAndSharesOneCount) {
-    for (const auto& [line, kind, first, end] : {Row{__LINE__, 1, 2, 11}, {__LINE__, 2, 2, 11}, {__LINE__, 3, 0, 2}}) {
+    const struct {
+        uint32_t kind;
+        size_t first_text, last_text;  // of the variant record, in pointers
+    } rows[] = {{.kind = 1, .first_text = 2, .last_text = 11},
+                {.kind = 2, .first_text = 2, .last_text = 11},
+                {.kind = 3, .first_text = 0, .last_text = 2}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.kind);
         char text[] = "text";
         const char* variant[14] = {};
-        variant[first] = variant[end] = text;
-        const ST_DNS_NATIVE record{static_cast<uint32_t>(kind), {}, {}, {text}, variant};
+        variant[row.first_text] = variant[row.last_text] = text;
+        const ST_DNS_NATIVE record{
+            .uKind = row.kind, .ullHead = {}, .uHead = {}, .pszText = {text}, .pVariant = variant};
         MbFrame::IDnsEvent* dns = nullptr;
         on_event = [&](IEvent* event) { event->QueryInterface(&kIidDnsEvent, reinterpret_cast<void**>(&dns)); };
         from_bus<lummb_publish_dns_t>("lummb_publish_dns")(&record, text);
@@ -95,7 +121,8 @@ TEST_F(Bus, ADnsEventOwnsItsRecordAndSharesOneCount) {
         EXPECT_EQ(counts().alive, 1u);
         const auto* copy = static_cast<const ST_DNS_NATIVE*>(last->GetNativeEvent());
         const auto* got = static_cast<const char* const*>(copy->pVariant);
-        for (auto* at : {dns->GetQueryName(), *copy->pszText, got[first], got[end]}) EXPECT_STREQ(at, "text") << line;
+        for (const char* copied : {dns->GetQueryName(), *copy->pszText, got[row.first_text], got[row.last_text]})
+            EXPECT_STREQ(copied, "text");
         EXPECT_EQ(dns->Release() + last->Release(), 1);
     }
 }
@@ -105,7 +132,11 @@ TEST_F(Bus, SendsToEverySubscriberEvenAfterUnadvise) {
     const lummb_sink_t sink = [](void* to, IEvent*) { ++*static_cast<int*>(to); };
     uint64_t tokens[3] = {};
     for (uint64_t& token : tokens) token = from_bus<lummb_subscribe_t>("lummb_subscribe")(1538, sink, &calls);
-    on_event = [&](IEvent* event) { frame->Unadvise(id), dispatcher->Invoke(event), event->Release(); };
+    on_event = [&](IEvent* event) {
+        frame->Unadvise(id);
+        dispatcher->Invoke(event);
+        event->Release();
+    };
     publish(1538, "x", 1);
     counts();
     for (const uint64_t token : tokens) from_bus<lummb_unsubscribe_t>("lummb_unsubscribe")(token);

@@ -1,3 +1,4 @@
+// The repeat filter: its key, and how long it remembers one.
 #include "suppress/alert_filter.h"
 
 #include <gtest/gtest.h>

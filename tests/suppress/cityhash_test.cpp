@@ -1,3 +1,4 @@
+// The hash against values of the published algorithm.
 #include "suppress/cityhash.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Which waiting alerts the eliminator drops, by costs that tests give it, and how it reads its setting.
 #include "suppress/traceEliminator.h"
 
 #include <gtest/gtest.h>
@@ -72,6 +73,18 @@ TEST_F(Eliminator, DropsOnlyAboveALimitFromAMinuteToTenHours) {
     EXPECT_EQ(finish(3, -1), 0);
     EXPECT_EQ(g_statistics.ioaTrunkTracePredict, 1u);
     EXPECT_EQ(g_statistics.ioaFullTracePredict, static_cast<uint64_t>(-1));
+}
+
+TEST_F(Eliminator, DropsNothingAtTheLimitAndAlertsThatCostNothingAboveIt) {
+    EXPECT_EQ(finish(0, 0), 0);  // a process of levels 0 to 2 costs nothing now
+    const Node &free = push(0, 5), &first = push(3, 12);
+    EXPECT_EQ(finish(0, 0), 0);
+    EXPECT_FALSE(free.bDropped);
+    const Node& second = push(3, 1);
+    EXPECT_EQ(finish(0, 0), 60'000);
+    EXPECT_TRUE(free.bDropped);
+    EXPECT_TRUE(first.bDropped);
+    EXPECT_FALSE(second.bDropped);
 }
 
 TEST_F(Eliminator, LeavesOtherEventsAndLevelsOutOfTheAccount) {

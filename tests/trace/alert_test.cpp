@@ -111,36 +111,91 @@ TEST(Alert, WhatIsEmptyOrUnknownIsNoFailure) {
     agent_id = "me";
 }
 
-TEST(Alert, ARefusedTextEndsTheAlertWithItsChainOfLines) {
-    const std::string alert = "GetThreatAlertInfo failed!", rule = "Set event info failed",
-                      event = "SetSubjectInfo failed!";
+TEST(Alert, ARefusedTextEndsTheAlertWithTheLinesOfAllWhoGiveUp) {
+    const std::string alert = "GetThreatAlertInfo failed!", rule = "Set event info failed";
+    const std::string event = "SetSubjectInfo failed!";
     Alert spoiled;
     const std::pair<std::string*, Lines> rows[] = {
         {&spoiled.data.strGuid, refused({alert})},
-        {&spoiled.data.strExtendedMsg, refused({alert})},
         {&spoiled.data.strImageName, refused({alert})},
         {&spoiled.rule.strRiskTag, refused({alert})},
         {&spoiled.event.strImage, refused({event, rule, alert})},
-        {&spoiled.event.strSha256, refused({event, rule, alert})},
         {&spoiled.object.strFilePath, refused({event, rule, alert})},
     };
     for (const auto& [text, lines] : rows) {
-        const std::string good = std::exchange(*text, std::string(1, '\x01'));
+        const std::string good = std::exchange(*text, "\x01");
         EXPECT_EQ(build(spoiled.data).lines, lines) << "instead of " << good;
         *text = good;
     }
 }
 
-TEST(Alert, ARefusedTextInAListEndsThatListAlone) {
+TEST(Alert, TextsAreCheckedInOrder) {
     Alert alert;
-    alert.rule.vecTags = {"a", "\x01", "b"};
-    alert.event.vecHighlight = {"\x01", "h"};
-    alert.data.vecRule.emplace_back().vecTags = {"c"};
-    const Built built = build(alert.data);
-    EXPECT_EQ(built.lines.size(), 6U) << "two for each of three lists";
-    EXPECT_THAT(built.shown,
-                HasSubstr("11={2=gone} 24={}} 9=rule-name 10=risk 11=60 13={1=a} 13={}} 11={13={1=c}} 12=scenario"));
-    EXPECT_THAT(built.shown, EndsWith("} 16={1=a} 16={}"));
+    ST_BUF_DATA& d = alert.data;
+    ST_RULE& r = alert.rule;
+    ST_RAW_EVENT& e = alert.event;
+    expect_order(d, {&d.strGuid,          &d.strBestRuleDesc,
+                     &d.strScenarioId,    &d.strBestRuleName,
+                     &d.strEngineVer,     &d.strEngineRuleVer,
+                     &d.strExtendedMsg,   &d.strContainerId,
+                     &d.strRepository,    &d.strMounts,
+                     &d.strUser,          &d.strNamespace,
+                     &d.strImageId,       &d.strImageTag,
+                     &d.strContainerName, &d.strCapability,
+                     &d.strPortsBinding,  &d.strImageName,
+                     &r.strRuleId,        &r.strMitreId,
+                     &r.strInternalId,    &r.strRuleDesc,
+                     &r.strVersion,       &r.strRuleName,
+                     &r.strRiskTag,       &e.strImage,
+                     &e.strCmd,           &e.strUser,
+                     &e.strGuid,          &e.strLoginName,
+                     &e.strSshIp,         &e.strMd5,
+                     &e.strSha256,        &alert.object.strFilePath});
+}
+
+TEST(Alert, ARefusedTextInAListEndsThatListAlone) {
+    const std::string bad = "\x01";
+    const struct {
+        const char* what;
+        std::vector<std::string> tags, highlight, sub_highlight;
+        std::string event_lists, rule_tags, trace_tags;
+    } rows[] = {
+        {"in the tags", {"a", bad, "b"}, {"h"}, {"s"}, "24={1=h} 34={1=s}", "13={1=a} 13={}", "16={1=a} 16={}"},
+        {"in the highlights", {"a"}, {"g", bad, "h"}, {"s"}, "24={1=g} 24={}", "13={1=a}", "16={1=a}"},
+        {"in the subject's", {"a"}, {"h"}, {bad, "s"}, "24={1=h} 34={}", "13={1=a}", "16={1=a}"},
+    };
+    for (const auto& row : rows) {
+        Alert alert;
+        alert.rule.vecTags = row.tags;
+        alert.event.vecHighlight = row.highlight;
+        alert.event.vecSubHighlight = row.sub_highlight;
+        alert.data.vecRule.emplace_back().vecTags = {"c"};
+        const Built built = build(alert.data);
+        EXPECT_THAT(built.shown, HasSubstr("11={2=gone} " + row.event_lists + "} 9=rule-name")) << row.what;
+        EXPECT_THAT(built.shown, HasSubstr("11=60 " + row.rule_tags + "} 11={13={1=c}}")) << row.what;
+        const bool in_tags = row.trace_tags.ends_with("{}");
+        EXPECT_THAT(built.shown, EndsWith("} " + row.trace_tags + (in_tags ? "" : " 16={1=c}"))) << row.what;
+        EXPECT_EQ(built.lines.size(), in_tags ? 4U : 2U) << row.what;
+    }
+}
+
+TEST(Alert, AFailedAllocationLeavesTheBufferAlone) {
+    Alert alert;
+    alert.data.strExtendedMsg = alert.event.strCmd = std::string(20000, 'x');
+    bool built = false;
+    int64_t count = 0;
+    for (; !built; ++count) {
+        zel::MallocBuffer buffer;
+        int events = 0, level = 0;
+        const FailingMemory memory(count);
+        try {
+            built = CGetProtobuf::GetComProtobuf(alert.data, false, buffer, events, level, event_id::ioa_alert) > 0;
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(FailingMemory::has_failed());
+        }
+        EXPECT_EQ(buffer != nullptr, built) << count;
+    }
+    EXPECT_GT(count, 2);
 }
 
 }  // namespace

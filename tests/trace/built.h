@@ -73,6 +73,21 @@ inline Built build(ST_BUF_DATA& data, bool repeated = false, uint32_t id = event
     });
 }
 
+// A text that is refused, and the first line about it.
+inline std::string bad_text(size_t number) { return "\x01" + std::to_string(number); }
+inline LogLine first_line_about(size_t number) { return {ZEL_LOG_INFO, "[ds]str: " + bad_text(number) + " not Ascii"}; }
+// Expects that these texts are checked in this order, and no others: of several bad ones the first is named.
+inline void expect_order(ST_BUF_DATA& data, const std::vector<std::string*>& texts) {
+    for (size_t i = 0; i < texts.size(); ++i) *texts[i] = bad_text(i);
+    for (size_t i = 0; i < texts.size(); ++i) {
+        const Lines lines = build(data).lines;
+        ASSERT_FALSE(lines.empty()) << i;
+        EXPECT_EQ(lines.front(), first_line_about(i));
+        texts[i]->clear();
+    }
+    EXPECT_EQ(build(data).lines, Lines{});
+}
+
 inline Lines errors(const std::vector<std::string>& texts) {
     Lines lines;
     for (const std::string& text : texts) lines.push_back({ZEL_LOG_ERROR, text});

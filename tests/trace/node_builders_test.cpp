@@ -1,4 +1,5 @@
 #include <cstring>
+#include <span>
 
 #include "decode/processtreeselector.h"
 #include "trace/built.h"
@@ -13,19 +14,47 @@ Built build(Builder* builder, ST_QUEQE_NODE& node) {
     return zel_test::build([&](Built&, zel::MallocBuffer& buffer) { return builder(node, buffer); });
 }
 
-// A DNS hit whose container texts are their numbers.
+void put(std::span<char> room, const std::string& text) { zel_str_strlcpy(room.data(), text.c_str(), room.size()); }
+
+// A DNS hit with a value of its own in each member.
 struct Hit {
     ST_QUEQE_NODE node;
     ST_IOC_MSG& msg = *(node.pIocMsg = std::make_unique<ST_IOC_MSG>());
-    IocVariant2 area{0xFFFFFFFE, 5, "pguid", "/bin/x", "md5", "sha", "x", "root", "\x01", "dom", -4, "1.2.3.4", 1};
+    IocVariant2 area{.uPid = 0xFFFFFFFE,
+                     .llCreateTime = 5,
+                     .szGuid = "pguid",
+                     .szPath = "/bin/x",
+                     .szMd5 = "md5",
+                     .szSha256 = "sha",
+                     .szCmd = "cmd",
+                     .szUser = "root",
+                     .szUnread = "\x01",
+                     .szDomain = "domain",
+                     .nDnsStatus = -4,
+                     .szDnsResults = "1.2.3.4",
+                     .uTail = 1};
 
     Hit() {
         node.ullCacheKey = 77;
         set_guid(node, "0123456789-0123456789-0123456789-123");
-        msg = {1,   {},  {},   "1",  "2",    "3",    "4", "5",           "6", "7",
-               "8", "9", "10", "11", "\x01", "\x01", {},  "bad.example", 90,  0};
+        msg.uKind = 1;
         msg.ullHead[12] = 99;
         msg.uHead[0] = 0xFFFFFFFF;
+        msg.strQueryName = "bad.example";
+        msg.llScore = 90;
+        put(msg.szContainerId, "container");
+        put(msg.szRepository, "repository");
+        put(msg.szMounts, "mounts");
+        put(msg.szUser, "user");
+        put(msg.szNamespace, "namespace");
+        put(msg.szImageId, "image-id");
+        put(msg.szImageTag, "tag");
+        put(msg.szContainerName, "name");
+        put(msg.szCapability, "capability");
+        put(msg.szPortsBinding, "ports");
+        put(msg.szImageName, "image");
+        put(msg.szUnread1, "\x01");
+        put(msg.szUnread2, "\x01");
     }
     Built built() {
         memcpy(msg.variant, &area, sizeof area);
@@ -36,77 +65,143 @@ struct Hit {
 TEST(IocBuilder, EveryMemberReachesItsField) {
     ProcessTreeSelector::Instance();  // says that there is no adapter
     Hit hit;
-    hit.msg.szRepository[2] = '\x01';  // behind the text
+    hit.msg.szUser[5] = '\x01';  // behind the end of the text
     const Built built = hit.built();
     EXPECT_EQ(
         built.shown,
-        "1=me 8={1=1 2=0123456789-0123456789-0123456789-123 3=5 4=90 5=90 8=99 9=99 11={8={2=2 3=99 4={2=-2 3=pguid "
-        "4=/bin/x 5=md5 6=sha 8=x 9=root 13=5} 19={2=dom 3=-4 4=1.2.3.4}} 11=100} 14=bad.example 15=77 23=6 24=1 "
-        "25=2 26=3 27=4 28=5 29=7 30=9 31=10 32=11 33=8 34=-1} 16={1=IOC}");
+        "1=me 8={1=1 2=0123456789-0123456789-0123456789-123 3=5 4=90 5=90 8=99 9=99 "
+        "11={8={2=2 3=99 4={2=-2 3=pguid 4=/bin/x 5=md5 6=sha 8=cmd 9=root 13=5} 19={2=domain 3=-4 4=1.2.3.4}} 11=100} "
+        "14=bad.example 15=77 23=container 24=repository 25=mounts 26=user 27=namespace 28=image-id 29=tag 30=name "
+        "31=capability 32=ports 33=image 34=-1} 16={1=IOC}");
     EXPECT_EQ(built.lines, Lines{});
     EXPECT_TRUE(ProcessTreeSelector::Instance().IsSelected());
     memset(hit.area.szGuid, 'g', sizeof hit.area.szGuid);  // without an end of its own
     EXPECT_THAT(hit.built().shown, testing::HasSubstr(" 3=" + std::string(32, 'g') + "/bin/x 4=/bin/x "));
 }
 
-TEST(IocBuilder, ChecksArraysWhole) {
+TEST(IocBuilder, ChecksArraysWholeAndContainerTextsToTheirEnd) {
     Hit hit;
     const Lines alert = errors({"GetThreatAlertInfo failed!"});
     const Lines subject = errors({"SetSubjectInfo failed!", "GetThreatAlertInfo failed!"});
-    const std::tuple<int, char&, const Lines&> rows[] = {
-        {__LINE__, hit.node.szGuid[0], alert},         {__LINE__, hit.msg.strQueryName[0], alert},
-        {__LINE__, hit.msg.szImageName[0], alert},     {__LINE__, hit.area.szGuid[31], subject},
-        {__LINE__, hit.area.szPath[1024], subject},    {__LINE__, hit.area.szMd5[32], subject},
-        {__LINE__, hit.area.szSha256[64], subject},    {__LINE__, hit.area.szCmd[1024], subject},
-        {__LINE__, hit.area.szUser[32], subject},      {__LINE__, hit.area.szDomain[63], alert},
-        {__LINE__, hit.area.szDnsResults[511], alert},
+    const struct {
+        const char* what;
+        char& byte;
+        const Lines& lines;
+    } rows[] = {
+        {"GUID", hit.node.szGuid[0], alert},
+        {"container text", hit.msg.szImageName[0], alert},
+        {"end of the subject's GUID", hit.area.szGuid[31], subject},
+        {"end of the path", hit.area.szPath[1024], subject},
+        {"end of the MD5", hit.area.szMd5[32], subject},
+        {"end of the SHA-256", hit.area.szSha256[64], subject},
+        {"end of the command", hit.area.szCmd[1024], subject},
+        {"end of the user", hit.area.szUser[32], subject},
+        {"end of the domain", hit.area.szDomain[63], alert},
+        {"end of the results", hit.area.szDnsResults[511], alert},
     };
-    for (const auto& [line, byte, chain] : rows) {
-        const char good = std::exchange(byte, '\x01');
+    for (const auto& row : rows) {
+        const char good = std::exchange(row.byte, '\x01');
         Lines lines = hit.built().lines;
-        EXPECT_EQ(std::erase_if(lines, [](const LogLine& one) { return one.level == ZEL_LOG_INFO; }), 2U);
-        EXPECT_EQ(lines, chain) << "line " << line;
-        byte = good;
+        EXPECT_EQ(std::erase_if(lines, [](const LogLine& line) { return line.level == ZEL_LOG_INFO; }), 2U);
+        EXPECT_EQ(lines, row.lines) << row.what;
+        row.byte = good;
     }
 }
 
-// Findings, detection results and file traces, by event id and payload.
-TEST(SmallBuilders, Table) {
-    const auto bf = CGetProtobuf::GetBfProtobuf, detanal = CGetProtobuf::GetDetanalProtobuf;
-    const auto file = CGetProtobuf::GetFileTraceProtobuf;
-    const std::string alert = "GetThreatAlertInfo failed!", param = "param is error!", main_buf = "GetMainBuf failed!";
-    const std::string unknown = "Unknown event!";
+TEST(IocBuilder, TextsAreCheckedInOrder) {
+    Hit hit;
+    ST_IOC_MSG& m = hit.msg;
+    IocVariant2& a = hit.area;
+    const std::span<char> texts[] = {
+        hit.node.szGuid, m.strQueryName, m.szContainerId, m.szRepository,    m.szMounts,     m.szUser,
+        m.szNamespace,   m.szImageId,    m.szImageTag,    m.szContainerName, m.szCapability, m.szPortsBinding,
+        m.szImageName,   a.szGuid,       a.szPath,        a.szMd5,           a.szSha256,     a.szCmd,
+        a.szUser,        a.szDomain,     a.szDnsResults};
+    for (size_t i = 0; i < std::size(texts); ++i) put(texts[i], bad_text(i));
+    m.strQueryName = bad_text(1);
+    for (size_t i = 0; i < std::size(texts); ++i) {
+        EXPECT_EQ(hit.built().lines.front(), first_line_about(i));
+        texts[i].front() = 'x';
+    }
+    EXPECT_EQ(hit.built().lines, Lines{});
+}
+
+// A node of `id` whose payload and path are `data`.
+Built build(Builder* builder, EVENT_ID id, const std::string* data) {
+    ST_QUEQE_NODE node;
+    node.uEventId = id;
+    set_guid(node, "g");
+    node.stFileTrace = {data == nullptr ? "" : *data, "key"};
+    node.uSize = data == nullptr ? 0 : data->size();
+    if (data != nullptr) node.pData = zel::copy_bytes(data->c_str(), data->size() + 1);
+    return build(builder, node);
+}
+
+TEST(Findings, TravelAsTextUnderTheirCommand) {
+    const std::string text = "{\x01";
+    const std::pair<EVENT_ID, std::string> rows[] = {
+        {event_id::port_scan, "6"}, {event_id::brute_force, "5"}, {event_id::abnormal_login, "7"}};
+    for (const auto& [id, command] : rows) {
+        const Built built = build(CGetProtobuf::GetBfProtobuf, id, &text);
+        EXPECT_EQ(built.shown, "1=me 5=" + command + " 8={} 14={\x01 16={1=AbnormalL}");
+        EXPECT_EQ(built.lines, errors({"Unknown event!"}));
+    }
+    const Built empty = build(CGetProtobuf::GetBfProtobuf, event_id::brute_force, nullptr);
+    EXPECT_EQ(empty.shown, "");
+    EXPECT_EQ(empty.lines, errors({"Unknown event!", "param is error!"}));
+    const Built unknown = build(CGetProtobuf::GetBfProtobuf, event_id::credible_event, &text);
+    EXPECT_EQ(unknown.shown, "");
+    EXPECT_EQ(unknown.lines, errors({"Unknown event!", "GetMainBuf failed!"}));
+}
+
+TEST(DetectionResults, GetThisAgentsIdAndTheirCommand) {
     const std::string whole = "\x0A\x05other\x12\x04task\xFA\x3F\x01x";  // agent_id, task_id, and a field unknown here
-    const std::string torn = whole + "\x07";
-    const std::tuple<int, Builder*, EVENT_ID, const char*, uint64_t, std::string, Lines> rows[] = {
-        {__LINE__, bf, 1540, "{\x01", 2, "1=me 5=6 8={} 14={\x01 16={1=AbnormalL}", errors({unknown})},
-        {__LINE__, bf, 1541, "{\x01", 2, "1=me 5=5 8={} 14={\x01 16={1=AbnormalL}", errors({unknown})},
-        {__LINE__, bf, 1542, "{\x01", 2, "1=me 5=7 8={} 14={\x01 16={1=AbnormalL}", errors({unknown})},
-        {__LINE__, bf, 1541, nullptr, 0, "", errors({unknown, param})},
-        {__LINE__, bf, 1543, "{}", 2, "", errors({unknown, main_buf})},
-        {__LINE__, detanal, 1543, whole.data(), whole.size(), "1=me 2=task 5=9 1023=x", {}},
-        {__LINE__, detanal, 1544, whole.data(), whole.size(), "1=me 2=task 5=10 1023=x", {}},
-        {__LINE__, detanal, 1543, torn.data(), torn.size(), "1=me 2=task 5=9 1023=x", errors({param})},
-        {__LINE__, detanal, 1543, "\xFF\xFF", 2, "1=me 5=9", errors({param})},
-        {__LINE__, detanal, 1543, nullptr, 0, "1=me 5=9", {}},
-        {__LINE__, detanal, 1543, "", 0x80000000, "1=me 5=9", errors({param})},
-        {__LINE__, detanal, 1542, "", 0, "", errors({unknown, main_buf})},
-        {__LINE__, file, 518, "/p", 0, "1=me 8={1=15 2=g 3=5 4=100 5=100 11={8={2=5 10={2=/p}}} 22=key}", {}},
-        {__LINE__, file, 513, "/p", 0, "1=me 8={1=15 2=g 3=5 4=100 5=100 11={8={2=1 5={4=/p}}} 22=key}", {}},
-        {__LINE__, file, 518, "\x01", 0, "", refused({alert})},
-        {__LINE__, file, 513, "\x01", 0, "", refused({alert})},
-        {__LINE__, file, 514, "/p", 0, "", errors({"unknown event id:514", alert})},
+    const std::string torn = whole + "\x07", broken = "\xFF\xFF";
+    const Lines none, bad = errors({"param is error!"});
+    const struct {
+        const char* what;
+        EVENT_ID id;
+        const std::string* payload;
+        std::string shown;
+        Lines lines;
+    } rows[] = {
+        {"whole", event_id::credible_event, &whole, "1=me 2=task 5=9 1023=x", none},
+        {"other command", event_id::event_detect, &whole, "1=me 2=task 5=10 1023=x", none},
+        {"torn", event_id::credible_event, &torn, "1=me 2=task 5=9 1023=x", bad},
+        {"no message", event_id::credible_event, &broken, "1=me 5=9", bad},
+        {"no payload", event_id::credible_event, nullptr, "1=me 5=9", none},
+        {"unknown", event_id::abnormal_login, &whole, "", errors({"Unknown event!", "GetMainBuf failed!"})},
     };
-    for (const auto& [line, builder, id, data, size, shown, lines] : rows) {
-        ST_QUEQE_NODE node;
-        node.uEventId = id;
-        set_guid(node, "g");
-        node.stFileTrace = {data == nullptr ? "" : data, "key"};
-        node.uSize = size;
-        if (data != nullptr) node.pData = zel::copy_bytes(data, strlen(data) + 1);
-        const Built built = build(builder, node);
-        EXPECT_EQ(built.shown, shown) << "line " << line;
-        EXPECT_EQ(built.lines, lines) << "line " << line;
+    for (const auto& row : rows) {
+        const Built built = build(CGetProtobuf::GetDetanalProtobuf, row.id, row.payload);
+        EXPECT_EQ(built.shown, row.shown) << row.what;
+        EXPECT_EQ(built.lines, row.lines) << row.what;
+    }
+    ST_QUEQE_NODE huge;
+    huge.uEventId = event_id::credible_event;
+    huge.uSize = 0x80000000;
+    huge.pData = zel::calloc_buffer(1);
+    EXPECT_EQ(build(CGetProtobuf::GetDetanalProtobuf, huge).lines, bad);
+}
+
+TEST(FileTraces, AreAlertsMadeUpAroundThePath) {
+    const std::string path = "/p", bad = "\x01", around = "1=me 8={1=15 2=g 3=5 4=100 5=100 11={8={";
+    const struct {
+        EVENT_ID id;
+        const std::string& path;
+        std::string shown;
+        Lines lines;
+    } rows[] = {
+        {event_id::file_trace_file, path, around + "2=5 10={2=/p}}} 22=key}", {}},
+        {event_id::file_trace_process, path, around + "2=1 5={4=/p}}} 22=key}", {}},
+        {event_id::file_trace_file, bad, "", refused({"GetThreatAlertInfo failed!"})},
+        {event_id::file_trace_process, bad, "", refused({"GetThreatAlertInfo failed!"})},
+        {514, path, "", errors({"unknown event id:514", "GetThreatAlertInfo failed!"})},
+    };
+    for (const auto& row : rows) {
+        const Built built = build(CGetProtobuf::GetFileTraceProtobuf, row.id, &row.path);
+        EXPECT_EQ(built.shown, row.shown) << row.id;
+        EXPECT_EQ(built.lines, row.lines) << row.id;
     }
 }
 

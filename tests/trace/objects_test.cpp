@@ -9,6 +9,7 @@
 #include "trace/built.h"
 #include "trace/getioaprotobuf_objects.h"
 
+using namespace vorn_retrace;
 using namespace zel_test;
 
 namespace {
@@ -18,14 +19,18 @@ zel::EventPrivate record(Record value) {
     return zel::EventPrivate(std::make_unique<Record>(std::move(value)));
 }
 
-Built build_event(uint32_t uType, zel::EventPrivate record, int nContainerInitPid = 0, int type = 0) {
+ST_BUF_DATA alert_of(uint32_t uType, zel::EventPrivate record) {
     ST_BUF_DATA data;
+    ST_RAW_EVENT& event = data.vecRule.emplace_back().vecEvent.emplace_back();
+    event.uType = uType;
+    event.pPrivate = std::move(record);
+    return data;
+}
+
+Built build_event(uint32_t uType, zel::EventPrivate record, int nContainerInitPid = 0, int type = 0) {
+    ST_BUF_DATA data = alert_of(uType, std::move(record));
     data.nAlertType = type;
     data.nContainerInitPid = nContainerInitPid;
-    data.vecRule.resize(1);
-    data.vecRule[0].vecEvent.resize(1);
-    data.vecRule[0].vecEvent[0].uType = uType;
-    data.vecRule[0].vecEvent[0].pPrivate = std::move(record);
     return build(data);
 }
 
@@ -37,9 +42,13 @@ std::string around(int type, const std::string& object) {
 constexpr uint32_t kMinus1 = 0xFFFFFFFF;
 constexpr const char* kBad = "\x01";
 
-// uType, type in the message, record, object in the message.
-using ObjectCase = std::tuple<uint32_t, int, zel::EventPrivate, std::string>;
-ObjectCase kObjects[] = {
+struct Object {
+    uint32_t uType;
+    int type;  // of the event in the message
+    zel::EventPrivate record;
+    std::string shown;  // the object in the message
+};
+Object kObjects[] = {
     {1, 1, record(ST_PROCESS_CREATE{kMinus1, kMinus1, "i", "c", -5, "u", "g", "d", "m", "s"}),
      "5={2=-1 3=g 4=i 5=m 6=s 8=c 9=u 13=-5 14=-1}"},
     {2, 15, record(ST_PROCESS_EXIT{kMinus1, -9}), "6={2=-1 3=-9}"},
@@ -84,22 +93,85 @@ TEST(Objects, EveryTypeReachesItsFieldsAndNoOtherIsKnown) {
                                   "GetThreatAlertInfo failed!"});
     auto row = std::begin(kObjects);
     for (uint32_t uType = 0; uType < 64; ++uType) {
-        const bool known = row != std::end(kObjects) && std::get<0>(*row) == uType;
+        const bool known = row != std::end(kObjects) && row->uType == uType;
         ASSERT_EQ(zel::find_object_row(uType) != nullptr, known) << uType;
-        auto [same, type, record, object] = known ? std::move(*row++) : ObjectCase{};
-        const Built built = build_event(uType, std::move(record));
-        EXPECT_EQ(built.shown, known ? around(type, object) : "") << uType;
-        EXPECT_TRUE(known || built.lines == unknown) << uType;
+        if (!known) {
+            EXPECT_EQ(build_event(uType, {}).lines, unknown) << uType;
+            continue;
+        }
+        EXPECT_EQ(build_event(uType, std::move(row->record)).shown, around(row->type, row->shown)) << uType;
+        ++row;
+    }
+}
+
+template <class... Text>
+std::vector<std::string*> list(Text&... texts) {
+    return {&texts...};
+}
+template <class R>
+void expect_order_of(uint32_t uType, std::vector<std::string*> (*texts)(R& record)) {
+    auto record = std::make_unique<R>();
+    const std::vector<std::string*> checked = texts(*record);
+    ST_BUF_DATA data = alert_of(uType, zel::EventPrivate(std::move(record)));
+    expect_order(data, checked);
+}
+
+TEST(Objects, TextsAreCheckedInOrder) {
+    // clang-format off
+    expect_order_of<ST_PROCESS_CREATE>(1, [](auto& r) {
+        return list(r.strImage, r.strCmd, r.strUser, r.strGuid, r.strMd5, r.strSha256); });
+    expect_order_of<ST_REMOTE_THREAD>(3, [](auto& r) {
+        return list(r.strImage, r.strStartModule, r.strStartFunction); });
+    expect_order_of<ST_LOAD_EVENT>(4, [](auto& r) { return list(r.strImage); });
+    expect_order_of<ST_LOAD_EVENT>(5, [](auto& r) { return list(r.strImage, r.strImageSigner); });
+    expect_order_of<ST_FILE_CREATE>(6, [](auto& r) { return list(r.strFilePath, r.strFileType); });
+    expect_order_of<ST_FILE_DELETE>(7, [](auto& r) { return list(r.strFilePath); });
+    expect_order_of<ST_FILE_RENAME>(8, [](auto& r) { return list(r.strNewFilePath, r.strOldFilePath, r.strFileType); });
+    expect_order_of<ST_REG_OP>(11, [](auto& r) { return list(r.strKeyPath); });
+    expect_order_of<ST_REG_OP>(12, [](auto& r) { return list(r.strKeyPath); });
+    expect_order_of<ST_REG_SET>(13, [](auto& r) { return list(r.strKeyPath, r.strValueName, r.strValueData); });
+    expect_order_of<ST_NETWORK_CONNECT>(14, [](auto& r) { return list(r.strDstIp, r.strSrcIp, r.strProtocol); });
+    expect_order_of<ST_DNS_QUERY>(15, [](auto& r) { return list(r.strDomain, r.strResultIp); });
+    expect_order_of<ST_TASK_CREATE>(16, [](auto& r) {
+        return list(r.strTaskName, r.strTaskPath, r.strTaskUser, r.strTaskFreq); });
+    expect_order_of<ST_WMIFILTER_INFO>(17, [](auto& r) {
+        return list(r.strName, r.strNamespace, r.strQuery, r.strUser); });
+    expect_order_of<ST_WMICONSUMER_INFO>(18, [](auto& r) {
+        return list(r.strName, r.strObject, r.strWmiType, r.strUser); });
+    expect_order_of<ST_WMIBINDING_INFO>(19, [](auto& r) {
+        return list(r.strConsumerName, r.strFilterName, r.strUser); });
+    expect_order_of<ST_ACCOUNT_CREATE>(20, [](auto& r) {
+        return list(r.strUserSid, r.strUserName, r.strDomainName,
+                    r.strTargetUserSid, r.strTargetUserName, r.strTargetDomainName); });
+    expect_order_of<ST_ACCOUNT_LOGON>(21, [](auto& r) {
+        return list(r.strUserSid, r.strUserName, r.strDomainName,
+                    r.strTargetUserSid, r.strTargetUserName, r.strTargetDomainName); });
+    expect_order_of<ST_SVRCREATE_INFO>(22, [](auto& r) { return list(r.strServiceCmd, r.strServiceName); });
+    expect_order_of<ST_SVRDEL_INFO>(23, [](auto& r) { return list(r.strServiceName); });
+    expect_order_of<ST_SVRUPDATE_INFO>(24, [](auto& r) { return list(r.strServiceCmd, r.strServiceName); });
+    expect_order_of<ST_PORTLISTEN_INFO>(25, [](auto& r) { return list(r.strAddress, r.strProtocol); });
+    expect_order_of<ST_FILE_OPEN_INFO>(26, [](auto& r) { return list(r.strFilePath, r.strFileType); });
+    expect_order_of<ST_SYMBOL_LINK_INFO>(27, [](auto& r) { return list(r.strLinkName, r.strTarget); });
+    expect_order_of<ST_NAMED_PIPE_CREATE_INFO>(28, [](auto& r) { return list(r.strPipeName); });
+    expect_order_of<ST_NAMED_PIPE_CONNECT_INFO>(29, [](auto& r) { return list(r.strPipeName); });
+    // clang-format on
+    // Two that need more than their texts: a time above 0, and a file.
+    EXPECT_EQ(build_event(9, record(PST_FILE_TIME_CHANGE{bad_text(0), 1, 1})).lines.front(), first_line_about(0));
+    for (size_t good = 0; good < 3; ++good) {
+        PST_FILE_MODIFY file;
+        file.strFilePath = good > 0 ? "" : bad_text(0);
+        file.strFileType = good > 1 ? "" : bad_text(1);
+        file.strFilePermissions = bad_text(2);
+        EXPECT_EQ(build_event(10, record(file)).lines.front(), first_line_about(good));
     }
 }
 
 TEST(Objects, TheAlertsTypeDecidesAboutObjectAndContainer) {
+    const std::string with_object = " 11={8={2=6 4={} 11={2=gone}}}", in_container = " 23=host 34=3}";
     const std::pair<int, std::string> rows[] = {
-        {1, " 11={8={2=6 4={} 11={2=gone}}}}"},
-        {2, " 11={8={2=6 4={} 11={2=gone}}} 23=host 34=3}"},
-        {4, " 11={8={2=23 4={}}}}"},
-        {6, " 11={8={2=27 4={}}} 23=host 34=3}"},
-        {7, " 11={8={2=28 4={}}}}"},
+        {VORN_RISK_IOC, with_object + "}"},           {VORN_RISK_IOA, with_object + in_container},
+        {VORN_RISK_HOTPATCH, " 11={8={2=23 4={}}}}"}, {VORN_RISK_MEMORY_DETECION, " 11={8={2=27 4={}}}" + in_container},
+        {VORN_RISK_RTS_ADR, " 11={8={2=28 4={}}}}"},
     };
     for (const auto& [type, shown] : rows)
         EXPECT_THAT(build_event(7, record(ST_FILE_DELETE{"gone"}), 3, type).shown, testing::EndsWith(shown)) << type;

@@ -20,7 +20,10 @@ constexpr int32_t kLater = ZEL_TRC_NOT_READY, kDropped = ZEL_TRC_DROPPED, kFaile
 class ZelTrc : public testing::Test {
 protected:
     ZelTrc() { fs::copy(AGENT_DIR, root_, fs::copy_options::recursive); }
-    ~ZelTrc() override { dlclose(module_), fs::remove_all(root_); }
+    ~ZelTrc() override {
+        dlclose(module_);
+        fs::remove_all(root_);
+    }
 
     // A function of the module, or of the ledger, which the module needs.
     template <class F>
@@ -39,7 +42,10 @@ protected:
         uint32_t size = 1;
         const int32_t code = function<trace_event_work_t>(name)(input.data(), uint32_t(input.size()), &buffer, &size);
         data_.assign(buffer, size);
-        keep != nullptr ? void(*keep = buffer) : void(release(buffer));
+        if (keep != nullptr)
+            *keep = buffer;
+        else
+            release(buffer);
         return code;
     }
     int32_t release(char* buffer) { return function<trace_event_release_t>("trace_event_release")(buffer); }
@@ -79,29 +85,43 @@ TEST_F(ZelTrc, MakesTheGraphOfTheAlertsEvents) {
     ASSERT_TRUE(report.ParseFromString(data_));
     const vorn_trace_event& chain = report.trace_event();
     std::ostringstream graph;
-    graph << report.trace_start() << "-" << report.trace_end();
-    for (const auto& process : chain.process_list()) graph << " " << process.node_id() << process.process_guid();
-    for (const auto& file : chain.file_create_list()) graph << " " << file.node_id();
+    graph << "from " << report.trace_start() << " to " << report.trace_end();
+    for (const auto& process : chain.process_list())
+        graph << "\nprocess " << process.node_id() << " " << process.process_guid();
+    for (const auto& file : chain.file_create_list()) graph << "\nfile " << file.node_id();
     for (const auto& edge : chain.edge_list())
-        graph << " " << edge.edge_id() << ":" << edge.table_index_begin() << "-" << edge.table_index_end() << "@"
-              << edge.time() << edge.threat_guid() << edge.rule_id();
-    EXPECT_EQ(graph.str(), "10-40 1g1 2g2 5g3 3 6 1:1-2@30ar 2:2-3@20ar 3:2-4@40ar 4:5-6@0ar");
+        graph << "\nedge " << edge.edge_id() << " from " << edge.table_index_begin() << " to " << edge.table_index_end()
+              << " at " << edge.time() << " alert " << edge.threat_guid() << " rule " << edge.rule_id();
+    EXPECT_EQ(graph.str(), R"(from 10 to 40
+process 1 g1
+process 2 g2
+process 5 g3
+file 3
+file 6
+edge 1 from 1 to 2 at 30 alert a rule r
+edge 2 from 2 to 3 at 20 alert a rule r
+edge 3 from 2 to 4 at 40 alert a rule r
+edge 4 from 5 to 6 at 0 alert a rule r)");
 }
 
 TEST_F(ZelTrc, AnswersAsInputAndSettingsAsk) {
-    const std::string alert("\x42\x03\x12\x01g"), no_text("\x0a\x01\xff");
-    const std::tuple<int, const char*, const char*, std::string, std::vector<int32_t>> rows[] = {
-        {__LINE__, "not_ready_times=2\n", kCreate, alert, {kLater, kLater, 0, kLater}},
-        {__LINE__, "drop_every=2\nfail_every=3\n", kCreate, alert, {0, kDropped, kFailed, kDropped, 0, kFailed}},
-        {__LINE__, "fail_every=-1\nnot_ready_times=2x\ncost_ms=600001\n", kCreate, alert, {0, 0}},
-        {__LINE__, "", kCreate, no_text, {kInvalid}},
-        {__LINE__, "", "trace_event_coordinate_dispose_trc", "{\"pid\":1}", {0}},
+    const struct {
+        const char* settings;
+        std::vector<int32_t> codes;  // of the answers, in order
+        std::string input = "\x42\x03\x12\x01g";
+        const char* function = kCreate;
+    } rows[] = {
+        {.settings = "not_ready_times=2", .codes = {kLater, kLater, 0, kLater}},
+        {.settings = "drop_every=2\nfail_every=3", .codes = {0, kDropped, kFailed, kDropped, 0, kFailed}},
+        {.settings = "fail_every=-1\nnot_ready_times=2x\ncost_ms=600001", .codes = {0, 0}},  // no such numbers
+        {.settings = "", .codes = {kInvalid}, .input = "\x0a\x01\xff"},                      // no UTF-8
+        {.settings = "", .codes = {0}, .input = "{}", .function = "trace_event_coordinate_dispose_trc"},
     };
-    for (const auto& [line, settings, name, input, codes] : rows) {
-        SCOPED_TRACE(line);
-        ASSERT_EQ(start(settings), 0);
-        for (const int32_t code : codes) {
-            EXPECT_EQ(ask(name, input), code);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.settings);
+        ASSERT_EQ(start(row.settings), 0);
+        for (const int32_t code : row.codes) {
+            EXPECT_EQ(ask(row.function, row.input), code);
             EXPECT_EQ(data_.empty(), code != 0);
             EXPECT_EQ(counts().waiting, code == kLater ? 1u : 0u);
         }

@@ -1,0 +1,20 @@
+// The commands of zelhost. Each has a file of its own in this folder and a row in the table of host/main.cpp.
+#pragma once
+
+#include <functional>
+
+#include "host/lib/exit_codes.h"
+
+namespace CLI {
+class App;
+}
+
+namespace zelhost {
+
+// Carries a command out, once its options are parsed.
+using Action = std::function<ExitCode()>;
+
+// Each adds the options and the help text of its command to `app` and returns the action, which owns the options.
+Action prepare_run(CLI::App& app);
+
+}  // namespace zelhost

@@ -1,0 +1,115 @@
+// `zelhost run`: plays a script of events to the plug-in of an agent folder and shows what it gives out.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/lib/agent_folder.h"
+#include "host/lib/exit_codes.h"
+#include "host/lib/line_reader.h"
+#include "host/lib/output.h"
+#include "host/lib/payload.h"
+#include "host/lib/session.h"
+#include "host/lib/stop_signal.h"
+
+namespace zelhost {
+
+// What the command line asks for.
+struct RunOptions {
+    std::string root;          // empty: the folder that the executable stands in
+    std::string input = "-";   // "-" is standard input
+    std::string output = "-";  // "-" is standard output
+    std::string log;           // empty: what the environment says, else standard error
+    std::string log_level;     // empty: debug with `log`, else warn
+    std::chrono::milliseconds idle{300};
+    std::chrono::seconds max_wait{180};
+    std::vector<Setting> settings;
+};
+
+// One run. The main thread plays the script and waits; what comes back is written on the threads of the session, as
+// Client says.
+class Run : public Client {
+public:
+    explicit Run(const RunOptions& options) : options_(options) {}
+
+    ExitCode run();
+
+private:
+    // Set-up, in this order; each throws Failure.
+    void find_agent();
+    void prepare_log();
+    void open_files();
+    void load();
+    void start();
+    void play_input();
+    void wait_for_the_rest();
+    void collect_last_reports();
+    // Teardown: all of it, whatever happened before.
+    void stop();
+    void check_output();
+    void sum_up();
+    void unload();
+    void remove_copy();
+
+    struct Step {
+        const char* name;  // "cannot NAME", for a failure that does not say enough itself
+        void (Run::*act)();
+    };
+    static const Step kSteps[];
+    static const Step kTeardown[];
+    // Takes one step and says its failure; false when it failed.
+    bool take(const Step& step);
+
+    // --- the script, in run_script.cpp ---
+
+    struct ScriptAction;
+    static const ScriptAction kActions[];
+    // Does what one line of the input asks for. Throws Failure when the line cannot be understood.
+    void play_line(std::string_view line);
+    // One for each form of a line. Each throws Failure for keys and values that it does not know, before it does
+    // anything.
+    void play_event(const JsonText& line);
+    void note(uint32_t event_id, Session::Published published);
+    void publish_bytes(uint32_t event_id, const Payload& payload);
+    void say_answer(const char* function, int answer) const;
+    void sleep(const JsonText& line);
+    void wait(const JsonText& line);
+    void reset_begin(const JsonText& line);
+    void reset_end(const JsonText& line);
+    void configure(const JsonText& line);
+    void file_trace(const JsonText& line);
+    void process_trace(const JsonText& line);
+    void report(const JsonText& line);
+
+    // Waits until the pipeline is idle, with `traces` also until no trace is open. Gives up when a signal comes or the
+    // longest wait has passed, and notes the latter.
+    void wait_until_idle(bool traces);
+
+    // Of Client: write what comes back as JSON lines.
+    void on_event(MbFrame::IEvent& event, const ST_PB_EVENT& record) override;
+    void on_memory_check(const ST_MEM_DETECT_INFO& info) override;
+    void on_answer(int code, uint32_t context, const char* buffer, uint32_t size) override;
+    void on_report(std::string_view module, int32_t result, std::string_view text) override;
+    bool pause_publishing() override;
+
+    const RunOptions options_;
+    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+    // In the order in which they are made. The session is the last and so ends first.
+    StopSignal stop_signal_;
+    std::string log_place_;  // where the log goes, for people
+    std::optional<AgentFolder> folder_;
+    std::optional<Output> output_;
+    std::optional<LineReader> input_;
+    std::optional<Session> session_;
+
+    bool started_ = false;
+    bool failed_ = false;
+    bool max_wait_passed_ = false;
+    bool print_reports_ = false;  // while a report is collected that the script asked for
+    uint64_t lines_skipped_ = 0;
+};
+
+}  // namespace zelhost

@@ -1,0 +1,110 @@
+#include "host/lib/account.h"
+
+#include <initializer_list>
+
+namespace zelhost {
+namespace {
+
+// All events of a kind that ended at one place.
+int64_t ended_at(const KindFigures& kind, Place place) {
+    int64_t sum = 0;
+    for (const LogText& row : log_texts())
+        if (row.ends == place) sum += as_signed(kind.*row.figure);
+    return sum;
+}
+
+// Alert documents are counted by the plug-in apart from all other events.
+int64_t of_documents(const Totals& totals, std::initializer_list<Figure> figures) {
+    int64_t sum = 0;
+    for (const uint32_t id : {event_id::ioa_alert, event_id::memory_trojan})
+        for (const Figure figure : figures) sum += as_signed(totals.of(id).*figure);
+    return sum;
+}
+
+// A figure that the plug-in counts over all kinds.
+template <Figure figure>
+int64_t sum_of(const Totals& totals) {
+    return as_signed(totals.sum(figure));
+}
+
+// A KOV alert that is put off by the alarm worker enters the trc queue as a first attempt, all other retries enter the
+// delay queue.
+// In the order of the report.
+constexpr CommonFigure kCommonFigures[] = {
+    {"recvAlarmCount", sum_of<&KindFigures::got>},
+    {"eventQueueTotalCount", sum_of<&KindFigures::queued>},
+    {"eventQueueOverflowCount", sum_of<&KindFigures::queue_full>},
+    {"hotCacheHitCount", sum_of<&KindFigures::hot>},
+    {"alertEventTotalCount",
+     [](const Totals& t) {
+         return of_documents(t, {&KindFigures::reported, &KindFigures::unbuilt, &KindFigures::unsent});
+     }},
+    {"alertEventFilterCount", sum_of<&KindFigures::repeats>},
+    {"sentToMbCount", [](const Totals& t) { return of_documents(t, {&KindFigures::reported}); }},
+    {"traceFailedCount", sum_of<&KindFigures::failed>},
+    {"traceDroppedCount", sum_of<&KindFigures::dropped>},
+    {"firstTraceTotalCount",
+     [](const Totals& t) {
+         const KindFigures kov = t.of(event_id::kov);
+         return as_signed(kov.begun + kov.retried) + (t.tracing_off ? 0 : chains(t));
+     }},
+    {"delayedTraceTotalCount",
+     [](const Totals& t) { return as_signed(t.sum(&KindFigures::retried) - t.of(event_id::kov).retried); }},
+};
+
+}  // namespace
+
+// An event passes these four places in turn. What entered a place and neither ended there nor went on is still in it.
+int64_t not_taken_up(const KindFigures& kind) {
+    return as_signed(kind.in) - ended_at(kind, Place::before_the_bus) - as_signed(kind.got);
+}
+
+int64_t at_intake(const KindFigures& kind) {
+    return as_signed(kind.got) - ended_at(kind, Place::bus_thread) - as_signed(kind.queued);
+}
+
+int64_t in_queue(const KindFigures& kind) {
+    return as_signed(kind.queued) - ended_at(kind, Place::event_queue) - as_signed(kind.begun);
+}
+
+int64_t on_worker(const KindFigures& kind) {
+    return as_signed(kind.begun) - ended_at(kind, Place::alarm_worker) - as_signed(kind.reported);
+}
+
+// Host alerts, DNS hits and file traces are pushed once each.
+int64_t chains(const Totals& totals) {
+    const KindFigures kov = totals.of(event_id::kov);  // comes a second time, completed
+    return as_signed(totals.sum(&KindFigures::host_alerts) + totals.of(event_id::ioc).reported + totals.file_traces) +
+           as_signed(kov.reported) - as_signed(kov.not_completed);
+}
+
+// A KOV alert is completed before it is reported, whether tracing is on or not.
+int64_t asked_traces(const Totals& totals) {
+    const KindFigures kov = totals.of(event_id::kov);
+    return as_signed(kov.begun) - as_signed(kov.no_function) + (totals.tracing_off ? 0 : chains(totals));
+}
+
+int64_t ended_traces(const Totals& totals) {
+    return as_signed(totals.sum(&KindFigures::succeeded) + totals.sum(&KindFigures::failed) +
+                     totals.sum(&KindFigures::dropped));
+}
+
+// A document that was reported has its end with the line that says whether it is traced; until then the alarm worker
+// still has it in hand.
+Left left_of(const Totals& totals) {
+    Left left;
+    for (const auto& [id, kind] : totals.kinds) {
+        if (id == 0) continue;
+        left.at_intake += at_intake(kind);
+        left.events += in_queue(kind);
+        (id == event_id::kov ? left.kov : left.on_worker) += on_worker(kind);
+        if (id == event_id::ioa_alert || id == event_id::memory_trojan)
+            left.on_worker += as_signed(kind.reported) - as_signed(kind.host_alerts) - as_signed(kind.untraced);
+    }
+    left.traces = asked_traces(totals) - ended_traces(totals);
+    return left;
+}
+
+std::span<const CommonFigure> common_figures() { return kCommonFigures; }
+
+}  // namespace zelhost

@@ -1,0 +1,44 @@
+// An agent's folder on disk, or a temporary copy of it with other settings.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace zelhost {
+
+// One value in an ini file of the agent folder.
+struct Setting {
+    std::string file;  // zelreshdl, zeltrc or zel_pure_mode
+    std::string section;
+    std::string key;
+    std::string value;
+};
+
+// Parses FILE:SECTION:KEY=VALUE. Throws Failure when it has another form or names an unknown file.
+Setting parse_setting(const std::string& text);
+
+// Owns the copy, if there is one, and removes it at its end. Everything that is loaded from the folder must be closed
+// by then.
+class AgentFolder {
+public:
+    // `root` empty: the folder above the one that holds the executable. With settings the folder is copied first, since
+    // a library finds its files from the place it was loaded from. Throws Failure when it is no agent folder.
+    AgentFolder(const std::string& root, const std::vector<Setting>& settings);
+    ~AgentFolder();
+    AgentFolder(const AgentFolder&) = delete;
+    AgentFolder& operator=(const AgentFolder&) = delete;
+
+    const std::filesystem::path& root() const { return root_; }
+    // The two places from which a host loads; neither path is checked.
+    std::filesystem::path plugin() const { return root_ / "reshdl/bin/libzelreshdl.so"; }
+    std::filesystem::path library(const char* name) const { return root_ / "reshdl/lib" / name; }
+
+private:
+    void copy();
+
+    std::filesystem::path root_;
+    std::filesystem::path copy_;  // empty without one
+};
+
+}  // namespace zelhost

@@ -1,0 +1,38 @@
+// The clocks of the whole process, for programs that set them: tests, long runs, a replay. A program that is linked
+// with zel_clocks has clock_gettime, time, usleep and zel_time_get_tick_cout of its own, and they win over those of the
+// libraries in every library that it loads; to that end it exports them.
+//
+// Until one of the functions below is called, all of them show and do what the machine's would. Any thread may call any
+// of them; what must hold from the start is set before other threads run.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+namespace zelhost::clocks {
+
+// CLOCK_MONOTONIC, CLOCK_REALTIME and time(). zel_time_get_tick_cout follows the first.
+enum Clock { monotonic, realtime, whole_seconds };
+
+// The clock shows this from now on and moves by `advance` alone.
+void stand_still(Clock clock, std::chrono::nanoseconds shown);
+// The same for the monotonic clock as threads of one name see it, from the whole millisecond that it shows now.
+void stand_still_on(const char* thread);
+// Moves all clocks, forwards or back.
+void advance(std::chrono::milliseconds by);
+
+// From now on the monotonic clock and time() run that many times as fast as the machine's, and a sleep of a second or
+// more takes that much less. Shorter sleeps are those of idle loops and stay as they are.
+void speed_up(int times);
+// No sleep takes longer than this, whatever is asked for.
+void set_longest_sleep(std::chrono::microseconds longest);
+// `watch` sees each call of usleep with what it asks for, on the calling thread.
+void watch_sleeps(void (*watch)(uint32_t microseconds));
+
+// From now on zel_time_get_tick_cout answers what this function says, on the calling thread.
+void replace_ticks(uint64_t (*ticks)());
+
+// The machine's own clock, which nothing above moves; for deadlines.
+std::chrono::steady_clock::time_point machine_now();
+
+}  // namespace zelhost::clocks

@@ -1,0 +1,40 @@
+#include "host/lib/console.h"
+
+#include <errno.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <mutex>
+
+namespace zelhost::console {
+namespace {
+
+// Lines of several threads do not mix, and each takes the progress line away first, so that it stands below all others.
+std::mutex mutex;
+std::string shown;  // the progress line, under the mutex
+
+void write_line(const std::string& text) {
+    const std::lock_guard lock(mutex);
+    if (!shown.empty()) fputs("\r\033[K", stderr);
+    shown.clear();
+    fputs(text.c_str(), stderr);
+}
+
+}  // namespace
+
+void message(const std::string& text) { write_line(std::string(program_invocation_short_name) + ": " + text + "\n"); }
+
+void block(const std::string& text) { write_line(text); }
+
+// The same text again costs no output.
+void progress(const std::string& text) {
+    static const bool terminal = isatty(STDERR_FILENO) == 1;
+    if (!terminal) return;
+    const std::lock_guard lock(mutex);
+    if (text == shown) return;
+    fputs(("\r\033[K" + text).c_str(), stderr);
+    fflush(stderr);
+    shown = text;
+}
+
+}  // namespace zelhost::console

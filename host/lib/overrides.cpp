@@ -1,0 +1,74 @@
+#include "host/lib/overrides.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#define OVERRIDE extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+using namespace std::chrono_literals;
+
+namespace clocks = zelhost::clocks;
+
+constexpr std::string_view kFlagFolder = "/root/kq-agent/";
+
+// Constants at first: the loader and the sanitizers may call the functions below before any constructor has run.
+std::atomic<const char*> g_flag_folder{nullptr};
+std::atomic<uint64_t> g_alarm_sleeps{0};
+std::atomic<uint64_t> g_trace_sleeps{0};
+std::atomic<uint64_t> g_longest_us{0};
+
+void count_sleep(uint32_t microseconds) {
+    char name[16] = {};
+    prctl(PR_GET_NAME, name);
+    if (strcmp(name, "zelreshdl_alarm") == 0) ++g_alarm_sleeps;
+    if (strcmp(name, "zelreshdl_trc") == 0) {
+        g_longest_us = std::max<uint64_t>(g_longest_us, microseconds);
+        ++g_trace_sleeps;
+    }
+}
+
+const bool g_clocks_set = [] {
+    clocks::stand_still(clocks::whole_seconds, 1'700'000'000s);
+    clocks::set_longest_sleep(1ms);
+    clocks::watch_sleeps(count_sleep);
+    return true;
+}();
+
+std::string redirected(const char* path) {
+    const char* folder = g_flag_folder;
+    if (folder == nullptr || !std::string_view(path).starts_with(kFlagFolder)) return path;
+    return std::string(folder) + "/" + (path + kFlagFolder.size());
+}
+
+}  // namespace
+
+OVERRIDE FILE* fopen(const char* path, const char* mode) {
+    int flags = strchr(mode, '+') != nullptr ? O_RDWR : mode[0] == 'r' ? O_RDONLY : O_WRONLY;
+    if (mode[0] != 'r') flags |= O_CREAT | (mode[0] == 'a' ? O_APPEND : O_TRUNC);
+    const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, redirected(path).c_str(), flags, 0644));
+    return fd < 0 ? nullptr : fdopen(fd, mode);
+}
+
+OVERRIDE int access(const char* path, int mode) noexcept {
+    return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, redirected(path).c_str(), mode));
+}
+
+namespace zelhost::overrides {
+
+void redirect_flag_folder(const std::string& folder) { g_flag_folder = strdup(folder.c_str()); }
+
+uint64_t alarm_worker_sleeps() { return g_alarm_sleeps; }
+uint64_t trace_worker_sleeps() { return g_trace_sleeps; }
+uint64_t longest_trace_worker_sleep_us() { return g_longest_us; }
+
+}  // namespace zelhost::overrides

@@ -1,0 +1,69 @@
+#include "host/lib/payload.h"
+
+#include <charconv>
+
+#include "host/lib/failure.h"
+#include "host/lib/message.h"
+
+namespace zelhost {
+namespace {
+
+using Member = JsonText::Member;
+using Type = JsonText::Type;
+
+// A document as it stands, with its spaces and its order: what the decoder sees must be what the author wrote.
+Payload raw_bytes(const Member& member) { return std::string(member.raw); }
+
+Payload text_bytes(const Member& member) {
+    if (member.type != Type::string) throw Failure("\"{}\" must be a string", member.key);
+    return member.text;
+}
+
+// Any bytes at all, for messages and for what is none.
+Payload hex_bytes(const Member& member) {
+    const std::string& digits = member.text;
+    std::string bytes;
+    for (size_t i = 0; i + 1 < digits.size(); i += 2) {
+        uint8_t byte = 0;
+        const char* const pair = digits.data() + i;
+        if (std::from_chars(pair, pair + 2, byte, 16).ptr != pair + 2) break;
+        bytes += static_cast<char>(byte);
+    }
+    if (member.type != Type::string || bytes.size() * 2 != digits.size())
+        throw Failure("\"{}\" must be a string of pairs of hexadecimal digits", member.key);
+    return bytes;
+}
+
+Payload message_bytes(const Member& member) { return message_from_json(member.raw); }
+
+// Only null, so that nobody gives bytes under a key that would drop them.
+Payload no_bytes(const Member& member) {
+    if (member.type != Type::null)
+        throw Failure("\"{}\" can only be null; \"text\" and \"hex\" take bytes", member.key);
+    return {};
+}
+
+// One row a form; the header tells what each takes.
+struct Form {
+    std::string_view key;
+    Payload (*read)(const Member& member);
+};
+constexpr Form kForms[] = {
+    {"alert", raw_bytes}, {"json", raw_bytes},        {"text", text_bytes},
+    {"hex", hex_bytes},   {"message", message_bytes}, {"data", no_bytes},
+};
+
+}  // namespace
+
+Payload read_payload(const JsonText& line) {
+    const Form* chosen = nullptr;
+    for (const Form& form : kForms) {
+        if (line.find(form.key) == nullptr) continue;
+        if (chosen != nullptr) throw Failure("\"{}\" and \"{}\" cannot stand together", chosen->key, form.key);
+        chosen = &form;
+    }
+    if (chosen == nullptr) throw Failure("the event has no payload: alert, json, text, hex, message or data");
+    return chosen->read(*line.find(chosen->key));
+}
+
+}  // namespace zelhost

@@ -1,0 +1,315 @@
+// Libraries are opened from the outside in: the support functions first, the plug-in last. They are closed the other
+// way round, after everything that was given to them has been taken back.
+#include "host/lib/session.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <ranges>
+#include <thread>
+#include <utility>
+
+#include "host/lib/console.h"
+#include "host/lib/failure.h"
+
+namespace zelhost {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Steps are counted, not time: a long run has clocks of its own.
+constexpr auto kDrainStep = 1ms;
+constexpr int kDrainSteps = 10'000;
+constexpr auto kFullPause = 100us;
+
+// The one session of the process, for the plug-in's result callback.
+std::atomic<Session*> current = nullptr;
+
+// Runs what a library has called back for. No exception goes through the library's frames.
+template <class Act>
+void guarded(const char* what, Act act) {
+    try {
+        act();
+    } catch (const std::exception& e) {
+        console::say("cannot {}: {}", what, e.what());
+    }
+}
+
+// An agent may lack a library that only a stand-in has.
+template <class Record>
+void open_if_there(std::optional<Record>& record, const std::filesystem::path& path) {
+    if (std::filesystem::exists(path)) record.emplace(path);
+}
+
+// What is delivered at this moment counts as waiting.
+bool at_rest(const lummb_counts& bus) { return bus.waiting == 0 && bus.sending == 0; }
+
+}  // namespace
+
+bool Client::pause_publishing() {
+    std::this_thread::sleep_for(kFullPause);
+    return true;
+}
+
+// A step that fails does not keep the others from being taken.
+Undo::~Undo() {
+    for (const auto& step : std::views::reverse(steps_)) guarded("end a session", step);
+}
+
+Session::Session(const AgentFolder& folder, Client& client)
+    : folder_(folder),
+      client_(client),
+      support_{Library(folder_.root() / "lib/liblumutil.so", RTLD_GLOBAL)},
+      bus_{folder_.library("liblummb.so")},
+      plugin_{folder_.plugin()} {
+    Session* none = nullptr;
+    if (!current.compare_exchange_strong(none, this)) throw Failure("there is a session already in this process");
+    undo_.add([] { current = nullptr; });
+    if (support_.set_log_tap) {
+        support_.set_log_tap(take_log_line, this);
+        undo_.add([this] { support_.set_log_tap(nullptr, nullptr); });
+    }
+    open_if_there(trace_, folder_.library("libzelcount.so"));
+    if (trace_ && trace_->set_explainer) {
+        trace_->set_explainer(explain_buffer, this);
+        undo_.add([this] { trace_->set_explainer(nullptr, nullptr); });
+    }
+    open_if_there(manager_, folder_.library("libzelbpmgr.so"));
+    subscribe();
+}
+
+// The subscriptions stay over restarts of the plug-in, so that what it sends while it stops is seen, too.
+void Session::subscribe() {
+    const auto take = [this](uint32_t event_id, lummb_sink_t sink) {
+        const uint64_t token = bus_.subscribe(event_id, sink, static_cast<void*>(this));
+        undo_.add([this, token] { bus_.unsubscribe(token); });
+    };
+    for (const uint32_t id : {event_id::first_report, event_id::finished_trace, event_id::credible_report})
+        take(id, take_event);
+    take(event_id::mem_detect, take_memory_check);
+}
+
+// An event that is still on the bus may call into the plug-in, which then has to stay.
+Session::~Session() {
+    guarded("stop the plug-in", [this] { stop(); });
+    if (!at_rest(bus_.counts())) plugin_.library.keep();
+}
+
+// In pure mode no trace module is loaded, and nothing about it is missed.
+std::vector<std::string> Session::unknown() const {
+    std::vector<std::string> sentences;
+    const auto miss = [&](const char* library, const char* what) {
+        sentences.push_back(fmt::format("{} is not the stand-in: {}", library, what));
+    };
+    if (!support_.set_log_tap)
+        miss("liblumutil.so", "what becomes of an event without a report is not shown, nor are waiting traces");
+    if (started_ && trace_module_ && !trace_counts())
+        miss("libzeltrc.so", "its buffers are not counted, and traces are followed by the log alone");
+    if (!can_collect()) miss("libzelbpmgr.so", "the plug-in's own statistics are not shown");
+    return sentences;
+}
+
+// Whether there is a trace module is looked up once, since a reset period unloads it for a while.
+int Session::start() {
+    started_ = true;
+    const int answer = plugin_.init();
+    trace_module_ = trace_module_ || is_loaded(folder_.library("libzeltrc.so"));
+    if (answer == 0) plugin_.start();
+    return answer;
+}
+
+// Also after a start that failed, as an agent does. The counter forgets the threads only when the bus has come to rest:
+// until then its thread may still be in the middle of an event.
+void Session::stop() {
+    if (!std::exchange(started_, false)) return;
+    plugin_.stop();
+    plugin_.uninit();
+    drain();
+    figures_.workers_ended();
+}
+
+// --- what comes back ---
+
+// The logger's own lock makes these calls one at a time.
+void Session::take_log_line(void* session, int32_t level, const char* text) {
+    guarded("count a log line", [&] {
+        auto& self = *static_cast<Session*>(session);
+        self.figures_.log_line(static_cast<uint64_t>(pthread_self()), level, text);
+        self.client_.on_log_line(text);
+    });
+}
+
+void Session::take_event(void* session, MbFrame::IEvent* event) {
+    guarded("show an event", [&] {
+        auto& self = *static_cast<Session*>(session);
+        const auto& record = *static_cast<const ST_PB_EVENT*>(event->GetNativeEvent());
+        self.figures_.sent(record);
+        self.client_.on_event(*event, record);
+    });
+}
+
+void Session::take_memory_check(void* session, MbFrame::IEvent* event) {
+    guarded("show a memory check", [&] {
+        auto& self = *static_cast<Session*>(session);
+        self.figures_.memory_check();
+        self.client_.on_memory_check(*static_cast<const ST_MEM_DETECT_INFO*>(event->GetNativeEvent()));
+    });
+}
+
+// The plug-in ignores the result.
+int Session::take_answer(int code, uint32_t context, const char* buffer, uint32_t size) {
+    guarded("show the answer to a trace", [&] {
+        Session& self = *current;
+        self.figures_.answer(code);
+        self.client_.on_answer(code, context, buffer, size);
+    });
+    return 0;
+}
+
+// A callback that answered something other than 1 has written nothing that counts.
+void Session::take_report(void* session, const char* module, int32_t result, const char* text) {
+    guarded("read a report", [&] {
+        auto& self = *static_cast<Session*>(session);
+        if (result == 1 && *text != '\0') {
+            const std::lock_guard lock(self.mutex_);
+            self.reports_.add(text);
+        }
+        self.client_.on_report(module, result, text);
+    });
+}
+
+// A result buffer that is out while the trace module is unloaded belongs to an event on its way through the bus, or to
+// a KOV alert whose completion failed, which the plug-in keeps.
+int32_t Session::explain_buffer(void* session, const char*) {
+    const auto& self = *static_cast<const Session*>(session);
+    return self.bus_.counts().sending > 0 || self.figures_.totals().sum(&KindFigures::not_completed) > 0;
+}
+
+// --- what goes in ---
+
+// Counted after the bus has taken it: the plug-in may be quicker, so that sums are exact only at rest.
+template <class Act>
+Session::Published Session::publish_when_room(uint32_t event_id, Act publish) {
+    int32_t answer;
+    while ((answer = publish()) == LUMMB_FULL)
+        if (!client_.pause_publishing()) return Published::given_up;
+    if (answer == LUMMB_OK) {
+        figures_.published(event_id);
+        return Published::accepted;
+    }
+    if (answer != LUMMB_NOT_SUBSCRIBED) throw Failure("the bus answered {} to event {}", answer, event_id);
+    figures_.not_subscribed(event_id);
+    return Published::not_subscribed;
+}
+
+Session::Published Session::publish(uint32_t event_id, const char* data, uint64_t size) {
+    return publish_when_room(event_id, [&] { return bus_.publish(event_id, data, size); });
+}
+
+Session::Published Session::publish(const ST_DNS_NATIVE& record, const char* query_name) {
+    return publish_when_room(event_id::ioc, [&] { return bus_.publish_dns(&record, query_name); });
+}
+
+int Session::file_trace(const char* path, const char* file_key, int kind, uint32_t context) {
+    const int result = plugin_.file_trace(take_answer, path, file_key, kind, context);
+    if (result == 0) figures_.file_trace();
+    return result;
+}
+
+int Session::process_trace(const char* data, uint32_t size, uint32_t context) {
+    const int result = plugin_.process_trace(take_answer, data, size, context);
+    if (result == 0) figures_.process_trace();
+    return result;
+}
+
+// The count of deliveries is taken before the plug-in closes its gate, and at the end after it has opened it again.
+void Session::reset_begin() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (resets_open_++ == 0) delivered_at_reset_ = bus_.counts().delivered;
+    }
+    plugin_.begin_reset();
+}
+
+// What is delivered while any such bracket is open may have been released unhandled, and so may the event that is on
+// its way at the end.
+void Session::reset_end() {
+    plugin_.end_reset();
+    const std::lock_guard lock(mutex_);
+    if (resets_open_ > 0 && --resets_open_ == 0)
+        delivered_in_resets_ += bus_.counts().delivered - delivered_at_reset_ + 1;
+}
+
+bool Session::reset_open() const {
+    const std::lock_guard lock(mutex_);
+    return resets_open_ > 0;
+}
+
+void Session::collect(uint32_t buffer_size) {
+    if (!can_collect()) throw Failure("the agent has no libzelbpmgr.so that a host could ask for a report");
+    manager_->collect(ZELBPMGR_OWN_THREAD, buffer_size, take_report, static_cast<void*>(this));
+}
+
+// --- waiting and counting ---
+
+// None when nobody counts: no trace module is loaded, or it is not the stand-in, whose library may lie there all the
+// same.
+std::optional<zeltrc_counts> Session::trace_counts() const {
+    zeltrc_counts counts{};
+    if (!trace_ || !trace_->get_counts) return {};
+    trace_->get_counts(&counts);
+    if (trace_module_ && counts.calls[ZELTRC_INIT] == 0) return {};
+    return counts;
+}
+
+// The log may tell late that an alert was put off, and the trace module does not learn which alerts are given up: an
+// alert waits where both say so, if both can be asked.
+uint64_t Session::open_traces() const {
+    const std::optional<zeltrc_counts> counts = trace_counts();
+    if (!counts) return figures_.totals().waiting_traces;
+    const uint64_t put_off = support_.set_log_tap ? figures_.put_off_traces() : counts->waiting;
+    return std::max(figures_.pushed_traces(), counts->running + std::min(counts->waiting, put_off));
+}
+
+bool Session::wait_until_idle(bool traces, std::chrono::milliseconds quiet, const Pause& pause) const {
+    for (;;) {
+        const uint64_t open = traces ? open_traces() : 0;
+        const lummb_counts bus = bus_.counts();
+        if (open == 0 && at_rest(bus) && Figures::Clock::now() - figures_.last_sign() >= quiet) return true;
+        if (!pause({open, bus.waiting + bus.sending})) return false;
+    }
+}
+
+// Looks at the bus first: what it has delivered by then is in the figures that are read after it.
+bool Session::wait_until_settled(const Left& discarded, const Pause& pause) const {
+    for (;;) {
+        const lummb_counts bus = bus_.counts();
+        const uint64_t running = trace_counts().value_or(zeltrc_counts{}).running;
+        if (at_rest(bus) && running == 0 && left_of(figures_.totals()) == discarded) return true;
+        if (!pause({running, bus.waiting + bus.sending})) return false;
+    }
+}
+
+void Session::drain() const {
+    for (int step = 0; !at_rest(bus_.counts()); ++step) {
+        if (step == kDrainSteps) throw Failure("the bus still holds events that were published or sent");
+        std::this_thread::sleep_for(kDrainStep);
+    }
+}
+
+// Each part is right in itself; together they are exact when nothing runs.
+Account Session::account() const {
+    Account account;
+    account.bus = bus_.counts();
+    account.trace = trace_counts();
+    account.trace_module = trace_module_;
+    account.log = static_cast<bool>(support_.set_log_tap);
+    account.totals = figures_.totals();
+    account.left = left_of(account.totals);
+    const std::lock_guard lock(mutex_);
+    account.reports = reports_;
+    account.delivered_in_resets = delivered_in_resets_;
+    return account;
+}
+
+}  // namespace zelhost

@@ -1,0 +1,131 @@
+#include "longrun/rig.h"
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <numeric>
+#include <thread>
+
+#include "host/lib/failure.h"
+
+namespace zelhost {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kStep = 2ms;
+constexpr int kPatience = 15000;  // steps
+constexpr uint64_t kHoldEvery = 16;
+constexpr std::string_view kQueueCount = "[work queue count : ";
+
+// The logger reads its environment at the first line, which comes from the plug-in.
+const std::vector<Setting>& prepared(const std::vector<Setting>& settings) {
+    setenv("agentid", "bench", 1);
+    setenv("ZEL_LOG_FILE", "/dev/null", 0);
+    setenv("ZEL_LOG_LEVEL", "error", 0);
+    return settings;
+}
+
+// Every byte, so that a checker sees a buffer that is gone.
+uint64_t read_all(const char* data, uint64_t size) {
+    return data == nullptr ? 0 : std::accumulate(data, data + size, uint64_t{0});
+}
+
+}  // namespace
+
+Rig::Rig(const std::string& agent, const std::vector<Setting>& settings, Watcher watcher)
+    : watcher_(std::move(watcher)), folder_(agent, prepared(settings)), session_(folder_, *this) {
+    held_.reserve(kMostHeld);
+}
+
+Rig::~Rig() { release_held(); }
+
+// The longest queue is known to the log alone; the plug-in reports only how often it overflowed.
+void Rig::on_log_line(std::string_view line) {
+    if (const size_t at = line.find(kQueueCount); at != std::string_view::npos) {
+        const uint64_t size = strtoul(line.data() + at + kQueueCount.size(), nullptr, 10);
+        if (size > longest_event_queue_) longest_event_queue_ = size;
+    }
+    if (watcher_) watcher_(line);
+}
+
+// Some events are kept for a while.
+void Rig::on_event(MbFrame::IEvent& event, const ST_PB_EVENT& record) {
+    checksum_ += read_all(record.pData, record.uSize);
+    MbFrame::IEvent* oldest = nullptr;
+    {
+        const std::lock_guard lock(mutex_);
+        if (++events_seen_ % kHoldEvery != 0) return;
+        event.AddRef();
+        if (held_.size() == kMostHeld) {
+            oldest = held_.front();
+            held_.erase(held_.begin());
+        }
+        held_.push_back(&event);
+    }
+    if (oldest != nullptr) give_back(oldest);
+}
+
+// The path is read to its end, so that a checker sees a text that is gone.
+void Rig::on_memory_check(const ST_MEM_DETECT_INFO& info) { checksum_ += std::string_view(info.pszPath).size(); }
+
+void Rig::on_answer(int, uint32_t, const char* buffer, uint32_t size) { checksum_ += read_all(buffer, size); }
+
+// Counts too many rather than too few: a stop may begin while the release is under way.
+void Rig::give_back(MbFrame::IEvent* event) {
+    const uint64_t phase = phase_;
+    event->Release();
+    if (phase % 2 != 0 || phase != phase_) ++outlived_;
+}
+
+void Rig::release_held() {
+    std::vector<MbFrame::IEvent*> released;
+    {
+        const std::lock_guard lock(mutex_);
+        released.assign(held_.begin(), held_.end());
+        held_.clear();
+    }
+    for (MbFrame::IEvent* const event : released) give_back(event);
+}
+
+void Rig::start() {
+    if (session_.start() != 0) throw Failure("plugin_init failed");
+    for (const std::string& sentence : session_.unknown()) throw Failure("{}", sentence);
+    ++phase_;
+}
+
+// What is on its way when the stop begins, and what the workers send while it goes on, may be released after the trace
+// module has been unloaded.
+void Rig::stop() {
+    ++phase_;
+    const lummb_counts before = session_.account().bus;
+    session_.stop();
+    outlived_ += before.sending + session_.account().bus.sent - before.sent;
+}
+
+bool Rig::settle(const Left& discarded) {
+    uint64_t sign = 0;
+    int steps = 0;
+    return session_.wait_until_settled(discarded, [&](const Session::Open&) {
+        const Account now = session_.account();
+        const uint64_t progress =
+            now.bus.delivered + now.bus.sent + now.trace.value_or(zeltrc_counts{}).calls[ZELTRC_CREATE];
+        if (progress != sign) steps = 0;
+        sign = progress;
+        std::this_thread::sleep_for(kStep);
+        return ++steps < kPatience;
+    });
+}
+
+uint64_t resident_kib() {
+    malloc_trim(0);
+    uint64_t pages = 0;
+    uint64_t resident = 0;
+    std::ifstream("/proc/self/statm") >> pages >> resident;
+    return resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) / 1024;
+}
+
+}  // namespace zelhost

@@ -1,0 +1,74 @@
+// A session as a long run has it: a plug-in in a private copy of an agent folder, with a slow subscriber that keeps
+// some of the events for a while, and memory figures. The driving and counting is the session's.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/lib/agent_folder.h"
+#include "host/lib/session.h"
+
+namespace zelhost {
+
+// Owns the folder and the session. Any thread, but for start and stop.
+class Rig : private Client {
+public:
+    // Sees each log line, one at a time, on the thread that logs. Must be quick and must not log.
+    using Watcher = std::function<void(std::string_view line)>;
+
+    // `agent` is the folder that is copied. Throws Failure.
+    Rig(const std::string& agent, const std::vector<Setting>& settings, Watcher watcher = {});
+    // The plug-in must have been stopped.
+    ~Rig();
+    Rig(const Rig&) = delete;
+    Rig& operator=(const Rig&) = delete;
+
+    Session& session() { return session_; }
+    // On one thread, in turn. Start throws Failure when the plug-in does not start, and when the agent's own libraries
+    // stand where a long run needs the counts of stand-ins.
+    void start();
+    void stop();
+    // Waits until all that went in has its end, but for what `discarded` counts as gone at an earlier stop. False after
+    // half a minute without any progress.
+    bool settle(const Left& discarded = {});
+    // Releases the events that the slow subscriber still holds.
+    void release_held();
+
+    uint64_t longest_event_queue() const { return longest_event_queue_; }
+    // Most events that were released after the trace module had been unloaded.
+    uint64_t outlived() const { return outlived_; }
+
+private:
+    static constexpr size_t kMostHeld = 32;
+
+    void on_log_line(std::string_view line) override;
+    void on_event(MbFrame::IEvent& event, const ST_PB_EVENT& record) override;
+    void on_memory_check(const ST_MEM_DETECT_INFO& info) override;
+    void on_answer(int code, uint32_t context, const char* buffer, uint32_t size) override;
+    void give_back(MbFrame::IEvent* event);
+
+    Watcher watcher_;
+    std::atomic<uint64_t> longest_event_queue_ = 0;
+    std::atomic<uint64_t> checksum_ = 0;  // of all that was given out
+    std::atomic<uint64_t> phase_ = 1;     // raised at each start and before each stop: odd while the plug-in is stopped
+    std::atomic<uint64_t> outlived_ = 0;
+
+    std::mutex mutex_;  // guards the next two
+    std::vector<MbFrame::IEvent*> held_;
+    uint64_t events_seen_ = 0;
+
+    AgentFolder folder_;
+    Session session_;
+};
+
+// Resident memory of the process in KiB, after the allocator has given back what it can. A sanitizer keeps what was
+// freed, so that it says nothing there.
+uint64_t resident_kib();
+inline constexpr bool kMeasureMemory = ZEL_ADDRESS_SANITIZER == 0 && ZEL_THREAD_SANITIZER == 0;
+
+}  // namespace zelhost

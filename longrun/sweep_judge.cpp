@@ -1,0 +1,173 @@
+#include "longrun/sweep_judge.h"
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <sstream>
+#include <utility>
+
+namespace sweep {
+namespace {
+
+std::string shown(const std::vector<std::string>& texts) {
+    std::string all;
+    for (const auto& text : texts) all += (all.empty() ? "" : " ") + text;
+    return all.empty() ? "nothing" : all;
+}
+
+std::string difference(const Step& expected, const Step& seen) {
+    return "step '" + seen.name + "' gave " + shown(seen.outputs) + " in place of " + shown(expected.outputs);
+}
+
+// What stands in `seen` more often than in `expected`.
+std::vector<std::string> beyond(std::vector<std::string> expected, std::vector<std::string> seen) {
+    std::vector<std::string> surplus;
+    std::ranges::sort(expected);
+    std::ranges::sort(seen);
+    std::ranges::set_difference(seen, expected, std::back_inserter(surplus));
+    return surplus;
+}
+
+std::string kind_of(const std::string& output) { return output.substr(0, output.find(':')); }
+
+bool is_call(const std::string& kind) {
+    constexpr const char* kCalls[] = {"init", "configure", "file_trace", "process_trace", "report"};
+    return std::ranges::find(kCalls, kind) != std::end(kCalls);
+}
+
+// Outputs that stand for a failure. An event whose GUID could not be copied has none, and a file trace without a
+// message is asked for all the same.
+bool is_of_failure(const std::string& output) {
+    return output.find(":-1") != std::string::npos || output.ends_with(":guid-without") || output == "callback8:0";
+}
+
+// A report has all its figures or is not given; the five of the traces are there when there was one.
+bool is_whole_report(const std::string& output) {
+    return output.ends_with(":0:0") || output.ends_with(":1:12") || output.ends_with(":1:14");
+}
+
+// What goes beyond one event in what the differing steps gave; empty when nothing does. `alone` is a step that depends
+// on no other.
+std::string too_much(const std::vector<std::pair<const Step*, const Step*>>& differing, bool alone) {
+    std::map<std::string, int> kinds;
+    std::vector<std::string> expected;
+    std::vector<std::string> seen;
+    for (const auto& [before, now] : differing) {
+        for (const auto& output : before->outputs) --kinds[kind_of(output)];
+        for (const auto& output : now->outputs) ++kinds[kind_of(output)];
+        expected.insert(expected.end(), before->outputs.begin(), before->outputs.end());
+        seen.insert(seen.end(), now->outputs.begin(), now->outputs.end());
+    }
+    for (const auto& [kind, change] : kinds) {
+        if (is_call(kind)) continue;
+        if (change > 0) return "more of " + kind;
+        if (change < -1 && kind != "2305") return std::to_string(-change) + " of " + kind + " lost";
+    }
+    std::vector<std::string> surplus = beyond(expected, seen);
+    for (const auto& output : surplus)
+        if (output.starts_with("report:zelreshdl:") && !is_whole_report(output)) return "part of a report";
+    if (!alone) return "";
+    std::erase_if(surplus, is_of_failure);
+    return surplus.empty() ? "" : "changed: " + shown(surplus);
+}
+
+}  // namespace
+
+std::vector<std::string> split(const std::string& text, char at) {
+    std::vector<std::string> parts;
+    std::istringstream in(text);
+    for (std::string part; std::getline(in, part, at);)
+        if (!part.empty() || at != ' ') parts.push_back(part);
+    return parts;
+}
+
+Run parse(const std::string& text) {
+    Run run;
+    run.text = text;
+    for (const std::string& line : split(text, '\n')) {
+        const size_t space = line.find(' ');
+        const std::string word = line.substr(0, space);
+        const std::string rest = space == std::string::npos ? "" : line.substr(space + 1);
+        if (word == "failed") {
+            run.frames = split(rest, ' ');
+            if (run.frames.size() < 2) continue;
+            run.call = run.frames[0] + " in " + run.frames[1];
+            run.frames.erase(run.frames.begin(), run.frames.begin() + 2);
+        } else if (word == "armed" || word == "clean") {
+            const auto parts = split(rest + "|", '|');
+            if (parts.size() < 3) continue;
+            run.steps.push_back({parts[0], parts[1], split(parts[2], ' '), word == "armed"});
+        } else if (word == "line" && !run.steps.empty()) {
+            run.steps.back().lines.push_back(rest);
+        } else if (word == "wrong") {
+            run.wrong += (run.wrong.empty() ? "" : "; ") + rest;
+        } else if (word == "end") {
+            for (const auto& pair : split(rest, ' '))
+                if (const size_t equal = pair.find('='); equal != std::string::npos)
+                    run.end[pair.substr(0, equal)] = atol(pair.c_str() + equal + 1);
+        }
+    }
+    return run;
+}
+
+std::string unsound(const Run& baseline) {
+    std::map<std::string, int> kinds;
+    for (const Step& step : baseline.steps)
+        for (const auto& output : step.outputs) ++kinds[kind_of(output)];
+    for (const char* kind : {"769", "770", "771", "2305", "callback8", "callback10", "report"})
+        if (kinds[kind] == 0) return std::string("no ") + kind;
+    for (const char* key : {"alive", "late", "frames", "threads", "inits"})
+        if (baseline.end.at(key) != 0) return key + ("=" + std::to_string(baseline.end.at(key)));
+    return "";
+}
+
+std::string judge(const Run& baseline, const Run& run, int status) {
+    if (!run.wrong.empty()) return run.wrong;
+    if (WIFSIGNALED(status)) {
+        const std::string last = run.steps.empty() ? "the begin" : "step '" + run.steps.back().name + "'";
+        return std::string("ended by signal ") + strsignal(WTERMSIG(status)) + " after " + last;
+    }
+    for (const auto& line : split(run.text, '\n'))
+        if (line.find("ERROR: ") != std::string::npos || line.find("runtime error: ") != std::string::npos) return line;
+    if (WEXITSTATUS(status) != 0) return "exit code " + std::to_string(WEXITSTATUS(status));
+    if (run.steps.size() != baseline.steps.size() || run.end.empty()) return "the run did not come to its end";
+
+    std::vector<std::pair<const Step*, const Step*>> differing;
+    bool has_line = false;
+    for (size_t i = 0; i < run.steps.size(); ++i) {
+        const Step& before = baseline.steps[i];
+        const Step& now = run.steps[i];
+        has_line = has_line || !beyond(before.lines, now.lines).empty();
+        if (before.outputs == now.outputs) continue;
+        if (!now.armed && !now.name.starts_with("flush")) return "afterwards: " + difference(before, now);
+        differing.emplace_back(&before, &now);
+    }
+    if (!differing.empty()) {
+        const Step& first = *differing.front().second;
+        for (const auto& [before, now] : differing)
+            if (now != &first && (now->group == "-" || now->group != first.group))
+                return "more than the event in hand: " + difference(*differing.front().first, first) + "; " +
+                       difference(*before, *now);
+        const std::string much = too_much(differing, first.group == "-");
+        if (!much.empty()) return much + ": " + difference(*differing.front().first, first);
+        if (!has_line) return "no line about it: " + difference(*differing.front().first, first);
+    }
+    if (&run != &baseline && run.end.at("failed") == 0) return "no allocation failed: the run made fewer";
+    // The interface of a DNS event is not given back when there is no memory for its copy.
+    const bool keeps_dns = run.text.find("line new(std::nothrow)ST_IOC_MSG error!") != std::string::npos;
+    for (const auto& [key, value] : baseline.end) {
+        if (key == "allocations" || key == "failed") continue;
+        const auto found = run.end.find(key);
+        const long now = found == run.end.end() ? -1 : found->second;
+        if (key == "alive" && keeps_dns && now == value + 1) continue;
+        // A result that stays in the run without a failure may be the one that was lost.
+        if (now != value && !(key == "results" && now >= 0 && now < value))
+            return "at the end " + key + "=" + std::to_string(now) + " in place of " + std::to_string(value);
+    }
+    return "";
+}
+
+}  // namespace sweep

@@ -1,0 +1,39 @@
+#include "decode/decode_state.h"
+
+#include <type_traits>
+#include <utility>
+
+ST_CONTAINER_INFO& g_stContainerInfo = zel::decode_state().container;
+
+namespace zel {
+
+static_assert(std::is_nothrow_default_constructible_v<DecodeState>, "it is made at load, where nothing may fail");
+
+DecodeState& decode_state() {
+    static DecodeState state;
+    return state;
+}
+
+void Scratch::note_op_time(int64_t time) {
+    if (time < llEarliestOpTime || llEarliestOpTime == 0) llEarliestOpTime = time;
+    if (time > llLatestOpTime) llLatestOpTime = time;
+}
+
+void Scratch::note_rule(const ST_RULE& rule) {
+    if (nBestScore >= rule.nScore) return;
+    // Both copies come first: when one fails, the older rule stays whole.
+    std::string desc = rule.strRuleDesc;
+    if (!rule.strRuleName.empty()) strBestRuleName = rule.strRuleName;
+    strBestRuleDesc = std::move(desc);
+    nBestScore = rule.nScore;
+}
+
+void Scratch::hand_over(ST_BUF_DATA& data) {
+    data.llEarliestOpTime = std::exchange(llEarliestOpTime, 0);
+    data.llLatestOpTime = std::exchange(llLatestOpTime, 0);
+    data.strBestRuleDesc = std::exchange(strBestRuleDesc, {});
+    data.strBestRuleName = std::exchange(strBestRuleName, {});
+    nBestScore = 0;
+}
+
+}  // namespace zel

@@ -1,0 +1,119 @@
+// What happens between the steps of a start and of a stop.
+#include <atomic>
+#include <thread>
+
+#include "e2e/fake_bus.h"
+#include "e2e/harness.h"
+#include "e2e/support_hooks.h"
+
+using namespace e2e;
+
+namespace {
+
+constexpr const char* kBus = "reshdl/lib/liblummb.so";
+
+class Order : public Agent {};
+
+TEST_F(Order, EventDuringTheStartIsHandledWhenTheWorkersRun) {
+    when_called(ZELTRC_INIT, [this] {
+        send(Alert{});
+        bus_rests();
+    });
+    start();
+    expect_event(769, guid(1));
+    expect_event(770, guid(1));
+    EXPECT_EQ(count_log("Get event struct error!"), 0u);
+    expect_figures({{"recvAlarmCount", 1}, {"eventQueueTotalCount", 1}});
+}
+
+// An event of a brute-force finding, which deletes itself.
+struct Finding final : MbFrame::IEvent {
+    int64_t Release() override {
+        delete this;
+        return 0;
+    }
+    int32_t QueryInterface(const InterfaceId*, void**) override { return -1; }
+    uint32_t GetEventId() override { return 1541; }
+    void* GetNativeEvent() override { return &record_; }
+    int32_t GetPublishedState() override { return 0; }
+
+private:
+    char text_[3] = "{}";
+    ST_COMMON_BUFFER record_{.uType = 1541, .uSize = 2, .pData = text_};
+};
+
+TEST_F(Order, LimitIs0UntilTheSettingsAreRead) {
+    replace(kBus, E2E_SCRIPTED);
+    fake_bus.advised = [](MbFrame::IPlugin& plugin) {
+        for (int i = 0; i < 2; ++i) plugin.OnEvent(new Finding, nullptr);
+    };
+    start();
+    expect_logs("The queue reached the threshold. Event queue:1, trc queue:0, delay queue:0");
+    EXPECT_SOON(fake_bus.calls().ends_with("Invoke "));
+    expect_figures({{"eventQueueTotalCount", 1}, {"eventQueueOverflowCount", 1}});
+}
+
+TEST_F(Order, FailedStartDiscardsWhatItHasTaken) {
+    when_called(ZELTRC_INIT, [this] {
+        when_called(ZELTRC_INIT, nullptr);
+        send(Alert{});
+        send(DnsHit{});
+        bus_rests();
+        EXPECT_EQ(count_log("[work queue count : 2]"), 1u);
+    });
+    answers(ZELTRC_INIT, {{-5}, {0}});
+    EXPECT_EQ(init(), -1);
+    start();
+    alarm_worker_rests();
+    EXPECT_EQ(count_events(769), 0u);
+    EXPECT_EQ(report()["eventQueueTotalCount"], 0);  // the second start counts anew
+}
+
+// At each step of the stop another thread asks for a trace. Where the stop holds what that thread needs, it goes on
+// before the answer.
+TEST_F(Order, JobThatComesWhileTheQueuesCloseIsGoneAtTheNextStart) {
+    start();
+    std::vector<std::thread> asking;
+    when_unlocked_after_join([&] {
+        const auto answered = std::make_shared<std::atomic<bool>>(false);
+        asking.emplace_back([this, answered] {
+            EXPECT_EQ(file_trace(1, 1), 0);
+            *answered = true;
+        });
+        const auto deadline = real_now() + 50ms;
+        while (!*answered && real_now() < deadline) std::this_thread::yield();
+    });
+    stop();
+    when_unlocked_after_join(nullptr);
+    EXPECT_FALSE(asking.empty());
+    for (std::thread& thread : asking) thread.join();
+    start();
+    EXPECT_EQ(file_trace(1, 2), 0);
+    expect_callback(2);
+    EXPECT_EQ(count_callbacks(1), 0u);
+}
+
+TEST_F(Order, FrameOfAFailedStartIsForgotten) {
+    setenv("ZEL_DLL_UNLOAD", "1", 1);  // a library that stays in memory would be found again
+    replace(kBus, E2E_SCRIPTED);
+    fake_bus.advise_result = 7;
+    fake_bus.calls_back = false;
+    EXPECT_EQ(init(), -1);
+    EXPECT_EQ(fake_bus.calls(), "Advise 1 Unadvise Release ");
+    replace(kBus, "reshdl/lib/libodaipc.so");
+    EXPECT_EQ(init(), -1);
+    expect_logs("mb dll_get_addr failed!0x84ce0015");
+    EXPECT_EQ(fake_bus.calls(), "Advise 1 Unadvise Release ");
+}
+
+TEST_F(Order, CompletionWithASizeButNoBufferHasSize0) {
+    write("kq-agent/reshdlproto_flag", "");
+    answers(ZELTRC_COMPLETION, {{.code = 0, .size_alone = true}});
+    start();
+    send(1793, "completed");
+    expect_logs("Invoke buf is null!|event invoke failed!");
+    EXPECT_EQ(read("kq-agent/kov_alarm.data.1.size"), "0\n");
+    EXPECT_EQ(read("kq-agent/kov_alarm.data.1"), "");
+}
+
+}  // namespace
