@@ -14,7 +14,7 @@ struct Alert : Decoded {
         : Decoded(Document{
               .type = alert_type::ioa,
               .rules = zel_test::rule(R"("status":"trigger","confidence":-60,"tags":["t1","t2"])",
-                                      zel_test::event(R"("version":-1,"SubjectPid":-1,"SubjectTid":-1,)"
+                                      zel_test::event(R"("version":-1,"SubjectPid":-1,"SubjectTid":-2,)"
                                                       R"("Highlight":["h1","h2"],"SubHighLight":["s1","s2"])")),
               .info = scenario(zel_test::event(R"("OpTime":5)")),
               .given = R"("risk_level":"HIGH","count":-1,"hash":-2,"threat_score":-1)",
@@ -34,7 +34,7 @@ TEST(Alert, EveryMemberReachesItsField) {
     EXPECT_EQ(built.shown,
               "1=me 7=4 8={1=2 2=guid 3=4 4=-1 5=8 6=9 7=10 8=19 9=5 10=8 "
               "11={1=6 2=7 3=13 4=10 5=8 6=4 7=11 "
-              "8={1=-1 2=6 3=19 4={2=-1 3=18 4=10 5=16 6=17 8=11 9=13 13=12 14=-1 19=14 20=15} 11={2=gone} "
+              "8={1=-1 2=6 3=19 4={2=-1 3=18 4=10 5=16 6=17 8=11 9=13 13=12 14=-2 19=14 20=15} 11={2=gone} "
               "24={1=h1} 24={1=h2} 34={1=s1} 34={1=s2}} "
               "9=12 10=14 11=-60 13={1=t1} 13={1=t2}} "
               "12=6 15=-2 16=12 17=-1 18=extended 19=13 20=14 23=6 24=7 25=8 "
