@@ -132,7 +132,7 @@ void SiblingModules::ResetDbEnd() {
     LOG_INFO("start reset_db_end!");
     if (pure_mode()) return;
     // Memory that runs out here would cost every trace until the next reset, so there is a second try.
-    if (!zel::guarded("reload of the modules", [this]() REQUIRES(mutex_) { reload(); })) reload();
+    if (!zel::guarded("reload of the modules", [this]() NO_THREAD_SAFETY_ANALYSIS { reload(); })) reload();
 }
 
 void SiblingModules::reload() {
