@@ -90,20 +90,14 @@ TEST_F(Dns, HitIsRefusedForABadByteInAnyTail) {
     start();
     for (const char* good : {R"("kind":1)", R"("kind":3,"tail":["z"])"}) send_json(good);
     size_t refused = 0;
-    for (const char* hit : {
-             R"("kind":1,"create_time":1,"tail":["\u0001"])",
-             R"("kind":1,"create_time":2,"tail":["","14 characters.\u0001"])",
-             R"("kind":1,"create_time":3,"tail":["","","14 characters.\u0001"])",
-             R"("kind":1,"create_time":4,"shorts":[1,0])",
-             R"("kind":1,"create_time":5,"shorts":[0,1])",
-             R"("kind":1,"create_time":6,"longs":[1,0])",
-             R"("kind":1,"create_time":7,"longs":[0,1])",
-             R"("kind":3,"tail":["a","14 characters.\u0001"])",
-             R"("kind":3,"tail":["b","","\u0001"])",
-             R"("kind":3,"tail":["c"],"shorts":[1,0])",
-             R"("kind":3,"tail":["d"],"shorts":[0,1])",
-             R"("kind":3,"tail":["e"],"longs":[1])",
-         }) {
+    for (const char* hit : {R"("kind":1,"create_time":1,"tail":["\u0001"])",
+                            R"("kind":1,"create_time":2,"tail":["","14 characters.\u0001"])",
+                            R"("kind":1,"create_time":3,"tail":["","","14 characters.\u0001"])",
+                            R"("kind":1,"create_time":4,"shorts":[1,0])", R"("kind":1,"create_time":5,"shorts":[0,1])",
+                            R"("kind":1,"create_time":6,"longs":[1,0])", R"("kind":1,"create_time":7,"longs":[0,1])",
+                            R"("kind":3,"tail":["a","14 characters.\u0001"])", R"("kind":3,"tail":["b","","\u0001"])",
+                            R"("kind":3,"tail":["c"],"shorts":[1,0])", R"("kind":3,"tail":["d"],"shorts":[0,1])",
+                            R"("kind":3,"tail":["e"],"longs":[1])"}) {
         send_json(hit);
         settle();
         EXPECT_EQ(count_log(kNotBuilt), ++refused) << hit;

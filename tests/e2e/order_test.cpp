@@ -28,21 +28,21 @@ TEST_F(Order, EventDuringTheStartIsHandledWhenTheWorkersRun) {
 
 // An event that holds a text, and deletes itself.
 struct TextEvent final : MbFrame::IEvent {
-    TextEvent(uint32_t id, std::string text)
-        : text_(std::move(text)),
-          record_{.uType = id, .uSize = static_cast<uint32_t>(text_.size()), .pData = text_.data()} {}
+    TextEvent(uint32_t id, std::string text) : id_(id), text_(std::move(text)) {}
     int64_t Release() override {
         delete this;
         return 0;
     }
     int32_t QueryInterface(const InterfaceId*, void**) override { return -1; }
-    uint32_t GetEventId() override { return record_.uType; }
-    void* GetNativeEvent() override { return &record_; }
+    uint32_t GetEventId() override { return id_; }
+    void* GetNativeEvent() override { return id_ == 1536 ? static_cast<void*>(&document_) : &finding_; }
     int32_t GetPublishedState() override { return 0; }
 
 private:
+    uint32_t id_;
     std::string text_;
-    ST_COMMON_BUFFER record_;
+    ST_COMMON_BUFFER finding_{.uType = id_, .uSize = text_.size(), .pData = text_.data()};
+    ST_JSON_BUFFER document_{.pData = text_.data(), .uSize = text_.size()};
 };
 
 TEST_F(Order, LimitIs0UntilTheSettingsAreRead) {
@@ -54,6 +54,29 @@ TEST_F(Order, LimitIs0UntilTheSettingsAreRead) {
     expect_logs("The queue reached the threshold. Event queue:1, trc queue:0, delay queue:0");
     EXPECT_SOON(fake_bus.calls().ends_with("Invoke "));
     expect_figures({{"eventQueueTotalCount", 1}, {"eventQueueOverflowCount", 1}});
+}
+
+// After the second start the retry would be due, and the account would be of 120 s.
+TEST_F(Order, StopForgetsRetriesAndTheirAccount) {
+    replace(kBus, E2E_SCRIPTED);
+    MbFrame::IPlugin* plugin = nullptr;
+    fake_bus.advised = [&](MbFrame::IPlugin& advised) { plugin = &advised; };
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {0}});
+    start();
+    const Alert before{.number = 1, .rules = {{.events = std::vector<RawEvent>(4)}}}, after{.number = 2};
+    plugin->OnEvent(new TextEvent(1536, before.text()), nullptr);
+    expect_logs("alert trace retry");
+    stop();
+    start();
+    hold_traces(true);
+    plugin->OnEvent(new TextEvent(1536, after.text()), nullptr);
+    EXPECT_SOON(calls(ZELTRC_CREATE) == 2);
+    advance(30s);
+    hold_traces(false);
+    expect_logs("alert trace success, guid:" + guid(2));
+    rests(trace_worker_sleeps);
+    EXPECT_EQ(calls(ZELTRC_CREATE), 2u);
+    EXPECT_EQ(count_log("drop alarm: "), 0u);
 }
 
 TEST_F(Order, FailedStartDiscardsWhatItHasTaken) {
