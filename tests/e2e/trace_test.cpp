@@ -257,17 +257,14 @@ TEST_F(Traces, KovFailureGoesOutWithDataAndIsNotTraced) {
     EXPECT_EQ(read("kq-agent/kov_alarm.data.1") + read("kq-agent/kov_alarm.data.1.size"), "0\n");
 }
 
-TEST_F(Traces, ExpansionGoesStraightThrough) {
+TEST_F(Traces, ExpansionsAndOnDemandTracesAreAnswered) {
     answers(ZELTRC_EXPAND, {{kTraceFails}, {0, false}});
     start();
     for (const char* data : {"\x12\x01x", "\x12\x01y"}) send(1794, data);
     const Published answer = expect_event(770);
     EXPECT_EQ(std::tuple(answer.source, answer.guid.size(), answer.bytes), std::tuple(1794u, 36u, "\x12\x01x"));
     expect_logs("start handle trc_ex!|Invoke buf is null!|trc_ex event invoke failed!");
-}
 
-TEST_F(Traces, OnDemandTracesAnswerTheirCallback) {
-    start();
     for (const auto& [kind, field] : {std::pair{0, " 5={"}, {1, " 10={"}, {2, " 5={"}}) {
         const auto context = 10 + static_cast<uint32_t>(kind);
         EXPECT_EQ(file_trace(kind, context, "/x", "key"), 0);
