@@ -137,8 +137,7 @@ TEST_F(Traces, ResetPeriodTurnsEventsAwayAndUnloadsTheModules) {
     EXPECT_SOON(calls(ZELTRC_CREATE) == 1);
     reset_begin();  // does not wait for the trace that runs
     reset_begin();
-    EXPECT_EQ(count_log("start reset_db_begin!"), 1u);
-    EXPECT_EQ(calls(ZELTRC_UNINIT), 1u);
+    EXPECT_EQ(std::tuple(count_log("start reset_db_begin!"), calls(ZELTRC_UNINIT)), std::tuple(1u, 1u));
     hold_traces(false);
     expect_event(770, guid(1));
     kept_results_ = 1;  // its module is gone when the event is released for the last time
@@ -151,8 +150,7 @@ TEST_F(Traces, ResetPeriodTurnsEventsAwayAndUnloadsTheModules) {
     EXPECT_SOON(longest_trace_worker_sleep_us() == 10'000'000);
     reset_end();
     reset_end();
-    EXPECT_EQ(count_log("start reset_db_end!"), 1u);
-    EXPECT_EQ(calls(ZELTRC_INIT), 2u);
+    EXPECT_EQ(std::tuple(count_log("start reset_db_end!"), calls(ZELTRC_INIT)), std::tuple(1u, 2u));
     send(Alert{.number = 3});
     expect_event(770, guid(3));
     EXPECT_EQ(count_events(769), 2u);
