@@ -21,14 +21,14 @@ int release(char* buffer) {
 
 // A builder's message, and a result of the trace module, that hold `content`.
 ReshdlEventTrace::Payload ours(const char* content) { return {zel::MallocBuffer(strdup(content)), strlen(content)}; }
-TraceResult theirs(const char* content, uint32_t size) {
+int32_t give_back(const char* input, uint32_t size, char** result, uint32_t* result_size) {
+    *result = strdup(input);
+    *result_size = size;
+    return 0;
+}
+TraceResult theirs(const char* content) {
     TraceResult result;
-    const auto work = [](const char* input, uint32_t input_size, char** out, uint32_t* out_size) {
-        *out = strdup(input);
-        *out_size = input_size;
-        return int32_t{0};
-    };
-    result.take(work, content, size);
+    result.take(give_back, content, static_cast<uint32_t>(strlen(content)));
     return result;
 }
 
@@ -36,13 +36,10 @@ TEST(Event, AnswersToOneInterfaceAndCountsItsReferences) {
     zel_test::FakeDispatcher bus;
     const auto event = InvokeEvent(769, 1536, ours("message"), "guid").event;
     ASSERT_EQ(bus.events.size(), 1u);
-    EXPECT_EQ(event->GetEventId(), 769u);
-    EXPECT_EQ(event->GetPublishedState(), 1);
-    unsigned char record[32];
-    memcpy(record, event->GetNativeEvent(), sizeof record);
-    EXPECT_EQ(std::string(record, record + 12), std::string("\x01\x03\0\0\x07\0\0\0\0\0\0\0", 12));
-    const auto& payload = *static_cast<const ST_PB_EVENT*>(event->GetNativeEvent());
-    EXPECT_STREQ(payload.pszGuid, "guid");
+    EXPECT_EQ(std::tuple(event->GetEventId(), event->GetPublishedState()), std::tuple(769u, 1));
+    const void* record = event->GetNativeEvent();
+    EXPECT_EQ(std::string(static_cast<const char*>(record), 12), std::string("\x01\x03\0\0\x07\0\0\0\0\0\0\0", 12));
+    EXPECT_STREQ(static_cast<const ST_PB_EVENT*>(record)->pszGuid, "guid");
 
     InterfaceId unequal = kIidEvent;
     unequal.Data4[7] = 1;
@@ -64,8 +61,8 @@ TEST(Event, GivesAResultOfTheTraceModuleBackIfTheModuleIsThere) {
     const auto table = std::make_shared<TrcFunctionTable>();
     table->trace_event_release = release;
     InvokeEvent(770, 1536, ours("ours"), "");
-    InvokeEvent(770, 1536, theirs("left", 4), "");
-    InvokeEvent(770, 1536, theirs("theirs", 6), "");
+    InvokeEvent(770, 1536, theirs("left"), "");
+    InvokeEvent(770, 1536, theirs("theirs"), "");
     g_trcModule.exchange(table);
     bus.events.pop_back();
     g_trcModule.exchange(nullptr);
@@ -86,8 +83,7 @@ TEST(Settings, WithLimitsThatMakeNoSenseEndTheProcess) {
     EXPECT_DEATH(CltCommon::IniGetUintExA("s", nullptr, 1, 0, 1, "f"), "`pszSection && pszKey && pszFilename'");
     EXPECT_DEATH(CltCommon::IniGetUintExA("s", "k", 0, 0, 1, "f"), "`uiDefault > 0 && uiMaxLimit > 0'");
     EXPECT_DEATH(CltCommon::IniGetUintExA("s", "k", 1, 2, 1, "f"), "`uiMaxLimit >= uiMinLimit'");
-    EXPECT_DEATH(CltCommon::IniGetDoubleExA("s", "k", 1, 0, 0, "f"),
-                 "`dDefault > 0 && dMaxLimit > 0 && dMinLimit >= 0'");
+    EXPECT_DEATH(CltCommon::IniGetDoubleExA("s", "k", 1, 0, 0, "f"), "`dDefault > 0 && dMaxLimit > 0 && dMinLimit");
 }
 
 TEST(Checked, ArithmeticEndsTheProcessOnOverflow) {

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 
 #include "e2e/harness.h"
-#include "host/lib/dns_event.h"
 #include "support/show.h"
 #include "suppress/cityhash.h"
 
@@ -16,12 +15,8 @@ protected:
         send(dns);
         settle();
     }
-    // `kind` stands in the record instead of that of its variant record, unless it is 0.
     void send_json(const std::string& members, uint32_t kind = 0) {
-        const zelhost::DnsEvent event(R"({"query_name":"query.example",)" + members + '}');
-        ST_DNS_NATIVE record = event.native();
-        if (kind != 0) record.uKind = kind;
-        send(record, event.query_name());
+        send_dns(R"({"query_name":"query.example",)" + members + '}', kind);
     }
     // The next batch of repeats, among the traces.
     Published batch() {
@@ -46,75 +41,63 @@ TEST_F(Dns, HitBecomesAReportAndATrace) {
     expect_logs("receive one ioc alert, qury_name:bad.example, guid:" + report.guid + "|start handle ioc!");
     expect_figures({{"sentToMbCount", 0}, {"firstTraceTotalCount", 1}});
 
-    send(DnsHit{.path = "/\x01"});  // no message can be made of it, but it is remembered
+    send(DnsHit{.path = "/\\u0001"});  // no message can be made of it, but it is remembered
     expect_logs(kNotBuilt + std::string("|Invoke buf is null!|event invoke failed!"));
-    send(DnsHit{.path = "/\x01"});
+    send(DnsHit{.path = "/\\u0001"});
     expect_logs("The event is in the hot cache.event:1281");
 }
 
-struct KindRow {
-    const char* name;
-    const char* hit;      // members of its JSON form
-    const char* key;      // the text behind the hash
-    const char* subject;  // and object, as in show.h
-    const char* container = " 23=cid 34=42}";
-    uint32_t kind = 0;
-};
-class DnsKind : public Dns, public testing::WithParamInterface<KindRow> {};
-
 // Whatever the kind, the variant record is read where kind 2 has its members.
-TEST_P(DnsKind, IsReadInThePlacesOfKind2) {
-    const KindRow& row = GetParam();
+TEST_F(Dns, EachKindIsReadInThePlacesOfKind2) {
     start();
-    send_json(R"("time":5000,"uhead":[42],"texts":[null,null,null,null,null,"cid",null,null,null,null,null,)"
-              R"("\u0001 not read","\u0001 not read"],)" +
-                  std::string(row.hit),
-              row.kind);
-    const std::string key = std::to_string(static_cast<int64_t>(zel::CityHash64(row.key)));
-    EXPECT_THAT(zel_test::show(expect_event(769).bytes),
-                testing::HasSubstr(" 8=5000 9=5000 11={8={2=2 3=5000 " + std::string(row.subject) +
-                                   "} 11=100} 14=query.example 15=" + key + row.container));
+    const struct {
+        std::string hit;            // members of its JSON form
+        const char *key, *subject;  // the text behind the hash; and object, as in show.h
+        const char* container = " 23=cid 34=42}";
+        uint32_t kind = 0;
+    } rows[] = {
+        {R"("kind":1,"pid":77,"create_time":900,"guid":"guid-1","path":"/bin/one","md5":"md5","sha256":"sha",)"
+         R"("cmd":"one -x","user":"root","extra":"\u0001 not read","tail":["tail","15 characters..\u0001","tail 3"],)"
+         R"("shorts":[16705,16962],"longs":[1128481603,1145324612])",
+         "domain:tai,ptime:900,path:/bin/one,pid:77",
+         "4={2=77 3=guid-1 4=/bin/one 5=md5 6=sha 8=one -x 9=root 13=900} 19={2=tai}"},
+        {R"("kind":2,"pid":78,"create_time":901,"guid":"guid-2","path":"/bin/two","md5":"md5","sha256":"sha",)"
+         R"("cmd":"two -x","user":"root","extra":"\u0001 not read","domain":"two.example","status":4,)"
+         R"("results":"192.0.2.2","number":16843009)",
+         "domain:two.example,ptime:901,path:/bin/two,pid:78",
+         "4={2=78 3=guid-2 4=/bin/two 5=md5 6=sha 8=two -x 9=root 13=901} 19={2=two.example 3=4 4=192.0.2.2}"},
+        {R"("kind":3,"tail":["abc","0123456789abcdef","tail 3"],"shorts":[16705,16962],"longs":[1128481603])",
+         "domain:,ptime:7089010202065122612,path:,pid:6513249", "4={2=6513249 3=cde 13=7089010202065122612} 19={}"},
+        {R"("pid":78)", "domain:,ptime:0,path:,pid:0", "4={} 19={}", " 23=cid 34=42}", 4},
+        {R"("kind":2,"variant":false)", "domain:,ptime:0,path:,pid:0", "4={} 19={}", "} 16="},
+    };
+    for (const auto& [members, key, subject, container, kind] : rows) {
+        send_json(R"("time":5000,"uhead":[42],"texts":[null,null,null,null,null,"cid",null,null,null,null,null,)"
+                  R"("\u0001 not read","\u0001 not read"],)" +
+                      members,
+                  kind);
+        const std::string hash = std::to_string(static_cast<int64_t>(zel::CityHash64(key)));
+        EXPECT_THAT(zel_test::show(expect_event(769).bytes),
+                    testing::HasSubstr(" 8=5000 9=5000 11={8={2=2 3=5000 " + std::string(subject) +
+                                       "} 11=100} 14=query.example 15=" + hash + container));
+        advance(1h);  // for two of them have one key
+        rests(alarm_worker_sleeps);
+    }
 }
-
-const KindRow kKindRows[] = {
-    {"First",
-     R"("kind":1,"pid":77,"create_time":900,"guid":"guid-1","path":"/bin/one","md5":"md5","sha256":"sha",)"
-     R"("cmd":"one -x","user":"root","extra":"\u0001 not read","tail":["tail","15 characters..\u0001","tail 3"],)"
-     R"("shorts":[16705,16962],"longs":[1128481603,1145324612])",
-     "domain:tai,ptime:900,path:/bin/one,pid:77",
-     "4={2=77 3=guid-1 4=/bin/one 5=md5 6=sha 8=one -x 9=root 13=900} 19={2=tai}"},
-    {"Second",
-     R"("kind":2,"pid":78,"create_time":901,"guid":"guid-2","path":"/bin/two","md5":"md5","sha256":"sha",)"
-     R"("cmd":"two -x","user":"root","extra":"\u0001 not read","domain":"two.example","status":4,)"
-     R"("results":"192.0.2.2","number":16843009)",
-     "domain:two.example,ptime:901,path:/bin/two,pid:78",
-     "4={2=78 3=guid-2 4=/bin/two 5=md5 6=sha 8=two -x 9=root 13=901} 19={2=two.example 3=4 4=192.0.2.2}"},
-    {"Third", R"("kind":3,"tail":["abc","0123456789abcdef","tail 3"],"shorts":[16705,16962],"longs":[1128481603])",
-     "domain:,ptime:7089010202065122612,path:,pid:6513249", "4={2=6513249 3=cde 13=7089010202065122612} 19={}"},
-    {"Unknown", R"("pid":78)", "domain:,ptime:0,path:,pid:0", "4={} 19={}", " 23=cid 34=42}", 4},
-    {"WithoutVariant", R"("kind":2,"variant":false)", "domain:,ptime:0,path:,pid:0", "4={} 19={}", "} 16="},
-};
-INSTANTIATE_TEST_SUITE_P(Table, DnsKind, testing::ValuesIn(kKindRows), row_name);
 
 // The tails of kinds 1 and 3 stand where kind 2 has texts, and a byte that no text may hold is found in each of them.
 TEST_F(Dns, HitIsRefusedForABadByteInAnyTail) {
     start();
     for (const char* good : {R"("kind":1)", R"("kind":3,"tail":["z"])"}) send_json(good);
     size_t refused = 0;
-    for (const char* hit : {
-             R"("kind":1,"create_time":1,"tail":["\u0001"])",
-             R"("kind":1,"create_time":2,"tail":["","14 characters.\u0001"])",
-             R"("kind":1,"create_time":3,"tail":["","","14 characters.\u0001"])",
-             R"("kind":1,"create_time":4,"shorts":[1,0])",
-             R"("kind":1,"create_time":5,"shorts":[0,1])",
-             R"("kind":1,"create_time":6,"longs":[1,0])",
-             R"("kind":1,"create_time":7,"longs":[0,1])",
-             R"("kind":3,"tail":["a","14 characters.\u0001"])",
-             R"("kind":3,"tail":["b","","\u0001"])",
-             R"("kind":3,"tail":["c"],"shorts":[1,0])",
-             R"("kind":3,"tail":["d"],"shorts":[0,1])",
-             R"("kind":3,"tail":["e"],"longs":[1])",
-         }) {
+    for (const char* hit : {R"("kind":1,"create_time":1,"tail":["\u0001"])",
+                            R"("kind":1,"create_time":2,"tail":["","14 characters.\u0001"])",
+                            R"("kind":1,"create_time":3,"tail":["","","14 characters.\u0001"])",
+                            R"("kind":1,"create_time":4,"shorts":[1,0])", R"("kind":1,"create_time":5,"shorts":[0,1])",
+                            R"("kind":1,"create_time":6,"longs":[1,0])", R"("kind":1,"create_time":7,"longs":[0,1])",
+                            R"("kind":3,"tail":["a","14 characters.\u0001"])", R"("kind":3,"tail":["b","","\u0001"])",
+                            R"("kind":3,"tail":["c"],"shorts":[1,0])", R"("kind":3,"tail":["d"],"shorts":[0,1])",
+                            R"("kind":3,"tail":["e"],"longs":[1])"}) {
         send_json(hit);
         settle();
         EXPECT_EQ(count_log(kNotBuilt), ++refused) << hit;

@@ -1,14 +1,9 @@
 #include "e2e/harness.h"
 
-#include <dlfcn.h>
-
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-
-#include "standin/lumutil/log_tap.h"
-#include "standin/zelbpmgr/zelbpmgr_host.h"
 
 namespace fs = std::filesystem;
 
@@ -41,12 +36,15 @@ void on_event(void*, MbFrame::IEvent* event) {
     Published published;
     published.id = event->GetEventId();
     if (published.id == 2305) {
-        memcpy(&published.check, event->GetNativeEvent(), sizeof published.check);
-        const ST_MEM_DETECT_INFO& c = published.check;
+        const auto& c = *static_cast<const ST_MEM_DETECT_INFO*>(event->GetNativeEvent());
+        std::ostringstream out;
+        out << c.uPid << ' ' << c.llCreateTime << ' ' << c.llOpTime << ' ' << c.nConfidence << ' '
+            << c.uContainerInitPid << ' ' << c.uPrivileged << ' ' << c.pszPath;
         for (const char* text :
-             {c.pszPath, c.pszRepository, c.pszMounts, c.pszUser, c.pszNamespace, c.pszImageId, c.pszContainerId,
-              c.pszImageTag, c.pszImageName, c.pszContainerName, c.pszCapability, c.pszPortsBinding})
-            published.texts += (published.texts.empty() ? "" : "|") + std::string(text == nullptr ? "-" : text);
+             {c.pszRepository, c.pszMounts, c.pszUser, c.pszNamespace, c.pszImageId, c.pszContainerId, c.pszImageTag,
+              c.pszImageName, c.pszContainerName, c.pszCapability, c.pszPortsBinding})
+            out << '|' << (text == nullptr ? "-" : text);
+        published.bytes = out.str();
     } else {
         ST_PB_EVENT native;
         memcpy(&native, event->GetNativeEvent(), sizeof native);
@@ -74,9 +72,9 @@ std::string last_lines() {
 
 }  // namespace
 
-void* bus_symbol(const char* name) {
-    static void* const library = dlopen(ZEL_AGENT_DIR "/reshdl/lib/liblummb.so", RTLD_NOW);
-    return dlsym(library, name);
+const zelhost::Bus& bus() {
+    static const auto& opened = *new zelhost::Bus{{ZEL_AGENT_DIR "/reshdl/lib/liblummb.so"}};
+    return opened;
 }
 
 std::vector<std::string> split(const std::string& texts) {
@@ -122,8 +120,6 @@ Agent::Agent() {
         const std::string copy = path(entry.path().lexically_relative(ZEL_AGENT_DIR));
         if (entry.is_directory())
             fs::create_directory(copy);
-        else if (entry.path().extension() == ".ini")
-            fs::copy_file(entry.path(), copy);
         else
             fs::create_symlink(entry.path(), copy);
     }
@@ -131,19 +127,19 @@ Agent::Agent() {
     fs::create_directory(path("kq-agent"));
     redirect_flag_folder(path("kq-agent"));
     zel_log_set_tap(on_line, nullptr);
-    for (const uint32_t id : {769u, 770u, 771u, 2305u})
-        bus_function<lummb_subscribe_t>("lummb_subscribe")(id, on_event, nullptr);
+    for (const uint32_t id : {769u, 770u, 771u, 2305u}) bus().subscribe(id, on_event, nullptr);
 }
 
 void Agent::TearDown() {
     if (running_) {
         // A result that is still on its way when the module is unloaded stays for good.
-        if (trace_worker_sleeps() > 0) trace_worker_rests();
+        if (trace_worker_sleeps() > 0) rests(trace_worker_sleeps);
         bus_rests();
         stop();
     }
     bus_rests();
-    EXPECT_EQ(std::tuple(bus().alive, bus().late, bus().frames), std::tuple(0u, 0u, 0u));
+    const lummb_counts left = bus().counts();
+    EXPECT_EQ(std::tuple(left.alive, left.late, left.frames), std::tuple(0u, 0u, 0u));
     EXPECT_LE(locked([] { return seen.outstanding.size(); }), kept_results_);
     EXPECT_EQ(workers(), std::multiset<std::string>());
     EXPECT_EQ(seen.bad_lines, std::vector<std::string>());
@@ -165,7 +161,7 @@ std::string Agent::read(const std::string& name) const {
 
 // Of a key that stands twice the last counts.
 void Agent::set(const std::string& ini, const std::string& section, const std::string& line) const {
-    std::ofstream(path("reshdl/config/" + ini), std::ios::app) << "\n[" << section << "]\n" << line << "\n";
+    write("reshdl/config/" + ini, read("reshdl/config/" + ini) + "\n[" + section + "]\n" + line + "\n");
 }
 
 void Agent::replace(const std::string& library, const std::string& by) const {
@@ -173,15 +169,23 @@ void Agent::replace(const std::string& library, const std::string& by) const {
     if (!by.empty()) fs::create_symlink(by.starts_with('/') ? by : ZEL_AGENT_DIR "/" + by, path(library));
 }
 
-void* Agent::symbol(const std::string& library, const char* name) const {
-    static std::map<std::string, void*> handles;  // kept open, so that what a test calls stays
-    void*& handle = handles[library];
-    if (handle == nullptr) handle = dlopen(path(library).c_str(), RTLD_NOW);
-    return handle == nullptr ? nullptr : dlsym(handle, name);
+const zelhost::Plugin& Agent::plugin() const {
+    static const auto& opened = *new zelhost::Plugin{{path("reshdl/bin/libzelreshdl.so")}};
+    return opened;
 }
 
-void Agent::send(const ST_DNS_NATIVE& record, const char* query_name) const {
-    EXPECT_EQ(bus_function<lummb_publish_dns_t>("lummb_publish_dns")(&record, query_name), LUMMB_OK);
+void Agent::send_dns(const std::string& json, uint32_t kind) const {
+    const zelhost::DnsEvent event(json);
+    ST_DNS_NATIVE record = event.native();
+    if (kind != 0) record.uKind = kind;
+    EXPECT_EQ(bus().publish_dns(&record, event.query_name()), LUMMB_OK);
+}
+
+void Agent::send(const DnsHit& hit) const {
+    send_dns(R"({"kind":2,"create_time":900,"guid":"01234567-89ab-cdef-0123-456789abcdef","cmd":"curl bad","status":3,)"
+             R"("results":"192.0.2.1","uhead":[42],"texts":["repo",null,null,null,null,"cid"],"domain":")" +
+             hit.domain + R"(","pid":)" + std::to_string(hit.pid) + R"(,"time":)" + std::to_string(hit.time) +
+             R"(,"query_name":")" + hit.query_name + R"(","path":")" + hit.path + "\"}");
 }
 
 Published Agent::expect_event(uint32_t id, const std::string& guid) {
@@ -217,27 +221,11 @@ Callback Agent::expect_callback(uint32_t context) const {
     });
 }
 
-lummb_counts Agent::bus() const {
-    lummb_counts counts{};
-    bus_function<lummb_get_counts_t>("lummb_get_counts")(&counts);
-    return counts;
-}
-
 void Agent::settle() const {
     const size_t before = count_log("ignore handle: 2304!");
     send(2304, "marker");
     expect_log("ignore handle: 2304!", before + 1);
     bus_rests();
-}
-
-void Agent::alarm_worker_rests() const {
-    const uint64_t before = alarm_worker_sleeps();
-    EXPECT_SOON(alarm_worker_sleeps() >= before + 2);
-}
-
-void Agent::trace_worker_rests() const {
-    const uint64_t before = trace_worker_sleeps();
-    EXPECT_SOON(trace_worker_sleeps() >= before + 2);
 }
 
 void Agent::hold_alarm_worker() const {
@@ -251,9 +239,8 @@ Report Agent::report(const std::string& module, uint32_t buffer_size) const {
     const auto keep_report = [](void* context, const char* name, int32_t result, const char* text) {
         (*static_cast<std::map<std::string, Report>*>(context))[name] = {result, text};
     };
-    using Collect = std::remove_pointer_t<zelbpmgr_collect_t>;
-    auto* const collect = function<Collect>("reshdl/lib/libzelbpmgr.so", "zelbpmgr_collect");
-    collect(ZELBPMGR_OWN_THREAD, buffer_size, keep_report, &reports);
+    static const auto& manager = *new zelhost::ReportManager{{path("reshdl/lib/libzelbpmgr.so")}};
+    manager.collect(ZELBPMGR_OWN_THREAD, buffer_size, zelbpmgr_report_t{keep_report}, &reports);
     return reports[module];
 }
 
@@ -263,12 +250,12 @@ void Agent::expect_figures(const std::map<std::string, int64_t>& figures) const 
 }
 
 int Agent::file_trace(int kind, uint32_t context, const char* file, const char* key) const {
-    return EXPORTED(reshdl_file_trace)(on_callback, file, key, kind, context);
+    return plugin().file_trace(on_callback, file, key, kind, context);
 }
 
 int Agent::process_trace(uint32_t context, const char* data) const {
     const auto size = static_cast<uint32_t>(data == nullptr ? 0 : strlen(data));
-    return EXPORTED(reshdl_process_trace)(on_callback, data, size, context);
+    return plugin().process_trace(on_callback, data, size, context);
 }
 
 }  // namespace e2e

@@ -17,18 +17,32 @@
 #include <string_view>
 #include <vector>
 
-#include "e2e/documents.h"
+#include "host/lib/alert.h"
+#include "host/lib/dns_event.h"
+#include "host/lib/libraries.h"
 #include "host/lib/overrides.h"
 #include "platform/zel_trc.h"
-#include "platform/zelreshdl.h"
 #include "retrace.pb.h"
-#include "standin/lummb/lummb_host.h"
 #include "standin/scripted/scripted_host.h"
 
 namespace e2e {
 
 using namespace std::chrono_literals;
 using namespace zelhost::overrides;
+
+// Named here as the tests call them.
+using zelhost::Alert;
+using RawEvent = zelhost::AlertEvent;
+using Rule = zelhost::AlertRule;
+inline std::string guid(int number) { return zelhost::guid_text(static_cast<uint64_t>(number)); }
+
+struct DnsHit {
+    std::string domain = "bad.example";
+    uint32_t pid = 77;
+    uint64_t time = 5000;
+    std::string query_name = "bad.example";
+    std::string path = "/usr/bin/curl";  // as it stands in JSON
+};
 
 constexpr int32_t kTraceFails = -5;
 
@@ -37,11 +51,8 @@ struct Published {
     uint32_t id = 0;
     uint32_t source = 0;  // 0 when the record or the message is not well-formed
     std::string guid;
-    std::string bytes;
+    std::string bytes;  // of a memory check: its numbers, path and the eleven texts, "-" for null
     vorn_retrace::vorn_trace_info message;
-    // Of a memory check alone: the record, whose pointers are dead, then path and the eleven texts, "-" for null.
-    ST_MEM_DETECT_INFO check = {};
-    std::string texts;
 };
 
 // What the trace module answers to one call: a code, with its input as the result, without a result, or with the size
@@ -87,12 +98,8 @@ struct Report {
     int64_t operator[](const std::string& key) const;
 };
 
-// A function of the bus.
-void* bus_symbol(const char* name);
-template <class F>
-F bus_function(const char* name) {
-    return reinterpret_cast<F>(bus_symbol(name));
-}
+// Open for good.
+const zelhost::Bus& bus();
 
 // The texts between bars.
 std::vector<std::string> split(const std::string& texts);
@@ -105,9 +112,6 @@ bool wait_until(const std::function<bool()>& done);
 
 // The name of a row of a table.
 inline constexpr auto row_name = [](const auto& row) { return std::string(row.param.name); };
-
-// An export, typed by its declaration.
-#define EXPORTED(name) function<decltype(name)>("reshdl/bin/libzelreshdl.so", #name)
 
 class Agent : public testing::Test {
 protected:
@@ -123,31 +127,25 @@ protected:
     // Takes a library away, or puts another of the staged ones or the scripted one in its place.
     void replace(const std::string& library, const std::string& by = {}) const;
 
-    template <class F>
-    F* function(const std::string& library, const char* name) const {
-        return reinterpret_cast<F*>(symbol(library, name));
-    }
-    void* symbol(const std::string& library, const char* name) const;
+    // The exports.
+    const zelhost::Plugin& plugin() const;
     int init() {
-        const int result = EXPORTED(plugin_init)();
+        const int result = plugin().init();
         running_ = result == 0;
         return result;
     }
     void start() { ASSERT_EQ(init(), 0); }
     void stop() {
         running_ = false;
-        EXPECT_EQ(EXPORTED(plugin_uninit)(), 0);
+        EXPECT_EQ(plugin().uninit(), 0);
     }
 
-    int32_t publish(uint32_t id, std::string_view data) const {
-        return bus_function<lummb_publish_t>("lummb_publish")(id, data.data(), data.size());
-    }
+    int32_t publish(uint32_t id, std::string_view data) const { return bus().publish(id, data.data(), data.size()); }
     void send(uint32_t id, std::string_view data) const { EXPECT_EQ(publish(id, data), LUMMB_OK); }
     void send(const Alert& alert, uint32_t id = 1536) const { send(id, alert.text()); }
-    void send(const ST_DNS_NATIVE& record, const char* query_name) const;
-    void send(const DnsHit& hit) const {
-        hit.give([this](const ST_DNS_NATIVE& record, const char* query_name) { send(record, query_name); });
-    }
+    // `kind` stands in the record instead of that of its variant record, unless it is 0.
+    void send_dns(const std::string& json, uint32_t kind = 0) const;
+    void send(const DnsHit& hit) const;
 
     // The next event of that id, and of that GUID unless empty, that was not yet taken.
     Published expect_event(uint32_t id, const std::string& guid = {});
@@ -170,12 +168,14 @@ protected:
     }
 
     // Waits until the bus has delivered all events, in both directions.
-    void bus_rests() const { EXPECT_SOON(bus().waiting == 0 && bus().sending == 0); }
+    void bus_rests() const { EXPECT_SOON(bus().counts().waiting == 0 && bus().counts().sending == 0); }
     // Waits for that and until the alarm worker has finished with all events.
     void settle() const;
-    // Waits until a worker has come round its loop with nothing to do.
-    void alarm_worker_rests() const;
-    void trace_worker_rests() const;
+    // Waits until the worker whose sleeps these are has come round its loop with nothing to do.
+    void rests(uint64_t (*sleeps)()) const {
+        const uint64_t before = sleeps();
+        EXPECT_SOON(sleeps() >= before + 2);
+    }
 
     // Scripts a function of the trace module, by its number; the last answer stays. Without a script the code is 0 and
     // the result is the input.
@@ -201,12 +201,12 @@ protected:
     // Asks for a report and compares the figures named.
     void expect_figures(const std::map<std::string, int64_t>& figures) const;
     int configure(const std::string& text) const {
-        return EXPORTED(plugin_configuration_update)(text.c_str(), static_cast<uint32_t>(text.size()));
+        return plugin().configuration_update(text.c_str(), static_cast<uint32_t>(text.size()));
     }
     int file_trace(int kind, uint32_t context, const char* path = "/tmp/x", const char* key = "k") const;
     int process_trace(uint32_t context, const char* data = "{}") const;
-    void reset_begin() const { EXPORTED(reset_db_begin)(); }
-    void reset_end() const { EXPORTED(reset_db_end)(); }
+    void reset_begin() const { plugin().begin_reset(); }
+    void reset_end() const { plugin().end_reset(); }
 
     size_t kept_results_ = 0;  // most result buffers that may stay
 
@@ -214,7 +214,6 @@ private:
     size_t count(const auto& list, const auto& counts) const {
         return locked([&] { return static_cast<size_t>(std::ranges::count_if(list, counts)); });
     }
-    lummb_counts bus() const;
 
     std::string root_;
     bool running_ = false;

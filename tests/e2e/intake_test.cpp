@@ -28,7 +28,7 @@ TEST_F(Intake, LiveLimitIsADecimalNumberAbove0) {
     hold_alarm_worker();
     const struct {
         const char* queue_size;
-        int sent, refused;
+        size_t sent, refused;
     } rows[] = {
         {.queue_size = "0", .sent = 2, .refused = 0},      // the limit stays at 100
         {.queue_size = "010", .sent = 10, .refused = 1},   // a queue of 11 is beyond 10
@@ -40,29 +40,12 @@ TEST_F(Intake, LiveLimitIsADecimalNumberAbove0) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.queue_size);
         EXPECT_EQ(configure(R"({"delay_time":"0","queue_size":")" + std::string(row.queue_size) + "\"}"), 0);
-        for (int i = 0; i < row.sent; ++i) send(2304, "");
+        for (size_t i = 0; i < row.sent; ++i) send(2304, "");
         bus_rests();
-        refused += static_cast<size_t>(row.refused);
+        refused += row.refused;
         EXPECT_EQ(count_log("The queue reached the threshold."), refused);
     }
     hold_traces(false);
-}
-
-TEST_F(Intake, IsReportedAsBusyAboveHalfOfTheLimit) {
-    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}});
-    start();
-    EXPECT_EQ(configure(R"({"delay_time":"0","queue_size":"2"})"), 0);
-    const std::string line =
-        "zelreshdl PushQueue EDR 3.7.2.20 A-1: [info] The queue reached the busy threshold. Event queue:0, trc "
-        "queue:0, delay queue:2";
-    send(Alert{.number = 1});
-    expect_log("alert trace retry", 1);
-    settle();
-    EXPECT_EQ(count_log("busy threshold"), 0u);
-    send(Alert{.number = 2});
-    expect_log("alert trace retry", 2);
-    settle();
-    EXPECT_EQ(count_log(line), 1u);
 }
 
 TEST_F(Intake, FullTraceQueueAndFullDelayQueueRefuse) {
@@ -85,7 +68,7 @@ TEST_F(Intake, FullTraceQueueAndFullDelayQueueRefuse) {
     bus_rests();
     EXPECT_EQ(count_log("The queue reached the threshold."), 1u);  // two in each queue
     EXPECT_EQ(file_trace(1, 4), 0);
-    alarm_worker_rests();
+    rests(alarm_worker_sleeps);
     send(2304, "");
     expect_logs("The queue reached the threshold. Event queue:0, trc queue:3, delay queue:2");
     hold_traces(false);
@@ -93,65 +76,55 @@ TEST_F(Intake, FullTraceQueueAndFullDelayQueueRefuse) {
 }
 
 struct TextsRow {
-    const char* name;
-    const char* version;   // null: no file
-    const char* agent_id;  // null: none
-    const char* shown;
+    const char *name, *version, *agent_id;  // null: no file, no agent id
+    std::string shown;
 };
 class BusyReport : public Agent, public testing::WithParamInterface<TextsRow> {};
 
-TEST_P(BusyReport, HasVersionAndAgentIdCutTo15Characters) {
-    const TextsRow& row = GetParam();
-    const char* const file = "config/agent_cfg.json";
-    if (row.version != nullptr) write(file, R"({"version":{"components":")" + std::string(row.version) + "\"}}");
-    if (row.version == nullptr) replace(file);
-    row.agent_id != nullptr ? setenv("agentid", row.agent_id, 1) : unsetenv("agentid");
+TEST_P(BusyReport, ComesAboveHalfOfTheLimitWithVersionAndAgentIdCutTo15Characters) {
+    const auto& [name, version, agent_id, shown] = GetParam();
+    replace("config/agent_cfg.json");
+    if (version != nullptr)
+        write("config/agent_cfg.json", R"({"version":{"components":")" + std::string(version) + "\"}}");
+    agent_id != nullptr ? setenv("agentid", agent_id, 1) : unsetenv("agentid");
     answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}});
     start();
-    EXPECT_EQ(configure(R"({"delay_time":"0","queue_size":"1"})"), 0);
-    send(Alert{});
-    expect_logs("alert trace retry");
-    settle();
-    expect_logs("zelreshdl PushQueue EDR " + std::string(row.shown) + ": [info] The queue reached the busy threshold.");
+    EXPECT_EQ(configure(R"({"delay_time":"0","queue_size":"2"})"), 0);
+    const std::string line = "zelreshdl PushQueue EDR " + shown +
+                             ": [info] The queue reached the busy threshold. Event queue:0, trc queue:0, delay queue:2";
+    for (const int number : {1, 2}) {
+        EXPECT_EQ(count_log("busy threshold"), 0u);
+        send(Alert{.number = number});
+        expect_logs("alert trace retry, guid:" + guid(number));
+        settle();
+    }
+    EXPECT_EQ(count_log(line), 1u);
 }
 
 constexpr const char* k32Digits = "12345678901234567890123456789012";
-constexpr TextsRow kTextsRows[] = {
-    {.name = "Missing", .version = nullptr, .agent_id = nullptr, .shown = "3.7.2.20 0000000000"},
-    {.name = "Of15",
-     .version = "1.2.3456789abcd",
-     .agent_id = "agent-789abcdef",
-     .shown = "1.2.3456789abcd agent-789abcdef"},
-    {.name = "Of16",
-     .version = "1.2.3456789abcdX",
-     .agent_id = "agent-789abcdefX",
-     .shown = "1.2.3456789abcd agent-789abcdef"},
-    {.name = "Of32", .version = k32Digits, .agent_id = k32Digits, .shown = "123456789012345 123456789012345"},
+const TextsRow kTextsRows[] = {
+    {"Missing", nullptr, nullptr, "3.7.2.20 0000000000"},
+    {"Of15", "1.2.3456789abcd", "agent-789abcdef", "1.2.3456789abcd agent-789abcdef"},
+    {"Of16", "1.2.3456789abcdX", "agent-789abcdefX", "1.2.3456789abcd agent-789abcdef"},
+    {"Of32", k32Digits, k32Digits, "123456789012345 123456789012345"},
 };
 INSTANTIATE_TEST_SUITE_P(Table, BusyReport, testing::ValuesIn(kTextsRows), row_name);
 
-TEST_F(Intake, PayloadWithoutDataIsAnEmptyTextIfItsSizeIs0) {
+TEST_F(Intake, TakesPayloadsWithoutDataOfSize0AndPassesOverIdsThatNobodyHandles) {
     start();
-    const auto publish_null = [](uint32_t id, uint64_t size) {
-        EXPECT_EQ(bus_function<lummb_publish_t>("lummb_publish")(id, nullptr, size), LUMMB_OK);
-    };
+    send(534, "data");
+    EXPECT_EQ(publish(1537, "data"), LUMMB_NOT_SUBSCRIBED);
+    expect_logs("get event:534|unknown event id : 534|Get event struct error!");
+    const auto publish_null = [](uint32_t id, uint64_t size) { EXPECT_EQ(bus().publish(id, nullptr, size), LUMMB_OK); };
     publish_null(1541, 0);
     EXPECT_EQ(expect_event(769).message.cmd(), vorn_retrace::TRACE_CMD_BRUTEFORCE);
     publish_null(1536, 0);
     expect_logs("GetJsonInfo failed!");
     for (const uint32_t id : {1536u, 1541u}) publish_null(id, 1);
-    expect_log("Get event struct error!", 2);
+    expect_log("Get event struct error!", 3);
     EXPECT_EQ(count_log("(char*)calloc(uSize, sizeof(char)) failed!"), 2u);
-    expect_figures({{"recvAlarmCount", 4}, {"eventQueueTotalCount", 2}});
-}
-
-TEST_F(Intake, IdsThatNobodyHandles) {
-    start();
-    send(534, "data");
-    EXPECT_EQ(publish(1537, "data"), LUMMB_NOT_SUBSCRIBED);
     settle();  // with an event 2304
-    expect_logs("get event:534|unknown event id : 534|Get event struct error!|ignore handle: 2304!");
-    expect_figures({{"recvAlarmCount", 2}, {"eventQueueTotalCount", 1}});
+    expect_figures({{"recvAlarmCount", 6}, {"eventQueueTotalCount", 3}});
 }
 
 TEST_F(Intake, MessagesAreCapturedInARingWhileTheFlagFileStands) {

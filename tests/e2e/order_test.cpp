@@ -26,31 +26,56 @@ TEST_F(Order, EventDuringTheStartIsHandledWhenTheWorkersRun) {
     expect_figures({{"recvAlarmCount", 1}, {"eventQueueTotalCount", 1}});
 }
 
-// An event of a brute-force finding, which deletes itself.
-struct Finding final : MbFrame::IEvent {
+// An event that holds a text, and deletes itself.
+struct TextEvent final : MbFrame::IEvent {
+    TextEvent(uint32_t id, std::string text) : id_(id), text_(std::move(text)) {}
     int64_t Release() override {
         delete this;
         return 0;
     }
     int32_t QueryInterface(const InterfaceId*, void**) override { return -1; }
-    uint32_t GetEventId() override { return 1541; }
-    void* GetNativeEvent() override { return &record_; }
+    uint32_t GetEventId() override { return id_; }
+    void* GetNativeEvent() override { return id_ == 1536 ? static_cast<void*>(&document_) : &finding_; }
     int32_t GetPublishedState() override { return 0; }
 
 private:
-    char text_[3] = "{}";
-    ST_COMMON_BUFFER record_{.uType = 1541, .uSize = 2, .pData = text_};
+    uint32_t id_;
+    std::string text_;
+    ST_COMMON_BUFFER finding_{.uType = id_, .uSize = text_.size(), .pData = text_.data()};
+    ST_JSON_BUFFER document_{.pData = text_.data(), .uSize = text_.size()};
 };
 
 TEST_F(Order, LimitIs0UntilTheSettingsAreRead) {
     replace(kBus, E2E_SCRIPTED);
     fake_bus.advised = [](MbFrame::IPlugin& plugin) {
-        for (int i = 0; i < 2; ++i) plugin.OnEvent(new Finding, nullptr);
+        for (int i = 0; i < 2; ++i) plugin.OnEvent(new TextEvent(1541, "{}"), nullptr);
     };
     start();
     expect_logs("The queue reached the threshold. Event queue:1, trc queue:0, delay queue:0");
     EXPECT_SOON(fake_bus.calls().ends_with("Invoke "));
     expect_figures({{"eventQueueTotalCount", 1}, {"eventQueueOverflowCount", 1}});
+}
+
+// After the second start the retry would be due, and the account would be of 120 s.
+TEST_F(Order, StopForgetsRetriesAndTheirAccount) {
+    replace(kBus, E2E_SCRIPTED);
+    MbFrame::IPlugin* plugin = nullptr;
+    fake_bus.advised = [&](MbFrame::IPlugin& advised) { plugin = &advised; };
+    answers(ZELTRC_CREATE, {{ZEL_TRC_NOT_READY}, {0}});
+    start();
+    const Alert before{.number = 1, .rules = {{.events = std::vector<RawEvent>(4)}}}, after{.number = 2};
+    plugin->OnEvent(new TextEvent(1536, before.text()), nullptr);
+    expect_logs("alert trace retry");
+    stop();
+    start();
+    hold_traces(true);
+    plugin->OnEvent(new TextEvent(1536, after.text()), nullptr);
+    EXPECT_SOON(calls(ZELTRC_CREATE) == 2);
+    advance(30s);
+    hold_traces(false);
+    expect_logs("alert trace success, guid:" + guid(2) + "|predict delay time: 0");
+    rests(trace_worker_sleeps);
+    EXPECT_EQ(calls(ZELTRC_CREATE), 2u);
 }
 
 TEST_F(Order, FailedStartDiscardsWhatItHasTaken) {
@@ -64,7 +89,7 @@ TEST_F(Order, FailedStartDiscardsWhatItHasTaken) {
     answers(ZELTRC_INIT, {{-5}, {0}});
     EXPECT_EQ(init(), -1);
     start();
-    alarm_worker_rests();
+    rests(alarm_worker_sleeps);
     EXPECT_EQ(count_events(769), 0u);
     EXPECT_EQ(report()["eventQueueTotalCount"], 0);  // the second start counts anew
 }
@@ -74,7 +99,7 @@ TEST_F(Order, FailedStartDiscardsWhatItHasTaken) {
 TEST_F(Order, JobThatComesWhileTheQueuesCloseIsGoneAtTheNextStart) {
     start();
     std::vector<std::thread> asking;
-    when_unlocked_after_join([&] {
+    after_join_and_unlock = [&] {
         const auto answered = std::make_shared<std::atomic<bool>>(false);
         asking.emplace_back([this, answered] {
             EXPECT_EQ(file_trace(1, 1), 0);
@@ -82,9 +107,9 @@ TEST_F(Order, JobThatComesWhileTheQueuesCloseIsGoneAtTheNextStart) {
         });
         const auto deadline = real_now() + 50ms;
         while (!*answered && real_now() < deadline) std::this_thread::yield();
-    });
+    };
     stop();
-    when_unlocked_after_join(nullptr);
+    after_join_and_unlock = nullptr;
     EXPECT_FALSE(asking.empty());
     for (std::thread& thread : asking) thread.join();
     start();
@@ -104,16 +129,6 @@ TEST_F(Order, FrameOfAFailedStartIsForgotten) {
     EXPECT_EQ(init(), -1);
     expect_logs("mb dll_get_addr failed!0x84ce0015");
     EXPECT_EQ(fake_bus.calls(), "Advise 1 Unadvise Release ");
-}
-
-TEST_F(Order, CompletionWithASizeButNoBufferHasSize0) {
-    write("kq-agent/reshdlproto_flag", "");
-    answers(ZELTRC_COMPLETION, {{.code = 0, .size_alone = true}});
-    start();
-    send(1793, "completed");
-    expect_logs("Invoke buf is null!|event invoke failed!");
-    EXPECT_EQ(read("kq-agent/kov_alarm.data.1.size"), "0\n");
-    EXPECT_EQ(read("kq-agent/kov_alarm.data.1"), "");
 }
 
 }  // namespace

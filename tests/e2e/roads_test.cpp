@@ -12,32 +12,22 @@ class Roads : public Agent {};
 
 TEST_F(Roads, LiveConfigurationTakesBothKeysOrNone) {
     start();
-    const std::string no_text = "delay_time is not a string";  // of either key
-    const struct {
-        std::string document;
-        int result;
-        std::string log, delay;  // delay: the limit that is taken
-    } rows[] = {
-        {"", -1, "invalid param", ""},
-        {"{", -1, "on parser json", ""},
-        {R"({"delay_time":70000,"queue_size":"60"})", -1, no_text, ""},
-        {R"({"delay_time":"70000"})", -1, no_text, ""},
-        {R"({"delay_time":"70000","queue_size":60})", -1, no_text, ""},
-        {R"({"delay_time":"59999","queue_size":"0"})", 0, R"(data:{"delay_time":"59999")", ""},
-        {R"({"delay_time":"36000001","queue_size":"x"})", 0, "size: 42", ""},
-        {R"({"delay_time":"0xea60","queue_size":"0"})", 0, R"(data:{"delay_time":"0xea60")", ""},
-        {R"({"delay_time":"60000","queue_size":"0"})", 0, R"(data:{"delay_time":"60000")", " 60000"},
-        {R"({"delay_time":"0100000","queue_size":"0"})", 0, R"(data:{"delay_time":"0100000")", " 100000"},
-        {R"({"delay_time":"36000000","queue_size":"0"})", 0, R"(data:{"delay_time":"36000000")", " 36000000"},
+    const std::tuple<std::string, int, std::string> rows[] = {
+        {"", -1, "invalid param"},
+        {"{", -1, "on parser json"},
+        {R"({"delay_time":70000,"queue_size":"60"})", -1, "delay_time is not a string"},
+        {R"({"delay_time":"70000"})", -1, "delay_time is not a string"},  // of either key
+        {R"({"delay_time":"70000","queue_size":60})", -1, "delay_time is not a string"},
+        {R"({"delay_time":"59999","queue_size":"x"})", 0, "size: 39"},
+        {R"({"delay_time":"0xea60","queue_size":"0"})", 0, R"(data:{"delay_time":"0xea60")"},
+        {R"({"delay_time":"0100000","queue_size":"0"})", 0, "set max delay second to: 100000"},
     };
-    const std::string taken = "set max delay second to:";
-    for (const auto& [document, result, log, delay] : rows) {
-        const size_t lines = count_log(log), all = count_log(taken), same = count_log(taken + delay);
+    for (const auto& [document, result, log] : rows) {
+        const size_t lines = count_log(log);
         EXPECT_EQ(configure(document), result) << document;
         EXPECT_EQ(count_log(log), lines + 1) << document;
-        EXPECT_EQ(count_log(taken), all + (delay.empty() ? 0 : 1)) << document;
-        EXPECT_EQ(count_log(taken + delay), same + (delay.empty() ? 0 : 1)) << document;
     }
+    EXPECT_EQ(count_log("set max delay second to:"), 1u);
 }
 
 class Reports : public Agent {
@@ -88,7 +78,7 @@ TEST_F(Reports, CarryTheFiguresAndStartAgain) {
     EXPECT_EQ(report("zeltrc", 0).result, 1);
 }
 
-TEST_F(Reports, KeepTheCostsOfThePeriodWithTheWorstTrace) {
+TEST_F(Reports, KeepTheCostsOfThePeriodWithTheWorstTraceButForAStart) {
     start();
     trace_of(3s);
     collect_costs();
@@ -97,14 +87,10 @@ TEST_F(Reports, KeepTheCostsOfThePeriodWithTheWorstTrace) {
     const Report worst = report();
     EXPECT_EQ(std::tuple(worst["successCount"], worst["maxCost"] / 1000), std::tuple(1, 3));
     EXPECT_EQ(report()["maxCost"] / 1000, 2);  // which waited in the other record
-}
-
-TEST_F(Reports, StartFromZeroAtAStart) {
-    start();
     trace_of(2s);
     collect_costs();
     trace_of(1s);
-    trace_worker_rests();
+    rests(trace_worker_sleeps);
     stop();
     start();
     const Report first = report();
@@ -131,13 +117,15 @@ TEST_F(Roads, TraceModuleAddsTheChain) {
     const Published trace = expect_event(770);
     EXPECT_EQ(trace.message.threat().alert_guid(), guid(1));
     EXPECT_EQ(trace.message.trace_event().edge_list_size(), 1);
-    using GetCounts = std::remove_pointer_t<zeltrc_get_counts_t>;
-    auto* const get_counts = function<GetCounts>("reshdl/lib/libzelcount.so", "zeltrc_get_counts");
+    const zelhost::TraceModule module{{path("reshdl/lib/libzelcount.so")}};
     zeltrc_counts counts{};
-    EXPECT_SOON((get_counts(&counts), counts.outstanding == 0));
+    EXPECT_TRUE(wait_until([&] {
+        module.get_counts(&counts);
+        return counts.outstanding == 0;
+    }));
     EXPECT_EQ(std::tuple(counts.foreign_releases, counts.null_releases), std::tuple(0u, 1u));
     zelds_counts store{};
-    function<std::remove_pointer_t<zelds_get_counts_t>>("reshdl/lib/libzelcount.so", "zelds_get_counts")(&store);
+    zelhost::Function<zelds_get_counts_t>(module.library, "zelds_get_counts")(&store);
     EXPECT_EQ(store.updates, 1u);  // for the retry
 }
 

@@ -2,20 +2,21 @@
 // over the library's.
 #pragma once
 
+#include <atomic>
 #include <functional>
-#include <string>
+#include <string_view>
 
 namespace e2e {
 
-// Each holds until the next call; an empty name or 0 refuses nothing. Numbers count calls from then on, beginning at 1.
-void refuse_symbol(const std::string& name);
-void refuse_mutex(int number);
-void refuse_thread(int number);
+// A symbol that is not found.
+inline std::atomic<const char*> refused_symbol{""};
+// How many calls from now on the one is that fails; 0 refuses nothing.
+inline std::atomic<int> refused_mutex{0}, refused_thread{0};
 
-// Runs `hook` each time that a thread which has waited for a worker gives a mutex back.
-void when_unlocked_after_join(std::function<void()> hook);
+// Runs each time that a thread which has waited for a worker gives a mutex back.
+inline std::function<void()> after_join_and_unlock;
 
 // Whether the plug-in has begun to wait for one of its workers.
-bool is_joining();
+inline std::atomic<bool> is_joining{false};
 
 }  // namespace e2e

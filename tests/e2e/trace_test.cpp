@@ -24,16 +24,16 @@ TEST_F(Traces, RetryWaitsFifteenSecondsAndTheFrontHoldsBackAllBehindIt) {
     send(Alert{.number = 2});
     expect_logs(retry + guid(2));
     advance(4s);
-    trace_worker_rests();
+    rests(trace_worker_sleeps);
     EXPECT_EQ(calls(ZELTRC_CREATE), 2u);
     advance(1s);
     expect_log(retry + guid(1), 2);        // behind the second alert now, whose turn comes in 10 s
     EXPECT_EQ(calls(ZELTRC_RELEASE), 3u);  // a result that is null is given back, too
-    trace_worker_rests();
+    rests(trace_worker_sleeps);
     EXPECT_EQ(calls(ZELTRC_CREATE), 3u);
     advance(10s);
     expect_event(770, guid(2));
-    trace_worker_rests();
+    rests(trace_worker_sleeps);
     EXPECT_EQ(count_events(770), 1u);
     advance(-11s);  // a clock that goes back makes it due
     expect_event(770, guid(1));
@@ -54,7 +54,7 @@ TEST_F(Traces, RetryGoesBeforeAFirstAttempt) {
     kept_results_ = 1;  // of the KOV alert, released when the module was gone
     const std::string line = "alert trace success, guid:", retry = line + guid(1);
     const std::string completed = line + expect_event(769).guid;
-    alarm_worker_rests();
+    rests(alarm_worker_sleeps);
     advance(15s);
     reset_end();
     for (int i = 0; i < 2; ++i) expect_event(770);
@@ -77,39 +77,34 @@ TEST_F(Traces, AreGivenUpAfterTheLastTry) {
 TEST_F(Traces, EndByTheModulesCode) {
     set("zelreshdl.ini", "config", "trc_times=1");
     start();
-    const struct {
-        int line;
-        Answer answer;
-        std::string log;
-        bool event = false;
-        bool callback = false;  // when it is a file trace
-    } rows[] = {
-        {.line = __LINE__, .answer = {0}, .log = "success", .event = true, .callback = true},
-        {.line = __LINE__, .answer = {.code = 0, .result = false}, .log = "success"},
-        {.line = __LINE__, .answer = {ZEL_TRC_DROPPED}, .log = "dropped", .event = true, .callback = true},
-        {.line = __LINE__, .answer = {.code = ZEL_TRC_DROPPED, .result = false}, .log = "dropped"},
-        {.line = __LINE__, .answer = {kTraceFails}, .log = "failed", .event = true},
-        {.line = __LINE__, .answer = {.code = kTraceFails, .result = false}, .log = "failed"},
-        {.line = __LINE__, .answer = {ZEL_TRC_NOT_READY}, .log = "failed", .event = true},
-        {.line = __LINE__, .answer = {1}, .log = "failed", .event = true},
+    const std::tuple<int, Answer, std::string, size_t, size_t> rows[] = {
+        // code and result, log line, events of an alert, callbacks of a file trace
+        {__LINE__, {0}, "success", 1, 1},
+        {__LINE__, {.code = 0, .result = false}, "success", 0, 0},
+        {__LINE__, {ZEL_TRC_DROPPED}, "dropped", 1, 1},
+        {__LINE__, {.code = ZEL_TRC_DROPPED, .result = false}, "dropped", 0, 0},
+        {__LINE__, {kTraceFails}, "failed", 1, 0},
+        {__LINE__, {.code = kTraceFails, .result = false}, "failed", 0, 0},
+        {__LINE__, {ZEL_TRC_NOT_READY}, "failed", 1, 0},
+        {__LINE__, {1}, "failed", 1, 0},
     };
     int number = 0;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        answers(ZELTRC_CREATE, {row.answer});
-        const size_t events = count_events(770);
+    size_t all_events = 0;
+    for (const auto& [row, answer, end, events, callbacks] : rows) {
+        SCOPED_TRACE(row);
+        answers(ZELTRC_CREATE, {answer});
         send(Alert{.number = ++number});
-        const std::string line = "alert trace " + row.log + ", guid:";
+        const std::string line = "alert trace " + end + ", guid:";
         expect_logs(line + guid(number));
-        trace_worker_rests();
+        rests(trace_worker_sleeps);
         settle();
-        EXPECT_EQ(count_events(770) - events, row.event ? 1u : 0u);
         const size_t lines = count_log(line);
-        EXPECT_EQ(file_trace(1, 100u + static_cast<uint32_t>(number)), 0);
+        const auto context = 100u + static_cast<uint32_t>(number);
+        EXPECT_EQ(file_trace(1, context), 0);
         expect_log(line, lines + 1);
-        trace_worker_rests();
-        EXPECT_EQ(count_callbacks(100u + static_cast<uint32_t>(number)), row.callback ? 1u : 0u);
-        EXPECT_EQ(count_events(770) - events, row.event ? 1u : 0u);
+        rests(trace_worker_sleeps);
+        EXPECT_EQ(count_callbacks(context), callbacks);
+        EXPECT_EQ(count_events(770), all_events += events);
     }
     expect_figures({{"sentToTrcCount", 16}, {"traceFailedCount", 8}, {"traceDroppedCount", 4}});
 }
@@ -142,8 +137,7 @@ TEST_F(Traces, ResetPeriodTurnsEventsAwayAndUnloadsTheModules) {
     EXPECT_SOON(calls(ZELTRC_CREATE) == 1);
     reset_begin();  // does not wait for the trace that runs
     reset_begin();
-    EXPECT_EQ(count_log("start reset_db_begin!"), 1u);
-    EXPECT_EQ(calls(ZELTRC_UNINIT), 1u);
+    EXPECT_EQ(std::tuple(count_log("start reset_db_begin!"), calls(ZELTRC_UNINIT)), std::tuple(1u, 1u));
     hold_traces(false);
     expect_event(770, guid(1));
     kept_results_ = 1;  // its module is gone when the event is released for the last time
@@ -156,8 +150,7 @@ TEST_F(Traces, ResetPeriodTurnsEventsAwayAndUnloadsTheModules) {
     EXPECT_SOON(longest_trace_worker_sleep_us() == 10'000'000);
     reset_end();
     reset_end();
-    EXPECT_EQ(count_log("start reset_db_end!"), 1u);
-    EXPECT_EQ(calls(ZELTRC_INIT), 2u);
+    EXPECT_EQ(std::tuple(count_log("start reset_db_end!"), calls(ZELTRC_INIT)), std::tuple(1u, 2u));
     send(Alert{.number = 3});
     expect_event(770, guid(3));
     EXPECT_EQ(count_events(769), 2u);
@@ -200,7 +193,7 @@ TEST_F(Traces, StopWithFullQueuesFreesAllAndEndsInTime) {
     bus_rests();
     std::thread stopping([&] { stop(); });
     expect_logs("stop work thread!");
-    EXPECT_SOON(is_joining());
+    EXPECT_SOON(is_joining.load());
     EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
     hold_traces(false);
     stopping.join();
@@ -208,10 +201,8 @@ TEST_F(Traces, StopWithFullQueuesFreesAllAndEndsInTime) {
     kept_results_ = 2;                     // of these two, released when the module was gone
     EXPECT_EQ(file_trace(1, 1), 0);        // taken, and gone
     start();
-    EXPECT_EQ(file_trace(1, 2), 0);
-    expect_callback(2);
-    alarm_worker_rests();
-    trace_worker_rests();
+    rests(alarm_worker_sleeps);
+    rests(trace_worker_sleeps);
     EXPECT_EQ(count_callbacks(1), 0u);
     EXPECT_EQ(count_events(769), 13u);
     EXPECT_LE(count_events(770), 1u);  // the trace worker may not have begun with the third
@@ -227,13 +218,10 @@ TEST_F(Traces, KovAlertIsCompletedAndThenTraced) {
     EXPECT_EQ(std::tuple(report.source, report.bytes), std::tuple(1793u, data));
     const Published trace = expect_event(770);
     EXPECT_EQ(std::tuple(trace.source, trace.guid, trace.bytes), std::tuple(1793u, report.guid, data));
-    EXPECT_EQ(calls(ZELTRC_COMPLETION), 1u);
-    EXPECT_EQ(calls(ZELTRC_CREATE), 1u);
+    EXPECT_EQ(std::tuple(calls(ZELTRC_COMPLETION), calls(ZELTRC_CREATE)), std::tuple(1u, 1u));
     expect_figures({{"firstTraceTotalCount", 2}});
-    const Report counts = this->report();  // the first one had no figures of traces yet
-    EXPECT_EQ(counts["firstTraceTotalCount"], 0);
-    EXPECT_EQ(counts["successCount"], 2);
-    EXPECT_EQ(counts["firstSuccessCount"], 1);
+    // The first report had no figures of traces yet.
+    expect_figures({{"firstTraceTotalCount", 0}, {"successCount", 2}, {"firstSuccessCount", 1}});
 }
 
 TEST_F(Traces, KovRetryEntersTheTraceQueueAtOnceAndACompletedAlertHasAllItsTriesAgain) {
@@ -254,30 +242,27 @@ TEST_F(Traces, KovRetryEntersTheTraceQueueAtOnceAndACompletedAlertHasAllItsTries
 }
 
 TEST_F(Traces, KovFailureGoesOutWithDataAndIsNotTraced) {
-    answers(ZELTRC_COMPLETION, {{kTraceFails}, {kTraceFails, false}});
+    write("kq-agent/reshdlproto_flag", "");
+    answers(ZELTRC_COMPLETION, {{.code = 0, .size_alone = true}, {kTraceFails}, {kTraceFails, false}});
     start();
-    send(1793, "\x12\x01x");
-    send(1793, "\x12\x01y");
+    for (const char* data : {"a size but no buffer", "\x12\x01x", "\x12\x01y"}) send(1793, data);
     EXPECT_EQ(expect_event(769).bytes, "\x12\x01x");
     expect_logs("Failed to complete the alarm information.|Invoke buf is null!|event invoke failed!");
     kept_results_ = 1;  // the event of such an alert is never released
     settle();
     EXPECT_EQ(count_events(769), 1u);
     EXPECT_EQ(calls(ZELTRC_CREATE), 0u);
+    EXPECT_EQ(read("kq-agent/kov_alarm.data.1") + read("kq-agent/kov_alarm.data.1.size"), "0\n");
 }
 
-TEST_F(Traces, ExpansionGoesStraightThrough) {
+TEST_F(Traces, ExpansionsAndOnDemandTracesAreAnswered) {
     answers(ZELTRC_EXPAND, {{kTraceFails}, {0, false}});
     start();
-    send(1794, "\x12\x01x");
+    for (const char* data : {"\x12\x01x", "\x12\x01y"}) send(1794, data);
     const Published answer = expect_event(770);
     EXPECT_EQ(std::tuple(answer.source, answer.guid.size(), answer.bytes), std::tuple(1794u, 36u, "\x12\x01x"));
-    send(1794, "\x12\x01y");
     expect_logs("start handle trc_ex!|Invoke buf is null!|trc_ex event invoke failed!");
-}
 
-TEST_F(Traces, OnDemandTracesAnswerTheirCallback) {
-    start();
     for (const auto& [kind, field] : {std::pair{0, " 5={"}, {1, " 10={"}, {2, " 5={"}}) {
         const auto context = 10 + static_cast<uint32_t>(kind);
         EXPECT_EQ(file_trace(kind, context, "/x", "key"), 0);

@@ -1,55 +1,43 @@
 // The plug-in in a program without any protobuf: it works there, and the program may exit without stopping it. The
 // end-to-end tests have it beside the full runtime.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <semaphore>
 #include <string>
 
-#include "e2e/documents.h"
-#include "lummb/lummb_host.h"
+#include "host/lib/alert.h"
+#include "host/lib/libraries.h"
 
 namespace {
 
-using Export = int (*)();
-
-// From a library of the staged agent folder; the plug-in opens the bus under the same path.
-template <class F>
-F from(const char* library, const char* name) {
-    void* const handle = dlopen((std::string(AGENT_DIR "/reshdl/") + library).c_str(), RTLD_NOW | RTLD_LOCAL);
-    EXPECT_NE(handle, nullptr) << dlerror();
-    return reinterpret_cast<F>(dlsym(handle, name));
+// Of the staged agent folder, for good; the plug-in opens the bus under the same path.
+const zelhost::Bus& bus() {
+    static const auto& opened = *new zelhost::Bus{{AGENT_DIR "/reshdl/lib/liblummb.so"}};
+    return opened;
+}
+const zelhost::Plugin& plugin() {
+    static const auto& opened = *new zelhost::Plugin{{AGENT_DIR "/reshdl/bin/libzelreshdl.so"}};
+    return opened;
 }
 
-// Tells of the events with an id that the plug-in sends, as long as it lives.
-class Listener {
-public:
-    explicit Listener(uint32_t id) {
-        const lummb_sink_t sink = [](void* context, MbFrame::IEvent* event) {
-            EXPECT_GT(static_cast<const ST_PB_EVENT*>(event->GetNativeEvent())->uSize, 10u);
-            static_cast<Listener*>(context)->heard_.release();
-        };
-        token_ = from<lummb_subscribe_t>("lib/liblummb.so", "lummb_subscribe")(id, sink, this);
-    }
-    ~Listener() { from<lummb_unsubscribe_t>("lib/liblummb.so", "lummb_unsubscribe")(token_); }
-    bool hears() { return heard_.try_acquire_for(std::chrono::seconds(10)); }
-
-private:
-    std::counting_semaphore<> heard_{0};
-    uint64_t token_;
-};
-
-int32_t publish(uint32_t id, const std::string& text) {
-    return from<lummb_publish_t>("lib/liblummb.so", "lummb_publish")(id, text.data(), text.size());
+// Events with the id that the plug-in sends are heard from now on.
+std::counting_semaphore<> g_heard{0};
+void listen(uint32_t id) {
+    const lummb_sink_t sink = [](void*, MbFrame::IEvent* event) {
+        EXPECT_GT(static_cast<const ST_PB_EVENT*>(event->GetNativeEvent())->uSize, 10u);
+        g_heard.release();
+    };
+    bus().subscribe(id, sink, nullptr);
 }
+bool hears() { return g_heard.try_acquire_for(std::chrono::seconds(10)); }
 
 TEST(PlainHost, GetsAFirstReportOutOfThePlugIn) {
-    ASSERT_EQ(from<Export>("bin/libzelreshdl.so", "plugin_init")(), 0);
-    Listener reports(769);
-    EXPECT_EQ(publish(1541, "{}"), LUMMB_OK);
-    EXPECT_TRUE(reports.hears());
-    EXPECT_EQ(from<Export>("bin/libzelreshdl.so", "plugin_uninit")(), 0);
+    ASSERT_EQ(plugin().init(), 0);
+    listen(769);
+    EXPECT_EQ(bus().publish(1541, "{}", size_t{2}), LUMMB_OK);
+    EXPECT_TRUE(hears());
+    EXPECT_EQ(plugin().uninit(), 0);
 }
 
 bool g_keeps_events = false;
@@ -57,10 +45,13 @@ bool g_keeps_events = false;
 // Leaves with alerts in hand in both workers and more of them in the queues.
 [[noreturn]] void exit_without_a_stop() {
     g_keeps_events = true;
-    if (from<Export>("bin/libzelreshdl.so", "plugin_init")() != 0) exit(1);
-    auto& traces = *new Listener(770);  // hears to the end
-    for (int number = 1; number <= 90; ++number) publish(1536, e2e::Alert{.number = number}.text());
-    exit(traces.hears() ? 7 : 2);
+    if (plugin().init() != 0) exit(1);
+    listen(770);
+    for (int number = 1; number <= 90; ++number) {
+        const std::string text = zelhost::Alert{.number = number}.text();
+        bus().publish(1536, text.data(), text.size());
+    }
+    exit(hears() ? 7 : 2);
 }
 
 TEST(PlainHostDeathTest, MayExitWithoutAStop) {

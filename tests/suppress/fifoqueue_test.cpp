@@ -72,19 +72,12 @@ protected:
 };
 
 TEST_F(HotCache, ShedsItsOldestEntriesWhenItIsFull) {
-    const struct {
-        int line, size, percent, kept;
-    } rows[] = {{.line = __LINE__, .size = 10, .percent = 10, .kept = 9},
-                {.line = __LINE__, .size = 10, .percent = 100, .kept = 0},
-                {.line = __LINE__, .size = 11, .percent = 30, .kept = 8}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        configure(row.size, row.percent);
-        for (int number = 1; number < row.size; ++number) see(name(number));
-        for (int number = 1; number < row.size; ++number) EXPECT_TRUE(knows(name(number))) << number;
-        see(name(row.size));
-        for (int number = 1; number <= row.size; ++number)
-            EXPECT_EQ(knows(name(number)), number > row.size - row.kept) << number;
+    for (const auto& [size, percent, kept] : {std::tuple{10, 10, 9}, {10, 100, 0}, {11, 30, 8}}) {
+        configure(size, percent);
+        for (int number = 1; number < size; ++number) see(name(number));
+        for (int number = 1; number < size; ++number) EXPECT_TRUE(knows(name(number))) << number;
+        see(name(size));
+        for (int number = 1; number <= size; ++number) EXPECT_EQ(knows(name(number)), number > size - kept) << number;
         advance(5 * kMinuteMs);
     }
 }

@@ -48,7 +48,7 @@ protected:
 };
 
 TEST_F(Eliminator, DropsMildAndOldAlertsUntilTheExcessIsCovered) {
-    const Node &a = push(3, 3), &b = push(1, 4), &c = push(3, 7), &d = push(1, 6), &e = push(3, 10);
+    for (const auto& [level, processes] : {std::pair{3, 3}, {1, 4}, {3, 7}, {1, 6}, {3, 10}}) push(level, processes);
     logged();
     EXPECT_EQ(finish(3, 5000), 51'200);
     EXPECT_EQ(logged(),
@@ -57,34 +57,45 @@ TEST_F(Eliminator, DropsMildAndOldAlertsUntilTheExcessIsCovered) {
               "D current predict time, truck trace: 300, full trace: 5000\n"
               "D total IOA and Memory Torgan alarm predict cost: 103000\nD predict delay time: 103000\n"
               "W drop alarm: 3/3\nW drop alarm: 1/4\nW drop alarm: 3/7\nI drop trace will decrease: 51200ms\n");
-    EXPECT_TRUE(a.bDropped && b.bDropped && c.bDropped && !d.bDropped && !e.bDropped);
 }
 
-TEST_F(Eliminator, DropsOnlyAboveALimitFromAMinuteToTenHours) {
-    push(0, 60'000);
-    EXPECT_EQ(finish(0, 1), 0);
-    push(1, 1);
-    EXPECT_EQ(finish(0, 1), 60'000);
+// A stop and a start stand between the rows, and nothing of a row before waits any more.
+TEST_F(Eliminator, DropsOnlyAboveItsLimit) {
+    const struct {
+        int trunk, full;
+        std::vector<std::pair<int, int>> waiting;  // level and processes
+        std::string drops;
+        int saved;
+    } rows[] = {
+        {.trunk = 1, .full = 9, .waiting = {{0, 60'000}}, .drops = "", .saved = 0},
+        {.trunk = 1, .full = 9, .waiting = {{0, 60'000}, {1, 1}}, .drops = "0/60000 ", .saved = 60'000},
+        {.trunk = 300, .full = 5000, .waiting = {{3, 12}, {0, 4}}, .drops = "0/4 ", .saved = 1200},
+        {.trunk = 0, .full = 5000, .waiting = {{0, 5}, {3, 12}}, .drops = "", .saved = 0},
+        {.trunk = 0, .full = 60'000, .waiting = {{0, 5}, {3, 1}, {3, 1}}, .drops = "0/5 3/1 ", .saved = 60'000},
+    };
+    for (const auto& row : rows) {
+        eliminator.Uninit();
+        nodes.clear();
+        ASSERT_TRUE(eliminator.Init());
+        EXPECT_EQ(finish(0, row.trunk) + finish(3, row.full), 0);
+        for (const auto& [level, processes] : row.waiting) push(level, processes);
+        EXPECT_EQ(finish(3, row.full), row.saved);
+        std::string drops;
+        for (const Node& node : nodes) drops += node.bDropped ? node.pNode->szGuid + std::string(" ") : "";
+        EXPECT_EQ(drops, row.drops);
+    }
+}
+
+TEST_F(Eliminator, TakesALimitFromAMinuteToTenHours) {
+    push(3, 7200);
     logged();
-    for (const uint32_t refused : {0u, 59'999u, 36'000'001u, 0xffffffffu}) eliminator.SetMaxDelay(refused);
-    eliminator.SetMaxDelay(36'000'000);
-    EXPECT_EQ(logged(), "I set max delay second to: 36000000\n");
-    push(3, 7199);
+    for (const uint32_t limit : {0u, 59'999u, 36'000'001u, 0xffffffffu, 60'000u, 36'000'000u})
+        eliminator.SetMaxDelay(limit);
+    EXPECT_EQ(logged(), "I set max delay second to: 60000\nI set max delay second to: 36000000\n");
+    EXPECT_EQ(finish(3, 5000), 0);
     EXPECT_EQ(finish(3, -1), 0);
-    EXPECT_EQ(g_statistics.ioaTrunkTracePredict, 1u);
+    EXPECT_EQ(g_statistics.ioaTrunkTracePredict, 300u);
     EXPECT_EQ(g_statistics.ioaFullTracePredict, static_cast<uint64_t>(-1));
-}
-
-TEST_F(Eliminator, DropsNothingAtTheLimitAndAlertsThatCostNothingAboveIt) {
-    EXPECT_EQ(finish(0, 0), 0);  // a process of levels 0 to 2 costs nothing now
-    const Node &free = push(0, 5), &first = push(3, 12);
-    EXPECT_EQ(finish(0, 0), 0);
-    EXPECT_FALSE(free.bDropped);
-    const Node& second = push(3, 1);
-    EXPECT_EQ(finish(0, 0), 60'000);
-    EXPECT_TRUE(free.bDropped);
-    EXPECT_TRUE(first.bDropped);
-    EXPECT_FALSE(second.bDropped);
 }
 
 TEST_F(Eliminator, LeavesOtherEventsAndLevelsOutOfTheAccount) {
@@ -98,20 +109,6 @@ TEST_F(Eliminator, LeavesOtherEventsAndLevelsOutOfTheAccount) {
     EXPECT_EQ(logged(), "E procees count in alarm is zero!\n");
 }
 
-TEST_F(Eliminator, ForgetsTheWaitingAlertsAtAStop) {
-    push(3, 20);
-    eliminator.Uninit();
-    nodes.clear();
-    ASSERT_TRUE(eliminator.Init());
-    push(0, 200);
-    EXPECT_EQ(finish(0, 300), 0);
-    push(0, 1);
-    EXPECT_EQ(finish(0, 300), 60'000);
-    const zel_test::MutexRefusal refusal;
-    EXPECT_FALSE(TraceEliminator().Init());
-    EXPECT_EQ(logged(ZEL_LOG_ERROR), "E mutex_init failed\n");
-}
-
 TEST_F(Eliminator, EndsTheProcessWhenASumOverflows) {
     for (int i = 0; i < 43; ++i) push(3, 10'000);
     EXPECT_DEATH(finish(3, 5000), "overflows");
@@ -122,30 +119,29 @@ TEST_F(Eliminator, EndsTheProcessWhenASumOverflows) {
 TEST_F(Eliminator, ReadsTheHighestLevelOfATrunkTrace) {
     const char* missing = "W ini_file_get section : trace_setting , key : skip_behavior_level failed\n";
     const char* over = "W section : trace_setting , key : skip_behavior_level failed over the limit\n";
-    const struct {
-        const char* text;
-        int level;
-        const char* warning = "";
-    } rows[] = {
-        {.text = "other=3", .level = 2, .warning = missing},
-        {.text = "skip_behavior_level=0x5", .level = 5},
-        {.text = "skip_behavior_level=03", .level = 3},
-        {.text = "skip_behavior_level=some", .level = 0},
-        {.text = "skip_behavior_level=6", .level = 2, .warning = over},
-        {.text = "skip_behavior_level=-1", .level = 2, .warning = over},
-        {.text = "skip_behavior_level=4294967300", .level = 4},  // cut to 32 bits first
+    const std::tuple<const char*, int, const char*> rows[] = {
+        {"other=3", 2, missing},
+        {"skip_behavior_level=0x5", 5, ""},
+        {"skip_behavior_level=03", 3, ""},
+        {"skip_behavior_level=some", 0, ""},
+        {"skip_behavior_level=6", 2, over},
+        {"skip_behavior_level=-1", 2, over},
+        {"skip_behavior_level=4294967300", 4, ""},  // cut to 32 bits first
     };
     const auto& folder = zel_test::AgentFolder::get();
     const std::string path = folder.path(kSettings), first = "I get @/../config/zeltrc.ini file path " + path + "\n";
     const auto last = [](int level) { return "I max skip behavior level: " + std::to_string(level) + "\n"; };
-    for (const auto& row : rows) {
-        folder.write(kSettings, std::string("[trace_setting]\n") + row.text);
+    for (const auto& [text, level, warning] : rows) {
+        folder.write(kSettings, std::string("[trace_setting]\n") + text);
         EXPECT_TRUE(TraceEliminator().Init());
-        EXPECT_EQ(logged(), first + row.warning + last(row.level)) << row.text;
+        EXPECT_EQ(logged(), first + warning + last(level)) << text;
     }
     folder.remove(kSettings);
     EXPECT_TRUE(TraceEliminator().Init());
     EXPECT_EQ(logged(), first + "W file path " + path + " is not exist\n" + last(2));
+    const zel_test::MutexRefusal refusal;
+    EXPECT_FALSE(TraceEliminator().Init());
+    EXPECT_EQ(logged(ZEL_LOG_ERROR), "E mutex_init failed\n");
 }
 
 struct Waiting {
