@@ -95,23 +95,19 @@ edge 4 from 5 to 6 at 0 alert a rule r)");
 }
 
 TEST_F(ZelTrc, AnswersAsInputAndSettingsAsk) {
-    const struct {
-        const char* settings;
-        std::vector<int32_t> codes;  // of the answers, in order
-        std::string input = "\x42\x03\x12\x01g";
-        const char* function = kCreate;
-    } rows[] = {
-        {.settings = "not_ready_times=2", .codes = {kLater, kLater, 0, kLater}},
-        {.settings = "drop_every=2\nfail_every=3", .codes = {0, kDropped, kFailed, kDropped, 0, kFailed}},
-        {.settings = "fail_every=-1\nnot_ready_times=2x\ncost_ms=600001", .codes = {0, 0}},  // no such numbers
-        {.settings = "", .codes = {kInvalid}, .input = "\x0a\x01\xff"},                      // no UTF-8
-        {.settings = "", .codes = {0}, .input = "{}", .function = "trace_event_coordinate_dispose_trc"},
+    const std::string report = "\x42\x03\x12\x01g", no_utf8 = "\x0a\x01\xff";
+    const std::tuple<const char*, const char*, std::string, std::vector<int32_t>> rows[] = {
+        {"not_ready_times=2", kCreate, report, {kLater, kLater, 0, kLater}},
+        {"drop_every=2\nfail_every=3", kCreate, report, {0, kDropped, kFailed, kDropped, 0, kFailed}},
+        {"fail_every=-1\nnot_ready_times=2x\ncost_ms=600001", kCreate, report, {0, 0}},  // no such numbers
+        {"", kCreate, no_utf8, {kInvalid}},
+        {"", "trace_event_coordinate_dispose_trc", "{}", {0}},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.settings);
-        ASSERT_EQ(start(row.settings), 0);
-        for (const int32_t code : row.codes) {
-            EXPECT_EQ(ask(row.function, row.input), code);
+    for (const auto& [settings, name, input, codes] : rows) {
+        SCOPED_TRACE(settings);
+        ASSERT_EQ(start(settings), 0);
+        for (const int32_t code : codes) {
+            EXPECT_EQ(ask(name, input), code);
             EXPECT_EQ(data_.empty(), code != 0);
             zeltrc_counts counts;
             function<zeltrc_get_counts_t>("zeltrc_get_counts")(&counts);
