@@ -18,37 +18,27 @@ struct Row {
 #define ROW(type, R, keys, ...) \
     {type, keys, [](const zel::EventPrivate& p) { const R& r = *p.as<R>(); return dump(__VA_ARGS__); }}
 const Row kRows[] = {
-    ROW(30, ST_PROCESS_TAMPERING_INFO,
-        "ObjectPid:N ObjectCreateTime:N ObjectImage:S ObjectCmd:S TamperedImage:S TamperType:N",
-        r.uPid, r.llCreateTime, r.strImage, r.strCmd, r.strTamperedImage, r.uTamperType),
-    ROW(31, ST_DLL_INJECT_INFO,
-        "ObjectPid:N ObjectTid:N ObjectCreateTime:N ObjectImage:S ObjectCmd:S ObjectThreadStartAddr:S "
-        "InjectedDllPath:S",
+    ROW(30, ST_PROCESS_TAMPERING_INFO, "ObjectPid:N ObjectCreateTime:N ObjectImage:S ObjectCmd:S TamperedImage:S "
+        "TamperType:N", r.uPid, r.llCreateTime, r.strImage, r.strCmd, r.strTamperedImage, r.uTamperType),
+    ROW(31, ST_DLL_INJECT_INFO, "ObjectPid:N ObjectTid:N ObjectCreateTime:N ObjectImage:S ObjectCmd:S "
+        "ObjectThreadStartAddr:S InjectedDllPath:S",
         r.uPid, r.uTid, r.llCreateTime, r.strImage, r.strCmd, r.strThreadStartAddr, r.strInjectedDllPath),
-    ROW(32, ST_REFLECTIVE_INJECT_INFO,
-        "ObjectPid:N ObjectTid:N ObjectCreateTime:N ObjectImage:S ObjectCmd:S ObjectThreadStartAddr:S "
-        "InjectedDllPath:SW InjectDllCreateTime:NW",
+    ROW(32, ST_REFLECTIVE_INJECT_INFO, "ObjectPid:N ObjectTid:N ObjectCreateTime:N ObjectImage:S ObjectCmd:S "
+        "ObjectThreadStartAddr:S InjectedDllPath:SW InjectDllCreateTime:NW",
         r.uPid, r.uTid, r.llCreateTime, r.strImage, r.strCmd, r.strThreadStartAddr, r.strInjectedDllPath,
         r.llInjectDllCreateTime),
-    ROW(33, ST_INJECT_REPORT_INFO,
-        "ObjectPid:N ObjectImage:S ObjectCreateTime:N InjectType:N",
+    ROW(33, ST_INJECT_REPORT_INFO, "ObjectPid:N ObjectImage:S ObjectCreateTime:N InjectType:N",
         r.uPid, r.strImage, r.llCreateTime, r.uInjectType),
 };
 // clang-format on
-
-bool decode(const Row& row, const cJSON* json, ST_RAW_EVENT& stEvent) {
-    stEvent.uType = row.type;
-    EXPECT_FALSE(CEventHandle::GetEventPrivateInfo(json, stEvent));
-    EXPECT_EQ(take_log(), "E The event is unknown.event:" + std::to_string(row.type));
-    return zel::find_event_type(row.type)->decode(json, stEvent);
-}
 
 TEST(EventTypes, WithoutAPlaceInMessagesAreDecodedAndFreed) {
     for (const Row& row : kRows) {
         check_keys(row.keys, zel::Words::not_type, "", [&row](const std::string& text, const std::string& values) {
             const Tree json = parse('{' + text + '}');
             ST_RAW_EVENT stEvent;
-            EXPECT_EQ(decode(row, json.get(), stEvent), !values.empty()) << row.type;
+            stEvent.uType = row.type;
+            EXPECT_EQ(zel::find_event_type(row.type)->decode(json.get(), stEvent), !values.empty()) << row.type;
             EXPECT_EQ(stEvent.pPrivate ? row.values(stEvent.pPrivate) : "", values) << row.type;
             const auto process = object_process(stEvent);
             EXPECT_EQ(process.has_value(), !values.empty()) << row.type;

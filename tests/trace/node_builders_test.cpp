@@ -46,6 +46,11 @@ struct Hit {
                 msg.szNamespace,   msg.szImageId,      msg.szImageTag, msg.szContainerName,
                 msg.szCapability,  msg.szPortsBinding, msg.szImageName};
     }
+    // In checking order, the six of the subject first.
+    std::vector<std::span<char>> area_texts() {
+        return {area.szGuid, area.szPath, area.szMd5,    area.szSha256,
+                area.szCmd,  area.szUser, area.szDomain, area.szDnsResults};
+    }
     Built built() {
         memcpy(msg.variant, &area, sizeof area);
         return build(CGetProtobuf::GetIocProtobuf, node);
@@ -72,32 +77,21 @@ TEST(IocBuilder, ChecksArraysWholeAndContainerTextsToTheirEnd) {
     Hit hit;
     const Lines alert = errors({"GetThreatAlertInfo failed!"});
     const Lines subject = errors({"SetSubjectInfo failed!", "GetThreatAlertInfo failed!"});
-    const std::tuple<const char*, char&, Lines> rows[] = {
-        {"GUID", hit.node.szGuid[0], alert},
-        {"container text", hit.msg.szImageName[0], alert},
-        {"end of the subject's GUID", hit.area.szGuid[31], subject},
-        {"end of the path", hit.area.szPath[1024], subject},
-        {"end of the MD5", hit.area.szMd5[32], subject},
-        {"end of the SHA-256", hit.area.szSha256[64], subject},
-        {"end of the command", hit.area.szCmd[1024], subject},
-        {"end of the user", hit.area.szUser[32], subject},
-        {"end of the domain", hit.area.szDomain[63], alert},
-        {"end of the results", hit.area.szDnsResults[511], alert},
-    };
-    for (const auto& [what, byte, expected] : rows) {
-        const char good = std::exchange(byte, '\x01');
+    std::vector<char*> bytes = {&hit.node.szGuid[0], &hit.msg.szImageName[0]};
+    for (const auto text : hit.area_texts()) bytes.push_back(&text.back());
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        const char good = std::exchange(*bytes[i], '\x01');
         Lines lines = hit.built().lines;
         EXPECT_EQ(std::erase_if(lines, [](const LogLine& line) { return line.level == ZEL_LOG_INFO; }), 2U);
-        EXPECT_EQ(lines, expected) << what;
-        byte = good;
+        const bool of_subject = i >= 2 && i < 8;
+        EXPECT_EQ(lines, of_subject ? subject : alert) << "byte " << i;
+        *bytes[i] = good;
     }
 }
 
 TEST(IocBuilder, TextsAreCheckedInOrder) {
     Hit hit;
-    IocVariant2& a = hit.area;
-    std::vector<std::span<char>> texts = {a.szGuid, a.szPath, a.szMd5,    a.szSha256,
-                                          a.szCmd,  a.szUser, a.szDomain, a.szDnsResults};
+    std::vector<std::span<char>> texts = hit.area_texts();
     const auto of_container = hit.container_texts();
     texts.insert(texts.begin(), of_container.begin(), of_container.end());
     texts.insert(texts.begin(), {hit.node.szGuid, hit.msg.strQueryName});
