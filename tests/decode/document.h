@@ -2,7 +2,8 @@
 //
 // A list names keys in reading order as "NAME:KIND": S for a string, N for a number, A for a number in a string. O, W
 // and i behind it mark keys that are optional with a DEBUG line, with a WARN line, and in silence. The first key has
-// the value kFirst, the next one a value higher by 1, and so on.
+// the value kFirst, the next one a value higher by 1, and so on. Where the list belongs to a message, "=NUMBER" at the
+// end of a key is its field there.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -57,6 +58,7 @@ inline std::string take_log() {
 struct Key {
     std::string name, value, wrong;
     char kind, need;
+    int field;
 };
 inline std::vector<Key> keys_of(const std::string& list) {
     std::vector<Key> keys;
@@ -64,9 +66,12 @@ inline std::vector<Key> keys_of(const std::string& list) {
     for (std::string word; in >> word;) {
         const size_t colon = word.find(':');
         const std::string number = std::to_string(kFirst + keys.size()), text = '"' + number + '"';
-        const char kind = word[colon + 1], need = colon + 2 < word.size() ? word[colon + 2] : '!';
+        const size_t equals = std::min(word.find('='), word.size());
+        const char kind = word[colon + 1], need = colon + 2 < equals ? word[colon + 2] : '!';
         const bool is_number = kind == 'N';
-        keys.push_back({word.substr(0, colon), is_number ? number : text, is_number ? text : number, kind, need});
+        const int field = equals == word.size() ? 0 : std::stoi(word.substr(equals + 1));
+        keys.push_back(
+            {word.substr(0, colon), is_number ? number : text, is_number ? text : number, kind, need, field});
     }
     return keys;
 }
@@ -123,6 +128,12 @@ inline const std::string kRuleKeys =
 inline const std::string kSubjectKeys =
     "version:N type:N SubjectPid:N SubjectTid:N SubjectImage:S SubjectCmd:S SubjectCreateTime:N SubjectUser:S "
     "LoginName:SO SshIp:SO SubjectMd5:SO SubjectSha256:SO SubjectGuid:S OpTime:N";
+
+// An event of type 1, or of type 3 when that is said before.
+inline const std::string kProcess =
+    R"("type":1,"ObjectPid":31,"ObjectTid":32,"ObjectImage":"/obj","ObjectCmd":"","ObjectCreateTime":33,)"
+    R"("ObjectUser":"","ObjectGuid":"","ObjectMd5":"","ObjectSha256":"","DecodedObjectCmd":"",)"
+    R"("StartAddress":"","StartModule":"","StartFunction":"")";
 
 inline const std::string kInRule = "|E GetRuleInfoEx error.|E GetRuleInfo failed!";
 inline const std::string kInEvent = "|E GetRawEventInfoEx error.|E GetRawEventInfo failed!" + kInRule;

@@ -15,12 +15,7 @@ void start_afresh() { EXPECT_TRUE(Decoded(Document{}).ok); }
 
 // That each value reaches its place is seen in the message that is made of it.
 TEST(Document, TakesEachKeyInOrderAndNamesTheFirstThatFails) {
-    const struct {
-        std::string keys;
-        Words words;
-        std::string behind;
-        Document (*place)(const std::string& text);
-    } rows[] = {
+    const std::tuple<std::string, Words, std::string, Document (*)(const std::string&)> rows[] = {
         // clang-format off
         {kRootKeys, Words::not_string, "", [](auto& text) { return Document{.root = text}; }},
         {kContainerKeys, Words::not_string, "",
@@ -37,10 +32,10 @@ TEST(Document, TakesEachKeyInOrderAndNamesTheFirstThatFails) {
          [](auto& text) { return Document{.type = 2, .info = scenario(event("", text))}; }},
         // clang-format on
     };
-    for (const auto& row : rows) {
-        check_keys(row.keys, row.words, row.behind, [&](const std::string& text, const std::string& values) {
-            const Decoded alert(row.place(text));
-            EXPECT_EQ(alert.ok, !values.empty()) << row.keys;
+    for (const auto& [keys, words, behind, place] : rows) {
+        check_keys(keys, words, behind, [&](const std::string& text, const std::string& values) {
+            const Decoded alert(place(text));
+            EXPECT_EQ(alert.ok, !values.empty()) << keys;
             return alert.log;
         });
     }
@@ -51,11 +46,7 @@ TEST(Document, TakesEachKeyInOrderAndNamesTheFirstThatFails) {
 TEST(Document, IsRefusedWithTheLinesThatSayWhy) {
     const std::string no_info = "E get json value error.key:ExtendedInfo" + kInInfo;
     const std::string no_value = "E get json value error.";
-    const struct {
-        const char* what;
-        Document document;
-        std::string log;  // none: the document passes
-    } rows[] = {
+    const std::tuple<const char*, Document, std::string> rows[] = {
         // clang-format off
         {"alert type as text", {.given = R"("alert_type":"3")"}, "E alert_type is not string."},
         {"alert type below 1", {.type = 0}, "E The json event is unknown.0"},
@@ -80,10 +71,10 @@ TEST(Document, IsRefusedWithTheLinesThatSayWhy) {
          "E FilePath is not 0x00000010.|E GetEventPrivateInfo error!" + kInEvent},
         // clang-format on
     };
-    for (const auto& row : rows) {
-        const Decoded alert(row.document);
-        EXPECT_EQ(alert.log, row.log) << row.what;
-        EXPECT_EQ(alert.ok, row.log.empty()) << row.what;
+    for (const auto& [what, document, log] : rows) {
+        const Decoded alert(document);
+        EXPECT_EQ(alert.log, log) << what;
+        EXPECT_EQ(alert.ok, log.empty()) << what;
     }
     EXPECT_EQ(Decoded("").log + Decoded("{\"Guid\"").log, "") << "no JSON";
     EXPECT_EQ(Decoded("[1]").log, no_value + '|' + no_value) << "no object";
@@ -101,11 +92,7 @@ std::string scored(int score, const std::string& desc, const std::string& name) 
 }
 
 TEST(Document, ItsBestRuleIsTheFirstOfTheHighestScore) {
-    const struct {
-        const char* what;
-        std::string first, second;
-        std::string best;
-    } rows[] = {
+    const std::tuple<const char*, std::string, std::string, std::string> rows[] = {
         {"equal scores", scored(5, "a", "A"), scored(5, "b", "B"), "desc=a name=A"},
         {"higher score behind", scored(5, "a", "A"), scored(6, "b", "B"), "desc=b name=B"},
         {"lower score behind", scored(6, "a", "A"), scored(5, "b", "B"), "desc=a name=A"},
@@ -114,8 +101,8 @@ TEST(Document, ItsBestRuleIsTheFirstOfTheHighestScore) {
         {"no score above 0", scored(0, "a", "A"), scored(-3, "b", "B"), "desc= name="},
     };
     start_afresh();
-    for (const auto& row : rows)
-        EXPECT_EQ(best_rule(Decoded(Document{.rules = row.first + ',' + row.second}).data), row.best) << row.what;
+    for (const auto& [what, first, second, best] : rows)
+        EXPECT_EQ(best_rule(Decoded(Document{.rules = first + ',' + second}).data), best) << what;
 }
 
 std::string events_at(const std::vector<int>& times) {
@@ -125,11 +112,7 @@ std::string events_at(const std::vector<int>& times) {
 }
 
 TEST(Document, ItsTimesAreThoseOfAllEvents) {
-    const struct {
-        const char* what;
-        std::vector<int> rule_events, process_set;
-        std::string expected;
-    } rows[] = {
+    const std::tuple<const char*, std::vector<int>, std::vector<int>, std::string> rows[] = {
         {"any order", {19, 7, 99, 20}, {}, "earliest=7 latest=99"},
         {"processes count as well", {19}, {2, 99}, "earliest=2 latest=99"},
         {"a 0 is forgotten", {19, 0, 17, 18}, {}, "earliest=17 latest=19"},
@@ -137,10 +120,10 @@ TEST(Document, ItsTimesAreThoseOfAllEvents) {
         {"the latest is never below 0", {-4, -2}, {}, "earliest=-4 latest=0"},
     };
     start_afresh();
-    for (const auto& row : rows) {
-        const Decoded alert(Document{
-            .type = 2, .rules = rule("", events_at(row.rule_events)), .info = scenario(events_at(row.process_set))});
-        EXPECT_EQ(times(alert.data), row.expected) << row.what;
+    for (const auto& [what, rule_events, process_set, expected] : rows) {
+        const Decoded alert(
+            Document{.type = 2, .rules = rule("", events_at(rule_events)), .info = scenario(events_at(process_set))});
+        EXPECT_EQ(times(alert.data), expected) << what;
     }
 }
 
@@ -154,33 +137,28 @@ TEST(Document, InheritsWhatARefusedOneGathered) {
 }
 
 TEST(Document, AMemoryFindingOfAHighScoreIsCertain) {
-    const struct {
-        int type, score, confidence;
-    } rows[] = {{6, 7, 100}, {6, 6, 10}, {2, 9, 10}};
-    for (const auto& row : rows) {
-        const std::string keys = "\"confidence\":10,\"score\":" + std::to_string(row.score);
+    const std::tuple<int, int, int> rows[] = {{6, 7, 100}, {6, 6, 10}, {2, 9, 10}};
+    for (const auto& [type, score, confidence] : rows) {
+        const std::string keys = "\"confidence\":10,\"score\":" + std::to_string(score);
         const Decoded alert(
-            Document{.type = row.type, .rules = rule(keys), .info = row.type == 2 ? scenario("") : R"({"msg":""})"});
-        EXPECT_EQ(alert.data.vecRule.at(0).nConfidence, row.confidence) << row.type << " score " << row.score;
+            Document{.type = type, .rules = rule(keys), .info = type == 2 ? scenario("") : R"({"msg":""})"});
+        EXPECT_EQ(alert.data.vecRule.at(0).nConfidence, confidence) << type << " score " << score;
     }
 }
 
 TEST(Document, ItsGuidIsCutTo37CharactersEvenWhenItIsRefused) {
     const std::string guid = "01234567-89ab-cdef-0123-456789abcdef";
-    const struct {
-        int type;
-        std::string sent, kept;
-    } rows[] = {{3, "short", "short"},
-                {3, guid, guid},
-                {3, guid + 'x', guid + 'x'},
-                {3, guid + "xy", guid + 'x'},
-                {99, guid, guid}};
-    for (const auto& row : rows) {
-        const Decoded alert(Document{.type = row.type, .guid = '"' + row.sent + '"'});
-        EXPECT_EQ(alert.data.strGuid, row.kept);
-        std::string padded = row.kept;
+    const std::tuple<int, std::string, std::string> rows[] = {{3, "short", "short"},
+                                                              {3, guid, guid},
+                                                              {3, guid + 'x', guid + 'x'},
+                                                              {3, guid + "xy", guid + 'x'},
+                                                              {99, guid, guid}};
+    for (const auto& [type, sent, kept] : rows) {
+        const Decoded alert(Document{.type = type, .guid = '"' + sent + '"'});
+        EXPECT_EQ(alert.data.strGuid, kept);
+        std::string padded = kept;
         padded.resize(sizeof alert.node.szGuid);
-        EXPECT_EQ(memcmp(alert.node.szGuid, padded.data(), padded.size()), 0) << row.sent;
+        EXPECT_EQ(memcmp(alert.node.szGuid, padded.data(), padded.size()), 0) << sent;
     }
 }
 
@@ -211,18 +189,11 @@ TEST(Document, KeepsTheContainerOfTheLastAlertThatHadOne) {
     EXPECT_EQ(container_values(host.data) + host.data.strMaliciousKey + host.data.strExtendedMsg, "host           ");
 }
 
-const std::string kProcess =
-    R"("type":1,"ObjectPid":31,"ObjectTid":32,"ObjectImage":"/obj","ObjectCmd":"","ObjectCreateTime":33,)"
-    R"("ObjectUser":"","ObjectGuid":"","ObjectMd5":"","ObjectSha256":"","DecodedObjectCmd":"")";
 const std::string kSubject = "pid 8 of 12 10", kObject = "pid 31 of 33 /obj";
 
 TEST(PostOperation, AsksForChecksAndSelects) {
     const std::string file = R"("type":7)", nothing = "pid 0 of 0 ";
-    const struct {
-        std::string event, operations;
-        uint32_t checked;
-        std::string selected, log;
-    } rows[] = {
+    const std::tuple<std::string, std::string, uint32_t, std::string, std::string> rows[] = {
         // clang-format off
         {file, R"([{"Type":1,"Name":["SubjectPid","ObjectPid"]}])", 3, nothing, ""},
         {file, R"([{"Type":1,"Name":["SubjectPid"]}])", 1, nothing, ""},
@@ -241,30 +212,28 @@ TEST(PostOperation, AsksForChecksAndSelects) {
         {file, R"({"a":{"Type":1,"Name":{"n":"ObjectPid"}}})", 2, nothing, ""},
         // clang-format on
     };
-    for (const auto& row : rows) {
+    for (const auto& [given, operations, checked, selected, log] : rows) {
         ProcessTreeSelector::Instance().SetSelection(0, 0, "");  // so that the last event selects nothing
-        const Decoded alert(Document{.rules = rule("", event(row.event + ",\"PostOpr\":" + row.operations))});
-        EXPECT_EQ(alert.data.vecRule.at(0).vecEvent.at(0).uPostOpr, row.checked) << row.operations;
-        EXPECT_EQ(ProcessTreeSelectorPeer::take(), row.selected) << row.operations;
-        EXPECT_EQ(alert.log, row.log) << row.operations;
+        const Decoded alert(Document{.rules = rule("", event(given + ",\"PostOpr\":" + operations))});
+        EXPECT_EQ(alert.data.vecRule.at(0).vecEvent.at(0).uPostOpr, checked) << operations;
+        EXPECT_EQ(ProcessTreeSelectorPeer::take(), selected) << operations;
+        EXPECT_EQ(alert.log, log) << operations;
     }
 }
 
 TEST(Selection, TakesTheLastEventOfTheFirstListThatHasOne) {
-    const struct {
-        const char* what;
-        std::string rules, selected;
-    } rows[] = {
+    const std::tuple<const char*, std::string, std::string> rows[] = {
         {"no event", rule("", ""), "none"},
         {"a file is last", rule("", event(kProcess) + ',' + event("")), kSubject},
         {"a process is last", rule("", event("") + ',' + event(kProcess)), kObject},
+        {"a remote thread is last", rule("", event(R"("type":3,)" + kProcess)), kSubject},
         {"a process without image", rule("", event("\"ObjectImage\":\"\"," + kProcess)), kSubject},
         {"a second rule", rule("", event(kProcess)) + ',' + rule(""), kObject},
     };
     ProcessTreeSelectorPeer::take();
-    for (const auto& row : rows) {
-        EXPECT_TRUE(Decoded(Document{.rules = row.rules}).ok);
-        EXPECT_EQ(ProcessTreeSelectorPeer::take(), row.selected) << row.what;
+    for (const auto& [what, rules, selected] : rows) {
+        EXPECT_TRUE(Decoded(Document{.rules = rules}).ok);
+        EXPECT_EQ(ProcessTreeSelectorPeer::take(), selected) << what;
     }
 }
 

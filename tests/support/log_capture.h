@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "platform/zel_support.h"
-#include "support/failing_memory.h"
 
 namespace zel_test {
 
@@ -62,7 +61,6 @@ private:
 }  // namespace zel_test
 
 extern "C" __attribute__((used)) inline int32_t zel_log_output(int32_t level, const char* format, ...) {
-    [[maybe_unused]] const zel_test::MemoryForTheTest memory;
     char text[8192];
     va_list arguments;
     va_start(arguments, format);

@@ -96,47 +96,25 @@ TEST(Alert, TextsAreCheckedInOrder) {
 
 TEST(Alert, ARefusedTextInAListEndsThatListAlone) {
     const std::string bad = "\x01";
-    const struct {
-        const char* what;
-        std::vector<std::string> tags, highlight, sub_highlight;
-        std::string event_lists, rule_tags, trace_tags;
-    } rows[] = {
+    using Texts = std::vector<std::string>;
+    const std::tuple<const char*, Texts, Texts, Texts, std::string, std::string, std::string> rows[] = {
         {"in the tags", {"a", bad, "b"}, {"h"}, {"s"}, "24={1=h} 34={1=s}", "13={1=a} 13={}", "16={1=a} 16={}"},
         {"in the highlights", {"a"}, {"g", bad, "h"}, {"s"}, "24={1=g} 24={}", "13={1=a}", "16={1=a}"},
         {"in the subject's", {"a"}, {"h"}, {bad, "s"}, "24={1=h} 34={}", "13={1=a}", "16={1=a}"},
     };
-    for (const auto& row : rows) {
+    for (const auto& [what, tags, highlight, sub_highlight, event_lists, rule_tags, trace_tags] : rows) {
         Alert alert;
-        alert.rule.vecTags = row.tags;
-        alert.event.vecHighlight = row.highlight;
-        alert.event.vecSubHighlight = row.sub_highlight;
+        alert.rule.vecTags = tags;
+        alert.event.vecHighlight = highlight;
+        alert.event.vecSubHighlight = sub_highlight;
         alert.data.vecRule.emplace_back().vecTags = {"c"};
         const Built built = build(alert.data);
-        EXPECT_THAT(built.shown, HasSubstr("11={2=gone} " + row.event_lists + "} 9=12")) << row.what;
-        EXPECT_THAT(built.shown, HasSubstr("11=-60 " + row.rule_tags + "} 11={13={1=c}}")) << row.what;
-        const bool in_tags = row.trace_tags.ends_with("{}");
-        EXPECT_THAT(built.shown, EndsWith("} " + row.trace_tags + (in_tags ? "" : " 16={1=c}"))) << row.what;
-        EXPECT_EQ(built.lines.size(), in_tags ? 4U : 2U) << row.what;
+        EXPECT_THAT(built.shown, HasSubstr("11={2=gone} " + event_lists + "} 9=12")) << what;
+        EXPECT_THAT(built.shown, HasSubstr("11=-60 " + rule_tags + "} 11={13={1=c}}")) << what;
+        const bool in_tags = trace_tags.ends_with("{}");
+        EXPECT_THAT(built.shown, EndsWith("} " + trace_tags + (in_tags ? "" : " 16={1=c}"))) << what;
+        EXPECT_EQ(built.lines.size(), in_tags ? 4U : 2U) << what;
     }
-}
-
-TEST(Alert, AFailedAllocationLeavesTheBufferAlone) {
-    Alert alert;
-    alert.data.strExtendedMsg = alert.event.strCmd = std::string(20000, 'x');
-    bool built = false;
-    int64_t count = 0;
-    for (; !built; ++count) {
-        zel::MallocBuffer buffer;
-        int events = 0, level = 0;
-        const FailingMemory memory(count);
-        try {
-            built = CGetProtobuf::GetComProtobuf(alert.data, false, buffer, events, level, event_id::ioa_alert) > 0;
-        } catch (const std::bad_alloc&) {
-            EXPECT_TRUE(FailingMemory::has_failed());
-        }
-        EXPECT_EQ(buffer != nullptr, built) << count;
-    }
-    EXPECT_GT(count, 2);
 }
 
 }  // namespace

@@ -20,19 +20,12 @@ void put(std::span<char> room, const std::string& text) { zel_str_strlcpy(room.d
 struct Hit {
     ST_QUEQE_NODE node;
     ST_IOC_MSG& msg = *(node.pIocMsg = std::make_unique<ST_IOC_MSG>());
-    IocVariant2 area{.uPid = 0xFFFFFFFE,
-                     .llCreateTime = 5,
-                     .szGuid = "pguid",
-                     .szPath = "/bin/x",
-                     .szMd5 = "md5",
-                     .szSha256 = "sha",
-                     .szCmd = "cmd",
-                     .szUser = "root",
-                     .szUnread = "\x01",
-                     .szDomain = "domain",
-                     .nDnsStatus = -4,
-                     .szDnsResults = "1.2.3.4",
-                     .uTail = 1};
+    // clang-format off
+    IocVariant2 area{
+        .uPid = 0xFFFFFFFE, .llCreateTime = 5, .szGuid = "pguid", .szPath = "/bin/x", .szMd5 = "md5", .szSha256 = "sha",
+        .szCmd = "cmd", .szUser = "root", .szUnread = "\x01", .szDomain = "domain", .nDnsStatus = -4,
+        .szDnsResults = "1.2.3.4", .uTail = 1};
+    // clang-format on
 
     Hit() {
         node.ullCacheKey = 77;
@@ -52,6 +45,11 @@ struct Hit {
         return {msg.szContainerId, msg.szRepository,   msg.szMounts,   msg.szUser,
                 msg.szNamespace,   msg.szImageId,      msg.szImageTag, msg.szContainerName,
                 msg.szCapability,  msg.szPortsBinding, msg.szImageName};
+    }
+    // In checking order, the six of the subject first.
+    std::vector<std::span<char>> area_texts() {
+        return {area.szGuid, area.szPath, area.szMd5,    area.szSha256,
+                area.szCmd,  area.szUser, area.szDomain, area.szDnsResults};
     }
     Built built() {
         memcpy(msg.variant, &area, sizeof area);
@@ -79,36 +77,21 @@ TEST(IocBuilder, ChecksArraysWholeAndContainerTextsToTheirEnd) {
     Hit hit;
     const Lines alert = errors({"GetThreatAlertInfo failed!"});
     const Lines subject = errors({"SetSubjectInfo failed!", "GetThreatAlertInfo failed!"});
-    const struct {
-        const char* what;
-        char& byte;
-        const Lines& lines;
-    } rows[] = {
-        {"GUID", hit.node.szGuid[0], alert},
-        {"container text", hit.msg.szImageName[0], alert},
-        {"end of the subject's GUID", hit.area.szGuid[31], subject},
-        {"end of the path", hit.area.szPath[1024], subject},
-        {"end of the MD5", hit.area.szMd5[32], subject},
-        {"end of the SHA-256", hit.area.szSha256[64], subject},
-        {"end of the command", hit.area.szCmd[1024], subject},
-        {"end of the user", hit.area.szUser[32], subject},
-        {"end of the domain", hit.area.szDomain[63], alert},
-        {"end of the results", hit.area.szDnsResults[511], alert},
-    };
-    for (const auto& row : rows) {
-        const char good = std::exchange(row.byte, '\x01');
+    std::vector<char*> bytes = {&hit.node.szGuid[0], &hit.msg.szImageName[0]};
+    for (const auto text : hit.area_texts()) bytes.push_back(&text.back());
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        const char good = std::exchange(*bytes[i], '\x01');
         Lines lines = hit.built().lines;
         EXPECT_EQ(std::erase_if(lines, [](const LogLine& line) { return line.level == ZEL_LOG_INFO; }), 2U);
-        EXPECT_EQ(lines, row.lines) << row.what;
-        row.byte = good;
+        const bool of_subject = i >= 2 && i < 8;
+        EXPECT_EQ(lines, of_subject ? subject : alert) << "byte " << i;
+        *bytes[i] = good;
     }
 }
 
 TEST(IocBuilder, TextsAreCheckedInOrder) {
     Hit hit;
-    IocVariant2& a = hit.area;
-    std::vector<std::span<char>> texts = {a.szGuid, a.szPath, a.szMd5,    a.szSha256,
-                                          a.szCmd,  a.szUser, a.szDomain, a.szDnsResults};
+    std::vector<std::span<char>> texts = hit.area_texts();
     const auto of_container = hit.container_texts();
     texts.insert(texts.begin(), of_container.begin(), of_container.end());
     texts.insert(texts.begin(), {hit.node.szGuid, hit.msg.strQueryName});
@@ -153,13 +136,7 @@ TEST(DetectionResults, GetThisAgentsIdAndTheirCommand) {
     const std::string whole = "\x0A\x05other\x12\x04task\xFA\x3F\x01x";  // agent_id, task_id, and a field unknown here
     const std::string torn = whole + "\x07", broken = "\xFF\xFF";
     const Lines none, bad = errors({"param is error!"});
-    const struct {
-        const char* what;
-        EVENT_ID id;
-        const std::string* payload;
-        std::string shown;
-        Lines lines;
-    } rows[] = {
+    const std::tuple<const char*, EVENT_ID, const std::string*, std::string, Lines> rows[] = {
         {"whole", event_id::credible_event, &whole, "1=me 2=task 5=9 1023=x", none},
         {"other command", event_id::event_detect, &whole, "1=me 2=task 5=10 1023=x", none},
         {"torn", event_id::credible_event, &torn, "1=me 2=task 5=9 1023=x", bad},
@@ -167,10 +144,10 @@ TEST(DetectionResults, GetThisAgentsIdAndTheirCommand) {
         {"no payload", event_id::credible_event, nullptr, "1=me 5=9", none},
         {"unknown", event_id::abnormal_login, &whole, "", errors({"Unknown event!", "GetMainBuf failed!"})},
     };
-    for (const auto& row : rows) {
-        const Built built = build(CGetProtobuf::GetDetanalProtobuf, row.id, row.payload);
-        EXPECT_EQ(built.shown, row.shown) << row.what;
-        EXPECT_EQ(built.lines, row.lines) << row.what;
+    for (const auto& [what, id, payload, shown, lines] : rows) {
+        const Built built = build(CGetProtobuf::GetDetanalProtobuf, id, payload);
+        EXPECT_EQ(built.shown, shown) << what;
+        EXPECT_EQ(built.lines, lines) << what;
     }
     ST_QUEQE_NODE huge;
     huge.uEventId = event_id::credible_event;
@@ -181,22 +158,17 @@ TEST(DetectionResults, GetThisAgentsIdAndTheirCommand) {
 
 TEST(FileTraces, AreAlertsMadeUpAroundThePath) {
     const std::string path = "/p", bad = "\x01", around = "1=me 8={1=15 2=g 3=5 4=100 5=100 11={8={";
-    const struct {
-        EVENT_ID id;
-        const std::string& path;
-        std::string shown;
-        Lines lines;
-    } rows[] = {
+    const std::tuple<EVENT_ID, std::string, std::string, Lines> rows[] = {
         {event_id::file_trace_file, path, around + "2=5 10={2=/p}}} 22=key}", {}},
         {event_id::file_trace_process, path, around + "2=1 5={4=/p}}} 22=key}", {}},
         {event_id::file_trace_file, bad, "", refused({"GetThreatAlertInfo failed!"})},
         {event_id::file_trace_process, bad, "", refused({"GetThreatAlertInfo failed!"})},
         {514, path, "", errors({"unknown event id:514", "GetThreatAlertInfo failed!"})},
     };
-    for (const auto& row : rows) {
-        const Built built = build(CGetProtobuf::GetFileTraceProtobuf, row.id, &row.path);
-        EXPECT_EQ(built.shown, row.shown) << row.id;
-        EXPECT_EQ(built.lines, row.lines) << row.id;
+    for (const auto& [id, data, shown, lines] : rows) {
+        const Built built = build(CGetProtobuf::GetFileTraceProtobuf, id, &data);
+        EXPECT_EQ(built.shown, shown) << id;
+        EXPECT_EQ(built.lines, lines) << id;
     }
 }
 
