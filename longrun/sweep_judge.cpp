@@ -165,8 +165,8 @@ std::string judge(const Run& baseline, const Run& run, int status) {
                        difference(*before, *now);
         const std::string much = too_much(differing, first.group == "-");
         if (!much.empty()) return much + ": " + difference(*differing.front().first, first);
-        // A loss that no line names cannot be found at a customer. An event whose GUID could not be copied goes out, and
-        // the plug-in says nothing of it.
+        // A loss that no line names cannot be found at a customer. An event whose GUID could not be copied goes out,
+        // and the plug-in says nothing of it.
         const bool without_guid = std::ranges::any_of(differing, [](const auto& pair) {
             return std::ranges::any_of(pair.second->outputs,
                                        [](const auto& output) { return output.ends_with(":guid-without"); });

@@ -2,13 +2,11 @@
 // they replace would take a look-up, which allocates.
 #include "host/lib/clocks.h"
 
-#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <ctime>
 #include <limits>
 
@@ -31,9 +29,6 @@ struct Course {
     std::atomic<int64_t> shown_ns{0};
 };
 Course g_courses[3];
-// The one name of threads that see the monotonic clock stand still.
-std::atomic<const char*> g_still_thread{nullptr};
-std::atomic<int64_t> g_still_ns{0};
 std::atomic<int64_t> g_longest_sleep_us{std::numeric_limits<int64_t>::max()};
 std::atomic<void (*)(uint32_t)> g_watch{nullptr};
 std::atomic<uint64_t (*)()> g_ticks{nullptr};
@@ -44,17 +39,7 @@ int64_t machine_ns(clockid_t clock) {
     return now.tv_sec * kSecond + now.tv_nsec;
 }
 
-// Asked at each look at the clock, but only once a name is set: the kernel has to be asked.
-bool on_still_thread() {
-    const char* const wanted = g_still_thread;
-    if (wanted == nullptr) return false;
-    char name[16] = {};
-    prctl(PR_GET_NAME, name);
-    return strcmp(name, wanted) == 0;
-}
-
 int64_t shown_ns(Clock clock) {
-    if (clock == monotonic && on_still_thread()) return g_still_ns;
     const Course& course = g_courses[clock];
     if (course.speed == 0) return course.shown_ns;
     return course.shown_ns + (machine_ns(kMachineClocks[clock]) - course.since_ns) * course.speed;
@@ -73,16 +58,10 @@ void set(Clock clock, int64_t shown, int64_t speed) {
 
 void stand_still(Clock clock, std::chrono::nanoseconds shown) { set(clock, shown.count(), 0); }
 
-void stand_still_on(const char* thread) {
-    g_still_ns = shown_ns(monotonic) / 1'000'000 * 1'000'000;
-    g_still_thread = thread;
-}
-
 // An addition is one step, so that this needs no order with readers.
 void advance(std::chrono::milliseconds by) {
     const int64_t ns = std::chrono::nanoseconds(by).count();
     for (Course& course : g_courses) course.shown_ns += ns;
-    g_still_ns += ns;
 }
 
 void speed_up(int times) {

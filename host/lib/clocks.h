@@ -16,8 +16,6 @@ enum Clock { monotonic, realtime, whole_seconds };
 
 // The clock shows this from now on and moves by `advance` alone.
 void stand_still(Clock clock, std::chrono::nanoseconds shown);
-// The same for the monotonic clock as threads of one name see it, from the whole millisecond that it shows now.
-void stand_still_on(const char* thread);
 // Moves all clocks, forwards or back.
 void advance(std::chrono::milliseconds by);
 

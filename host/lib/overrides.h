@@ -13,8 +13,6 @@ namespace zelhost::overrides {
 
 // time() stands still, so that a test knows its whole seconds; the other clocks go on running. This moves all of them.
 using clocks::advance;
-// From then on the alarm worker reads a monotonic clock that only advance() moves, in whole milliseconds.
-inline void stop_alarm_workers_clock() { clocks::stand_still_on("zelreshdl_alarm"); }
 // The clock that no test moves, for deadlines.
 inline std::chrono::steady_clock::time_point real_now() { return clocks::machine_now(); }
 

@@ -27,7 +27,7 @@ std::atomic<Session*> current = nullptr;
 
 // Runs what a library has called back for. No exception goes through the library's frames.
 template <class Act>
-void guarded(const char* what, Act act) {
+void guarded(const char* what, const Act& act) {
     try {
         act();
     } catch (const std::exception& e) {
@@ -236,8 +236,9 @@ void Session::reset_begin() {
 void Session::reset_end() {
     plugin_.end_reset();
     const std::lock_guard lock(mutex_);
-    if (resets_open_ > 0 && --resets_open_ == 0)
-        delivered_in_resets_ += bus_.counts().delivered - delivered_at_reset_ + 1;
+    if (resets_open_ == 0) return;
+    --resets_open_;
+    if (resets_open_ == 0) delivered_in_resets_ += bus_.counts().delivered - delivered_at_reset_ + 1;
 }
 
 bool Session::reset_open() const {

@@ -25,7 +25,8 @@ const zelhost::Plugin& plugin() {
 std::counting_semaphore<> g_heard{0};
 void listen(uint32_t id) {
     const lummb_sink_t sink = [](void*, MbFrame::IEvent* event) {
-        EXPECT_GT(static_cast<const ST_PB_EVENT*>(event->GetNativeEvent())->uSize, 10u);
+        const uint64_t size = static_cast<const ST_PB_EVENT*>(event->GetNativeEvent())->uSize;  // a copy: it is packed
+        EXPECT_GT(size, 10u);
         g_heard.release();
     };
     bus().subscribe(id, sink, nullptr);
