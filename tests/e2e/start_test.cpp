@@ -112,6 +112,7 @@ TEST_F(Start, SecondInitChangesNothingAndRestartDoesNotAttachAgain) {
     start();
     start();
     expect_logs("The worker thread has been initialized.");
+    EXPECT_EQ(count_log("queue max:"), 1u);  // the settings are not read again
     send(Alert{});
     expect_event(770);
     rests(trace_worker_sleeps);

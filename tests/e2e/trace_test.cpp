@@ -273,7 +273,8 @@ TEST_F(Traces, ExpansionsAndOnDemandTracesAreAnswered) {
     EXPECT_EQ(file_trace(1, 1, nullptr), -1);
     EXPECT_EQ(file_trace(1, 1, "/x", nullptr), -1);
     EXPECT_EQ(process_trace(1, nullptr), -1);
-    EXPECT_EQ(count_log("Invalid parameter!"), 3u);
+    EXPECT_EQ(process_trace(1, ""), -1);
+    EXPECT_EQ(count_log("Invalid parameter!"), 4u);
     EXPECT_EQ(file_trace(1, 2, "/\x01", "key"), 0);  // no message: the module is asked all the same, for nothing
     EXPECT_EQ(expect_callback(2).bytes, "");
 

@@ -49,6 +49,8 @@ TEST(AlertFilter, ForgetsEverythingWhenAMinuteHasPassedSinceItLastDid) {
     EXPECT_TRUE(repeat_after(59'999, first));
     EXPECT_FALSE(repeat_after(0, second));
     EXPECT_FALSE(repeat_after(1, first));
+    filter.ForgetLast();
+    EXPECT_FALSE(repeat_after(0, first));
     EXPECT_FALSE(repeat_after(0, {}));  // without a key nothing is a repeat
     EXPECT_FALSE(repeat_after(0, {}));
     EXPECT_EQ(zel_test::LogCapture::get().take_text(),

@@ -20,11 +20,12 @@ constexpr size_t kLongestKeyText = 1039;
 
 std::string name(int number) { return "d" + std::to_string(number); }
 
-ST_IOC_MSG message(const std::string& domain) {
+ST_IOC_MSG message(const std::string& domain, uint64_t alert_time = 0) {
     IocVariant2 process{};
     strcpy(process.szDomain, domain.c_str());
     ST_IOC_MSG msg;
     memcpy(msg.variant, &process, sizeof process);
+    msg.ullHead[12] = alert_time;
     msg.ullCacheKey = CFifoQueue::CalculateHash(process.szDomain, 0, "", 0);
     return msg;
 }
@@ -103,6 +104,14 @@ TEST_F(HotCache, EndsAnEntryAtTheAgeLimitInACheckThatIsDue) {
     EXPECT_FALSE(knows("young"));
     see("old");
     EXPECT_TRUE(knows("old"));  // its key was free again
+}
+
+TEST_F(HotCache, SpansTheTimesOfTheRepeatsInWhateverOrderTheyCome) {
+    see("d");
+    for (const uint64_t alert_time : {7u, 5u, 9u, 6u}) cache.CheckAlertHot(message("d", alert_time), event_id::ioc);
+    const CFifoQueue::Entries ended = cache.CheckDieOut(now + 5 * kMinuteMs);
+    ASSERT_EQ(ended.size(), 1u);
+    EXPECT_EQ(std::tuple(ended.front().begin, ended.front().end, ended.front().count), std::tuple(5u, 9u, 4u));
 }
 
 TEST_F(HotCache, TakesEveryHitAsNewWithoutSettingsOrMutex) {
