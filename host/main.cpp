@@ -6,6 +6,7 @@
 #include "host/commands/commands.h"
 #include "host/lib/console.h"
 #include "host/lib/exit_codes.h"
+#include "host/lib/files.h"
 
 namespace {
 
@@ -62,6 +63,8 @@ int main(int argc, char** argv) {
         return parse(app, argc, argv)();
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? kDone : kUsage;
+    } catch (const ClosedPipe&) {
+        return kDone;
     } catch (const std::exception& e) {
         console::say("{}", e.what());
         return kFailed;

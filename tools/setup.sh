@@ -21,10 +21,14 @@ packages=(
     libcli11-dev        # command line of zelhost
     libfmt-dev          # output of zelhost
     rapidjson-dev       # input lines of zelhost
+    libgraphviz-dev     # pictures of behaviour chains
+    prometheus-cpp-dev  # metrics of a run
     libgtest-dev        # tests
     libgmock-dev        # matchers of the tests
     librapidcheck-dev   # random tests against a model
     libbenchmark-dev    # bench/
+    python3-jsonschema  # tests: the schema of alert documents
+    chromium            # tests: the page that shows a chain
 )
 ci_packages=(
     clang-19            # compiler of the preset fuzz; checks the lock annotations
