@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 
-mapfile -t sources < <(find src standin host tests bench longrun fuzz -name '*.cpp' -o -name '*.h' | sort)
+mapfile -t sources < <(find src check standin host tests bench longrun fuzz -name '*.cpp' -o -name '*.h' | sort)
 if [ "${1-}" = --fix ]; then
     exec clang-format-19 -i "${sources[@]}"
 fi
@@ -16,7 +16,7 @@ clang-format-19 --dry-run -Werror "${sources[@]}" || failed=1
 
 # The generated message classes are part of what is compiled.
 tools/build.sh fuzz gen/lite/retrace.pb.h gen/full/retrace.pb.h
-printf '%s\n' "${sources[@]}" | grep -E '^(src|standin|host)/.*\.cpp$' |
+printf '%s\n' "${sources[@]}" | grep -E '^(src|check|standin|host)/.*\.cpp$' |
     xargs -P "$(nproc)" -n 4 clang-tidy-19 -p build/fuzz --quiet --warnings-as-errors='*' 2> >(grep -vE 'warnings? generated|^\[[0-9]+/[0-9]+] ' >&2) || failed=1
 
 [ "$failed" -eq 0 ] && echo "lint.sh: clean"

@@ -26,4 +26,11 @@ MallocBuffer copy_bytes(const char* data, uint64_t size);
 // each call.
 void leave_allocated(const void* object);
 
+// Whether records of a refused document stay allocated as they do in the agent. A checker of many documents frees them.
+#ifdef ZEL_OBSERVED
+inline constexpr bool kRecordsStay = false;
+#else
+inline constexpr bool kRecordsStay = true;
+#endif
+
 }  // namespace zel

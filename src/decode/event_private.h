@@ -25,6 +25,7 @@ public:
 
     // Lets the record outlive its owner for good. It can be read no more; the owner still says that there is one.
     void leave() {
+        if (!kRecordsStay) return;
         leave_allocated(record_.get());
         record_.get_deleter() = &keep;
     }

@@ -12,6 +12,7 @@
 #include "decode/event_types.h"
 #include "decode/json_fields.h"
 #include "decode/jsonparse.h"
+#include "decode/observer.h"
 
 using zel::Decimal;
 using zel::EventType;
@@ -254,6 +255,7 @@ bool CEventHandle::GetEventPrivateInfo(const JsonObject& pjRawEventArray, ST_RAW
     const EventType* type = zel::find_event_type(stEvent.uType);
     if (type == nullptr || !type->dispatched) {
         zel::log_unknown_event(stEvent.uType);
+        zel::observe::unknown_number(pjRawEventArray.node(), "type");
         return false;
     }
     return type->decode(pjRawEventArray, stEvent);

@@ -7,6 +7,7 @@
 #include "decode/event_records.h"
 #include "decode/json_fields.h"
 #include "decode/jsonparse.h"
+#include "decode/observer.h"
 #include "decode/processtreeselector.h"
 
 using zel::Field;
@@ -50,9 +51,11 @@ void select(const ST_PROCESS_CREATE* created, const ST_RAW_EVENT& event) {
 
 bool CEventHandle::GetScenarioInfo(const JsonObject& pjRoot, ST_BUF_DATA& stData) {
     ZEL_ASSERT(pjRoot);
-    const cJSON* info = pjRoot.find("ScenarioInfo");
+    constexpr zel::Key kKey = "ScenarioInfo";
+    const cJSON* info = pjRoot.find(kKey);
     if (info == nullptr) {
         LOG_ERROR("get json object error:[ScenarioInfo]");
+        zel::observe::missing(pjRoot.node(), kKey.name);
         return false;
     }
     const JsonObject scenario(info);

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "common/log.h"
+#include "decode/observer.h"
 
 namespace zel {
 namespace {
@@ -15,7 +16,10 @@ constexpr double kTwoTo63 = 9223372036854775808.0;
 
 const cJSON* find_required(const JsonObject& object, const Key& key, std::source_location where) {
     const cJSON* value = object.find(key);
-    if (value == nullptr) LOG_ERROR_AT(where, "get json value error.");
+    if (value == nullptr) {
+        LOG_ERROR_AT(where, "get json value error.");
+        observe::missing(object.node(), key.name);
+    }
     return value;
 }
 
@@ -26,6 +30,7 @@ const cJSON* find_typed(const JsonObject& object, const Key& key, int type, Need
     switch (need) {
         case Need::required:
             if (value == nullptr) break;  // find_required has reported it
+            observe::mistyped(value, type);
             if (words == Words::not_type) {
                 LOG_ERROR_AT(where, "%s is not 0x%08x.", key.name, static_cast<unsigned>(type));
             } else {

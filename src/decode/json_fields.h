@@ -23,6 +23,7 @@
 #include <variant>
 
 #include "decode/json_object.h"
+#include "decode/observer.h"
 
 namespace zel {
 
@@ -77,10 +78,22 @@ uint64_t truncate_unsigned(double number);
 uint64_t parse_decimal(const char* text);
 
 inline void store(std::string& to, const cJSON& value) { to = value.valuestring; }
-inline void store(uint32_t& to, const cJSON& value) { to = static_cast<uint32_t>(value.valueint); }
-inline void store(int32_t& to, const cJSON& value) { to = value.valueint; }
-inline void store(int64_t& to, const cJSON& value) { to = truncate_signed(value.valuedouble); }
-inline void store(uint64_t& to, const cJSON& value) { to = truncate_unsigned(value.valuedouble); }
+inline void store(int32_t& to, const cJSON& value) {
+    to = value.valueint;
+    observe::stored(&value, int64_t{to});
+}
+inline void store(uint32_t& to, const cJSON& value) {
+    to = static_cast<uint32_t>(value.valueint);
+    observe::stored(&value, int64_t{value.valueint});
+}
+inline void store(int64_t& to, const cJSON& value) {
+    to = truncate_signed(value.valuedouble);
+    observe::stored(&value, to);
+}
+inline void store(uint64_t& to, const cJSON& value) {
+    to = truncate_unsigned(value.valuedouble);
+    observe::stored(&value, to);
+}
 
 template <class R>
 void store_field(R& record, const Field<R>& field, const cJSON& value) {
@@ -88,8 +101,10 @@ void store_field(R& record, const Field<R>& field, const cJSON& value) {
         [&](auto member) {
             if constexpr (std::is_same_v<decltype(member), Decimal<R>>) {
                 record.*member.member = parse_decimal(value.valuestring);
+                observe::stored(&value, record.*member.member);
             } else if constexpr (std::is_same_v<decltype(member), Widened<R>>) {
                 record.*member.member = value.valueint;
+                observe::stored(&value, record.*member.member);
             } else {
                 store(record.*member, value);
             }

@@ -2,6 +2,8 @@
 
 #include <strings.h>
 
+#include "decode/observer.h"
+
 namespace zel {
 
 JsonObject::JsonObject(const cJSON* node) : node_(node) {
@@ -22,6 +24,12 @@ JsonObject::JsonObject(const cJSON* node) : node_(node) {
 }
 
 const cJSON* JsonObject::find(const Key& key) const {
+    const cJSON* const value = search(key);
+    observe::looked_up(node_, value);
+    return value;
+}
+
+const cJSON* JsonObject::search(const Key& key) const {
     // Equal names have equal hashes, and the earlier member has the earlier slot: the first match is the first member.
     for (size_t slot = first_slot(key.hash); slots_[slot] != 0; slot = next_slot(slot)) {
         const Member& member = members_[slots_[slot] - 1U];

@@ -38,6 +38,8 @@ public:
 
     explicit operator bool() const { return node_ != nullptr; }
 
+    const cJSON* node() const { return node_; }
+
     // What cJSON_GetObjectItem gives: the first member in document order whose name is the key's but for case, or null.
     const cJSON* find(const Key& key) const;
 
@@ -50,6 +52,7 @@ private:
         uint32_t hash;
     };
 
+    const cJSON* search(const Key& key) const;
     static size_t first_slot(uint32_t hash) { return hash >> (32 - kSlotBits); }
     static size_t next_slot(size_t slot) { return (slot + 1) % (size_t{1} << kSlotBits); }
 

@@ -13,6 +13,7 @@
 #include "decode/alert_types.h"
 #include "decode/decode_state.h"
 #include "decode/json_fields.h"
+#include "decode/observer.h"
 
 using zel::Field;
 using zel::JsonObject;
@@ -83,7 +84,7 @@ constexpr Field<ST_RAW_EVENT> kSubjectFields[] = {
 };
 
 struct TreeDeleter {
-    void operator()(cJSON* tree) const { cJSON_Delete(tree); }
+    void operator()(cJSON* tree) const { zel::observe::done_with(tree); }
 };
 
 // The memory checks of a later scan describe this container. It is replaced as a whole or, without memory, not at all.
@@ -100,6 +101,7 @@ bool read_alert_type(const JsonObject& root, ST_BUF_DATA& data) {
     if (!zel::read_field(root, scratch, kAlertTypeField, Words::not_string)) return false;
     if (scratch.nCurAlertType < 1 || scratch.nCurAlertType > alert_type::highest) {
         LOG_ERROR("The json event is unknown.%d", scratch.nCurAlertType);
+        zel::observe::unknown_number(root.node(), kAlertTypeField.key.name);
         return false;
     }
     data.nAlertType = scratch.nCurAlertType;
@@ -144,7 +146,7 @@ void zel::append_texts(const cJSON& array, std::vector<std::string>& texts) {
 
 bool CEventHandle::GetJsonInfo(ST_QUEQE_NODE* pNode, ST_BUF_DATA& stData) {
     if (pNode->pData == nullptr) return false;
-    std::unique_ptr<cJSON, TreeDeleter> tree(cJSON_Parse(pNode->pData.get()));
+    std::unique_ptr<cJSON, TreeDeleter> tree(zel::observe::parse(pNode->pData.get()));
     if (tree == nullptr) return false;
     const JsonObject root(tree.get());
     const bool decoded = GetJsonInfoEx(root, stData);
@@ -157,6 +159,7 @@ bool CEventHandle::GetJsonInfo(ST_QUEQE_NODE* pNode, ST_BUF_DATA& stData) {
     stData.strGuid.resize(std::min(stData.strGuid.size(), kGuidSize));
     memset(pNode->szGuid, 0, sizeof pNode->szGuid);
     stData.strGuid.copy(pNode->szGuid, kGuidSize);
+    if (decoded) zel::observe::decoded();
     return decoded;
 }
 
@@ -215,6 +218,7 @@ bool CEventHandle::events_under(const JsonObject& object, const zel::Key& key, s
     const cJSON* array = object.find(key);
     if (array == nullptr) {
         LOG_ERROR("get json obj error.");
+        zel::observe::missing(object.node(), key.name);
         return false;
     }
     if (!GetRawEventInfoEx(array, events)) {
@@ -257,6 +261,7 @@ bool CEventHandle::GetExtenedInfo(const JsonObject& pjRoot, ST_BUF_DATA& stData)
     const cJSON* info = pjRoot.find(kKey);
     if (info == nullptr) {
         LOG_ERROR("get json value error.key:%s", kKey.name);
+        zel::observe::missing(pjRoot.node(), kKey.name);
         return false;
     }
     if (scenario) return GetScenarioInfo(info, stData);

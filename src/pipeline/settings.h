@@ -17,7 +17,7 @@ struct Settings {
     Value uInterval{0};                    // milliseconds that an idle worker sleeps
     Value uTrcSleep{0};                    // read, without effect
     Value uAlertFilterSwitch{1};           // 0 turns the repeat filter off
-    Value uTraceVal{0};                    // percent of uQueueMax in the delay queue, from which on the stage is busy
+    Value uTraceVal{50};                   // percent of uQueueMax in the delay queue, from which on the stage is busy
     Value uTrcTime{0};                     // read and logged, without effect
     Value uTrcTimes{0};                    // most attempts of a trace; 0 turns tracing off
     Value uIoaMatchQueueSize{1000};        // most rule matches that are remembered

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common/log.h"
+#include "decode/observer.h"
 
 namespace {
 
@@ -40,31 +41,36 @@ bool IsAsciiText(const char* text, size_t length) {
 }
 
 // The top bits of a lead byte tell the size of its sequence. A sequence that the end cuts off neither helps nor harms.
-bool IsUtf8Text(const char* text, size_t length) {
+const char* zel::refused_byte(const char* text, size_t length) {
     bool sequence_seen = false;
     const char* const end = text + length;
     while (text != end) {
+        const char* const first = text;
         const auto lead = static_cast<unsigned char>(*text++);
         if (lead < 0x80) {
-            if (!may_stand(lead)) return false;
+            if (!may_stand(lead)) return first;
             continue;
         }
         const int size = std::countl_one(lead);  // of the sequence, lead byte included
-        if (size == 1 || size > 6) return false;
+        if (size == 1 || size > 6) return first;
         for (int following = 1; following < size; ++following) {
-            if (text == end) return sequence_seen;
-            if (std::countl_one(static_cast<unsigned char>(*text++)) != 1) return false;
+            if (text == end) return sequence_seen ? nullptr : first;
+            if (std::countl_one(static_cast<unsigned char>(*text++)) != 1) return first;
         }
         sequence_seen = true;
     }
-    return sequence_seen;
+    return sequence_seen ? nullptr : end;
 }
+
+bool IsUtf8Text(const char* text, size_t length) { return length > 0 && zel::refused_byte(text, length) == nullptr; }
 
 bool CheckDsStr(const std::string& text, std::source_location where) {
     if (IsAsciiText(text.data(), text.size())) return true;
     LOG_INFO_AT(where, "[ds]str: %s not Ascii", text.c_str());
-    if (IsUtf8Text(text.data(), text.size())) return true;
+    const char* const bad = zel::refused_byte(text.data(), text.size());
+    if (bad == nullptr) return true;
     LOG_INFO_AT(where, "[ds]str: %s not utf-8", text.c_str());
+    zel::observe::refused_text(text.data(), text.size(), static_cast<size_t>(bad - text.data()));
     return false;
 }
 

@@ -27,6 +27,15 @@ bool IsAsciiText(const char* text, size_t length);
 // is broken but by the text's end. Overlong forms, surrogates and sequences of up to six bytes pass.
 bool IsUtf8Text(const char* text, size_t length);
 
+namespace zel {
+
+// Where IsUtf8Text ends: null when the text passes, else the byte that cannot stand or the first byte of a sequence
+// that is broken or cut off. For a text of plain ASCII, which has no sequence, it is the end. The text must not be
+// empty.
+const char* refused_byte(const char* text, size_t length);
+
+}  // namespace zel
+
 // True when the text may go into a message. Text beyond ASCII costs one INFO line, refused text two, which name the
 // place of the call.
 bool CheckDsStr(const std::string& text, std::source_location where = std::source_location::current());

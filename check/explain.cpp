@@ -1,0 +1,307 @@
+#include "check/explain.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <set>
+
+#include "check/misspelling.h"
+#include "check/observation.h"
+#include "check/places.h"
+#include "decode/alert_types.h"
+
+namespace zel::check {
+namespace {
+
+// --- words ---
+
+const char* type_words(int type) {
+    switch (type & 0xFF) {
+        case cJSON_String: return "a string";
+        case cJSON_Number: return "a number";
+        case cJSON_Object: return "an object";
+        case cJSON_Array: return "an array";
+        case cJSON_NULL: return "null";
+        default: return "a boolean";
+    }
+}
+
+std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
+
+// The name of a member; of an element its value has none.
+std::string name_of(const cJSON* node) { return node->string == nullptr ? "the value" : quoted(node->string); }
+
+std::string byte_words(unsigned char byte) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    return std::string("0x") + kDigits[byte >> 4] + kDigits[byte & 15];
+}
+
+// --- what is wrong ---
+
+class Explainer {
+public:
+    Explainer(std::string_view text, const Observation& seen, Way way) : text_(text), seen_(seen), way_(way) {}
+
+    Explanation run(std::string_view process_end) {
+        if (seen_.tree == nullptr) {
+            result_.refusal = syntax();
+            return std::move(result_);
+        }
+        const bool whole = way_ != Way::not_decoded;  // otherwise the decoder has stopped before it looked at all
+        if (whole) collect_unread();
+        match_texts();
+        locate(process_end.empty() ? std::vector<const cJSON*>() : seen_.zeros);
+        explain_refusal(process_end);
+        warn_of_the_end();
+        for (const Stored& number : seen_.doubtful_numbers) warn_of_number(number);
+        for (const cJSON* node : unread_) warn_of_unread(node);
+        // A refused tag is refused for the alert and again for its rule.
+        std::ranges::stable_sort(result_.warnings, {}, &Finding::offset);
+        const auto same = [](const Finding& a, const Finding& b) {
+            return a.offset == b.offset && a.reason == b.reason;
+        };
+        const auto doubled = std::ranges::unique(result_.warnings, same);
+        result_.warnings.erase(doubled.begin(), doubled.end());
+        return std::move(result_);
+    }
+
+private:
+    // --- places ---
+
+    void locate(const std::vector<const cJSON*>& more) {
+        std::vector<const cJSON*> nodes = more;
+        for (const Refusal& refusal : seen_.refusals) nodes.push_back(refusal.node);
+        for (const Stored& number : seen_.doubtful_numbers) nodes.push_back(number.value);
+        nodes.insert(nodes.end(), unread_.begin(), unread_.end());
+        for (const auto& [refused, node] : text_nodes_) nodes.push_back(node);
+        places_ = find_places(text_, seen_.tree.get(), nodes);
+    }
+
+    Finding at(const cJSON* node, std::string reason) const {
+        const auto found = places_.find(node);
+        if (found == places_.end()) return {std::move(reason), "", 0, 1};
+        const Place& place = found->second;
+        return {std::move(reason), place.path, place.offset, place.size};
+    }
+
+    std::string_view literal(const cJSON* node) const {
+        const auto found = places_.find(node);
+        return found == places_.end() ? "" : text_.substr(found->second.offset, found->second.size);
+    }
+
+    void warn(Finding finding) { result_.warnings.push_back(std::move(finding)); }
+
+    // --- syntax and the end ---
+
+    Finding syntax() const {
+        const size_t stop = std::min(seen_.stopped_at, text_.size());
+        if (text_.empty()) return {"the document is empty", "", 0, 0};
+        if (stop < text_.size() && text_[stop] == '\0')
+            return {"a NUL byte ends the document before its JSON is complete", "", stop, 1};
+        // The parser names the last byte when the text ends too early.
+        const bool ended = text_.find_first_not_of(" \t\r\n", stop) == std::string_view::npos;
+        const bool in_text = stop > 0 && text_[stop - 1] == '"' && text_.find('"', stop) == std::string_view::npos;
+        const char* const reason = ended     ? "the document ends before its JSON is complete"
+                                   : in_text ? "the document ends inside the text that begins here"
+                                             : "no JSON from this byte on";
+        return {reason, "", stop, stop < text_.size() ? size_t{1} : 0};
+    }
+
+    void warn_of_the_end() {
+        const size_t nul = text_.find('\0');
+        const std::string_view read = text_.substr(0, nul);
+        const auto* const rest = std::ranges::find_if(read.substr(std::min(seen_.stopped_at, read.size())),
+                                                      [](char byte) { return static_cast<unsigned char>(byte) > ' '; });
+        if (rest != read.end()) {
+            const auto offset = static_cast<size_t>(rest - read.begin());
+            warn({"the text behind the document's last bracket is not read", "", offset, read.size() - offset});
+        } else if (nul != std::string_view::npos) {
+            warn({"a NUL byte ends the document; what follows is not read", "", nul, 1});
+        }
+    }
+
+    // --- refusals ---
+
+    // What is wrong in a post-operation costs only the post-operation.
+    static bool is_tolerated(const Finding& finding) { return strcasestr(finding.path.c_str(), "PostOpr") != nullptr; }
+
+    Finding refusal_of(const Refusal& refusal) const {
+        switch (refusal.kind) {
+            case Refusal::Kind::missing: {
+                std::string reason = "the key " + quoted(refusal.key) + " is missing";
+                if (!cJSON_IsObject(refusal.node)) reason += std::string(": this is ") + type_words(refusal.node->type);
+                const char* const near = nearest_key(refusal.node, refusal.key, seen_.read);
+                if (near != nullptr) reason += "; " + quoted(near) + " looks like it";
+                Finding finding = at(refusal.node, std::move(reason));
+                finding.size = 1;
+                return finding;
+            }
+            case Refusal::Kind::mistyped:
+                return at(refusal.node, name_of(refusal.node) + " is " + type_words(refusal.node->type) + ", " +
+                                            type_words(refusal.type) + " is needed");
+            case Refusal::Kind::unknown_number: break;
+        }
+        const std::string number = std::to_string(refusal.node->valueint);
+        if (refusal.key == "alert_type")
+            return at(refusal.node,
+                      "there is no alert type " + number + ", types are 1 to " + std::to_string(alert_type::highest));
+        return at(refusal.node, "the agent takes no event of type " + number + ", so the alert is lost");
+    }
+
+    void explain_refusal(std::string_view process_end) {
+        std::optional<Finding> cause;
+        for (const Refusal& refusal : seen_.refusals) {
+            Finding finding = refusal_of(refusal);
+            if (is_tolerated(finding)) {
+                finding.reason += "; the post-operation is left out";
+                warn(std::move(finding));
+            } else if (!cause.has_value()) {
+                cause = std::move(finding);
+            }
+        }
+        for (const auto& [refused, node] : text_nodes_) {
+            const bool fatal = way_ == Way::not_built && refused == &seen_.refused_texts.back();
+            if (fatal)
+                cause = bad_text(*refused, node);
+            else
+                warn(lost_element(*refused, node));
+        }
+        if (way_ == Way::process_ended) cause = end_of_process(process_end);
+        if (way_ == Way::not_decoded || way_ == Way::not_built || way_ == Way::process_ended)
+            result_.refusal = cause.has_value() ? *cause : Finding{"the agent's log says why", "", 0, 1};
+    }
+
+    // --- texts ---
+
+    // A builder knows a text, not its node. A text that costs the alert belongs to a key, any other to a list.
+    void match_texts() {
+        for (const RefusedText& refused : seen_.refused_texts) {
+            const bool fatal = way_ == Way::not_built && &refused == &seen_.refused_texts.back();
+            text_nodes_.emplace_back(&refused, fatal ? key_with(refused.text) : element_with(refused.text));
+        }
+    }
+
+    // The GUID is cut before it is checked.
+    const cJSON* key_with(const std::string& text) const {
+        const auto has = [&](const cJSON* node) {
+            if (!cJSON_IsString(node) || node->string == nullptr) return false;
+            const bool is_guid = strcasecmp(node->string, "Guid") == 0;
+            return is_guid ? strncmp(node->valuestring, text.c_str(), text.size()) == 0 : node->valuestring == text;
+        };
+        const auto found = std::ranges::find_if(seen_.read_in_order, has);
+        return found == seen_.read_in_order.end() ? nullptr : *found;
+    }
+
+    const cJSON* element_with(const std::string& text) const {
+        for (const cJSON* list : seen_.read_in_order) {
+            if (!cJSON_IsArray(list)) continue;
+            for (const cJSON* item = list->child; item != nullptr; item = item->next)
+                if (cJSON_IsString(item) && item->valuestring == text) return item;
+        }
+        return nullptr;
+    }
+
+    Finding bad_text(const RefusedText& refused, const cJSON* node) const {
+        if (node == nullptr)
+            return {"a text that an earlier refused document left holds bytes that no message may carry", "", 0, 1};
+        const auto byte = static_cast<unsigned char>(refused.text[refused.bad]);
+        Finding finding =
+            at(node, (node->string != nullptr ? name_of(node) : "the text") + " holds the byte " + byte_words(byte) +
+                         ", which " + (byte < 0x80 ? "no message may carry" : "begins no whole character of UTF-8"));
+        finding.offset += byte_in_literal(literal(node), refused.bad);
+        finding.size = 1;
+        return finding;
+    }
+
+    Finding lost_element(const RefusedText& refused, const cJSON* node) const {
+        Finding finding = bad_text(refused, node);
+        finding.reason += "; it and the elements behind it are lost";
+        return finding;
+    }
+
+    // --- the end of the process ---
+
+    static bool is_file_time(const cJSON* node) {
+        return node->string != nullptr &&
+               (strcasecmp(node->string, "PostTime") == 0 || strcasecmp(node->string, "PreTime") == 0);
+    }
+
+    // Rules with the status "Trigger" are gone before anything is built, and the processes of a scenario are not built.
+    bool is_built(const std::string& path) const {
+        if (!path.starts_with("rule[")) return false;
+        const cJSON* const rules = cJSON_GetObjectItem(seen_.tree.get(), "rule");
+        const cJSON* const rule = cJSON_GetArrayItem(rules, static_cast<int>(strtol(path.c_str() + 5, nullptr, 10)));
+        const char* const status = cJSON_GetStringValue(cJSON_GetObjectItem(rule, "status"));
+        return status != nullptr && strcmp(status, "Trigger") != 0;
+    }
+
+    Finding end_of_process(std::string_view process_end) const {
+        const std::string ends = "the agent's process would end here: " + std::string(process_end);
+        for (const cJSON* node : seen_.zeros) {
+            if (!is_file_time(node)) continue;
+            Finding finding = at(node, name_of(node) + " is 0, and " + ends);
+            if (is_built(finding.path)) return finding;
+        }
+        return {ends, "", 0, 1};
+    }
+
+    // --- warnings ---
+
+    void collect_unread() {
+        for (const cJSON* object : seen_.objects)
+            for (const cJSON* child = object->child; child != nullptr; child = child->next)
+                if (!seen_.read.contains(child)) {
+                    unread_.push_back(child);
+                    owners_.emplace(child, object);
+                }
+    }
+
+    void warn_of_unread(const cJSON* node) {
+        const cJSON* const first = cJSON_GetObjectItem(owners_.at(node), node->string);
+        if (first != node)
+            warn(at(node, quoted(node->string) + " stands twice; the agent reads the first one"));
+        else
+            warn(at(node, "nothing reads " + quoted(node->string)));
+    }
+
+    void warn_of_number(const Stored& number) {
+        const cJSON& value = *number.value;
+        const std::string stored =
+            number.is_signed ? std::to_string(static_cast<int64_t>(number.bits)) : std::to_string(number.bits);
+        const std::string_view text = value.type == cJSON_String ? value.valuestring : literal(&value);
+        const bool is_whole = text.find_first_not_of("0123456789-") == std::string_view::npos;
+        const double as_double = number.is_signed ? static_cast<double>(static_cast<int64_t>(number.bits))
+                                                  : static_cast<double>(number.bits);
+        const bool same =
+            is_whole ? without_zeros(text) == stored : value.type == cJSON_Number && value.valuedouble == as_double;
+        if (!same) warn(at(&value, name_of(&value) + " is " + std::string(text) + ", and the agent reads " + stored));
+    }
+
+    // "007" and "-0" as a number prints them.
+    static std::string without_zeros(std::string_view digits) {
+        const bool negative = digits.starts_with('-');
+        digits.remove_prefix(negative ? 1 : 0);
+        digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
+        if (digits.empty()) return "0";
+        return (negative ? "-" : "") + std::string(digits);
+    }
+
+    std::string_view text_;
+    const Observation& seen_;
+    Way way_;
+    std::vector<const cJSON*> unread_;
+    std::map<const cJSON*, const cJSON*> owners_;  // the objects of the unread members
+    std::vector<std::pair<const RefusedText*, const cJSON*>> text_nodes_;
+    Places places_;
+    Explanation result_;
+};
+
+}  // namespace
+
+Explanation explain(std::string_view text, const Observation& seen, Way way, std::string_view process_end) {
+    return Explainer(text, seen, way).run(process_end);
+}
+
+}  // namespace zel::check

@@ -1,0 +1,132 @@
+#include "check/places.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace zel::check {
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+bool is_space(char byte) { return static_cast<unsigned char>(byte) <= ' '; }
+
+bool is_plain(std::string_view key) {
+    return !key.empty() && std::ranges::all_of(key, [](unsigned char byte) {
+        return byte == '_' || byte == '-' || (byte >= '0' && byte <= '9') ||
+               ((byte | 0x20U) >= 'a' && (byte | 0x20U) <= 'z');
+    });
+}
+
+// A key with other characters than letters and digits stands in brackets and quotes, so that a path stays one word.
+std::string step_to(const cJSON* node, size_t index, bool in_array, bool at_root) {
+    if (in_array) return "[" + std::to_string(index) + "]";
+    const std::string_view key = node->string;
+    if (is_plain(key)) return (at_root ? "" : ".") + std::string(key);
+    std::string step = "[\"";
+    for (const char byte : key) step += is_space(byte) || byte == '"' || byte == '\x7f' ? '?' : byte;
+    return step += "\"]";
+}
+
+// Walks a document that cJSON has parsed, so its text is known to be in order. Nesting is at most what cJSON takes.
+class Walk {
+public:
+    Walk(std::string_view text, const std::vector<const cJSON*>& nodes)
+        : text_(text), wanted_(nodes.begin(), nodes.end()) {
+        if (text_.starts_with(kByteOrderMark)) at_ = kByteOrderMark.size();
+    }
+
+    void value(const cJSON* node) {
+        skip_spaces();
+        const size_t begin = at_;
+        const bool is_list = cJSON_IsObject(node) || cJSON_IsArray(node);
+        if (is_list)
+            children(node);
+        else
+            scalar();
+        if (wanted_.erase(node) != 0) found_[node] = {path_, begin, is_list ? 1 : at_ - begin};
+    }
+
+    Places take() { return std::move(found_); }
+
+private:
+    // Between the brackets. The walk ends when there is nothing more to find.
+    void children(const cJSON* node) {
+        ++at_;
+        const bool in_array = cJSON_IsArray(node);
+        const size_t length = path_.size();
+        size_t index = 0;
+        for (const cJSON* child = node->child; child != nullptr; child = child->next, ++index) {
+            if (wanted_.empty()) return;
+            skip_spaces();
+            if (!in_array) {
+                string();
+                skip_spaces();
+                ++at_;  // the colon
+            }
+            path_ += step_to(child, index, in_array, length == 0);
+            value(child);
+            path_.resize(length);
+            skip_spaces();
+            if (child->next != nullptr) ++at_;  // the comma
+        }
+        skip_spaces();
+        ++at_;
+    }
+
+    void scalar() {
+        if (byte() == '"') return string();
+        while (at_ < text_.size() && !is_space(text_[at_]) &&
+               std::string_view(",]}").find(text_[at_]) == std::string_view::npos)
+            ++at_;
+    }
+
+    void string() {
+        for (++at_; at_ < text_.size() && text_[at_] != '"'; ++at_)
+            if (text_[at_] == '\\') ++at_;
+        ++at_;
+    }
+
+    void skip_spaces() {
+        while (at_ < text_.size() && is_space(text_[at_])) ++at_;
+    }
+    char byte() const { return at_ < text_.size() ? text_[at_] : '\0'; }
+
+    std::string_view text_;
+    std::unordered_set<const cJSON*> wanted_;
+    size_t at_ = 0;
+    std::string path_;
+    Places found_;
+};
+
+// How many bytes of UTF-8 an escape \uXXXX stands for. The second half of a pair adds nothing: the first has counted
+// it.
+size_t escaped_size(std::string_view digits) {
+    const unsigned long code = strtoul(std::string(digits).c_str(), nullptr, 16);
+    if (code < 0x80) return 1;
+    if (code < 0x800) return 2;
+    if (code >= 0xD800 && code <= 0xDBFF) return 4;
+    return code >= 0xDC00 && code <= 0xDFFF ? 0 : 3;
+}
+
+}  // namespace
+
+Places find_places(std::string_view text, const cJSON* tree, const std::vector<const cJSON*>& nodes) {
+    Walk walk(text, nodes);
+    if (tree != nullptr && !nodes.empty()) walk.value(tree);
+    return walk.take();
+}
+
+size_t byte_in_literal(std::string_view literal, size_t index) {
+    size_t at = 1;
+    for (size_t value = 0; at < literal.size();) {
+        const bool escape = literal[at] == '\\' && at + 1 < literal.size();
+        const bool unicode = escape && literal[at + 1] == 'u';
+        const size_t given = unicode ? escaped_size(literal.substr(at + 2, 4)) : 1;
+        if (value + given > index) return at;
+        value += given;
+        at += unicode ? 6 : escape ? 2 : 1;
+    }
+    return at;
+}
+
+}  // namespace zel::check
