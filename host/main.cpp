@@ -1,9 +1,12 @@
 // zelhost: loads the plug-in from an agent folder as the agent would, feeds it, and shows what it publishes.
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <memory>
 #include <vector>
 
 #include "host/commands/commands.h"
+#include "host/lib/cli_help.h"
+#include "host/lib/cli_tree.h"
 #include "host/lib/console.h"
 #include "host/lib/exit_codes.h"
 #include "host/lib/files.h"
@@ -12,14 +15,17 @@ namespace {
 
 using namespace zelhost;
 
-// A command is this row and a file in host/commands/. The table is in the order in which the help text lists it.
+// A command is this row and a file in host/commands/. The table is in the order in which the help text lists it. An
+// example works as it stands in the project's root; each is run by a test.
 struct Command {
     const char* name;
-    const char* help;
+    const char* help;                  // one sentence without a full stop: the help text lists it
+    const char* example;               // a whole command line
     Action (*prepare)(CLI::App& app);  // adds its options; what it returns does the work
 };
 constexpr Command kCommands[] = {
-    {"run", "Play a script of events to the plug-in of an agent folder", prepare_run},
+    {"run", "Play a script of events to the plug-in of an agent folder", "zelhost run --input scenarios/demo.jsonl",
+     prepare_run},
 };
 
 // One sentence for the help texts of all commands, from the one table of codes.
@@ -39,9 +45,12 @@ std::string failure_text(const CLI::App* app, const CLI::Error& error) {
 
 // The action of the command that was asked for. Throws CLI::ParseError.
 Action parse(CLI::App& app, int argc, char** argv) {
+    app.formatter(std::make_shared<HelpText>());
+    app.set_version_flag("--version", "zelhost " ZEL_VERSION, "Print the version and exit");
     std::vector<std::pair<CLI::App*, Action>> commands;
     for (const Command& command : kCommands) {
-        CLI::App& sub = *app.add_subcommand(command.name, command.help);
+        CLI::App& sub = *app.add_subcommand(std::make_shared<CommandApp>(command.name, command.help, command.example));
+        sub.formatter(app.get_formatter());
         commands.emplace_back(&sub, command.prepare(sub));
         sub.footer(sub.get_footer() + "\n\n" + exit_codes());
     }
