@@ -1,8 +1,10 @@
-// The parser's tree as help texts, manual pages and completions see it.
+// The parser's tree as help texts, manual pages and completions see it: they all read these facts, and so agree with
+// the parser and with each other.
 #pragma once
 
 #include <CLI/App.hpp>
 #include <string>
+#include <vector>
 
 namespace zelhost {
 
@@ -20,5 +22,47 @@ private:
     std::string help_;
     std::string example_;
 };
+
+// What a shell can offer for a value.
+enum class Completes { nothing, files, folders, choices };
+
+// An option, or a positional argument.
+struct Argument {
+    std::string group;               // the heading above it
+    std::vector<std::string> names;  // "-h", "--help"; a positional argument has its one name
+    std::string value;               // as pages show it: "FILE", "auto|always|never"; empty for a flag
+    std::vector<std::string> choices;
+    Completes completes = Completes::nothing;
+    bool positional = false;
+    bool required = false;
+    bool repeats = false;
+    std::string help;
+
+    // "-h, --help", "--root DIR", "[FILE...]".
+    std::string shown() const;
+};
+
+// Those of a command or of the program itself that are not hidden, the help option last.
+std::vector<Argument> arguments_of(const CLI::App& app);
+
+// The values that an option takes when they can be listed, else none.
+std::vector<std::string> choices_of(const CLI::Option& option);
+
+// All commands of the program that `app` belongs to, in the order of their table.
+std::vector<const CommandApp*> commands_of(const CLI::App& app);
+
+// An exit status and all that it means for a command; for the program itself each meaning names the command that it is
+// of.
+struct ExitStatus {
+    int code;
+    std::string meaning;
+};
+std::vector<ExitStatus> exit_statuses_of(const CLI::App& app);
+
+// "zelhost run [OPTIONS] FILE...".
+std::string usage_of(const CLI::App& app);
+
+// What the command does, as sentences.
+std::string description_of(const CLI::App& app);
 
 }  // namespace zelhost

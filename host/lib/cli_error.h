@@ -1,0 +1,14 @@
+// What zelhost says of a command line that it cannot parse.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+namespace zelhost {
+
+// One sentence: what is wrong, and the nearest name that there is, or where all names are listed. `root` is the tree
+// that was asked to parse the command line.
+std::string usage_error(const CLI::App& root, const CLI::ParseError& error);
+
+}  // namespace zelhost
