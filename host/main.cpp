@@ -29,6 +29,9 @@ struct Command {
 constexpr Command kCommands[] = {
     {"run", "Play a script of events to the plug-in of an agent folder", "zelhost run --input scenarios/demo.jsonl",
      prepare_run},
+    {"man", "Print a manual page, of zelhost or of a command", "zelhost man run >zelhost-run.1", prepare_man},
+    {"completion", "Print what a shell reads to complete commands and options", "source <(zelhost completion bash)",
+     prepare_completion},
 };
 
 // The action of the command that was asked for. Throws CLI::ParseError.
@@ -47,15 +50,8 @@ Action parse(CLI::App& app, int argc, char** argv) {
     return {};
 }
 
-// Help and version are results, too: they go to standard output, and a full disk under it is a failure.
-ExitCode print(const std::string& text) {
-    OutputFile output("-");
-    output.write(text);
-    output.flush();
-    return kDone;
-}
-
-// Without a command the help text is advice, and goes to standard error.
+// Help and version are results, too, and go to standard output: a full disk under it is a failure. Without a command
+// the help text is advice, and goes to standard error.
 ExitCode run(int argc, char** argv) {
     CLI::App app("Answers questions about the zelreshdl plug-in, one command for each question", "zelhost");
     const int stream = argc > 1 ? STDOUT_FILENO : STDERR_FILENO;
@@ -64,9 +60,11 @@ ExitCode run(int argc, char** argv) {
     try {
         return parse(app, argc, argv)();
     } catch (const CLI::CallForHelp&) {
-        return print(app.help());
+        print(app.help());
+        return kDone;
     } catch (const CLI::CallForVersion& version) {
-        return print(version.what() + std::string("\n"));
+        print(version.what() + std::string("\n"));
+        return kDone;
     } catch (const CLI::ParseError& e) {
         if (argc > 1)
             console::message(usage_error(app, e));

@@ -40,7 +40,7 @@ std::string_view without_dashes(std::string_view name) {
 std::string question(std::string_view given, const Names& names) {
     given = without_dashes(given);
     std::string best;
-    size_t best_distance = given.size() / 3 + 1;
+    size_t best_distance = given.size() < 2 ? 0 : std::max<size_t>(given.size() / 3, 1) + 1;
     for (const std::string& name : names) {
         const std::string_view word = without_dashes(name);
         const size_t found = given.size() > 1 && word.starts_with(given) ? 0 : distance(given, word);

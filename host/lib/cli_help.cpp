@@ -55,9 +55,8 @@ std::string HelpText::make_help(const CLI::App* app, std::string, CLI::AppFormat
     }
     std::string group;
     for (const Argument& argument : arguments_of(*app)) {
-        const std::string own = argument.positional ? "Arguments" : argument.group;
-        if (own != group) text += heading(own);
-        group = own;
+        if (argument.group != group) text += heading(argument.group);
+        group = argument.group;
         text += row(argument.shown(), argument.help);
     }
     if (!app->get_footer().empty()) text += "\n" + app->get_footer() + "\n";

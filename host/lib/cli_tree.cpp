@@ -51,11 +51,12 @@ Completes completes(const Argument& argument) {
 
 Argument facts_of(const CLI::Option& option) {
     Argument facts;
-    facts.group = option.get_group();
     facts.positional = option.get_positional();
+    facts.group = facts.positional ? "Arguments" : option.get_group();
     facts.required = option.get_required();
     facts.repeats = option.get_expected_max() >= CLI::detail::expected_max_vector_size;
     facts.help = option.get_description();
+    std::ranges::replace(facts.help, '\n', ' ');
     for (const std::string& name : option.get_snames()) facts.names.push_back("-" + name);
     for (const std::string& name : option.get_lnames()) facts.names.push_back("--" + name);
     if (facts.positional) facts.names = {option.get_name(true)};
@@ -88,12 +89,12 @@ std::vector<Argument> arguments_of(const CLI::App& app) {
     std::vector<Argument> all;
     collect(app, all);
     if (app.get_help_ptr() != nullptr) all.push_back(facts_of(*app.get_help_ptr()));
-    // A value that names a command is one of those that there are.
-    for (Argument& argument : all) {
-        if (argument.value != "COMMAND") continue;
-        for (const CommandApp* command : commands_of(app)) argument.choices.push_back(command->get_name());
-        argument.completes = Completes::choices;
-    }
+    // Positional arguments first, then the groups in the order in which they come up.
+    std::vector<std::string> groups{"Arguments"};
+    for (const Argument& argument : all)
+        if (std::ranges::find(groups, argument.group) == groups.end()) groups.push_back(argument.group);
+    std::ranges::stable_sort(all, {},
+                             [&groups](const Argument& argument) { return std::ranges::find(groups, argument.group); });
     return all;
 }
 

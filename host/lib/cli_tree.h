@@ -42,7 +42,7 @@ struct Argument {
     std::string shown() const;
 };
 
-// Those of a command or of the program itself that are not hidden, the help option last.
+// Those of a command or of the program itself that are not hidden: positional arguments, then options by their groups.
 std::vector<Argument> arguments_of(const CLI::App& app);
 
 // The values that an option takes when they can be listed, else none.
