@@ -43,7 +43,8 @@ std::string type_of(const CLI::Option& option) {
 // A positional argument whose values have no type of their own is known by its name.
 Completes completes(const Argument& argument) {
     if (!argument.choices.empty()) return Completes::choices;
-    std::string word = argument.positional && argument.value == "TEXT" ? argument.names.front() : argument.value;
+    const bool untyped = argument.value.empty() || argument.value == "TEXT";
+    std::string word = argument.positional && untyped ? argument.names.front() : argument.value;
     std::ranges::transform(word, word.begin(), [](unsigned char c) { return static_cast<char>(toupper(c)); });
     if (word == "FILE" || word == "FILES" || word == "PATH") return Completes::files;
     return word == "DIR" || word == "FOLDER" ? Completes::folders : Completes::nothing;
@@ -54,7 +55,8 @@ Argument facts_of(const CLI::Option& option) {
     facts.positional = option.get_positional();
     facts.group = facts.positional ? "Arguments" : option.get_group();
     facts.required = option.get_required();
-    facts.repeats = option.get_expected_max() >= CLI::detail::expected_max_vector_size;
+    facts.repeats = option.get_expected_max() >= CLI::detail::expected_max_vector_size ||
+                    option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
     facts.help = option.get_description();
     std::ranges::replace(facts.help, '\n', ' ');
     for (const std::string& name : option.get_snames()) facts.names.push_back("-" + name);
@@ -63,6 +65,8 @@ Argument facts_of(const CLI::Option& option) {
     if (option.get_items_expected_max() > 0) {
         facts.choices = choices_of(option);
         facts.value = facts.choices.empty() ? type_of(option) : fmt::format("{}", fmt::join(facts.choices, "|"));
+        if (!facts.choices.empty() && option.get_delimiter() != '\0')
+            facts.value += fmt::format("{}...", option.get_delimiter());
     }
     facts.completes = completes(facts);
     if (!option.get_default_str().empty()) facts.help += fmt::format(" (default: {})", option.get_default_str());
@@ -117,17 +121,17 @@ std::vector<const CommandApp*> commands_of(const CLI::App& app) {
     return commands;
 }
 
-// Rows of one code stand side by side in the table.
 std::vector<ExitStatus> exit_statuses_of(const CLI::App& app) {
     const bool program = app.get_parent() == nullptr;
     std::vector<ExitStatus> statuses;
     for (const ExitCodeWords& row : kExitCodes) {
-        const bool common = row.command[0] == '\0';
-        if (!program && !common && app.get_name() != row.command) continue;
+        const std::vector<std::string> commands = CLI::detail::split(row.commands, ' ');
+        const bool common = row.commands[0] == '\0';
+        if (!program && !common && std::ranges::count(commands, app.get_name()) == 0) continue;
         if (statuses.empty() || statuses.back().code != row.code) statuses.push_back({row.code, ""});
         std::string& meaning = statuses.back().meaning;
         meaning += fmt::format("{}{}", meaning.empty() ? "" : "; ", row.words);
-        if (program && !common) meaning += fmt::format(" ({})", row.command);
+        if (program && !common) meaning += fmt::format(" ({})", fmt::join(commands, ", "));
     }
     return statuses;
 }

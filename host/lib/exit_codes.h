@@ -7,17 +7,22 @@ namespace zelhost {
 // A code that was given once keeps its meaning: scripts test for it.
 enum ExitCode { kDone = 0, kFailed = 1, kUsage = 2, kLinesSkipped = 3, kMaxWaitPassed = 4 };
 
-// What a code means. Rows without a command hold for all; a command's own row says what else the code means there.
+// What a code means. A row without commands holds for all; others say what else the code means for theirs.
 struct ExitCodeWords {
     ExitCode code;
     const char* words;
-    const char* command = "";
+    const char* commands = "";  // with blanks between
 };
+// Rows of one code stand side by side.
 inline constexpr ExitCodeWords kExitCodes[] = {
     {kDone, "done"},
-    {kFailed, "failed; the line on standard error says why"},
+    {kFailed, "failed; a line on standard error says why"},
+    {kFailed, "a document does not come through", "check"},
+    {kFailed, "a message is damaged", "decode"},
+    {kFailed, "a start would fail", "status"},
     {kUsage, "a wrong command line"},
-    {kLinesSkipped, "lines of the input were skipped", "run"},
+    {kUsage, "a file cannot be read", "check"},
+    {kLinesSkipped, "lines of the input were skipped", "run graph"},
     {kMaxWaitPassed, "--max-wait passed", "run"},
 };
 
