@@ -3,6 +3,13 @@
 # Offers those of the words $1 that begin as the word under the cursor does.
 _zelhost_words() { mapfile -t COMPREPLY < <(compgen -W "$1" -- "$cur"); }
 
+# The same for the last of several words with $2 between them.
+_zelhost_list() {
+    local before=
+    [[ $cur == *"$2"* ]] && before=${cur%"$2"*}$2
+    mapfile -t COMPREPLY < <(compgen -P "$before" -W "$1" -- "${cur#"$before"}")
+}
+
 # Offers files, or with -d folders; readline adds what it adds to file names.
 _zelhost_paths() {
     compopt -o filenames 2>/dev/null

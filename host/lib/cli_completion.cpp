@@ -49,6 +49,13 @@ constexpr std::string_view kBashBegin =
 # Offers those of the words $1 that begin as the word under the cursor does.
 _zelhost_words() { mapfile -t COMPREPLY < <(compgen -W "$1" -- "$cur"); }
 
+# The same for the last of several words with $2 between them.
+_zelhost_list() {
+    local before=
+    [[ $cur == *"$2"* ]] && before=${cur%"$2"*}$2
+    mapfile -t COMPREPLY < <(compgen -P "$before" -W "$1" -- "${cur#"$before"}")
+}
+
 # Offers files, or with -d folders; readline adds what it adds to file names.
 _zelhost_paths() {
     compopt -o filenames 2>/dev/null
@@ -74,7 +81,10 @@ _zelhost() {
 
 std::string bash_offer(const Argument& argument) {
     switch (argument.completes) {
-        case Completes::choices: return fmt::format("_zelhost_words '{}'", joined(argument.choices));
+        case Completes::choices:
+            if (argument.delimiter != '\0')
+                return fmt::format("_zelhost_list '{}' '{}'", joined(argument.choices), argument.delimiter);
+            return fmt::format("_zelhost_words '{}'", joined(argument.choices));
         case Completes::files: return "_zelhost_paths -f";
         case Completes::folders: return "_zelhost_paths -d";
         case Completes::nothing: break;

@@ -65,8 +65,8 @@ Argument facts_of(const CLI::Option& option) {
     if (option.get_items_expected_max() > 0) {
         facts.choices = choices_of(option);
         facts.value = facts.choices.empty() ? type_of(option) : fmt::format("{}", fmt::join(facts.choices, "|"));
-        if (!facts.choices.empty() && option.get_delimiter() != '\0')
-            facts.value += fmt::format("{}...", option.get_delimiter());
+        facts.delimiter = option.get_delimiter();
+        if (!facts.choices.empty() && facts.delimiter != '\0') facts.value += fmt::format("{}...", facts.delimiter);
     }
     facts.completes = completes(facts);
     if (!option.get_default_str().empty()) facts.help += fmt::format(" (default: {})", option.get_default_str());

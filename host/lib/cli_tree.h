@@ -36,6 +36,7 @@ struct Argument {
     bool positional = false;
     bool required = false;
     bool repeats = false;
+    char delimiter = '\0';  // between values that are given as one word
     std::string help;
 
     // "-h, --help", "--root DIR", "[FILE...]".

@@ -16,7 +16,7 @@ struct ExitCodeWords {
 // Rows of one code stand side by side.
 inline constexpr ExitCodeWords kExitCodes[] = {
     {kDone, "done"},
-    {kFailed, "failed; a line on standard error says why"},
+    {kFailed, "failed, and a line on standard error says why"},
     {kFailed, "a document does not come through", "check"},
     {kFailed, "a message is damaged", "decode"},
     {kFailed, "a start would fail", "status"},

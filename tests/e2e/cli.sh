@@ -107,6 +107,9 @@ completes 'zelhost run --log-level info --log-l' '--log-level'
 completes 'zelhost man ru' 'run'
 completes 'zelhost completion ' 'bash fish zsh'
 completes 'zelhost completion --he' '--help'
+cur=769,77
+_zelhost_list '769 770 771' ,
+[ "${COMPREPLY[*]}" = '769,770 769,771' ] || fail "a word in a list completes to '${COMPREPLY[*]}'"
 for shell in zsh fish; do
     "$host" completion $shell >"$work/script"
     ! command -v $shell >"$work/err" || $shell -n "$work/script" 2>"$work/err" || fail "$shell refuses its completions"
