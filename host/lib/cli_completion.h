@@ -1,8 +1,11 @@
 // Completions for shells, made from the parser's tree.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <string>
+
+namespace CLI {
+class App;
+}
 
 namespace zelhost {
 

@@ -3,9 +3,12 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <numeric>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "host/lib/cli_tree.h"
 

@@ -1,9 +1,12 @@
 // What zelhost says of a command line that it cannot parse.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
-#include <vector>
+
+namespace CLI {
+class App;
+class ParseError;
+}  // namespace CLI
 
 namespace zelhost {
 

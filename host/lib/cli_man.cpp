@@ -1,8 +1,9 @@
 #include "host/lib/cli_man.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
+#include <algorithm>
+#include <cctype>
 #include <string_view>
 
 #include "host/lib/cli_tree.h"

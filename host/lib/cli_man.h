@@ -1,8 +1,11 @@
 // Pages about the program and its commands, made from the parser's tree.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <string>
+
+namespace CLI {
+class App;
+}
 
 namespace zelhost {
 

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <string_view>
 
 #include "host/lib/exit_codes.h"
@@ -97,9 +98,11 @@ std::vector<Argument> arguments_of(const CLI::App& app) {
     std::vector<std::string> groups{"Arguments"};
     for (const Argument& argument : all)
         if (std::ranges::find(groups, argument.group) == groups.end()) groups.push_back(argument.group);
-    std::ranges::stable_sort(all, {},
-                             [&groups](const Argument& argument) { return std::ranges::find(groups, argument.group); });
-    return all;
+    std::vector<Argument> grouped;
+    for (const std::string& group : groups)
+        std::ranges::copy_if(all, std::back_inserter(grouped),
+                             [&group](const Argument& argument) { return argument.group == group; });
+    return grouped;
 }
 
 // The words of the check list them: "{a,b}", or "{a->0,b->1}" where they stand for values.
