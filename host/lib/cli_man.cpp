@@ -37,8 +37,24 @@ std::string bold(std::string_view text) { return "\\fB" + escaped(text) + "\\fR"
 
 std::string italic(std::string_view text) { return "\\fI" + escaped(text) + "\\fR"; }
 
-// Text that is laid out by hand keeps its lines.
-std::string as_it_stands(const std::string& text) { return ".nf\n" + escaped(text) + "\n.fi\n"; }
+std::string as_it_stands(std::string_view text) { return ".nf\n" + escaped(text) + "\n.fi\n"; }
+
+// Paragraphs of text, with an empty line between two. One with an indented line is laid out by hand and keeps its
+// lines.
+std::string paragraphs(std::string_view text) {
+    std::string roff;
+    for (;;) {
+        text.remove_prefix(std::min(text.size(), text.find_first_not_of('\n')));
+        if (text.empty()) return roff;
+        const size_t end = std::min(text.size(), text.find("\n\n"));
+        std::string_view paragraph = text.substr(0, end);
+        text.remove_prefix(end);
+        if (paragraph.back() == '\n') paragraph.remove_suffix(1);
+        const bool by_hand = paragraph.find("\n ") != std::string_view::npos;
+        if (!roff.empty()) roff += ".PP\n";
+        roff += by_hand ? as_it_stands(paragraph) : escaped(paragraph) + "\n";
+    }
+}
 
 // "zelhost-run", as man(1) knows the page.
 std::string page_name(const CLI::App& app) {
@@ -102,8 +118,7 @@ std::string man_page(const CLI::App& app) {
     page += fmt::format(".SH NAME\n{} \\- {}\n", escaped(page_name(app)),
                         escaped(lower_first(command == nullptr ? app.get_description() : command->help_line())));
     page += ".SH SYNOPSIS\n" + synopsis(app) + "\n";
-    page += ".SH DESCRIPTION\n" + escaped(description_of(app)) + "\n";
-    if (!app.get_footer().empty()) page += ".PP\n" + as_it_stands(app.get_footer());
+    page += ".SH DESCRIPTION\n" + paragraphs(description_of(app) + "\n\n" + app.get_footer());
     if (command == nullptr) {
         page += ".SH COMMANDS\n";
         for (const CommandApp* one : commands_of(app)) page += item(bold(one->get_name()), one->help_line());

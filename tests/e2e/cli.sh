@@ -77,6 +77,7 @@ for command in "${commands[@]}"; do
     "$host" "$command" --help >"$work/help" 2>"$work/err" || fail "$command --help fails"
     example=$(sed -n '1s/^Example: //p' "$work/help")
     [[ $example == *"zelhost $command"* ]] || fail "the help of $command does not begin with an example of it"
+    [ "$(grep -c '^Example' "$work/help")" -eq 1 ] || fail "the help of $command has examples beside that of its row"
     (cd "$work/project" && bash -c "$example") >"$work/out" 2>"$work/err" </dev/null
     got=$?
     [ $got -eq 0 ] || [ $got -eq 1 -a -s "$work/out" ] || fail "exit status $got of $example"
