@@ -10,7 +10,7 @@ export PATH="$(dirname "$host"):$PATH" agentid=A-1
 failed=0
 
 fail() {
-    echo "cli.sh:${BASH_LINENO[1]}: $1" >&2
+    echo "cli.sh:${BASH_LINENO[-2]}: $1" >&2
     sed 's/^/  /' "$work/err" >&2
     failed=1
 }
