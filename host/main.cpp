@@ -1,9 +1,15 @@
 // zelhost: loads the plug-in from an agent folder as the agent would, feeds it, and shows what it publishes.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <memory>
 #include <vector>
 
 #include "host/commands/commands.h"
+#include "host/lib/cli_error.h"
+#include "host/lib/cli_help.h"
+#include "host/lib/cli_tree.h"
 #include "host/lib/console.h"
 #include "host/lib/exit_codes.h"
 #include "host/lib/files.h"
@@ -12,57 +18,68 @@ namespace {
 
 using namespace zelhost;
 
-// A command is this row and a file in host/commands/. The table is in the order in which the help text lists it.
+// A command is this row and a file in host/commands/. The table is in the order in which the help text lists it. An
+// example works as it stands in the project's root; each is run by a test.
 struct Command {
     const char* name;
-    const char* help;
+    const char* help;                  // one sentence without a full stop: the help text lists it
+    const char* example;               // a whole command line
     Action (*prepare)(CLI::App& app);  // adds its options; what it returns does the work
 };
 constexpr Command kCommands[] = {
-    {"run", "Play a script of events to the plug-in of an agent folder", prepare_run},
+    {"run", "Play a script of events to the plug-in of an agent folder", "zelhost run --input scenarios/demo.jsonl",
+     prepare_run},
+    {"man", "Print a manual page, of zelhost or of a command", "zelhost man run >zelhost-run.1", prepare_man},
+    {"completion", "Print what a shell reads to complete commands and options", "source <(zelhost completion bash)",
+     prepare_completion},
 };
-
-// One sentence for the help texts of all commands, from the one table of codes.
-std::string exit_codes() {
-    std::string text;
-    for (const ExitCodeWords& row : kExitCodes)
-        text += fmt::format("{} {} {}", text.empty() ? "Exit codes:" : ",", static_cast<int>(row.code), row.words);
-    return text + ".";
-}
-
-// What is said of a wrong command line, in one line; it names the help text that would have told.
-std::string failure_text(const CLI::App* app, const CLI::Error& error) {
-    const auto chosen = app->get_subcommands();
-    const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
-    return fmt::format("zelhost: {}; zelhost {}--help lists what there is\n", error.what(), command);
-}
 
 // The action of the command that was asked for. Throws CLI::ParseError.
 Action parse(CLI::App& app, int argc, char** argv) {
     std::vector<std::pair<CLI::App*, Action>> commands;
     for (const Command& command : kCommands) {
-        CLI::App& sub = *app.add_subcommand(command.name, command.help);
+        CLI::App& sub = *app.add_subcommand(std::make_shared<CommandApp>(command.name, command.help, command.example));
+        sub.formatter(app.get_formatter());
         commands.emplace_back(&sub, command.prepare(sub));
-        sub.footer(sub.get_footer() + "\n\n" + exit_codes());
     }
     app.require_subcommand(1);
-    app.footer(exit_codes() + "\nzelhost COMMAND --help tells about a command.");
-    app.failure_message(failure_text);
+    app.footer("zelhost COMMAND --help tells about a command and begins with an example.");
     app.parse(argc, argv);
     for (const auto& [sub, action] : commands)
         if (sub->parsed()) return action;
     return {};
 }
 
+// Help and version are results, too, and go to standard output: a full disk under it is a failure. Without a command
+// the help text is advice, and goes to standard error.
+ExitCode run(int argc, char** argv) {
+    CLI::App app("Answers questions about the zelreshdl plug-in, one command for each question", "zelhost");
+    const int stream = argc > 1 ? STDOUT_FILENO : STDERR_FILENO;
+    app.formatter(std::make_shared<HelpText>(Paint(ColorMode::automatic, stream)));
+    app.set_version_flag("--version", "zelhost " ZEL_VERSION, "Print the version and exit");
+    try {
+        return parse(app, argc, argv)();
+    } catch (const CLI::CallForHelp&) {
+        print(app.help());
+        return kDone;
+    } catch (const CLI::CallForVersion& version) {
+        print(version.what() + std::string("\n"));
+        return kDone;
+    } catch (const CLI::ParseError& e) {
+        if (argc > 1)
+            console::message(usage_error(app, e));
+        else
+            console::block(app.help());
+        return kUsage;
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);  // a closed output is a failed write
-    CLI::App app("Host for the zelreshdl plug-in: plays events to it and shows what it publishes.", "zelhost");
     try {
-        return parse(app, argc, argv)();
-    } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? kDone : kUsage;
+        return run(argc, argv);
     } catch (const ClosedPipe&) {
         return kDone;
     } catch (const std::exception& e) {

@@ -33,7 +33,7 @@ std::string Paint::operator()(Tint tint, std::string_view text) const {
 void add_color_option(CLI::App& app, ColorMode& mode) {
     app.add_option("--color", mode, "Colours: auto (on a terminal, unless NO_COLOR is set), always or never")
         ->transform(CLI::CheckedTransformer(
-            std::map<std::string, ColorMode>{
+            std::vector<std::pair<std::string, ColorMode>>{
                 {"auto", ColorMode::automatic}, {"always", ColorMode::always}, {"never", ColorMode::never}},
             CLI::ignore_case))
         ->type_name("WHEN");

@@ -1,4 +1,5 @@
-// The exit statuses of zelhost. Every command takes its codes from here, and every help text lists this table.
+// The exit statuses of zelhost. Every command takes its codes from here; help texts, manual pages and README list this
+// table.
 #pragma once
 
 namespace zelhost {
@@ -6,16 +7,23 @@ namespace zelhost {
 // A code that was given once keeps its meaning: scripts test for it.
 enum ExitCode { kDone = 0, kFailed = 1, kUsage = 2, kLinesSkipped = 3, kMaxWaitPassed = 4 };
 
+// What a code means. A row without commands holds for all; others say what else the code means for theirs.
 struct ExitCodeWords {
     ExitCode code;
     const char* words;
+    const char* commands = "";  // with blanks between
 };
+// Rows of one code stand side by side.
 inline constexpr ExitCodeWords kExitCodes[] = {
     {kDone, "done"},
-    {kFailed, "failed"},
-    {kUsage, "wrong usage"},
-    {kLinesSkipped, "lines of the input were skipped"},
-    {kMaxWaitPassed, "--max-wait passed"},
+    {kFailed, "failed, and a line on standard error says why"},
+    {kFailed, "a document does not come through", "check"},
+    {kFailed, "a message is damaged", "decode"},
+    {kFailed, "a start would fail", "status"},
+    {kUsage, "a wrong command line"},
+    {kUsage, "a file cannot be read", "check"},
+    {kLinesSkipped, "lines of the input were skipped", "run graph"},
+    {kMaxWaitPassed, "--max-wait passed", "run"},
 };
 
 }  // namespace zelhost

@@ -61,6 +61,12 @@ void OutputFile::write(std::string_view text) {
 
 void OutputFile::flush() { check(fflush(file_.get()) == 0); }
 
+void print(std::string_view text) {
+    OutputFile output("-");
+    output.write(text);
+    output.flush();
+}
+
 void OutputFile::check(bool written) {
     if (written) return;
     if (errno == EPIPE) throw ClosedPipe();

@@ -32,4 +32,7 @@ private:
     std::unique_ptr<FILE, int (*)(FILE*)> file_;
 };
 
+// Writes a whole result to standard output. Throws as OutputFile does.
+void print(std::string_view text);
+
 }  // namespace zelhost

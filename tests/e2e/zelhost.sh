@@ -31,8 +31,6 @@ printed() {
 }
 
 export agentid=A-1
-expect 2 "subcommand" frobnicate
-expect 2 "" run --log-level loud
 expect 1 "$work/none" run --root "$work/none" --input /dev/null
 expect 1 "$work/none" run --input "$work/none"
 expect 3 "2" run --input <(printf '{"event":1541,"text":"x"}\ngarbage\n{"event":1542,"text":"y"}\n')

@@ -1,0 +1,56 @@
+# Completions of zelhost for bash. Made from the parser's own options by tools/update_docs.
+
+# Offers those of the words $1 that begin as the word under the cursor does.
+_zelhost_words() { mapfile -t COMPREPLY < <(compgen -W "$1" -- "$cur"); }
+
+# The same for the last of several words with $2 between them.
+_zelhost_list() {
+    local before=
+    [[ $cur == *"$2"* ]] && before=${cur%"$2"*}$2
+    mapfile -t COMPREPLY < <(compgen -P "$before" -W "$1" -- "${cur#"$before"}")
+}
+
+# Offers files, or with -d folders; readline adds what it adds to file names.
+_zelhost_paths() {
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen "$1" -- "$cur")
+}
+
+_zelhost() {
+    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} command= i
+    COMPREPLY=()
+    # An option and its value with "=" between them come as three words.
+    if [[ $cur == = ]]; then
+        cur=
+    elif [[ $prev == = ]]; then
+        prev=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        [[ ${COMP_WORDS[i]} == -* ]] && continue
+        command=${COMP_WORDS[i]}
+        break
+    done
+    case "$command $prev" in
+        'run --root') _zelhost_paths -d; return ;;
+        'run --input') _zelhost_paths -f; return ;;
+        'run --output') _zelhost_paths -f; return ;;
+        'run --log') _zelhost_paths -f; return ;;
+        'run --log-level') _zelhost_words 'error warn info debug'; return ;;
+        'run --idle-ms') return ;;
+        'run --max-wait') return ;;
+        'run --set') return ;;
+        'run --not-ready') return ;;
+        'run --trace-cost') return ;;
+        'run --queue-max') return ;;
+        'run --trc-times') return ;;
+        'man --format') _zelhost_words 'roff markdown'; return ;;
+    esac
+    case $command in
+        '') _zelhost_words 'run man completion --version -h --help' ;;
+        run) _zelhost_words '--root --input --output --log --log-level --idle-ms --max-wait --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
+        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run man completion'; fi ;;
+        completion) if [[ $cur == -* ]]; then _zelhost_words '-h --help'; else _zelhost_words 'bash zsh fish'; fi ;;
+    esac
+}
+
+complete -F _zelhost zelhost
