@@ -55,6 +55,14 @@ TEST(EventTypes, WithoutAPlaceInMessagesAreDecodedAndFreed) {
     }
 }
 
+TEST(EventTypes, TheTimeOfAnInjectedLibraryEndsAt32Bits) {
+    const Row& row = kRows[2];
+    const Tree json = parse(R"({"InjectDllCreateTime":4294967296,)" + members(row.keys) + '}');
+    ST_RAW_EVENT stEvent;
+    EXPECT_TRUE(zel::find_event_type(row.type)->decode(json.get(), stEvent));
+    EXPECT_TRUE(row.values(stEvent.pPrivate).ends_with(" 2147483647 "));
+}
+
 TEST(EventTypes, OfTheOthersTwoHaveAProcess) {
     const Tree json = parse('{' + kProcess + '}');
     for (const zel::EventType& type : zel::event_types()) {

@@ -76,11 +76,12 @@ TEST_F(Alerts, BadDocumentsAreRefusedWithTheirLines) {
 
 TEST_F(Alerts, ScenarioAsksForMemoryChecksBeforeTheReport) {
     start();
+    send(Alert{.number = 2, .type = 2, .process_set = {kConnect}}, 1538);  // asks for none
     send(Alert{.number = 1,
                .type = 2,
-               .rules = {{.events = {kProcess, kProcess}, .keys = R"("confidence":7)"}},
+               .rules = {{.status = "Trigger", .events = {kProcess, kProcess}, .keys = R"("confidence":7)"}, {}},
                .process_set = {kConnect, {.type = 14, .pid = 11, .keys = kConnect.keys}}});
-    expect_event(769);
+    expect_event(769, guid(1));
     ASSERT_EQ(count_events(2305), 3u);
     for (const char* check : {"pid [11], path [/bin/sh], confidence [7]", "pid [12], path [/bin/ls], confidence [7]",
                               "pid [21], path [/opt/tool], confidence [0]"})

@@ -1,4 +1,6 @@
 // Start, stop and restart; what the bus is told; starts that fail; pure mode; starts without the optional libraries.
+#include <dlfcn.h>
+
 #include "e2e/fake_bus.h"
 #include "e2e/harness.h"
 #include "e2e/support_hooks.h"
@@ -20,9 +22,9 @@ constexpr const char* kNoSymbol = "dll_get_addr failed!0xffffffff|load moudle fa
 constexpr const char* kNoFrame = "mb get object failed!0xfffffff7|LoadMbDll failed!";
 constexpr const char* kRefused = "mb advise failed!0x00000007|LoadMbDll failed!";
 // What the bus is asked from the start to the stop, and when it has not called back.
-constexpr const char* kShort = "Advise 1 Unadvise Release ";
+constexpr const char* kShort = "Advise 1 kind 1 Unadvise Release ";
 constexpr const char* kWhole =
-    "Advise 1 SetOption 65536 SetEventTable 1536 1793 1281 1794 2304 534 1538 1538 1541 1540 1542 1543 1544 "
+    "Advise 1 kind 1 SetOption 65536 SetEventTable 1536 1793 1281 1794 2304 534 1538 1538 1541 1540 1542 1543 1544 "
     "Unadvise Release ";
 constexpr const char* kNoThread = "thread_start failed, 0xffffffff|Failed to start the worker thread.";
 
@@ -120,6 +122,9 @@ TEST_F(Start, SecondInitChangesNothingAndRestartDoesNotAttachAgain) {
     EXPECT_EQ(workers(), kBothWorkers);
     stop();
     EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
+    // The sanitizer builds keep such a library in memory.
+    const bool loaded = dlopen(path("reshdl/lib/libzelbpmgr.so").c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr;
+    EXPECT_EQ(loaded, ZEL_ADDRESS_SANITIZER + ZEL_THREAD_SANITIZER > 0);
     start();
     EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
     EXPECT_EQ(file_trace(1, 5), 0);
@@ -248,6 +253,10 @@ TEST_F(Start, WorksWithoutTheOptionalLibraries) {
     send(Alert{});
     expect_event(770);
     settle();
+    stop();
+    replace("lib/libzel_bpsdk.so", E2E_REFUSING_SDK);
+    start();
+    expect_logs("init zel_bpsdk failed, errcode:0xfffffff7");
 }
 
 }  // namespace

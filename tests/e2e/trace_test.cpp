@@ -74,6 +74,15 @@ TEST_F(Traces, AreGivenUpAfterTheLastTry) {
     expect_figures({{"traceFailedCount", 1}});
 }
 
+TEST_F(Traces, AreOffWithoutAnyTry) {
+    set("zelreshdl.ini", "config", "trc_times=0");
+    start();
+    send(Alert{});
+    settle();
+    rests(trace_worker_sleeps);
+    EXPECT_EQ(calls(ZELTRC_CREATE), 0u);
+}
+
 TEST_F(Traces, EndByTheModulesCode) {
     set("zelreshdl.ini", "config", "trc_times=1");
     start();
@@ -106,6 +115,7 @@ TEST_F(Traces, EndByTheModulesCode) {
         EXPECT_EQ(count_callbacks(context), callbacks);
         EXPECT_EQ(count_events(770), all_events += events);
     }
+    EXPECT_EQ(count_log("current predict time"), 2u);  // an alert that failed teaches no cost
     expect_figures({{"sentToTrcCount", 16}, {"traceFailedCount", 8}, {"traceDroppedCount", 4}});
 }
 

@@ -17,7 +17,7 @@ struct Alert : Decoded {
                                       zel_test::event(R"("version":-1,"SubjectPid":-1,"SubjectTid":-2,)"
                                                       R"("Highlight":["h1","h2"],"SubHighLight":["s1","s2"])")),
               .info = scenario(zel_test::event(R"("OpTime":5)")),
-              .given = R"("risk_level":"HIGH","count":-1,"hash":-2,"threat_score":-1)",
+              .given = R"("risk_level":"CRITICAL","count":-1,"hash":-2,"threat_score":-1)",
               .guid = R"("guid")"}) {
         data.strExtendedMsg = "extended";
         data.nContainerInitPid = -3;
@@ -32,7 +32,7 @@ TEST(Alert, EveryMemberReachesItsField) {
     Alert alert;
     const Built built = build(alert.data, true);
     EXPECT_EQ(built.shown,
-              "1=me 7=4 8={1=2 2=guid 3=4 4=-1 5=8 6=9 7=10 8=19 9=5 10=8 "
+              "1=me 7=4 8={1=2 2=guid 3=5 4=-1 5=8 6=9 7=10 8=19 9=5 10=8 "
               "11={1=6 2=7 3=13 4=10 5=8 6=4 7=11 "
               "8={1=-1 2=6 3=19 4={2=-1 3=18 4=10 5=16 6=17 8=11 9=13 13=12 14=-2 19=14 20=15} 11={2=gone} "
               "24={1=h1} 24={1=h2} 34={1=s1} 34={1=s2}} "
@@ -40,7 +40,7 @@ TEST(Alert, EveryMemberReachesItsField) {
               "12=6 15=-2 16=12 17=-1 18=extended 19=13 20=14 23=6 24=7 25=8 "
               "26=9 27=10 28=11 29=12 30=13 31=14 32=15 33=16 34=-3} 16={1=t1} 16={1=t2}");
     EXPECT_EQ(built.lines, Lines{});
-    EXPECT_EQ(built.nRiskLevel, 4);
+    EXPECT_EQ(built.nRiskLevel, 5);
     EXPECT_EQ(built.nProcessCount, 1);
 }
 
