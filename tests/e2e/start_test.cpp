@@ -1,11 +1,10 @@
 // Start, stop and restart; what the bus is told; starts that fail; pure mode; starts without the optional libraries.
-#include <dlfcn.h>
-
 #include "e2e/fake_bus.h"
 #include "e2e/harness.h"
-#include "e2e/support_hooks.h"
+#include "support/refusals.h"
 
 using namespace e2e;
+using namespace zel_test;
 
 int32_t scripted_class_object(void** out) {
     *out = static_cast<MbFrame::IRtmFrame*>(&fake_bus);
@@ -66,9 +65,7 @@ TEST_F(Start, ReadsEachSettingWithItsBaseAndLimits) {
         "queue max:100, interval:5, trace val:0, trc time:0, trc times:0, "
         "ioa match queue size:0, disable scan scenario limit:0, ";
     const std::string defaults = "queue max:100, interval:5, trace val:50, trc time:15, trc times:8";
-    const struct {
-        std::string set, logged;
-    } rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         {"queue_max=0x40", "queue max:64, interval:5, trace val:50, trc time:15, trc times:8"},
         {"queue_max=50\ninterval=1", "queue max:50, interval:1, "},
         {"queue_max=49\ninterval=0", defaults},
@@ -90,11 +87,11 @@ TEST_F(Start, ReadsEachSettingWithItsBaseAndLimits) {
         {no_keys, zeros},
         {no_file, zeros},
     };
-    for (const auto& row : rows) {
-        row.set == no_file ? replace(ini) : write(ini, row.set == no_keys ? "" : staged + "\n[config]\n" + row.set);
-        const size_t before = count_log(row.logged);
+    for (const auto& [set, logged] : rows) {
+        set == no_file ? replace(ini) : write(ini, set == no_keys ? "" : staged + "\n[config]\n" + set);
+        const size_t before = count_log(logged);
         start();
-        EXPECT_EQ(count_log(row.logged), before + 1) << row.set;
+        EXPECT_EQ(count_log(logged), before + 1) << set;
         stop();
     }
     expect_logs("ini_file_get failed!|ini_file_load failed!");
@@ -123,7 +120,7 @@ TEST_F(Start, SecondInitChangesNothingAndRestartDoesNotAttachAgain) {
     stop();
     EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
     // The sanitizer builds keep such a library in memory.
-    const bool loaded = dlopen(path("reshdl/lib/libzelbpmgr.so").c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr;
+    const bool loaded = zelhost::is_loaded(path("reshdl/lib/libzelbpmgr.so"));
     EXPECT_EQ(loaded, ZEL_ADDRESS_SANITIZER + ZEL_THREAD_SANITIZER > 0);
     start();
     EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
@@ -191,16 +188,10 @@ constexpr FailedRow kFailedRows[] = {
     {.name = "NoDsUpdateDb", .logs = kNoSymbol, .symbol = "ds_update_db"},
     {.name = "NoTrace", .logs = "zeltrc dll open failed!0x84ce0015|load moudle failed!", .by = ""},
     {.name = "NoInit", .logs = kNoSymbol, .symbol = "trace_event_init"},
-    {.name = "NoUninit", .logs = kNoSymbol, .symbol = "trace_event_uninit"},
-    {.name = "NoRelease", .logs = kNoSymbol, .symbol = "trace_event_release"},
-    {.name = "NoCreate", .logs = kNoSymbol, .symbol = "trace_event_create_by_alert"},
-    {.name = "NoCompletion", .logs = kNoSymbol, .symbol = "trace_event_process_completion"},
-    {.name = "NoExpand", .logs = kNoSymbol, .symbol = "trace_event_expand_from_mgr"},
     {.name = "NoDispose", .logs = kNoSymbol, .symbol = "trace_event_coordinate_dispose_trc"},
     {.name = "TraceRefuses", .logs = "trace_event_init failed!hr = 0xfffffffb", .code = -5},
     {.name = "NoEliminatorMutex", .logs = "mutex_init failed|init eliminator manager failed!", .mutex = 1},
     {.name = "NoEventMutex", .logs = "mutex_init error.", .mutex = 2},
-    {.name = "NoTrcMutex", .logs = "mutex_init error.", .mutex = 3},
     {.name = "NoDelayMutex", .logs = "mutex_init error.", .mutex = 4},
     {.name = "NoAlarmWorker", .logs = kNoThread, .thread = 1},
     {.name = "NoTraceWorker", .logs = kNoThread, .thread = 2},

@@ -1,10 +1,8 @@
 // The trace stage: retries, failures, shedding, the reset period, stops; KOV alerts and on-demand traces on it.
 #include <gmock/gmock.h>
 
-#include <thread>
-
 #include "e2e/harness.h"
-#include "e2e/support_hooks.h"
+#include "support/refusals.h"
 #include "support/show.h"
 
 using namespace e2e;
@@ -201,12 +199,12 @@ TEST_F(Traces, StopWithFullQueuesFreesAllAndEndsInTime) {
     for (int number = 13; number < 33; ++number) send(Alert{.number = number});
     send(DnsHit{});
     bus_rests();
-    std::thread stopping([&] { stop(); });
-    expect_logs("stop work thread!");
-    EXPECT_SOON(is_joining.load());
-    EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
-    hold_traces(false);
-    stopping.join();
+    zel_test::before_join = [&] {
+        EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
+        hold_traces(false);
+    };
+    stop();
+    zel_test::before_join = nullptr;
     EXPECT_SOON(count_events(769) == 13);  // what a worker held was finished, all else discarded
     kept_results_ = 2;                     // of these two, released when the module was gone
     EXPECT_EQ(file_trace(1, 1), 0);        // taken, and gone
@@ -293,6 +291,7 @@ TEST_F(Traces, ExpansionsAndOnDemandTracesAreAnswered) {
     answers(ZELTRC_DISPOSE, {{kTraceFails, false}});
     EXPECT_EQ(process_trace(4, "data"), 0);
     EXPECT_EQ(std::tuple(expect_callback(4).code, expect_callback(4).bytes), std::tuple(10, "null"));
+    EXPECT_SOON(calls(ZELTRC_RELEASE) == 8);  // of each answer, those without a result among them
 }
 
 }  // namespace

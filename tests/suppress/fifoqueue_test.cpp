@@ -7,7 +7,7 @@
 
 #include "support/agent_folder.h"
 #include "support/log_capture.h"
-#include "support/mutex_refusal.h"
+#include "support/refusals.h"
 #include "suppress/cityhash.h"
 
 namespace {
@@ -115,7 +115,7 @@ TEST_F(HotCache, SpansTheTimesOfTheRepeatsInWhateverOrderTheyCome) {
 }
 
 TEST_F(HotCache, TakesEveryHitAsNewWithoutSettingsOrMutex) {
-    const zel_test::MutexRefusal refusal;
+    zel_test::refused_mutex = -1;
     std::destroy_at(&cache);
     std::construct_at(&cache, now);
     zel_test::LogCapture::get().take();
@@ -126,6 +126,7 @@ TEST_F(HotCache, TakesEveryHitAsNewWithoutSettingsOrMutex) {
     see("domain");
     EXPECT_FALSE(knows("domain"));
     EXPECT_EQ(zel_test::LogCapture::get().take_text(ZEL_LOG_ERROR), "E mutex init failed!\nE mutex init failed!\n");
+    zel_test::refused_mutex = 0;
 }
 
 }  // namespace

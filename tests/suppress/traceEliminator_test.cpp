@@ -9,7 +9,7 @@
 #include "common/statistics.h"
 #include "support/agent_folder.h"
 #include "support/log_capture.h"
-#include "support/mutex_refusal.h"
+#include "support/refusals.h"
 
 namespace {
 
@@ -141,7 +141,7 @@ TEST_F(Eliminator, ReadsTheHighestLevelOfATrunkTrace) {
     folder.remove(kSettings);
     EXPECT_TRUE(TraceEliminator().Init());
     EXPECT_EQ(logged(), first + "W file path " + path + " is not exist\n" + last(2));
-    const zel_test::MutexRefusal refusal;
+    zel_test::refused_mutex = 1;
     EXPECT_FALSE(TraceEliminator().Init());
     EXPECT_EQ(logged(ZEL_LOG_ERROR), "E mutex_init failed\n");
 }

@@ -1,7 +1,7 @@
 #include <cstring>
 #include <span>
 
-#include "decode/processtreeselector.h"
+#include "decode/document.h"
 #include "trace/built.h"
 
 using namespace zel_test;
@@ -58,7 +58,7 @@ struct Hit {
 };
 
 TEST(IocBuilder, EveryMemberReachesItsField) {
-    ProcessTreeSelector::Instance();  // says that there is no adapter
+    ProcessTreeSelectorPeer::take();
     Hit hit;
     hit.msg.szUser[3] = '\x01';  // behind the end of the text
     const Built built = hit.built();
@@ -68,7 +68,7 @@ TEST(IocBuilder, EveryMemberReachesItsField) {
         "11={8={2=2 3=99 4={2=-2 3=pguid 4=/bin/x 5=md5 6=sha 8=cmd 9=root 13=5} 19={2=domain 3=-4 4=1.2.3.4}} 11=100} "
         "14=bad.example 15=77 23=c0 24=c1 25=c2 26=c3 27=c4 28=c5 29=c6 30=c7 31=c8 32=c9 33=c10 34=-1} 16={1=IOC}");
     EXPECT_EQ(built.lines, Lines{});
-    EXPECT_TRUE(ProcessTreeSelector::Instance().IsSelected());
+    EXPECT_EQ(ProcessTreeSelectorPeer::take(), "pid -2 of 5 /bin/x");
     memset(hit.area.szGuid, 'g', sizeof hit.area.szGuid);  // without an end of its own
     EXPECT_THAT(hit.built().shown, testing::HasSubstr(" 3=" + std::string(32, 'g') + "/bin/x 4=/bin/x "));
 }
