@@ -39,7 +39,7 @@ TEST(Alert, EveryMemberReachesItsField) {
               "9=12 10=14 11=-60 13={1=t1} 13={1=t2}} "
               "12=6 15=-2 16=12 17=-1 18=extended 19=13 20=14 23=6 24=7 25=8 "
               "26=9 27=10 28=11 29=12 30=13 31=14 32=15 33=16 34=-3} 16={1=t1} 16={1=t2}");
-    EXPECT_EQ(built.lines, Lines{});
+    EXPECT_EQ(built.lines, "");
     EXPECT_EQ(built.nRiskLevel, 5);
     EXPECT_EQ(built.nProcessCount, 1);
 }
@@ -56,20 +56,19 @@ TEST(Alert, WhatIsEmptyOrUnknownIsNoFailure) {
     EXPECT_EQ(build(data).shown, "8={11={} 11={}}");
     agent_id = nullptr;
     EXPECT_EQ(build(data).shown, "1=0 8={11={} 11={}}");
-    EXPECT_EQ(build(data).lines, errors({"get agentid from env error !"}));
+    EXPECT_EQ(build(data).lines, "E get agentid from env error !\n");
     agent_id = "me";
 }
 
 TEST(Alert, ARefusedTextEndsTheAlertWithTheLinesOfAllWhoGiveUp) {
-    const std::string alert = "GetThreatAlertInfo failed!", rule = "Set event info failed";
-    const std::string event = "SetSubjectInfo failed!";
+    const std::string of_alert = kRefused + "E GetThreatAlertInfo failed!\n";
+    const std::string of_event =
+        kRefused + "E SetSubjectInfo failed!\nE Set event info failed\nE GetThreatAlertInfo failed!\n";
     Alert spoiled;
-    const std::pair<std::string*, Lines> rows[] = {
-        {&spoiled.data.strGuid, refused({alert})},
-        {&spoiled.data.strImageName, refused({alert})},
-        {&spoiled.rule.strRiskTag, refused({alert})},
-        {&spoiled.event.strImage, refused({event, rule, alert})},
-        {&spoiled.object.strFilePath, refused({event, rule, alert})},
+    const std::pair<std::string*, std::string> rows[] = {
+        {&spoiled.data.strGuid, of_alert},       {&spoiled.data.strImageName, of_alert},
+        {&spoiled.rule.strRiskTag, of_alert},    {&spoiled.event.strImage, of_event},
+        {&spoiled.object.strFilePath, of_event},
     };
     for (const auto& [text, lines] : rows) {
         const std::string good = std::exchange(*text, "\x01");
@@ -113,7 +112,7 @@ TEST(Alert, ARefusedTextInAListEndsThatListAlone) {
         EXPECT_THAT(built.shown, HasSubstr("11=-60 " + rule_tags + "} 11={13={1=c}}")) << what;
         const bool in_tags = trace_tags.ends_with("{}");
         EXPECT_THAT(built.shown, EndsWith("} " + trace_tags + (in_tags ? "" : " 16={1=c}"))) << what;
-        EXPECT_EQ(built.lines.size(), in_tags ? 4U : 2U) << what;
+        EXPECT_EQ(std::ranges::count(built.lines, '\n'), in_tags ? 4 : 2) << what;
     }
 }
 
