@@ -137,24 +137,6 @@ TEST_F(Dns, RepeatsAreTalliedAndReportedWhenTheirEntryLeaves) {
               "a-name-of-more-than-" + aged.message.dup_alerts(0).alert_guid());
 }
 
-TEST_F(Dns, SecondSightingBeforeTheFirstIsKnownLeavesTheOlderEntry) {
-    start();
-    hold_alarm_worker();
-    for (const uint64_t time : {500, 600}) send(DnsHit{.time = time});
-    bus_rests();
-    hold_traces(false);
-    expect_event(769);  // of the alert that held the worker
-    const std::string older = expect_event(769).guid;
-    settle();
-    hit({.time = 400});
-    advance(1h);
-    const Published aged = batch();
-    ASSERT_EQ(aged.message.dup_alerts_size(), 1);
-    const auto& entry = aged.message.dup_alerts(0);
-    EXPECT_EQ(std::tuple(entry.alert_guid(), entry.dup_count()), std::tuple(older, 1));
-    EXPECT_EQ(std::tuple(entry.first_hit_time(), entry.recent_hit_time()), std::tuple(400, 400));
-}
-
 TEST_F(Dns, BatchIsSentWithoutRepeatsAndWithoutAgentId) {
     set("zelreshdl.ini", "cache", "cache_size=10\ndie_num=100");
     unsetenv("agentid");

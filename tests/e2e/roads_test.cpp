@@ -1,6 +1,5 @@
-// Live configuration, the reports, and the chain that the trace module adds.
+// Live configuration and the reports.
 #include "e2e/harness.h"
-#include "standin/zelds/zelds_host.h"
 
 using namespace e2e;
 
@@ -93,29 +92,6 @@ TEST_F(Reports, KeepTheCostsOfThePeriodWithTheWorstTraceButForAStart) {
     const Report first = report();
     EXPECT_EQ(std::tuple(first["recvAlarmCount"], first["maxCost"]), std::tuple(0, -1)) << first.text;
     EXPECT_EQ(report()["maxCost"], -1);
-}
-
-// With the stand-in of the trace module instead of the scripted one.
-TEST_F(Roads, TraceModuleAddsTheChain) {
-    replace("reshdl/lib/libzeltrc.so", "reshdl/lib/libzeltrc.so");
-    set("zeltrc.ini", "standin", "not_ready_times=1");
-    start();
-    send(Alert{});
-    expect_logs("alert trace retry, guid:" + guid(1));
-    advance(15s);
-    const Published trace = expect_event(770);
-    EXPECT_EQ(trace.message.threat().alert_guid(), guid(1));
-    EXPECT_EQ(trace.message.trace_event().edge_list_size(), 1);
-    const zelhost::TraceModule module{{path("reshdl/lib/libzelcount.so")}};
-    zeltrc_counts counts{};
-    EXPECT_TRUE(wait_until([&] {
-        module.get_counts(&counts);
-        return counts.outstanding == 0;
-    }));
-    EXPECT_EQ(std::tuple(counts.foreign_releases, counts.null_releases), std::tuple(0u, 1u));
-    zelds_counts store{};
-    zelhost::Function<zelds_get_counts_t>(module.library, "zelds_get_counts")(&store);
-    EXPECT_EQ(store.updates, 1u);  // for the retry
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "e2e/harness.h"
+#include "standin/zelds/zelds_host.h"
 #include "support/refusals.h"
 #include "support/show.h"
 
@@ -67,6 +68,10 @@ TEST_F(Traces, AreGivenUpAfterTheLastTry) {
     expect_logs("alert trace retry");
     advance(15s);
     expect_logs("Try more than 2 times, discard! guid:" + guid(1) + "|alert trace failed, guid:" + guid(1));
+    zelds_counts store{};
+    const zelhost::Library ledger(path("reshdl/lib/libzelcount.so"));
+    zelhost::Function<zelds_get_counts_t>(ledger, "zelds_get_counts")(&store);
+    EXPECT_EQ(store.updates, 1u);  // for the retry
     settle();
     EXPECT_EQ(count_events(770), 0u);
     expect_figures({{"traceFailedCount", 1}});

@@ -20,7 +20,7 @@ constexpr size_t kLongestKeyText = 1039;
 
 std::string name(int number) { return "d" + std::to_string(number); }
 
-ST_IOC_MSG message(const std::string& domain, uint64_t alert_time = 0) {
+ST_IOC_MSG message(const std::string& domain, uint64_t alert_time = 100) {
     IocVariant2 process{};
     strcpy(process.szDomain, domain.c_str());
     ST_IOC_MSG msg;
