@@ -5,16 +5,16 @@
 
 #include <cstring>
 
-#include "support/agent_folder.h"
 #include "support/log_capture.h"
 #include "support/refusals.h"
+#include "support/settings_folder.h"
 #include "suppress/cityhash.h"
 
 namespace {
 
 using ResHdlCache::CFifoQueue;
 
-constexpr const char* kSettings = "../config/zelreshdl.ini";
+constexpr const char* kSettings = "zelreshdl.ini";
 constexpr uint64_t kMinuteMs = 60'000;
 constexpr size_t kLongestKeyText = 1039;
 
@@ -50,7 +50,7 @@ protected:
     HotCache() { configure(10, 100); }
     void configure(int size, int percent) {
         const std::string numbers = "cache_size=" + std::to_string(size) + "\ndie_num=" + std::to_string(percent);
-        zel_test::AgentFolder::get().write(kSettings, "[cache]\ndie_check_time=2\ndie_time_linux=5\n" + numbers);
+        zel_test::SettingsFolder::get().write(kSettings, "[cache]\ndie_check_time=2\ndie_time_linux=5\n" + numbers);
         cache.LoadCacheSettings();
     }
     void see(const std::string& domain, EVENT_ID id = event_id::ioc) {

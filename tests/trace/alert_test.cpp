@@ -83,14 +83,20 @@ TEST(Alert, TextsAreCheckedInOrder) {
     ST_RULE& r = alert.rule;
     ST_RAW_EVENT& e = alert.event;
     // clang-format off
-    expect_order(d, {
+    const std::vector<std::string*> texts = {
         &d.strGuid, &d.strBestRuleDesc, &d.strScenarioId, &d.strBestRuleName, &d.strEngineVer, &d.strEngineRuleVer,
         &d.strExtendedMsg, &d.strContainerId, &d.strRepository, &d.strMounts, &d.strUser, &d.strNamespace,
         &d.strImageId, &d.strImageTag, &d.strContainerName, &d.strCapability, &d.strPortsBinding, &d.strImageName,
         &r.strRuleId, &r.strMitreId, &r.strInternalId, &r.strRuleDesc, &r.strVersion, &r.strRuleName, &r.strRiskTag,
         &e.strImage, &e.strCmd, &e.strUser, &e.strGuid, &e.strLoginName, &e.strSshIp, &e.strMd5, &e.strSha256,
-        &alert.object.strFilePath});
+        &alert.object.strFilePath};
     // clang-format on
+    for (size_t i = 0; i < texts.size(); ++i) *texts[i] = bad_text(i);
+    for (size_t i = 0; i < texts.size(); ++i) {
+        EXPECT_THAT(build(d).lines, starts_about(i));
+        texts[i]->clear();
+    }
+    EXPECT_EQ(build(d).lines, "");
 }
 
 TEST(Alert, ARefusedTextInAListEndsThatListAlone) {

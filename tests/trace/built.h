@@ -48,16 +48,6 @@ inline std::string bad_text(size_t number) { return "\x01" + std::to_string(numb
 inline auto starts_about(size_t number) {
     return testing::StartsWith("I [ds]str: " + bad_text(number) + " not Ascii\n");
 }
-// Expects that these texts are checked in this order, and no others: of several bad ones the first is named.
-inline void expect_order(ST_BUF_DATA& data, const std::vector<std::string*>& texts) {
-    for (size_t i = 0; i < texts.size(); ++i) *texts[i] = bad_text(i);
-    for (size_t i = 0; i < texts.size(); ++i) {
-        EXPECT_THAT(build(data).lines, starts_about(i));
-        texts[i]->clear();
-    }
-    EXPECT_EQ(build(data).lines, "");
-}
-
 // The lines about a text "\x01" that is refused.
 inline const std::string kRefused = "I [ds]str: \x01 not Ascii\nI [ds]str: \x01 not utf-8\n";
 
