@@ -5,11 +5,24 @@
 
 #include "common/checks.h"
 #include "common/common.h"
+#include "common/module_state.h"
+#include "common/reshdlevent.h"
 #include "common/trc_functions.h"
-#include "support/fake_dispatcher.h"
 #include "support/log_capture.h"
 
 namespace {
+
+// The bus: keeps a reference of each event that is published.
+struct FakeBus : MbFrame::IDispatch {
+    FakeBus() { g_pDispatcher = this; }
+    ~FakeBus() { g_pDispatcher = nullptr; }
+    int32_t Invoke(MbFrame::IEvent* event) override {
+        event->AddRef();
+        events.emplace_back(event);
+        return 0;
+    }
+    std::vector<ReshdlEventTrace::EventRef> events;
+};
 
 std::vector<std::string> given_back;  // by content
 
@@ -33,7 +46,7 @@ TraceResult theirs(const char* content) {
 }
 
 TEST(Event, AnswersToOneInterfaceAndCountsItsReferences) {
-    zel_test::FakeDispatcher bus;
+    FakeBus bus;
     const auto event = InvokeEvent(769, 1536, ours("message"), "guid").event;
     ASSERT_EQ(bus.events.size(), 1u);
     EXPECT_EQ(std::tuple(event->GetEventId(), event->GetPublishedState()), std::tuple(769u, 1));
@@ -57,7 +70,7 @@ TEST(Event, AnswersToOneInterfaceAndCountsItsReferences) {
 }
 
 TEST(Event, GivesAResultOfTheTraceModuleBackIfTheModuleIsThere) {
-    zel_test::FakeDispatcher bus;
+    FakeBus bus;
     const auto table = std::make_shared<TrcFunctionTable>();
     table->trace_event_release = release;
     InvokeEvent(770, 1536, ours("ours"), "");

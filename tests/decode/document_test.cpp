@@ -148,11 +148,8 @@ TEST(Document, AMemoryFindingOfAHighScoreIsCertain) {
 
 TEST(Document, ItsGuidIsCutTo37CharactersEvenWhenItIsRefused) {
     const std::string guid = "01234567-89ab-cdef-0123-456789abcdef";
-    const std::tuple<int, std::string, std::string> rows[] = {{3, "short", "short"},
-                                                              {3, guid, guid},
-                                                              {3, guid + 'x', guid + 'x'},
-                                                              {3, guid + "xy", guid + 'x'},
-                                                              {99, guid, guid}};
+    const std::tuple<int, std::string, std::string> rows[] = {
+        {3, "short", "short"}, {3, guid + 'x', guid + 'x'}, {3, guid + "xy", guid + 'x'}, {99, guid, guid}};
     for (const auto& [type, sent, kept] : rows) {
         const Decoded alert(Document{.type = type, .guid = '"' + sent + '"'});
         EXPECT_EQ(alert.data.strGuid, kept);

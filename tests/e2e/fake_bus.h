@@ -15,7 +15,11 @@ struct FakeBus final : MbFrame::IRtmFrame, MbFrame::IPluginSetting, MbFrame::IDi
     void reserved6() override { note("reserved6"); }
     void reserved7() override { note("reserved7"); }
     int32_t Advise(MbFrame::IPlugin* plugin, uint32_t flag) override {
-        note("Advise " + std::to_string(flag));
+        uint32_t kind = 0;
+        EXPECT_EQ(plugin->GetPluginKind(&kind), 0);
+        for (const int32_t code : {plugin->GetPluginId(nullptr), plugin->GetPluginKind(nullptr)})
+            EXPECT_EQ(static_cast<uint32_t>(code), 0x84ce0002);
+        note("Advise " + std::to_string(flag) + " kind " + std::to_string(kind));
         if (calls_back) plugin->OnAdvised(this, this);
         if (advised) advised(*plugin);
         return advise_result;

@@ -1,10 +1,9 @@
 // The trace stage: retries, failures, shedding, the reset period, stops; KOV alerts and on-demand traces on it.
 #include <gmock/gmock.h>
 
-#include <thread>
-
 #include "e2e/harness.h"
-#include "e2e/support_hooks.h"
+#include "standin/zelds/zelds_host.h"
+#include "support/refusals.h"
 #include "support/show.h"
 
 using namespace e2e;
@@ -69,9 +68,22 @@ TEST_F(Traces, AreGivenUpAfterTheLastTry) {
     expect_logs("alert trace retry");
     advance(15s);
     expect_logs("Try more than 2 times, discard! guid:" + guid(1) + "|alert trace failed, guid:" + guid(1));
+    zelds_counts store{};
+    const zelhost::Library ledger(path("reshdl/lib/libzelcount.so"));
+    zelhost::Function<zelds_get_counts_t>(ledger, "zelds_get_counts")(&store);
+    EXPECT_EQ(store.updates, 1u);  // for the retry
     settle();
     EXPECT_EQ(count_events(770), 0u);
     expect_figures({{"traceFailedCount", 1}});
+}
+
+TEST_F(Traces, AreOffWithoutAnyTry) {
+    set("zelreshdl.ini", "config", "trc_times=0");
+    start();
+    send(Alert{});
+    settle();
+    rests(trace_worker_sleeps);
+    EXPECT_EQ(calls(ZELTRC_CREATE), 0u);
 }
 
 TEST_F(Traces, EndByTheModulesCode) {
@@ -106,6 +118,7 @@ TEST_F(Traces, EndByTheModulesCode) {
         EXPECT_EQ(count_callbacks(context), callbacks);
         EXPECT_EQ(count_events(770), all_events += events);
     }
+    EXPECT_EQ(count_log("current predict time"), 2u);  // an alert that failed teaches no cost
     expect_figures({{"sentToTrcCount", 16}, {"traceFailedCount", 8}, {"traceDroppedCount", 4}});
 }
 
@@ -191,12 +204,12 @@ TEST_F(Traces, StopWithFullQueuesFreesAllAndEndsInTime) {
     for (int number = 13; number < 33; ++number) send(Alert{.number = number});
     send(DnsHit{});
     bus_rests();
-    std::thread stopping([&] { stop(); });
-    expect_logs("stop work thread!");
-    EXPECT_SOON(is_joining.load());
-    EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
-    hold_traces(false);
-    stopping.join();
+    zel_test::before_join = [&] {
+        EXPECT_EQ(publish(1536, "x"), LUMMB_NOT_SUBSCRIBED);
+        hold_traces(false);
+    };
+    stop();
+    zel_test::before_join = nullptr;
     EXPECT_SOON(count_events(769) == 13);  // what a worker held was finished, all else discarded
     kept_results_ = 2;                     // of these two, released when the module was gone
     EXPECT_EQ(file_trace(1, 1), 0);        // taken, and gone
@@ -283,6 +296,7 @@ TEST_F(Traces, ExpansionsAndOnDemandTracesAreAnswered) {
     answers(ZELTRC_DISPOSE, {{kTraceFails, false}});
     EXPECT_EQ(process_trace(4, "data"), 0);
     EXPECT_EQ(std::tuple(expect_callback(4).code, expect_callback(4).bytes), std::tuple(10, "null"));
+    EXPECT_SOON(calls(ZELTRC_RELEASE) == 8);  // of each answer, those without a result among them
 }
 
 }  // namespace

@@ -7,8 +7,9 @@
 #include "pipeline/event_rows.h"
 #include "pipeline/rule_brake.h"
 #include "pipeline/work_queue.h"
+#include "platform/native_payloads.h"
 #include "plugin/zelreshdl_engine.h"
-#include "support/mutex_refusal.h"
+#include "support/refusals.h"
 
 namespace {
 
@@ -33,6 +34,13 @@ TEST(EventRows, StandOnceAndWhatIsHandledIsBuilt) {
         EXPECT_EQ(find_event_row(row.id), &row);
     }
     EXPECT_EQ(find_event_row(1535), nullptr);
+}
+
+TEST(EventRows, RefuseASizeThatLeavesNoRoomForTheEndOfTheText) {
+    char text[] = "x";
+    ST_JSON_BUFFER document{.pData = text, .uSize = UINT64_MAX};
+    Incoming incoming{&document, nullptr};
+    EXPECT_EQ(find_event_row(event_id::ioa_alert)->build(incoming, event_id::ioa_alert), nullptr);
 }
 
 TEST(RuleBrake, CountsTheMatchesOfTheLastHour) {
@@ -74,8 +82,8 @@ TEST(WorkQueue, KeepsWhatCameBeforeItsFirstOpenAndRefusesWhatComesAfterAClose) {
     EXPECT_FALSE(push(queue, 3));
     ASSERT_TRUE(queue.open());
     EXPECT_EQ(queue.take(), nullptr);
-    const zel_test::MutexRefusal refusal;
     queue.close();
+    zel_test::refused_mutex = 1;
     EXPECT_FALSE(queue.open());
     EXPECT_FALSE(push(queue, 4));
 }

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,11 +16,6 @@ namespace zel_test {
 struct LogLine {
     int32_t level;
     std::string text;  // without the prefix
-
-    friend bool operator==(const LogLine&, const LogLine&) = default;
-    friend std::ostream& operator<<(std::ostream& out, const LogLine& line) {
-        return out << line.level << ": " << line.text;
-    }
 };
 
 // The lines of the whole program, from all threads.
@@ -40,16 +34,11 @@ public:
         const std::lock_guard lock(mutex_);
         return std::exchange(lines_, {});
     }
-    // The same, of at least that severity.
-    std::vector<LogLine> take_up_to(int32_t level) {
-        std::vector<LogLine> lines = take();
-        std::erase_if(lines, [level](const LogLine& line) { return line.level > level; });
-        return lines;
-    }
-    // The same as one text: "E the text\n" for each line, with the level's letter.
+    // The same, of at least that severity, as one text: "E the text\n" for each line, with the level's letter.
     std::string take_text(int32_t level = ZEL_LOG_DEBUG) {
         std::string text;
-        for (const LogLine& line : take_up_to(level)) text += std::string{"EWID"[line.level], ' '} + line.text + '\n';
+        for (const LogLine& line : take())
+            if (line.level <= level) text += std::string{"EWID"[line.level], ' '} + line.text + '\n';
         return text;
     }
 

@@ -21,18 +21,15 @@ ST_BUF_DATA alert(const Rules& rules) {
 }
 
 TEST(AlertFilter, MakesItsKeyOfRulesAndImages) {
-    const struct {
-        Rules rules;
-        std::string key;
-    } rows[] = {
-        {.rules = {}, .key = ""},
-        {.rules = {{"", {}}}, .key = ""},
-        {.rules = {{"r", {}}}, .key = "r"},
-        {.rules = {{"r2", {"/b", "/a", "/b"}}, {"r1", {"/c"}}}, .key = "r1/cr2/a/b"},
-        {.rules = {{"r", {"/first"}}, {"r", {"/second"}}}, .key = "r/first"},
-        {.rules = {{"\xff", {}}, {"a", {}}, {"B", {}}}, .key = "Ba\xff"},
+    const std::pair<Rules, std::string> rows[] = {
+        {{}, ""},
+        {{{"", {}}}, ""},
+        {{{"r", {}}}, "r"},
+        {{{"r2", {"/b", "/a", "/b"}}, {"r1", {"/c"}}}, "r1/cr2/a/b"},
+        {{{"r", {"/first"}}, {"r", {"/second"}}}, "r/first"},
+        {{{"\xff", {}}, {"a", {}}, {"B", {}}}, "Ba\xff"},
     };
-    for (const auto& row : rows) EXPECT_EQ(AlertFilter::cal_alert_key(alert(row.rules)), row.key);
+    for (const auto& [rules, key] : rows) EXPECT_EQ(AlertFilter::cal_alert_key(alert(rules)), key);
 }
 
 TEST(AlertFilter, ForgetsEverythingWhenAMinuteHasPassedSinceItLastDid) {

@@ -5,22 +5,22 @@
 
 #include <cstring>
 
-#include "support/agent_folder.h"
 #include "support/log_capture.h"
-#include "support/mutex_refusal.h"
+#include "support/refusals.h"
+#include "support/settings_folder.h"
 #include "suppress/cityhash.h"
 
 namespace {
 
 using ResHdlCache::CFifoQueue;
 
-constexpr const char* kSettings = "../config/zelreshdl.ini";
+constexpr const char* kSettings = "zelreshdl.ini";
 constexpr uint64_t kMinuteMs = 60'000;
 constexpr size_t kLongestKeyText = 1039;
 
 std::string name(int number) { return "d" + std::to_string(number); }
 
-ST_IOC_MSG message(const std::string& domain, uint64_t alert_time = 0) {
+ST_IOC_MSG message(const std::string& domain, uint64_t alert_time = 100) {
     IocVariant2 process{};
     strcpy(process.szDomain, domain.c_str());
     ST_IOC_MSG msg;
@@ -50,7 +50,7 @@ protected:
     HotCache() { configure(10, 100); }
     void configure(int size, int percent) {
         const std::string numbers = "cache_size=" + std::to_string(size) + "\ndie_num=" + std::to_string(percent);
-        zel_test::AgentFolder::get().write(kSettings, "[cache]\ndie_check_time=2\ndie_time_linux=5\n" + numbers);
+        zel_test::SettingsFolder::get().write(kSettings, "[cache]\ndie_check_time=2\ndie_time_linux=5\n" + numbers);
         cache.LoadCacheSettings();
     }
     void see(const std::string& domain, EVENT_ID id = event_id::ioc) {
@@ -115,7 +115,7 @@ TEST_F(HotCache, SpansTheTimesOfTheRepeatsInWhateverOrderTheyCome) {
 }
 
 TEST_F(HotCache, TakesEveryHitAsNewWithoutSettingsOrMutex) {
-    const zel_test::MutexRefusal refusal;
+    zel_test::refused_mutex = -1;
     std::destroy_at(&cache);
     std::construct_at(&cache, now);
     zel_test::LogCapture::get().take();
@@ -126,6 +126,7 @@ TEST_F(HotCache, TakesEveryHitAsNewWithoutSettingsOrMutex) {
     see("domain");
     EXPECT_FALSE(knows("domain"));
     EXPECT_EQ(zel_test::LogCapture::get().take_text(ZEL_LOG_ERROR), "E mutex init failed!\nE mutex init failed!\n");
+    zel_test::refused_mutex = 0;
 }
 
 }  // namespace

@@ -7,13 +7,13 @@
 #include <random>
 
 #include "common/statistics.h"
-#include "support/agent_folder.h"
 #include "support/log_capture.h"
-#include "support/mutex_refusal.h"
+#include "support/refusals.h"
+#include "support/settings_folder.h"
 
 namespace {
 
-constexpr const char* kSettings = "../config/zeltrc.ini";
+constexpr const char* kSettings = "zeltrc.ini";
 
 struct Node : ST_DELAY_QUEQE_NODE {
     Node(int level, int processes, EVENT_ID id = event_id::ioa_alert) {
@@ -130,7 +130,7 @@ TEST_F(Eliminator, ReadsTheHighestLevelOfATrunkTrace) {
         {"skip_behavior_level=-1", 2, over},
         {"skip_behavior_level=4294967300", 4, ""},  // cut to 32 bits first
     };
-    const auto& folder = zel_test::AgentFolder::get();
+    const auto& folder = zel_test::SettingsFolder::get();
     const std::string path = folder.path(kSettings), first = "I get @/../config/zeltrc.ini file path " + path + "\n";
     const auto last = [](int level) { return "I max skip behavior level: " + std::to_string(level) + "\n"; };
     for (const auto& [text, level, warning] : rows) {
@@ -138,10 +138,10 @@ TEST_F(Eliminator, ReadsTheHighestLevelOfATrunkTrace) {
         EXPECT_TRUE(TraceEliminator().Init());
         EXPECT_EQ(logged(), first + warning + last(level)) << text;
     }
-    folder.remove(kSettings);
+    std::filesystem::remove(path);
     EXPECT_TRUE(TraceEliminator().Init());
     EXPECT_EQ(logged(), first + "W file path " + path + " is not exist\n" + last(2));
-    const zel_test::MutexRefusal refusal;
+    zel_test::refused_mutex = 1;
     EXPECT_FALSE(TraceEliminator().Init());
     EXPECT_EQ(logged(ZEL_LOG_ERROR), "E mutex_init failed\n");
 }

@@ -1,7 +1,7 @@
 #include <cstring>
 #include <span>
 
-#include "decode/processtreeselector.h"
+#include "decode/document.h"
 #include "trace/built.h"
 
 using namespace zel_test;
@@ -58,7 +58,7 @@ struct Hit {
 };
 
 TEST(IocBuilder, EveryMemberReachesItsField) {
-    ProcessTreeSelector::Instance();  // says that there is no adapter
+    ProcessTreeSelectorPeer::take();
     Hit hit;
     hit.msg.szUser[3] = '\x01';  // behind the end of the text
     const Built built = hit.built();
@@ -67,26 +67,10 @@ TEST(IocBuilder, EveryMemberReachesItsField) {
         "1=me 8={1=1 2=0123456789-0123456789-0123456789-123 3=5 4=90 5=90 8=99 9=99 "
         "11={8={2=2 3=99 4={2=-2 3=pguid 4=/bin/x 5=md5 6=sha 8=cmd 9=root 13=5} 19={2=domain 3=-4 4=1.2.3.4}} 11=100} "
         "14=bad.example 15=77 23=c0 24=c1 25=c2 26=c3 27=c4 28=c5 29=c6 30=c7 31=c8 32=c9 33=c10 34=-1} 16={1=IOC}");
-    EXPECT_EQ(built.lines, Lines{});
-    EXPECT_TRUE(ProcessTreeSelector::Instance().IsSelected());
+    EXPECT_EQ(built.lines, "");
+    EXPECT_EQ(ProcessTreeSelectorPeer::take(), "pid -2 of 5 /bin/x");
     memset(hit.area.szGuid, 'g', sizeof hit.area.szGuid);  // without an end of its own
     EXPECT_THAT(hit.built().shown, testing::HasSubstr(" 3=" + std::string(32, 'g') + "/bin/x 4=/bin/x "));
-}
-
-TEST(IocBuilder, ChecksArraysWholeAndContainerTextsToTheirEnd) {
-    Hit hit;
-    const Lines alert = errors({"GetThreatAlertInfo failed!"});
-    const Lines subject = errors({"SetSubjectInfo failed!", "GetThreatAlertInfo failed!"});
-    std::vector<char*> bytes = {&hit.node.szGuid[0], &hit.msg.szImageName[0]};
-    for (const auto text : hit.area_texts()) bytes.push_back(&text.back());
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        const char good = std::exchange(*bytes[i], '\x01');
-        Lines lines = hit.built().lines;
-        EXPECT_EQ(std::erase_if(lines, [](const LogLine& line) { return line.level == ZEL_LOG_INFO; }), 2U);
-        const bool of_subject = i >= 2 && i < 8;
-        EXPECT_EQ(lines, of_subject ? subject : alert) << "byte " << i;
-        *bytes[i] = good;
-    }
 }
 
 TEST(IocBuilder, TextsAreCheckedInOrder) {
@@ -98,10 +82,10 @@ TEST(IocBuilder, TextsAreCheckedInOrder) {
     for (size_t i = 0; i < texts.size(); ++i) put(texts[i], bad_text(i));
     hit.msg.strQueryName = bad_text(1);
     for (size_t i = 0; i < texts.size(); ++i) {
-        EXPECT_EQ(hit.built().lines.front(), first_line_about(i));
+        EXPECT_THAT(hit.built().lines, starts_about(i));
         texts[i].front() = 'x';
     }
-    EXPECT_EQ(hit.built().lines, Lines{});
+    EXPECT_EQ(hit.built().lines, "");
 }
 
 // A node of `id` whose payload and path are `data`.
@@ -122,27 +106,27 @@ TEST(Findings, TravelAsTextUnderTheirCommand) {
     for (const auto& [id, command] : rows) {
         const Built built = build(CGetProtobuf::GetBfProtobuf, id, &text);
         EXPECT_EQ(built.shown, "1=me 5=" + command + " 8={} 14={\x01 16={1=AbnormalL}");
-        EXPECT_EQ(built.lines, errors({"Unknown event!"}));
+        EXPECT_EQ(built.lines, "E Unknown event!\n");
     }
     const Built empty = build(CGetProtobuf::GetBfProtobuf, event_id::brute_force, nullptr);
     EXPECT_EQ(empty.shown, "");
-    EXPECT_EQ(empty.lines, errors({"Unknown event!", "param is error!"}));
+    EXPECT_EQ(empty.lines, "E Unknown event!\nE param is error!\n");
     const Built unknown = build(CGetProtobuf::GetBfProtobuf, event_id::credible_event, &text);
     EXPECT_EQ(unknown.shown, "");
-    EXPECT_EQ(unknown.lines, errors({"Unknown event!", "GetMainBuf failed!"}));
+    EXPECT_EQ(unknown.lines, "E Unknown event!\nE GetMainBuf failed!\n");
 }
 
 TEST(DetectionResults, GetThisAgentsIdAndTheirCommand) {
     const std::string whole = "\x0A\x05other\x12\x04task\xFA\x3F\x01x";  // agent_id, task_id, and a field unknown here
     const std::string torn = whole + "\x07", broken = "\xFF\xFF";
-    const Lines none, bad = errors({"param is error!"});
-    const std::tuple<const char*, EVENT_ID, const std::string*, std::string, Lines> rows[] = {
-        {"whole", event_id::credible_event, &whole, "1=me 2=task 5=9 1023=x", none},
-        {"other command", event_id::event_detect, &whole, "1=me 2=task 5=10 1023=x", none},
+    const std::string bad = "E param is error!\n";
+    const std::tuple<const char*, EVENT_ID, const std::string*, std::string, std::string> rows[] = {
+        {"whole", event_id::credible_event, &whole, "1=me 2=task 5=9 1023=x", ""},
+        {"other command", event_id::event_detect, &whole, "1=me 2=task 5=10 1023=x", ""},
         {"torn", event_id::credible_event, &torn, "1=me 2=task 5=9 1023=x", bad},
         {"no message", event_id::credible_event, &broken, "1=me 5=9", bad},
-        {"no payload", event_id::credible_event, nullptr, "1=me 5=9", none},
-        {"unknown", event_id::abnormal_login, &whole, "", errors({"Unknown event!", "GetMainBuf failed!"})},
+        {"no payload", event_id::credible_event, nullptr, "1=me 5=9", ""},
+        {"unknown", event_id::abnormal_login, &whole, "", "E Unknown event!\nE GetMainBuf failed!\n"},
     };
     for (const auto& [what, id, payload, shown, lines] : rows) {
         const Built built = build(CGetProtobuf::GetDetanalProtobuf, id, payload);
@@ -158,12 +142,12 @@ TEST(DetectionResults, GetThisAgentsIdAndTheirCommand) {
 
 TEST(FileTraces, AreAlertsMadeUpAroundThePath) {
     const std::string path = "/p", bad = "\x01", around = "1=me 8={1=15 2=g 3=5 4=100 5=100 11={8={";
-    const std::tuple<EVENT_ID, std::string, std::string, Lines> rows[] = {
-        {event_id::file_trace_file, path, around + "2=5 10={2=/p}}} 22=key}", {}},
-        {event_id::file_trace_process, path, around + "2=1 5={4=/p}}} 22=key}", {}},
-        {event_id::file_trace_file, bad, "", refused({"GetThreatAlertInfo failed!"})},
-        {event_id::file_trace_process, bad, "", refused({"GetThreatAlertInfo failed!"})},
-        {514, path, "", errors({"unknown event id:514", "GetThreatAlertInfo failed!"})},
+    const std::tuple<EVENT_ID, std::string, std::string, std::string> rows[] = {
+        {event_id::file_trace_file, path, around + "2=5 10={2=/p}}} 22=key}", ""},
+        {event_id::file_trace_process, path, around + "2=1 5={4=/p}}} 22=key}", ""},
+        {event_id::file_trace_file, bad, "", kRefused + "E GetThreatAlertInfo failed!\n"},
+        {event_id::file_trace_process, bad, "", kRefused + "E GetThreatAlertInfo failed!\n"},
+        {514, path, "", "E unknown event id:514\nE GetThreatAlertInfo failed!\n"},
     };
     for (const auto& [id, data, shown, lines] : rows) {
         const Built built = build(CGetProtobuf::GetFileTraceProtobuf, id, &data);

@@ -36,7 +36,7 @@ TEST(TextCheck, Utf8) {
         }
     LogCapture::get().take();
     EXPECT_TRUE(CheckDsStr("") && CheckDsStr("plain") && CheckDsStr("\xC3\xA4"));
-    EXPECT_EQ(LogCapture::get().take(), (Lines{{ZEL_LOG_INFO, "[ds]str: \xC3\xA4 not Ascii"}}));
+    EXPECT_EQ(LogCapture::get().take_text(), "I [ds]str: \xC3\xA4 not Ascii\n");
 }
 
 }  // namespace

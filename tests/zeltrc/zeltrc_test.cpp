@@ -67,12 +67,7 @@ TEST_F(ZelTrc, MakesTheGraphOfTheAlertsEvents) {
     event(40, "", 11).mutable_object_net_connect();  // the same process without its GUID
     event(10, "g1", 10);
     event(0, "g3", 11).mutable_object_file_create();
-    std::string loads[2];
-    for (std::string& bytes : loads) {
-        EXPECT_EQ(start() + ask(kCreate, report.SerializeAsString()), 0);
-        bytes = data_;
-    }
-    EXPECT_EQ(loads[0], loads[1]);
+    EXPECT_EQ(start() + ask(kCreate, report.SerializeAsString()), 0);
     ASSERT_TRUE(report.ParseFromString(data_));
     const vorn_trace_event& chain = report.trace_event();
     std::ostringstream graph;
