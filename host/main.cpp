@@ -20,6 +20,7 @@ struct Command {
 };
 constexpr Command kCommands[] = {
     {"run", "Play a script of events to the plug-in of an agent folder", prepare_run},
+    {"decode", "Show what serialised messages hold", prepare_decode},
 };
 
 // One sentence for the help texts of all commands, from the one table of codes.
