@@ -26,8 +26,8 @@ constexpr std::string_view kSideEnding = ".size";
 constexpr size_t kLargestMessage = std::numeric_limits<int>::max();
 
 struct DecodeOptions {
-    std::vector<std::string> files;  // "-" is standard input
-    std::vector<std::string> texts;  // bytes from --hex and --base64
+    std::vector<std::string> files;                          // "-" is standard input
+    std::vector<std::pair<const char*, std::string>> texts;  // an option's name and the bytes that it gives
     bool pretty = false;
     bool all = false;
     bool sizes = false;
@@ -59,11 +59,12 @@ private:
     }
 
     void show_all() {
-        for (const std::string& bytes : options_.texts) show("the text", bytes);
+        for (const auto& [option, bytes] : options_.texts) show(option, bytes);
         std::vector<std::string> files = options_.files;
         if (files.empty() && options_.texts.empty()) files.emplace_back("-");
         for (const std::string& file : files) {
-            if (file == "-" && isatty(STDIN_FILENO) == 1) console::say("reading a message from the terminal; Ctrl-D ends");
+            if (file == "-" && isatty(STDIN_FILENO) == 1)
+                console::say("reading a message from the terminal; Ctrl-D ends");
             try {
                 show(file_name(file), read_file(file, kLargestMessage));
             } catch (const Failure& e) {
@@ -145,7 +146,7 @@ void add_text_option(CLI::App& app, DecodeOptions& options, const char* name, st
            name,
            [&options, name, bytes](const std::vector<std::string>& texts) {
                for (const std::string& text : texts) try {
-                       options.texts.push_back(bytes(text));
+                       options.texts.emplace_back(name, bytes(text));
                    } catch (const Failure& e) {
                        throw CLI::ValidationError(name, e.what());
                    }
@@ -163,8 +164,10 @@ Action prepare_decode(CLI::App& app) {
     const auto options = std::make_shared<DecodeOptions>();
     app.footer(kFooter);
     CLI::Option* const files =
-        app.add_option("FILE", options->files, "Serialised messages, one a file; - or none for standard input");
-    add_text_option(app, *options, "--hex", bytes_from_hex, "A message as pairs of hexadecimal digits; may be repeated");
+        app.add_option("FILE", options->files, "Serialised messages, one a file; - or none for standard input")
+            ->type_name("");
+    add_text_option(app, *options, "--hex", bytes_from_hex,
+                    "A message as pairs of hexadecimal digits; may be repeated");
     add_text_option(app, *options, "--base64", bytes_from_base64, "A message in base64; may be repeated");
     CLI::Option* const pretty =
         app.add_flag("--pretty", options->pretty, "Text for people: dates beside times, long lists and texts folded");

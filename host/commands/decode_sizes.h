@@ -8,8 +8,8 @@
 
 namespace zelhost {
 
-// The sizes that the side file of a capture names, one for each copy ever written under its number, the last for the copy that
-// stands there. Throws Failure when it names none, when a line is no number, or when the last one has no end.
+// The sizes that the side file of a capture names, one for each copy ever written under its number, the last for the
+// copy that stands there. Throws Failure when it names none, when a line is no number, or when the last one has no end.
 std::vector<uint64_t> parse_sizes(std::string_view text);
 
 struct SizeCheck {

@@ -21,11 +21,12 @@ constexpr size_t kTextBytes = 300;
 
 constexpr int64_t kLastMillisecond = 253402300799999;  // of the year 9999
 
-// The times of the schema are milliseconds since 1970 in 64 bits, and their names say that they are times. The rest of the
-// names with "time" are texts, counts or a span.
+// The times of the schema are milliseconds since 1970 in 64 bits, and their names say that they are times. The rest of
+// the names with "time" are texts, counts or a span.
 bool is_time(const FieldDescriptor& field) {
     const std::string& name = field.name();
-    const bool wide = field.cpp_type() == FieldDescriptor::CPPTYPE_INT64 || field.cpp_type() == FieldDescriptor::CPPTYPE_UINT64;
+    const bool wide =
+        field.cpp_type() == FieldDescriptor::CPPTYPE_INT64 || field.cpp_type() == FieldDescriptor::CPPTYPE_UINT64;
     return wide && (name.ends_with("time") || name == "trace_start" || name == "trace_end");
 }
 
@@ -49,8 +50,8 @@ size_t character(std::string_view text, bool& good) {
 constexpr std::string_view kShort = "\n\t\r\"\\";
 constexpr std::string_view kLetters = "ntr\"\\";
 
-// One character. A terminal must not obey what stands in a message, so control characters do not go out as they are; the
-// second half of them has two bytes.
+// One character. A terminal must not obey what stands in a message, so control characters do not go out as they are;
+// the second half of them has two bytes.
 std::string escaped(std::string_view character, bool good) {
     const auto last = static_cast<unsigned char>(character.back());
     if (!good) return fmt::format("\\x{:02x}", last);
@@ -85,7 +86,9 @@ private:
             at += length;
         }
         text_ += '"';
-        if (at < value.size()) text_ += paint_(Tint::faint, fmt::format(" ... {} more bytes", value.size() - at));
+        if (at == value.size()) return;
+        const size_t rest = value.size() - at;
+        text_ += paint_(Tint::faint, fmt::format(" ... {} more byte{}", rest, rest == 1 ? "" : "s"));
     }
 
     // One field with all its values.
@@ -119,8 +122,12 @@ private:
 
     void write_inside(const Message& message, int level) {
         const auto fields = set_fields(message);
-        const bool single = fields.size() == 1 && value_count(message, *fields[0]) == 1 &&
-                            message.GetReflection()->GetUnknownFields(message).empty();
+        const bool all_known = message.GetReflection()->GetUnknownFields(message).empty();
+        const bool single = all_known && fields.size() == 1 && value_count(message, *fields[0]) == 1;
+        if (all_known && fields.empty()) {
+            text_ += ": " + paint_(Tint::faint, "empty") + '\n';
+            return;
+        }
         if (single) {
             const FieldValue value(message, *fields[0], 0);
             text_ += paint_(Tint::place, "." + value.name());
@@ -150,8 +157,10 @@ private:
                 continue;
             }
             text_ += ' ';
-            if (field.type() == UnknownField::TYPE_LENGTH_DELIMITED) quoted(field.length_delimited());
-            else text_ += wire_number(field).text;
+            if (field.type() == UnknownField::TYPE_LENGTH_DELIMITED)
+                quoted(field.length_delimited());
+            else
+                text_ += wire_number(field).text;
             text_ += '\n';
         }
         if (shown == fields.field_count()) return;
@@ -166,6 +175,8 @@ private:
 
 }  // namespace
 
-std::string message_text(const Message& message, const Paint& paint, bool all) { return Printer(paint, all).print(message); }
+std::string message_text(const Message& message, const Paint& paint, bool all) {
+    return Printer(paint, all).print(message);
+}
 
 }  // namespace zelhost

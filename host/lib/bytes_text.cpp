@@ -25,14 +25,13 @@ private:
 };
 
 constexpr Digits kHex = Digits().add("0123456789abcdef", 0).add("ABCDEF", 10);
-constexpr Digits kBase64 = Digits()
-                               .add("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/", 0)
-                               .add("-_", 62);
+constexpr Digits kBase64 =
+    Digits().add("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/", 0).add("-_", 62);
 
 constexpr std::string_view kSpace = " \t\r\n\v\f";
 
-// Collects the bits of the digits, and gives a byte whenever eight are there. What is left at the end must be less than a
-// digit and 0.
+// Collects the bits of the digits, and gives a byte whenever eight are there. What is left at the end must be less than
+// a digit and 0.
 std::string collect(std::string_view text, const Digits& digits, unsigned bits, const char* name) {
     std::string bytes;
     uint32_t pending = 0;

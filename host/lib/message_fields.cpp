@@ -50,8 +50,8 @@ const Message& FieldValue::submessage() const {
                       : reflection.GetRepeatedMessage(message_, &field_, index_);
 }
 
-// Numbers of 64 bits are strings in JSON, since many of its readers keep only 53 bits; and it has no digits for what is no
-// finite number.
+// Numbers of 64 bits are strings in JSON, since many of its readers keep only 53 bits; and it has no digits for what is
+// no finite number.
 Scalar FieldValue::scalar() const {
     switch (field_.cpp_type()) {
         case FieldDescriptor::CPPTYPE_INT32: return {fmt::to_string(get(&R::GetInt32, &R::GetRepeatedInt32)), false};

@@ -33,9 +33,7 @@ public:
 
 private:
     void key(std::string_view name) { writer_.Key(name.data(), static_cast<rapidjson::SizeType>(name.size())); }
-    void string(std::string_view text) {
-        writer_.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-    }
+    void string(std::string_view text) { writer_.String(text.data(), static_cast<rapidjson::SizeType>(text.size())); }
     // False when the text is no UTF-8 and was written byte by byte.
     bool text(std::string_view value) {
         const bool good = is_utf8(value);

@@ -69,15 +69,14 @@ void put_number(Message& message, const FieldDescriptor& field, uint64_t bits) {
         case F::CPPTYPE_ENUM: return put(message, field, &R::SetEnumValue, &R::AddEnumValue, static_cast<int>(bits));
         case F::CPPTYPE_FLOAT:
             return put(message, field, &R::SetFloat, &R::AddFloat, std::bit_cast<float>(static_cast<uint32_t>(bits)));
-        case F::CPPTYPE_DOUBLE:
-            return put(message, field, &R::SetDouble, &R::AddDouble, std::bit_cast<double>(bits));
+        case F::CPPTYPE_DOUBLE: return put(message, field, &R::SetDouble, &R::AddDouble, std::bit_cast<double>(bits));
         case F::CPPTYPE_STRING:
         case F::CPPTYPE_MESSAGE: return;
     }
 }
 
-// One walk over the bytes. Every function that reads answers false at the break, which is noted then; the path stays as it
-// was there.
+// One walk over the bytes. Every function that reads answers false at the break, which is noted then; the path stays as
+// it was there.
 class Reader {
 public:
     explicit Reader(std::string_view bytes) : bytes_(bytes) {}
@@ -131,7 +130,7 @@ private:
         value = 0;
         for (size_t i = 0; i < longest; ++i) {
             if (at_ == extent.end)
-                return fail(begin, "the {} goes on after the {}", what,
+                return fail(begin, "the {} is cut off by the end of the {}", what,
                             extent.whole_buffer || extent.beyond > 0 ? "buffer" : "message that holds it");
             const auto byte = static_cast<unsigned char>(bytes_[at_++]);
             value |= uint64_t{byte & 0x7fu} << (7 * i);
@@ -221,8 +220,8 @@ private:
         Extent inside;
         if (!read_length(inside, extent, "message", begin)) return false;
         const Reflection& reflection = *message.GetReflection();
-        Message* const child = field.is_repeated() ? reflection.AddMessage(&message, &field)
-                                                   : reflection.MutableMessage(&message, &field);
+        Message* const child =
+            field.is_repeated() ? reflection.AddMessage(&message, &field) : reflection.MutableMessage(&message, &field);
         return enter(begin) && read_fields(*child, inside) && leave();
     }
 
@@ -239,7 +238,8 @@ private:
 
     bool read_unknown(UnknownFieldSet& fields, const Key& key, const Extent& extent) {
         if (key.wire == kEndGroup) return fail(key.begin, "a group ends that did not begin");
-        if (key.wire == kGroup) return enter(key.begin) && read_group(*fields.AddGroup(key.number), key, extent) && leave();
+        if (key.wire == kGroup)
+            return enter(key.begin) && read_group(*fields.AddGroup(key.number), key, extent) && leave();
         if (key.wire == kBytes) {
             std::string_view bytes;
             const bool whole = read_bytes(bytes, extent, "field", key.begin);

@@ -1,4 +1,5 @@
-// Reads a serialised message that may be damaged: what protobuf's own parser refuses as a whole is read as far as it goes.
+// Reads a serialised message that may be damaged: what protobuf's own parser refuses as a whole is read as far as it
+// goes.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +15,9 @@ namespace zelhost {
 
 // What is wrong at a place of a buffer.
 struct Flaw {
-    uint64_t offset;     // in bytes, from 0
-    std::string path;    // as "threat.alert_rule[0].rule_id"; a number where the schema has no name; empty: the message itself
+    uint64_t offset;  // in bytes, from 0
+    std::string
+        path;  // as "threat.alert_rule[0].rule_id"; a number where the schema has no name; empty: the message itself
     std::string reason;  // for people, without a full stop
 };
 
@@ -29,8 +31,8 @@ struct Reading {
     uint64_t bad_texts = 0;
 };
 
-// Adds to the message, which is new, what protobuf would. What the schema does not know is among the unknown fields, as is
-// a field with another wire type than its own. Of a text that the buffer cuts off, the beginning is taken.
+// Adds to the message, which is new, what protobuf would. What the schema does not know is among the unknown fields, as
+// is a field with another wire type than its own. Of a text that the buffer cuts off, the beginning is taken.
 Reading read_message(std::string_view bytes, google::protobuf::Message& message);
 
 }  // namespace zelhost
