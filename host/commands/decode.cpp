@@ -80,11 +80,12 @@ private:
         const Reading reading = read_message(bytes, message);
         if (options_.pretty) {
             const std::string size = fmt::format("{} byte{}", bytes.size(), bytes.size() == 1 ? "" : "s");
+            out_.write((shown_++ > 0 ? "\n" : "") + paint_(Tint::bold, name + ": " + size) + '\n');
             const std::string text = message_text(message, paint_, options_.all);
-            out_.write(fmt::format("{}{}\n{}", shown_++ > 0 ? "\n" : "", paint_(Tint::bold, name + ": " + size),
-                                   text.empty() ? "no field is set\n" : text));
+            out_.write(text.empty() ? "no field is set\n" : text);
         } else {
-            out_.write(message_json(message) + '\n');
+            out_.write(message_json(message));
+            out_.write("\n");
         }
         if (reading.bad_text)
             fail("{}: wrong text at byte {}, in {}: {}{}", name, reading.bad_text->offset, reading.bad_text->path,
@@ -132,12 +133,17 @@ private:
 // --- the command line ---
 
 constexpr const char* kFooter =
-    R"(Output: one line of JSON for each message, in the form of "message" in the output of zelhost run: names as in the schema,
-enum values by name, 64-bit numbers as strings. Behind the known fields of an object may stand
-  "unknown":[{"number":99,"type":"varint","value":"7"}]  what the schema does not know; bytes are given as a text
-  "latin1":["process_path"]  fields whose text is no UTF-8: each byte is written as one character
-An empty input is a message without any field. Of a damaged message all that could be read is shown, a text that is cut off
-as far as it goes; then one line on standard error names the byte and the field at which it breaks. Bytes count from 0.)";
+    R"(Output: one line of JSON for each message, in the form of "message" in the
+output of zelhost run: names as in the schema, enum values by name, 64-bit
+numbers as strings. Behind the known fields of an object may stand
+  "latin1":["process_path"]   fields whose text is no UTF-8, which a receiver
+                              refuses: each byte is written as one character
+  "unknown":[{"number":99,"type":"varint","value":"7"}]
+                              what the schema does not know; bytes are a text
+An empty input is a message without any field. Of a damaged message all that
+could be read is shown, of a text that is cut off its beginning; then one line
+on standard error names the byte, from 0, and the field at which it breaks.
+A message is damaged, too, when a text is no UTF-8.)";
 
 // The text's bytes join the inputs.
 void add_text_option(CLI::App& app, DecodeOptions& options, const char* name, std::string (*bytes)(std::string_view),

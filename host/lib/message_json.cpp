@@ -15,7 +15,8 @@ using google::protobuf::Message;
 using google::protobuf::UnknownField;
 using google::protobuf::UnknownFieldSet;
 
-// Lets the writer fill a string, which grows without a copy of the whole at the end.
+// Lets the writer fill a string. RapidJSON's own buffer counts what a text may need in 32 bits, too few for the largest
+// message.
 struct StringStream {
     using Ch = char;
     void Put(char character) { text += character; }
