@@ -113,7 +113,6 @@ private:
         const uint64_t size = std::filesystem::file_size(file, error);
         if (error) return fail("{} has no size: {}", file, error.message());
         const std::string side = file + std::string(kSideEnding);
-        std::string history;
         try {
             const SizeCheck check = compare_sizes(size, parse_sizes(read_file(side, kLargestMessage)));
             failed_ = failed_ || !check.agrees;

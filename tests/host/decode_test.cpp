@@ -1,9 +1,9 @@
 // zelhost decode: serialised messages go in, whole ones and damaged ones, and what is shown of them comes out.
+#include <fmt/format.h>
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/util/json_util.h>
 #include <gtest/gtest.h>
 #include <retrace.pb.h>
-#include <stdlib.h>
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
@@ -11,15 +11,12 @@
 #include <random>
 
 #include "host/commands/commands.h"
-#include "host/lib/failure.h"
 #include "host/lib/message.h"
-#include "host/lib/message_json.h"
 #include "host/lib/message_reader.h"
 
 namespace {
 
 using namespace zelhost;
-using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 using vorn_retrace::vorn_trace_info;
@@ -62,56 +59,37 @@ protected:
     std::string folder_ = std::filesystem::temp_directory_path() / "decode_test.XXXXXX";
 };
 
-// A value in every field of every message, to a depth that reaches all of the schema's messages.
+// A value in every field of every message.
 void fill(Message& message, int& counter) {
-    const auto& reflection = *message.GetReflection();
+    using F = FieldDescriptor;
+    const auto& r = *message.GetReflection();
     for (int i = 0; i < message.GetDescriptor()->field_count(); ++i) {
-        const FieldDescriptor* const field = message.GetDescriptor()->field(i);
-        ++counter;
-        using F = FieldDescriptor;
+        const F* const field = message.GetDescriptor()->field(i);
         const bool list = field->is_repeated();
+        ++counter;
         switch (field->cpp_type()) {
-            case F::CPPTYPE_INT32: reflection.SetInt32(&message, field, -counter); break;
-            case F::CPPTYPE_UINT32: reflection.SetUInt32(&message, field, UINT32_MAX); break;
-            case F::CPPTYPE_INT64: reflection.SetInt64(&message, field, INT64_MIN + counter); break;
-            case F::CPPTYPE_UINT64:
-                if (list) reflection.AddUInt64(&message, field, 1);
-                list ? reflection.AddUInt64(&message, field, UINT64_MAX) : reflection.SetUInt64(&message, field, 7);
-                break;
-            case F::CPPTYPE_BOOL: reflection.SetBool(&message, field, true); break;
-            case F::CPPTYPE_FLOAT: reflection.SetFloat(&message, field, 1.1f * static_cast<float>(counter)); break;
-            case F::CPPTYPE_ENUM:
-                reflection.SetEnumValue(&message, field, counter % 2 == 0 ? 1 : 1000 + counter);
-                break;
+            case F::CPPTYPE_INT32: r.SetInt32(&message, field, -counter); break;
+            case F::CPPTYPE_UINT32: r.SetUInt32(&message, field, UINT32_MAX); break;
+            case F::CPPTYPE_INT64: r.SetInt64(&message, field, INT64_MIN + counter); break;
+            case F::CPPTYPE_UINT64: list ? r.AddUInt64(&message, field, 7) : r.SetUInt64(&message, field, ~0ul); break;
+            case F::CPPTYPE_BOOL: r.SetBool(&message, field, true); break;
+            case F::CPPTYPE_FLOAT: r.SetFloat(&message, field, 1.1f * static_cast<float>(counter)); break;
+            case F::CPPTYPE_ENUM: r.SetEnumValue(&message, field, counter % 2 == 0 ? 1 : 1000 + counter); break;
             case F::CPPTYPE_STRING:
-                if (list) reflection.AddString(&message, field, "first \"é\" \n");
-                list ? reflection.AddString(&message, field, "2") : reflection.SetString(&message, field, "text");
+                list ? r.AddString(&message, field, "\"é\" \n") : r.SetString(&message, field, "text");
                 break;
             case F::CPPTYPE_MESSAGE:
-                fill(list ? *reflection.AddMessage(&message, field) : *reflection.MutableMessage(&message, field),
-                     counter);
-                if (list) reflection.AddMessage(&message, field);
+                fill(*(list ? r.AddMessage(&message, field) : r.MutableMessage(&message, field)), counter);
                 break;
             default: FAIL() << field->full_name() << " is of a kind that the reader does not know";
         }
     }
 }
 
-vorn_trace_info filled() {
+TEST(MessageJson, IsThatOfProtobufForEveryFieldOfTheSchema) {
     vorn_trace_info message;
     int counter = 0;
     fill(message, counter);
-    return message;
-}
-
-std::string hex(const std::string& bytes) {
-    return fmt::format(
-        "{:02x}",
-        fmt::join(std::basic_string_view<uint8_t>(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()), ""));
-}
-
-TEST(MessageJson, IsThatOfProtobufForEveryFieldOfTheSchema) {
-    const vorn_trace_info message = filled();
     google::protobuf::util::JsonPrintOptions options;
     options.preserve_proto_field_names = true;
     std::string expected;
@@ -127,9 +105,9 @@ void expect_as_protobuf(const std::string& bytes) {
     vorn_trace_info expected, got;
     const bool parsed = expected.ParseFromString(bytes);
     const Reading reading = read_message(bytes, got);
-    ASSERT_EQ(!reading.broken && reading.bad_texts == 0, parsed) << hex(bytes);
-    ASSERT_TRUE(!parsed || got.SerializeAsString() == expected.SerializeAsString()) << hex(bytes);
-    ASSERT_TRUE(!reading.broken || reading.broken->offset <= bytes.size()) << hex(bytes);
+    ASSERT_EQ(!reading.broken && reading.bad_texts == 0, parsed) << testing::PrintToString(bytes);
+    ASSERT_TRUE(!parsed || got.SerializeAsString() == expected.SerializeAsString()) << testing::PrintToString(bytes);
+    ASSERT_TRUE(!reading.broken || reading.broken->offset <= bytes.size()) << testing::PrintToString(bytes);
 }
 
 // With lists, numbers of all kinds, a packed list and an unknown group, and short enough to be cut and changed
@@ -175,12 +153,10 @@ TEST(MessageReader, ReadsACutMessageUpToTheCut) {
         vorn_trace_info message;
         const Reading reading = read_message(std::string_view(whole).substr(0, cut), message);
         const uint64_t offset = reading.broken ? reading.broken->offset : cut;
-        ASSERT_LE(offset, cut);
-        ASSERT_GE(offset, last_offset) << cut;
-        ASSERT_GE(message.ByteSizeLong(), last_size) << cut;
-        ASSERT_EQ(reading.bad_texts, 0u) << cut;
+        const size_t size = message.ByteSizeLong();
+        ASSERT_TRUE(last_offset <= offset && offset <= cut && last_size <= size && reading.bad_texts == 0) << cut;
         last_offset = offset;
-        last_size = message.ByteSizeLong();
+        last_size = size;
     }
 }
 
@@ -244,10 +220,7 @@ TEST_F(Decode, ShowsTextForPeople) {
         "alert_old_time":"-1","risk_level":77,"alert_rule":[{"rule_id":"R"},{"rule_id":"S","alert_event":[{},{},{},{},{},{},
         {},{},{"version":"1"},{}],"tags":[{"str_data":"t"}]}]},"detect_cfg":{"begin_time":"1000","time_ago":"1000"},
         "trace_start":"253402300800000"})") +
-                   "\x22\x02\xc3\x28"
-                   "\x25"
-                   "1234"
-                   "\xa3\x06\x08\x01\xa4\x06");
+                   "\x22\x02\xc3\x28\x25\x31\x32\x33\x34\xa3\x06\x08\x01\xa4\x06");
     const std::string expected = R"(m: 101 bytes
 agent_id: "a\u0007\u0085\"é\n"
 opr: "\xc3("
@@ -355,12 +328,10 @@ TEST_F(Decode, ComparesSizesWithTheHistory) {
         if (row.history != nullptr) write("f.size", row.history);
         const Outcome got = run({"--sizes", "f", "f.size"});
         EXPECT_EQ(got.out, row.out) << "line " << row.line;
-        EXPECT_EQ(got.err,
-                  *row.err == '\0'
-                      ? ""
-                      : fmt::format("messages_tests: f: 5 bytes, but nothing to compare with: f.size: {}\n", row.err))
-            << "line " << row.line;
-        EXPECT_EQ(got.code == kDone, got.out.find("as its history says") != std::string::npos) << "line " << row.line;
+        const std::string err =
+            fmt::format("messages_tests: f: 5 bytes, but nothing to compare with: f.size: {}\n", row.err);
+        EXPECT_EQ(got.err, *row.err == '\0' ? "" : err) << "line " << row.line;
+        EXPECT_EQ(got.code == kDone, got.out.find("as its") != std::string::npos) << "line " << row.line;
     }
     EXPECT_EQ(run({"--sizes", "none"}).err, "messages_tests: none has no size: No such file or directory\n");
 }
