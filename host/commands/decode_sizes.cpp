@@ -25,9 +25,9 @@ std::vector<uint64_t> parse_sizes(std::string_view text) {
     while (!text.empty()) {
         const size_t end = text.find('\n');
         if (end == std::string_view::npos) throw Failure("its last line, {}, is cut off", sizes.size() + 1);
-        const char* const stop = text.data() + end;
-        const auto [parsed, error] = std::from_chars(text.data(), stop, sizes.emplace_back());
-        if (error != std::errc() || parsed != stop) throw Failure("line {} is no size", sizes.size());
+        const std::string_view line = text.substr(0, end);
+        const auto [parsed, error] = std::from_chars(line.begin(), line.end(), sizes.emplace_back());
+        if (error != std::errc() || parsed != line.end()) throw Failure("line {} is no size", sizes.size());
         text.remove_prefix(end + 1);
     }
     if (sizes.empty()) throw Failure("it is empty");
