@@ -29,6 +29,8 @@ struct Command {
 constexpr Command kCommands[] = {
     {"run", "Play a script of events to the plug-in of an agent folder", "zelhost run --input scenarios/demo.jsonl",
      prepare_run},
+    {"decode", "Show what serialised messages hold",
+     "zelhost decode --pretty --hex 0a0464656d6f28014209180440a8979d83b632", prepare_decode},
     {"man", "Print a manual page, of zelhost or of a command", "zelhost man run >zelhost-run.1", prepare_man},
     {"completion", "Print what a shell reads to complete commands and options", "source <(zelhost completion bash)",
      prepare_completion},

@@ -18,5 +18,6 @@ using Action = std::function<ExitCode()>;
 Action prepare_completion(CLI::App& app);
 Action prepare_man(CLI::App& app);
 Action prepare_run(CLI::App& app);
+Action prepare_decode(CLI::App& app);
 
 }  // namespace zelhost

@@ -34,8 +34,9 @@ struct Descriptor {
 
 }  // namespace
 
-std::string read_file(const std::string& path) {
+std::string read_file(const std::string& path, size_t most) {
     const Descriptor file(path);
+    const std::string name = path == "-" ? "standard input" : path;
     std::string bytes;
     for (;;) {
         const size_t size = bytes.size();
@@ -43,8 +44,8 @@ std::string read_file(const std::string& path) {
         const ssize_t got = read(file.number, bytes.data() + size, kChunk);
         bytes.resize(size + (got > 0 ? static_cast<size_t>(got) : 0));
         if (got == 0) return bytes;
-        if (got < 0 && errno != EINTR)
-            throw Failure("cannot read {}: {}", path == "-" ? "standard input" : path, strerror(errno));
+        if (got < 0 && errno != EINTR) throw Failure("cannot read {}: {}", name, strerror(errno));
+        if (bytes.size() > most) throw Failure("{} is too large: more than {} bytes", name, most);
     }
 }
 

@@ -1,6 +1,7 @@
 // Whole files that a command reads and writes. "-" is standard input or standard output.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -8,8 +9,9 @@
 
 namespace zelhost {
 
-// The bytes of a file. Throws Failure when it cannot be opened or read, as a folder cannot.
-std::string read_file(const std::string& path);
+// The bytes of a file. Throws Failure when it cannot be opened or read, as a folder cannot, and when it has more than
+// `most` bytes, as an endless device has.
+std::string read_file(const std::string& path, size_t most = SIZE_MAX);
 
 // Thrown when nobody reads the output any more. The command ends then, without a message: the reader has what it
 // wanted.

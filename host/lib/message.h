@@ -1,4 +1,4 @@
-// vorn_trace_info between its wire form and protobuf's JSON form, under the schema's own field names.
+// vorn_trace_info between its wire form and its JSON form, which message_json.h describes.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace zelhost {
 
-// Nothing when the message does not parse, as when a string in it is no UTF-8.
+// Nothing when there are no bytes or when they break somewhere.
 std::optional<std::string> message_to_json(const char* data, uint64_t size);
 
 // Throws Failure when the text does not fit the schema.

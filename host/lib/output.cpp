@@ -1,6 +1,5 @@
 #include "host/lib/output.h"
 
-#include <rapidjson/memorystream.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -10,34 +9,13 @@
 
 #include "host/lib/failure.h"
 #include "host/lib/message.h"
+#include "host/lib/utf8.h"
 #include "platform/event_ids.h"
 
 namespace zelhost {
 namespace {
 
 using rapidjson::StringBuffer;
-using rapidjson::UTF8;
-
-// RapidJSON would write bytes that are no UTF-8 as they are, and the line would be no JSON.
-bool is_utf8(std::string_view text) {
-    struct Nowhere {
-        void Put(char) {}
-    } nowhere;
-    rapidjson::MemoryStream stream(text.data(), text.size());
-    while (stream.Tell() < text.size())
-        if (!UTF8<>::Validate(stream, nowhere)) return false;
-    return true;
-}
-
-// One byte as one character, written as \u0000 to \u00ff where it is not ASCII.
-std::string latin1_json(std::string_view bytes) {
-    StringBuffer wide;
-    for (const char byte : bytes) UTF8<>::Encode(wide, static_cast<unsigned char>(byte));
-    StringBuffer json;
-    rapidjson::Writer<StringBuffer, UTF8<>, rapidjson::ASCII<>> writer(json);
-    writer.String(wide.GetString(), static_cast<rapidjson::SizeType>(wide.GetSize()));
-    return json.GetString();
-}
 
 // One line in the making: an object, in which a text that is no UTF-8 is written byte by byte and its key kept.
 class Line {
@@ -60,6 +38,7 @@ public:
     }
     void text(const char* name, std::string_view value) {
         key(name);
+        // RapidJSON would write bytes that are no UTF-8 as they are, and the line would be no JSON.
         if (is_utf8(value)) {
             writer_.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
         } else {

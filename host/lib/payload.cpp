@@ -1,7 +1,6 @@
 #include "host/lib/payload.h"
 
-#include <charconv>
-
+#include "host/lib/bytes_text.h"
 #include "host/lib/failure.h"
 #include "host/lib/message.h"
 
@@ -21,17 +20,11 @@ Payload text_bytes(const Member& member) {
 
 // Any bytes at all, for messages and for what is none.
 Payload hex_bytes(const Member& member) {
-    const std::string& digits = member.text;
-    std::string bytes;
-    for (size_t i = 0; i + 1 < digits.size(); i += 2) {
-        uint8_t byte = 0;
-        const char* const pair = digits.data() + i;
-        if (std::from_chars(pair, pair + 2, byte, 16).ptr != pair + 2) break;
-        bytes += static_cast<char>(byte);
+    try {
+        return bytes_from_hex(*text_bytes(member));
+    } catch (const Failure& e) {
+        throw Failure("\"{}\" must be a string of pairs of hexadecimal digits: {}", member.key, e.what());
     }
-    if (member.type != Type::string || bytes.size() * 2 != digits.size())
-        throw Failure("\"{}\" must be a string of pairs of hexadecimal digits", member.key);
-    return bytes;
 }
 
 Payload message_bytes(const Member& member) { return message_from_json(member.raw); }
