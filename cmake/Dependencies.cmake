@@ -4,6 +4,7 @@ find_package(Protobuf REQUIRED)
 find_package(Threads REQUIRED)
 pkg_check_modules(CJSON REQUIRED IMPORTED_TARGET libcjson)
 pkg_check_modules(JANSSON REQUIRED IMPORTED_TARGET jansson)
+pkg_check_modules(GVC REQUIRED IMPORTED_TARGET libgvc libcgraph)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 find_package(GTest REQUIRED)
 

@@ -20,6 +20,7 @@ struct Command {
 };
 constexpr Command kCommands[] = {
     {"run", "Play a script of events to the plug-in of an agent folder", prepare_run},
+    {"graph", "Draw the behaviour chain of a finished trace", prepare_graph},
 };
 
 // One sentence for the help texts of all commands, from the one table of codes.

@@ -15,6 +15,7 @@ namespace zelhost {
 using Action = std::function<ExitCode()>;
 
 // Each adds the options and the help text of its command to `app` and returns the action, which owns the options.
+Action prepare_graph(CLI::App& app);
 Action prepare_run(CLI::App& app);
 
 }  // namespace zelhost
