@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 #include "host/lib/chain_text.h"
 #include "host/lib/failure.h"
@@ -16,51 +17,55 @@ namespace {
 constexpr size_t kNameLength = 44;
 constexpr size_t kLineLength = 52;
 constexpr size_t kTitleLength = 110;
+// Edges beyond those of a tree, up to which edges are curves.
+constexpr size_t kMostCrossing = 60;
+// Up to so many vertices each shows all its lines; of more, only processes do.
+constexpr size_t kFewVertices = 100;
+// Samples in one row of the legend.
+constexpr size_t kLegendRow = 6;
 
 // How a family looks: one row each, in the order of the enumeration. Text is dark on a light ground in all of them, and
 // the shape alone tells them apart as well.
 struct FamilyLook {
-    Family family;
-    const char* word;
+    const char* word;    // a class in SVG
+    const char* legend;  // what the legend calls it
     const char* shape;
+    const char* style;
+    const char* margin;  // around the text, in inches; a shape with a lid needs more
     const char* fill;
     const char* line;
 };
+constexpr const char* kMargin = "0.12,0.05";
 constexpr FamilyLook kLooks[] = {
-    {Family::process, "process", "box", "#dbe9fb", "#1f4e8c"},
-    {Family::file, "file", "note", "#fdf3d0", "#8a6a00"},
-    {Family::network, "network", "ellipse", "#d9f2e3", "#1c6b43"},
-    {Family::dns, "dns", "hexagon", "#d5f1f3", "#146a72"},
-    {Family::registry, "registry", "folder", "#f3e3d3", "#85501c"},
-    {Family::account, "account", "octagon", "#eadff7", "#5d3a91"},
-    {Family::service, "service", "component", "#e6e9c8", "#5e6412"},
-    {Family::task, "task", "tab", "#fbe0ef", "#8d2f66"},
-    {Family::module, "module", "box3d", "#e0e4ea", "#46525f"},
-    {Family::pipe, "pipe", "cylinder", "#d6ecfa", "#1d6488"},
-    {Family::thread, "thread", "parallelogram", "#f0e0d8", "#7d4630"},
-    {Family::wmi, "wmi", "house", "#e3e0fb", "#443c9c"},
-    {Family::container, "container", "trapezium", "#dcefdc", "#356b2a"},
-    {Family::other, "other", "box", "#f4f4f4", "#6a6a6a"},
+    {"process", "process", "box", "filled", kMargin, "#dbe9fb", "#1f4e8c"},
+    {"file", "file", "note", "filled", kMargin, "#fdf3d0", "#8a6a00"},
+    {"network", "network", "ellipse", "filled", kMargin, "#d9f2e3", "#1c6b43"},
+    {"dns", "DNS name", "hexagon", "filled", kMargin, "#d5f1f3", "#146a72"},
+    {"registry", "registry", "folder", "filled", kMargin, "#f3e3d3", "#85501c"},
+    {"account", "account", "octagon", "filled", kMargin, "#eadff7", "#5d3a91"},
+    {"service", "service", "component", "filled", kMargin, "#e6e9c8", "#5e6412"},
+    {"task", "scheduled task", "tab", "filled", kMargin, "#fbe0ef", "#8d2f66"},
+    {"module", "module", "box3d", "filled", kMargin, "#e0e4ea", "#46525f"},
+    {"pipe", "pipe, descriptor", "cylinder", "filled", "0.12,0.12", "#d6ecfa", "#1d6488"},
+    {"thread", "thread, API call", "box", "filled,diagonals", kMargin, "#f0e0d8", "#7d4630"},
+    {"wmi", "WMI", "house", "filled", kMargin, "#e3e0fb", "#443c9c"},
+    {"container", "container", "box", "filled,rounded", kMargin, "#dcefdc", "#356b2a"},
+    {"other", "not in the chain", "box", "filled,dashed", kMargin, "#f4f4f4", "#6a6a6a"},
 };
-// What the legend calls a family.
-constexpr const char* kFamilyNames[] = {"process",          "file",    "network",        "DNS name", "registry",
-                                        "account",          "service", "scheduled task", "module",   "pipe, descriptor",
-                                        "thread, API call", "WMI",     "container",      "other"};
 
 constexpr const char* kMarkLine = "#b3001b";
 constexpr const char* kPlainLine = "#5a6270";
 
 struct MarkLook {
-    const char* word;
+    const char* word;  // a class in SVG
     const char* legend;
-    const char* width;
-    const char* style;
+    const char* width;  // of a frame
 };
 // By the number of the mark.
 constexpr MarkLook kMarks[] = {
-    {"", "", "1", "filled"},
-    {"named", "named by a rule", "1.8", "filled"},
-    {"hit", "a rule's highlight", "3.6", "filled"},
+    {"", "", "1"},
+    {"named", "named by a rule", "1.8"},
+    {"hit", "a rule's highlight", "3.6"},
 };
 
 const FamilyLook& look_of(const ChainVertex& vertex) { return kLooks[static_cast<size_t>(vertex.kind->family)]; }
@@ -102,8 +107,9 @@ std::string small(std::string_view text) {
     return fmt::format("<BR/><FONT POINT-SIZE=\"9\">{}</FONT>", label_text(text));
 }
 
-std::string vertex_label(const ChainVertex& vertex) {
+std::string vertex_label(const ChainVertex& vertex, bool with_lines) {
     std::string label = "<B>" + label_text(cut_middle(vertex.name, kNameLength)) + "</B>";
+    if (!with_lines) return label;
     for (const std::string& line : vertex.lines) label += small(cut_end(line, kLineLength));
     return label;
 }
@@ -125,15 +131,15 @@ std::string title_label(const Chain& chain) {
 
 class Drawing {
 public:
-    explicit Drawing(const Chain& chain) : chain_(chain) {
+    explicit Drawing(const Chain& chain) : chain_(chain), is_small_(chain.vertices.size() <= kFewVertices) {
         library_says().clear();
         agseterrf(note_message);
         graph_.reset(agopen(text_of("chain"), Agdirected, nullptr));
         if (!graph_) throw std::bad_alloc();
         set_defaults();
-        add_legend();
         for (size_t i = 0; i < chain.vertices.size(); ++i) add_vertex(i);
         for (size_t i = 0; i < chain.edges.size(); ++i) add_edge(i);
+        add_legend();
     }
 
     // As it is, without places.
@@ -173,26 +179,18 @@ private:
 
     void set_defaults() {
         static constexpr const char* kGraph[][2] = {
-            {"rankdir", "LR"},
-            {"labelloc", "t"},
-            {"labeljust", "l"},
-            {"fontname", "DejaVu Sans,Verdana,sans-serif"},
-            {"fontsize", "11"},
-            {"nodesep", "0.16"},
-            {"ranksep", "0.35"},
-            {"bgcolor", "white"},
-            {"pad", "0.3"},
-            {"charset", "UTF-8"},
-            {"fontcolor", "#1a1d21"},
-            {"nslimit", "4"},
-            {"nslimit1", "4"},
-            {"mclimit", "0.5"},
-            {"outputorder", "edgesfirst"},
+            {"rankdir", "LR"},        {"labelloc", "t"},
+            {"labeljust", "l"},       {"fontname", "DejaVu Sans,Verdana,sans-serif"},
+            {"fontsize", "11"},       {"nodesep", "0.16"},
+            {"ranksep", "0.35"},      {"bgcolor", "white"},
+            {"pad", "0.3"},           {"charset", "UTF-8"},
+            {"fontcolor", "#1a1d21"}, {"outputorder", "edgesfirst"},
+            {"nslimit", "0.5"},       {"nslimit1", "1"},
+            {"mclimit", "0.1"},
         };
         static constexpr const char* kNode[][2] = {
-            {"shape", "box"},         {"style", "filled"},     {"fontname", "DejaVu Sans,Verdana,sans-serif"},
-            {"fontsize", "11"},       {"margin", "0.12,0.05"}, {"height", "0.3"},
-            {"fontcolor", "#1a1d21"},
+            {"shape", "box"},   {"style", "filled"}, {"fontname", "DejaVu Sans,Verdana,sans-serif"},
+            {"fontsize", "11"}, {"height", "0.3"},   {"fontcolor", "#1a1d21"},
         };
         static constexpr const char* kEdge[][2] = {
             {"fontname", "DejaVu Sans,Verdana,sans-serif"},
@@ -203,6 +201,9 @@ private:
         for (const auto& [name, value] : kGraph) agattr(graph_.get(), AGRAPH, text_of(name), text_of(value));
         for (const auto& [name, value] : kNode) agattr(graph_.get(), AGNODE, text_of(name), text_of(value));
         for (const auto& [name, value] : kEdge) agattr(graph_.get(), AGEDGE, text_of(name), text_of(value));
+        // Curves around all vertices take minutes where very many edges cross.
+        if (chain_.edges.size() > chain_.vertices.size() + kMostCrossing) set(graph_.get(), "splines", "line");
+        if (!is_small_) set(graph_.get(), "nodesep", "0.09");
         set_label(graph_.get(), title_label(chain_));
     }
 
@@ -224,27 +225,32 @@ private:
         set(node, "id", name);
         set(node, "class", fmt::format("{} {}", look.word, look_of(mark).word));
         set(node, "shape", look.shape);
+        set(node, "style", look.style);
+        set(node, "margin", look.margin);
         set(node, "fillcolor", look.fill);
         set(node, "color", mark == Mark::none ? look.line : kMarkLine);
         set(node, "penwidth", look_of(mark).width);
         return node;
     }
 
+    Agedge_t* add_edge_between(Agnode_t* from, Agnode_t* to, const std::string& name) {
+        Agedge_t* const edge = agedge(graph_.get(), from, to, text_of(name), 1);
+        if (edge == nullptr) throw std::bad_alloc();
+        return edge;
+    }
+
     void add_vertex(size_t i) {
         const ChainVertex& vertex = chain_.vertices[i];
         Agnode_t* const node = add_node(graph_.get(), fmt::format("v{}", i), look_of(vertex), vertex.mark);
-        set_label(node, vertex_label(vertex));
-        // A stack of sheets for several, dashes for what is not there.
+        set_label(node, vertex_label(vertex, is_small_ || vertex.kind->family == Family::process));
         if (!vertex.folded.empty()) set(node, "peripheries", "2");
-        if (vertex.source == nullptr && vertex.folded.empty()) set(node, "style", "filled,dashed");
     }
 
     void add_edge(size_t i) {
         const ChainEdge& edge = chain_.edges[i];
         const std::string name = fmt::format("e{}", i);
         const auto end = [&](size_t vertex) { return agnode(graph_.get(), text_of(fmt::format("v{}", vertex)), 0); };
-        Agedge_t* const drawn = agedge(graph_.get(), end(edge.from), end(edge.to), text_of(name), 1);
-        if (drawn == nullptr) throw std::bad_alloc();
+        Agedge_t* const drawn = add_edge_between(end(edge.from), end(edge.to), name);
         set(drawn, "id", name);
         set(drawn, "class", look_of(edge.mark).word);
         set(drawn, "label", edge_label(edge));
@@ -252,7 +258,7 @@ private:
         set(drawn, "penwidth", edge.mark == Mark::none ? "1" : "1.4");
     }
 
-    // A frame with one vertex for each look that the chain has.
+    // A frame with one vertex for each look that the chain has, in rows: what no edge joins would stand in one column.
     void add_legend() {
         Agraph_t* const frame = agsubg(graph_.get(), text_of("cluster_legend"), 1);
         if (frame == nullptr) throw std::bad_alloc();
@@ -266,26 +272,27 @@ private:
             seen[static_cast<size_t>(vertex.kind->family)] = true;
             seen_mark[static_cast<size_t>(vertex.mark)] = true;
         }
-        for (const FamilyLook& look : kLooks)
-            if (seen[static_cast<size_t>(look.family)])
-                add_sample(frame, look, Mark::none, kFamilyNames[static_cast<size_t>(look.family)]);
+        std::vector<Agnode_t*> samples;
+        const auto add = [&](const FamilyLook& look, Mark mark, const char* text) {
+            samples.push_back(add_node(frame, fmt::format("legend {}", text), look, mark));
+            set_label(samples.back(), label_text(text));
+        };
+        for (size_t i = 0; i < std::size(kLooks); ++i)
+            if (seen[i]) add(kLooks[i], Mark::none, kLooks[i].legend);
         for (const Mark mark : {Mark::named, Mark::hit})
-            if (seen_mark[static_cast<size_t>(mark)])
-                add_sample(frame, kLooks[static_cast<size_t>(Family::other)], mark, look_of(mark).legend);
-    }
-
-    void add_sample(Agraph_t* frame, const FamilyLook& look, Mark mark, const char* text) {
-        Agnode_t* const node = add_node(frame, fmt::format("legend {}", text), look, mark);
-        set_label(node, label_text(text));
+            if (seen_mark[static_cast<size_t>(mark)]) add(kLooks[0], mark, look_of(mark).legend);
+        for (size_t i = 1; i < samples.size(); ++i)
+            if (i % kLegendRow != 0)
+                set(add_edge_between(samples[i - 1], samples[i], fmt::format("legend {}", i)), "style", "invis");
     }
 
     const Chain& chain_;
+    const bool is_small_;
     std::unique_ptr<Agraph_t, CloseGraph> graph_;
 };
 
 }  // namespace
 
-std::string_view family_word(Family family) { return kLooks[static_cast<size_t>(family)].word; }
 std::string_view mark_word(Mark mark) { return look_of(mark).word; }
 
 std::string draw_chain(const Chain& chain, Picture picture) {

@@ -14,8 +14,7 @@ enum class Picture { dot, svg, png, html };
 // order of the chain, edges "e0", "e1": as names in DOT and as ids in SVG. Throws Failure when the library cannot draw.
 std::string draw_chain(const Chain& chain, Picture picture);
 
-// The word for what a vertex is of, as "network": a class in SVG.
-std::string_view family_word(Family family);
+// A class in SVG: "named", "hit" or nothing.
 std::string_view mark_word(Mark mark);
 
 }  // namespace zelhost

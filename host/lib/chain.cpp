@@ -227,7 +227,7 @@ private:
 // --- the title ---
 
 std::string severity_of(const vorn_trace_info& message) {
-    static constexpr const char* kWords[] = {"severity unknown", "verbose", "low", "medium", "high", "critical"};
+    static constexpr const char* kWords[] = {"Severity unknown", "Verbose", "Low", "Medium", "High", "Critical"};
     const auto level = static_cast<size_t>(message.threat().risk_level());
     return kWords[level < std::size(kWords) ? level : 0];
 }

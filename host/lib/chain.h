@@ -50,7 +50,7 @@ struct ChainEdge {
 };
 
 struct Chain {
-    std::string severity;               // "critical"
+    std::string severity;               // "Critical"
     std::string title;                  // what the alert is called
     std::vector<std::string> subtitle;  // time, alert, host
     std::vector<ChainVertex> vertices;
