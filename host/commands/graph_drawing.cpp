@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <gvc.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <memory>
 #include <vector>
@@ -18,7 +20,7 @@ constexpr size_t kNameLength = 44;
 constexpr size_t kLineLength = 52;
 constexpr size_t kTitleLength = 110;
 // Edges beyond those of a tree, up to which edges are curves.
-constexpr size_t kMostCrossing = 60;
+constexpr size_t kMostCrossing = 40;
 // Up to so many vertices each shows all its lines; of more, only processes do.
 constexpr size_t kFewVertices = 100;
 // Samples in one row of the legend.
@@ -45,7 +47,7 @@ constexpr FamilyLook kLooks[] = {
     {"account", "account", "octagon", "filled", kMargin, "#eadff7", "#5d3a91"},
     {"service", "service", "component", "filled", kMargin, "#e6e9c8", "#5e6412"},
     {"task", "scheduled task", "tab", "filled", kMargin, "#fbe0ef", "#8d2f66"},
-    {"module", "module", "box3d", "filled", kMargin, "#e0e4ea", "#46525f"},
+    {"module", "module", "box3d", "filled", "0.14,0.09", "#e0e4ea", "#46525f"},
     {"pipe", "pipe, descriptor", "cylinder", "filled", "0.12,0.12", "#d6ecfa", "#1d6488"},
     {"thread", "thread, API call", "box", "filled,diagonals", kMargin, "#f0e0d8", "#7d4630"},
     {"wmi", "WMI", "house", "filled", kMargin, "#e3e0fb", "#443c9c"},
@@ -159,6 +161,7 @@ public:
         const std::unique_ptr<GVC_t, FreeContext> context(gvContext());
         if (!context || gvLayout(context.get(), graph_.get(), "dot") != 0)
             throw Failure("cannot lay the chain out: {}", reason());
+        if (std::string_view(format) == "png") GD_drawing(graph_.get())->dpi = dots_per_inch();
         char* data = nullptr;
         unsigned size = 0;
         const bool drawn = gvRenderData(context.get(), graph_.get(), format, &data, &size) == 0 && data != nullptr;
@@ -171,6 +174,18 @@ public:
     }
 
 private:
+    // Of a picture of dots, once it is laid out; 0 where the format's own will do. To write so many dots takes seconds.
+    double dots_per_inch() const {
+        constexpr double kPointsPerInch = 72;
+        constexpr double kUsual = 96;
+        constexpr double kMostDots = 12e6;
+        constexpr double kLongestSide = 32'000;  // of what the library can draw
+        const double width = GD_bb(graph_.get()).UR.x + kPointsPerInch;
+        const double height = GD_bb(graph_.get()).UR.y + kPointsPerInch;
+        const double dots = std::min(std::sqrt(kMostDots / (width * height)), kLongestSide / std::max(width, height));
+        return dots * kPointsPerInch < kUsual ? dots * kPointsPerInch : 0;
+    }
+
     static std::string reason() {
         std::string text = library_says();
         while (text.ends_with('\n')) text.pop_back();
@@ -185,8 +200,6 @@ private:
             {"ranksep", "0.35"},      {"bgcolor", "white"},
             {"pad", "0.3"},           {"charset", "UTF-8"},
             {"fontcolor", "#1a1d21"}, {"outputorder", "edgesfirst"},
-            {"nslimit", "0.5"},       {"nslimit1", "1"},
-            {"mclimit", "0.1"},
         };
         static constexpr const char* kNode[][2] = {
             {"shape", "box"},   {"style", "filled"}, {"fontname", "DejaVu Sans,Verdana,sans-serif"},
@@ -201,10 +214,19 @@ private:
         for (const auto& [name, value] : kGraph) agattr(graph_.get(), AGRAPH, text_of(name), text_of(value));
         for (const auto& [name, value] : kNode) agattr(graph_.get(), AGNODE, text_of(name), text_of(value));
         for (const auto& [name, value] : kEdge) agattr(graph_.get(), AGEDGE, text_of(name), text_of(value));
-        // Curves around all vertices take minutes where very many edges cross.
-        if (chain_.edges.size() > chain_.vertices.size() + kMostCrossing) set(graph_.get(), "splines", "line");
+        const bool is_tangled = chain_.edges.size() > chain_.vertices.size() + kMostCrossing;
         if (!is_small_) set(graph_.get(), "nodesep", "0.09");
+        if (!is_small_ || is_tangled) hurry();
+        // Curves around all vertices take minutes where very many edges cross.
+        if (is_tangled) set(graph_.get(), "splines", "line");
         set_label(graph_.get(), title_label(chain_));
+    }
+
+    // The layout gives up its search for the best places early.
+    void hurry() {
+        set(graph_.get(), "nslimit", "0.5");
+        set(graph_.get(), "nslimit1", "1");
+        set(graph_.get(), "mclimit", "0.1");
     }
 
     // Every text that is not this program's own goes through label_text first.
@@ -223,7 +245,7 @@ private:
         Agnode_t* const node = agnode(graph, text_of(name), 1);
         if (node == nullptr) throw std::bad_alloc();
         set(node, "id", name);
-        set(node, "class", fmt::format("{} {}", look.word, look_of(mark).word));
+        set(node, "class", fmt::format("{}{}{}", look.word, mark == Mark::none ? "" : " ", look_of(mark).word));
         set(node, "shape", look.shape);
         set(node, "style", look.style);
         set(node, "margin", look.margin);
@@ -274,7 +296,7 @@ private:
         }
         std::vector<Agnode_t*> samples;
         const auto add = [&](const FamilyLook& look, Mark mark, const char* text) {
-            samples.push_back(add_node(frame, fmt::format("legend {}", text), look, mark));
+            samples.push_back(add_node(frame, fmt::format("legend{}", samples.size()), look, mark));
             set_label(samples.back(), label_text(text));
         };
         for (size_t i = 0; i < std::size(kLooks); ++i)
@@ -283,7 +305,7 @@ private:
             if (seen_mark[static_cast<size_t>(mark)]) add(kLooks[0], mark, look_of(mark).legend);
         for (size_t i = 1; i < samples.size(); ++i)
             if (i % kLegendRow != 0)
-                set(add_edge_between(samples[i - 1], samples[i], fmt::format("legend {}", i)), "style", "invis");
+                set(add_edge_between(samples[i - 1], samples[i], fmt::format("legend{}", i)), "style", "invis");
     }
 
     const Chain& chain_;

@@ -47,12 +47,14 @@
 
   // --- zoom: the part of the picture that is seen ---
 
+  // Without the title, which the page shows itself.
   const whole = (() => {
-    const [x, y, width, height] = svg.getAttribute("viewBox").split(/\s+/).map(Number);
-    return { x, y, width, height };
+    const box = svg.getBBox();
+    const margin = 12;
+    return { x: box.x - margin, y: box.y - margin, width: box.width + 2 * margin, height: box.height + 2 * margin };
   })();
   const mostZoom = 40;
-  const longestAtFirst = 3; // a picture this much longer than the window is not shown whole at first
+  const readable = 1.6; // most units of the picture for a pixel at which texts can be read
   let view = { ...whole };
   svg.removeAttribute("width");
   svg.removeAttribute("height");
@@ -97,13 +99,10 @@
     show({ ...whole });
   }
 
-  // A long picture begins at its top, large enough to be read.
+  // A picture that is too large to be read as a whole begins where the keyboard is.
   function begin() {
     fit();
-    const box = stage.getBoundingClientRect();
-    if (!box.width || !box.height || scale() < longestAtFirst * 0.75) return;
-    const units = 1.2;
-    show({ x: whole.x, y: whole.y, width: box.width * units, height: box.height * units });
+    if (scale() > readable) reveal(current);
   }
 
   // The box of a vertex in the picture's own units.
@@ -116,8 +115,7 @@
 
   // Moves the picture, so that the vertex lies in the window and can be read.
   function reveal(item) {
-    const readable = 1.6;
-    if (scale() > readable) zoom(scale() / readable);
+    if (scale() > readable) zoom(scale() / 1.2);
     const box = boxOf(item);
     const inside =
       box.x > view.x && box.y > view.y && box.x + box.width < view.x + view.width && box.y + box.height < view.y + view.height;
@@ -152,11 +150,15 @@
   });
   window.addEventListener("pointerup", () => {
     stage.classList.remove("dragged");
+    // A click follows a drag that ends where it began to, and is not meant as one.
     if (drag?.moved) setTimeout(() => (drag = null));
     else drag = null;
   });
   stage.addEventListener("click", (event) => {
-    if (drag?.moved) return;
+    if (drag?.moved) {
+      drag = null;
+      return;
+    }
     const item = items.get(event.target.closest("g.node, g.edge")?.id);
     if (item) open(item);
     else close();
