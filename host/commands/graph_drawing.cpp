@@ -52,7 +52,8 @@ constexpr FamilyLook kLooks[] = {
     {"thread", "thread, API call", "box", "filled,diagonals", kMargin, "#f0e0d8", "#7d4630"},
     {"wmi", "WMI", "house", "filled", kMargin, "#e3e0fb", "#443c9c"},
     {"container", "container", "box", "filled,rounded", kMargin, "#dcefdc", "#356b2a"},
-    {"other", "not in the chain", "box", "filled,dashed", kMargin, "#f4f4f4", "#6a6a6a"},
+    {"unknown", "not in the chain", "box", "filled,dashed", kMargin, "#f4f4f4", "#6a6a6a"},
+    {"rest", "more of the chain", "box", "filled", kMargin, "#ececec", "#3f3f3f"},
 };
 
 constexpr const char* kMarkLine = "#b3001b";
@@ -265,7 +266,8 @@ private:
         const ChainVertex& vertex = chain_.vertices[i];
         Agnode_t* const node = add_node(graph_.get(), fmt::format("v{}", i), look_of(vertex), vertex.mark);
         set_label(node, vertex_label(vertex, is_small_ || vertex.kind->family == Family::process));
-        if (!vertex.folded.empty()) set(node, "peripheries", "2");
+        // A second line would go through the text of a shape with a lid.
+        if (!vertex.folded.empty() && look_of(vertex).margin == kMargin) set(node, "peripheries", "2");
     }
 
     void add_edge(size_t i) {

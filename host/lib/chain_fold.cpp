@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 #include <numeric>
+#include <queue>
 #include <tuple>
 
 namespace zelhost {
@@ -74,37 +75,45 @@ private:
         return parent;
     }
 
-    // All vertices, nearest first, and for each the one among the first `most` from which it was found. What no edge
-    // reaches comes last and belongs to the last that is kept.
+    // All vertices in the order in which a walk along the edges meets them, and for each the one among the first `most`
+    // from which it was met. The walk begins at what a rule hits and prefers it on its way, so that the first hang
+    // together.
     std::pair<std::vector<size_t>, std::vector<size_t>> walk(size_t most) const {
-        const size_t count = chain_.vertices.size();
-        std::vector<std::vector<size_t>> neighbours(count);
+        const std::vector<std::vector<size_t>> neighbours = all_neighbours();
+        std::vector<size_t> order, owner(neighbours.size(), kNone);
+        // Of those that wait, the best marked and then the first to come is next.
+        std::priority_queue<std::tuple<Mark, size_t, size_t>> waiting;
+        size_t turn = SIZE_MAX;
+        const auto meet = [&](size_t vertex, size_t from) {
+            if (owner[vertex] != kNone) return;
+            owner[vertex] = from;
+            waiting.emplace(chain_.vertices[vertex].mark, turn--, vertex);
+        };
+        std::vector<size_t> seeds(neighbours.size());
+        std::iota(seeds.begin(), seeds.end(), size_t{0});
+        std::ranges::stable_sort(seeds, std::greater(), [&](size_t i) { return chain_.vertices[i].mark; });
+        size_t apart = kNone;  // owns all that hangs together with nothing of the first
+        for (const size_t seed : seeds) {
+            if (apart == kNone && order.size() >= most && owner[seed] == kNone) apart = seed;
+            meet(seed, apart == kNone ? seed : apart);
+            while (!waiting.empty()) {
+                const size_t vertex = std::get<2>(waiting.top());
+                waiting.pop();
+                if (order.size() < most) owner[vertex] = vertex;
+                order.push_back(vertex);
+                for (const size_t neighbour : neighbours[vertex]) meet(neighbour, owner[vertex]);
+            }
+        }
+        return {std::move(order), std::move(owner)};
+    }
+
+    std::vector<std::vector<size_t>> all_neighbours() const {
+        std::vector<std::vector<size_t>> neighbours(chain_.vertices.size());
         for (const ChainEdge& edge : chain_.edges) {
             neighbours[edge.from].push_back(edge.to);
             neighbours[edge.to].push_back(edge.from);
         }
-        std::vector<size_t> seeds(count);
-        std::iota(seeds.begin(), seeds.end(), size_t{0});
-        std::ranges::stable_sort(seeds, std::greater(), [&](size_t i) { return chain_.vertices[i].mark; });
-        std::vector<size_t> order, owner(count, kNone);
-        const auto visit = [&](size_t vertex, size_t from) {
-            if (owner[vertex] != kNone) return;
-            owner[vertex] = order.size() < most ? vertex : from;
-            order.push_back(vertex);
-        };
-        size_t next = 0;
-        const auto visit_neighbours = [&] {
-            for (; next < order.size(); ++next)
-                for (const size_t neighbour : neighbours[order[next]]) visit(neighbour, owner[order[next]]);
-        };
-        for (const size_t seed : seeds)
-            if (chain_.vertices[seed].mark == Mark::hit) visit(seed, order.empty() ? seed : owner[order.back()]);
-        visit_neighbours();
-        for (const size_t seed : seeds) {
-            visit(seed, order.empty() ? seed : owner[order.back()]);
-            visit_neighbours();
-        }
-        return {std::move(order), std::move(owner)};
+        return neighbours;
     }
 
     const Chain& chain_;

@@ -101,8 +101,8 @@ constexpr std::string_view kEdgeWords[] = {
 
 }  // namespace
 
-const ChainKind kUnknownVertex = {"", Family::other, "vertex that is not in the chain", "unknown vertices", ""};
-const ChainKind kMoreVertices = {"", Family::other, "more vertices", "more", ""};
+const ChainKind kUnknownVertex = {"", Family::unknown, "vertex that is not in the chain", "unknown vertices", ""};
+const ChainKind kMoreVertices = {"", Family::rest, "more vertices", "more", ""};
 
 std::span<const ChainKind> chain_kinds() { return kKinds; }
 

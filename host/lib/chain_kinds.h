@@ -21,7 +21,8 @@ enum class Family {
     thread,
     wmi,
     container,
-    other
+    unknown,
+    rest
 };
 
 // A text with fields in braces: "{net_dst_ip}:{net_dst_port}". A slash before the name takes the part behind the last

@@ -236,6 +236,11 @@ TEST(Fold, WhatIsTooLargeKeepsWhatLiesNearTheAlert) {
     EXPECT_EQ(std::ranges::count(chain.vertices, Mark::hit, &ChainVertex::mark), 1);
     EXPECT_EQ(chain.note, "2000 vertices, drawn as 12");
 
+    // Nothing hangs together with anything.
+    vorn_trace_info loose;
+    for (uint64_t i = 1; i <= 1000; ++i) loose.mutable_trace_event()->add_process_list()->set_node_id(i);
+    EXPECT_EQ(folded(loose), (Folded{151, 0, "850 more", "1000 vertices, drawn as 151"}));
+
     for (uint64_t i = 0; i < 100'000; ++i) {
         behavior_edge& edge = *dense.mutable_trace_event()->add_edge_list();
         edge.set_table_index_begin(i % 317);
