@@ -42,24 +42,23 @@ std::optional<Picture> picture_for(const std::string& path) {
 // The trace is read and the picture made before the output is opened, so that a failure leaves an old picture as it is.
 ExitCode draw(const GraphOptions& options) {
     const std::string source = options.input == "-" ? "standard input" : options.input;
-    const FoundTrace found = find_trace(read_file(options.input), options.guid, source);
     vorn_retrace::vorn_trace_info message;
-    if (!message.ParseFromString(found.bytes)) throw Failure("{}: the trace cannot be read again", source);
+    const size_t skipped = find_trace(read_file(options.input), options.guid, source, message);
     const Chain chain = fold_chain(chain_of(message));
     if (chain.vertices.empty())
-        throw Failure("{}: the trace of alert {} has no vertex and no edge; --guid takes another", source,
+        throw Failure("{}: the trace of alert \"{}\" has no vertex and no edge; --guid takes another", source,
                       message.threat().alert_guid());
     const Picture picture = *picture_for(options.output);  // the parser has asked
     const std::string file = picture == Picture::html ? chain_page(chain) : draw_chain(chain, picture);
     OutputFile output(options.output);
     output.write(file);
     output.flush();
-    return found.lines_skipped > 0 ? kLinesSkipped : kDone;
+    return skipped > 0 ? kLinesSkipped : kDone;
 }
 
 constexpr const char* kFooter =
     R"(Processes are boxes, every other kind of object has its own shape; the legend lists those that are there. An edge says what
-was done and, in front, as the how many thing in time. Red is what the alert's rules name; a thick frame holds a text that a
+was done, and its number is its place in the order of time. Red is what the alert's rules name; a thick frame holds a text that a
 rule highlights. Above 300 vertices, leaves of one parent and kind become one, as "312 files".
 The page needs nothing but a browser: wheel, + and - zoom, dragging moves, / searches, arrow keys go from vertex to vertex,
 Enter shows details.)";

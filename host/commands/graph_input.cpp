@@ -5,6 +5,8 @@
 #include <google/protobuf/stubs/logging.h>
 #include <retrace.pb.h>
 
+#include <limits>
+#include <memory>
 #include <vector>
 
 #include "host/commands/graph.h"
@@ -25,7 +27,7 @@ using vorn_retrace::vorn_trace_info;
 
 // --- texts that are no UTF-8 ---
 
-void clean_texts(Message& message) {
+void repair_texts(Message& message) {
     const auto& access = *message.GetReflection();
     std::vector<const FieldDescriptor*> fields;
     access.ListFields(message, &fields);
@@ -36,16 +38,36 @@ void clean_texts(Message& message) {
             if (text)
                 access.SetString(&message, field, repair_utf8(access.GetString(message, field)));
             else
-                clean_texts(*access.MutableMessage(&message, field));
+                repair_texts(*access.MutableMessage(&message, field));
             continue;
         }
         for (int i = 0; i < access.FieldSize(message, field); ++i) {
             if (text)
                 access.SetRepeatedString(&message, field, i, repair_utf8(access.GetRepeatedString(message, field, i)));
             else
-                clean_texts(*access.MutableRepeatedMessage(&message, field, i));
+                repair_texts(*access.MutableRepeatedMessage(&message, field, i));
         }
     }
+}
+
+// What is wrong in a text becomes U+FFFD. Under the rules of proto2 a text may hold any bytes, and the wire is the
+// same. False when the bytes are no message.
+bool parse(std::string_view bytes, vorn_trace_info& trace) {
+    const google::protobuf::LogSilencer quiet;
+    if (bytes.size() > std::numeric_limits<int>::max()) return false;
+    const int size = static_cast<int>(bytes.size());
+    if (trace.ParseFromArray(bytes.data(), size)) return true;
+    google::protobuf::FileDescriptorProto schema;
+    vorn_trace_info::descriptor()->file()->CopyTo(&schema);
+    schema.set_syntax("proto2");
+    google::protobuf::DescriptorPool pool;
+    const auto* const file = pool.BuildFile(schema);
+    if (file == nullptr) return false;
+    google::protobuf::DynamicMessageFactory factory(&pool);
+    const std::unique_ptr<Message> message(factory.GetPrototype(file->FindMessageTypeByName("vorn_trace_info"))->New());
+    if (!message->ParseFromArray(bytes.data(), size)) return false;
+    repair_texts(*message);
+    return trace.ParseFromString(message->SerializeAsString());
 }
 
 // --- lines ---
@@ -63,32 +85,38 @@ bool are_lines(std::string_view bytes) {
     const std::string_view text = without_mark(bytes);
     const size_t first = text.find_first_not_of(kSpaces);
     if (first == std::string_view::npos || (text[first] != '{' && text[first] != '#')) return false;
-    std::string copy(bytes);
-    return first == 0 || !repair_texts(copy);
+    vorn_trace_info trace;
+    return first == 0 || !parse(bytes, trace);
 }
 
-// The message of a line when it is the one that is looked for.
-std::string read_line(std::string_view text, const std::string& guid) {
+// False when the line is not the one that is looked for.
+bool read_line(std::string_view text, const std::string& guid, vorn_trace_info& trace) {
     const JsonText line(text);
     const auto* const event = line.find("event");
     const auto* const own_guid = line.find("guid");
-    if (event == nullptr || event->whole != int64_t{event_id::finished_trace}) return {};
-    if (!guid.empty() && (own_guid == nullptr || own_guid->text != guid)) return {};
+    if (event == nullptr || event->whole != int64_t{event_id::finished_trace}) return false;
+    if (!guid.empty() && (own_guid == nullptr || own_guid->text != guid)) return false;
     const auto* const message = line.find("message");
-    if (message != nullptr && message->type == JsonText::Type::object) return message_from_json(message->raw);
     const auto* const hex = line.find("hex");
-    if (hex == nullptr) throw Failure("it has no message");
-    // The bytes of a message that could not be shown, as when a text is no UTF-8.
-    const std::string payload = fmt::format(R"({{"hex":{}}})", hex->raw);
-    std::string bytes = read_payload(JsonText(payload)).value_or("");
-    if (!repair_texts(bytes)) throw Failure("its bytes are no vorn_trace_info");
-    return bytes;
+    std::string bytes;
+    if (message != nullptr && message->type == JsonText::Type::object) {
+        bytes = message_from_json(message->raw);
+    } else if (hex != nullptr) {
+        // The bytes of a message that could not be shown, as when a text is no UTF-8.
+        const std::string payload = fmt::format(R"({{"hex":{}}})", hex->raw);
+        bytes = read_payload(JsonText(payload)).value_or("");
+    } else {
+        throw Failure("it has no message");
+    }
+    if (!parse(bytes, trace)) throw Failure("its bytes are no vorn_trace_info");
+    return true;
 }
 
-FoundTrace find_in_lines(std::string_view text, const std::string& guid, const std::string& source) {
+size_t find_in_lines(std::string_view text, const std::string& guid, const std::string& source,
+                     vorn_trace_info& trace) {
     const std::string wanted =
         guid.empty() ? "no line of event 770" : fmt::format("no line of event 770 with the GUID {}", guid);
-    FoundTrace found;
+    size_t skipped = 0;
     size_t number = 0;
     for (text = without_mark(text); !text.empty();) {
         const size_t end = std::min(text.find('\n'), text.size() - 1);
@@ -98,10 +126,10 @@ FoundTrace find_in_lines(std::string_view text, const std::string& guid, const s
         const size_t first = line.find_first_not_of(kSpaces);
         if (first == std::string_view::npos || line[first] == '#') continue;
         try {
-            found.bytes = read_line(repair_utf8(line.substr(first, line.find_last_not_of(kSpaces) + 1 - first)), guid);
-            if (!found.bytes.empty()) return found;
+            const size_t size = line.find_last_not_of(kSpaces) + 1 - first;
+            if (read_line(repair_utf8(line.substr(first, size)), guid, trace)) return skipped;
         } catch (const Failure& e) {
-            ++found.lines_skipped;
+            ++skipped;
             console::say("{}, line {} skipped: {}", source, number, e.what());
         }
     }
@@ -110,37 +138,17 @@ FoundTrace find_in_lines(std::string_view text, const std::string& guid, const s
 
 }  // namespace
 
-// Under the rules of proto2 a text may hold any bytes, and the wire is the same.
-bool repair_texts(std::string& bytes) {
-    const google::protobuf::LogSilencer quiet;
-    if (vorn_trace_info message; message.ParseFromString(bytes)) return true;
-    google::protobuf::FileDescriptorProto schema;
-    vorn_trace_info::descriptor()->file()->CopyTo(&schema);
-    schema.set_syntax("proto2");
-    google::protobuf::DescriptorPool pool;
-    const auto* const file = pool.BuildFile(schema);
-    if (file == nullptr) return false;
-    google::protobuf::DynamicMessageFactory factory(&pool);
-    const std::unique_ptr<Message> message(factory.GetPrototype(file->FindMessageTypeByName("vorn_trace_info"))->New());
-    if (!message->ParseFromString(bytes)) return false;
-    clean_texts(*message);
-    bytes = message->SerializeAsString();
-    return true;
-}
-
-FoundTrace find_trace(std::string_view bytes, const std::string& guid, const std::string& source) {
+size_t find_trace(std::string_view bytes, const std::string& guid, const std::string& source, vorn_trace_info& trace) {
     if (bytes.empty()) throw Failure("{} is empty; a line of event 770 or a serialised message is needed", source);
-    if (are_lines(bytes)) return find_in_lines(bytes, guid, source);
-    FoundTrace found{.bytes = std::string(bytes)};
-    if (!repair_texts(found.bytes))
+    if (are_lines(bytes)) return find_in_lines(bytes, guid, source, trace);
+    if (!parse(bytes, trace))
         throw Failure(
-            "{} holds neither lines as zelhost run writes them nor a serialised message; zelhost decode shows "
-            "where a message breaks",
+            "{} holds neither lines as zelhost run writes them nor a serialised message; zelhost decode shows where a "
+            "message breaks",
             source);
-    vorn_trace_info message;
-    if (!message.ParseFromString(found.bytes) || (!guid.empty() && message.threat().alert_guid() != guid))
-        throw Failure("{}: its message is of alert {}, not of {}", source, message.threat().alert_guid(), guid);
-    return found;
+    if (!guid.empty() && trace.threat().alert_guid() != guid)
+        throw Failure("{}: its message is of alert \"{}\", not of {}", source, trace.threat().alert_guid(), guid);
+    return 0;
 }
 
 }  // namespace zelhost

@@ -45,7 +45,7 @@ expect 1 "none" none
 expect 1 "cannot read folder" folder
 expect 1 "empty is empty" empty
 expect 1 "cut, line 1 skipped" cut
-expect 1 "the trace of alert G has no vertex" no_chain
+expect 1 'the trace of alert "G" has no vertex' no_chain
 expect 1 "no line of event 770 with the GUID X" --guid X "$chain"
 expect 1 "neither lines as zelhost run writes them nor a serialised message" "$host"
 "$host" graph "$chain" >/dev/full 2>err

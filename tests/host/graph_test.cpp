@@ -311,9 +311,9 @@ TEST(FindTrace, TakesTheTraceOutOfWhatTheFileHolds) {
         {"one that begins like a line", "\n\x7B" + std::string(123, 'i'), "", "\n\x7B" + std::string(123, 'i'), 0},
     };
     for (const auto& [what, bytes, guid, expected, skipped] : rows) {
-        const FoundTrace found = find_trace(bytes, guid, "f");
-        EXPECT_EQ(found.bytes, expected) << what;
-        EXPECT_EQ(found.lines_skipped, skipped) << what;
+        vorn_trace_info trace;
+        EXPECT_EQ(find_trace(bytes, guid, "f", trace), skipped) << what;
+        EXPECT_EQ(trace.SerializeAsString(), expected) << what;
     }
 }
 
@@ -328,8 +328,9 @@ TEST(FindTrace, SaysWhatIsMissing) {
          "a",
          "b", "f: its message is of alert "},
     };
+    vorn_trace_info trace;
     for (const auto& [bytes, guid, expected] : rows) try {
-            find_trace(bytes, guid, "f");
+            find_trace(bytes, guid, "f", trace);
             ADD_FAILURE() << expected;
         } catch (const Failure& failure) {
             EXPECT_THAT(failure.what(), HasSubstr(expected));
