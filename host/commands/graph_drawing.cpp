@@ -215,19 +215,17 @@ private:
         for (const auto& [name, value] : kGraph) agattr(graph_.get(), AGRAPH, text_of(name), text_of(value));
         for (const auto& [name, value] : kNode) agattr(graph_.get(), AGNODE, text_of(name), text_of(value));
         for (const auto& [name, value] : kEdge) agattr(graph_.get(), AGEDGE, text_of(name), text_of(value));
-        const bool is_tangled = chain_.edges.size() > chain_.vertices.size() + kMostCrossing;
         if (!is_small_) set(graph_.get(), "nodesep", "0.09");
-        if (!is_small_ || is_tangled) hurry();
-        // Curves around all vertices take minutes where very many edges cross.
-        if (is_tangled) set(graph_.get(), "splines", "line");
+        if (chain_.edges.size() > chain_.vertices.size() + kMostCrossing) hurry();
         set_label(graph_.get(), title_label(chain_));
     }
 
-    // The layout gives up its search for the best places early.
+    // Where very many edges cross, the best places and curves around all vertices would take minutes to find.
     void hurry() {
         set(graph_.get(), "nslimit", "0.5");
         set(graph_.get(), "nslimit1", "1");
         set(graph_.get(), "mclimit", "0.1");
+        set(graph_.get(), "splines", "line");
     }
 
     // Every text that is not this program's own goes through label_text first.
