@@ -1,0 +1,326 @@
+#include "host/commands/graph_drawing.h"
+
+#include <fmt/format.h>
+#include <gvc.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "host/lib/chain_text.h"
+#include "host/lib/failure.h"
+
+namespace zelhost {
+namespace {
+
+// Lengths in characters, so that a box is no wider than a column of text.
+constexpr size_t kNameLength = 44;
+constexpr size_t kLineLength = 52;
+constexpr size_t kTitleLength = 110;
+// Edges beyond those of a tree, up to which edges are curves.
+constexpr size_t kMostCrossing = 40;
+// Up to so many vertices each shows all its lines; of more, only processes do.
+constexpr size_t kFewVertices = 100;
+// Samples in one row of the legend.
+constexpr size_t kLegendRow = 6;
+
+// How a family looks: one row each, in the order of the enumeration. Text is dark on a light ground in all of them, and
+// the shape alone tells them apart as well.
+struct FamilyLook {
+    const char* word;    // a class in SVG
+    const char* legend;  // what the legend calls it
+    const char* shape;
+    const char* style;
+    const char* margin;  // around the text, in inches; a shape with a lid needs more
+    const char* fill;
+    const char* line;
+};
+constexpr const char* kMargin = "0.12,0.05";
+constexpr FamilyLook kLooks[] = {
+    {"process", "process", "box", "filled", kMargin, "#dbe9fb", "#1f4e8c"},
+    {"file", "file", "note", "filled", kMargin, "#fdf3d0", "#8a6a00"},
+    {"network", "network", "ellipse", "filled", kMargin, "#d9f2e3", "#1c6b43"},
+    {"dns", "DNS name", "hexagon", "filled", kMargin, "#d5f1f3", "#146a72"},
+    {"registry", "registry", "folder", "filled", kMargin, "#f3e3d3", "#85501c"},
+    {"account", "account", "octagon", "filled", kMargin, "#eadff7", "#5d3a91"},
+    {"service", "service", "component", "filled", kMargin, "#e6e9c8", "#5e6412"},
+    {"task", "scheduled task", "tab", "filled", kMargin, "#fbe0ef", "#8d2f66"},
+    {"module", "module", "box3d", "filled", "0.14,0.09", "#e0e4ea", "#46525f"},
+    {"pipe", "pipe, descriptor", "cylinder", "filled", "0.12,0.12", "#d6ecfa", "#1d6488"},
+    {"thread", "thread, API call", "box", "filled,diagonals", kMargin, "#f0e0d8", "#7d4630"},
+    {"wmi", "WMI", "house", "filled", kMargin, "#e3e0fb", "#443c9c"},
+    {"container", "container", "box", "filled,rounded", kMargin, "#dcefdc", "#356b2a"},
+    {"unknown", "not in the chain", "box", "filled,dashed", kMargin, "#f4f4f4", "#6a6a6a"},
+    {"rest", "more of the chain", "box", "filled", kMargin, "#ececec", "#3f3f3f"},
+};
+
+constexpr const char* kMarkLine = "#b3001b";
+constexpr const char* kPlainLine = "#5a6270";
+
+struct MarkLook {
+    const char* word;  // a class in SVG
+    const char* legend;
+    const char* width;  // of a frame
+};
+// By the number of the mark.
+constexpr MarkLook kMarks[] = {
+    {"", "", "1"},
+    {"named", "named by a rule", "1.8"},
+    {"hit", "a rule's highlight", "3.6"},
+};
+
+const FamilyLook& look_of(const ChainVertex& vertex) { return kLooks[static_cast<size_t>(vertex.kind->family)]; }
+const MarkLook& look_of(Mark mark) { return kMarks[static_cast<size_t>(mark)]; }
+
+// The library keeps its messages to itself but for this text; it is drawn on one thread.
+std::string& library_says() {
+    static std::string text;
+    return text;
+}
+int note_message(char* text) {
+    if (library_says().size() < 300) library_says() += text;
+    return 0;
+}
+
+// The library asks for texts that it may change, and changes none.
+char* text_of(const char* text) { return const_cast<char*>(text); }
+char* text_of(const std::string& text) { return const_cast<char*>(text.c_str()); }
+
+struct CloseGraph {
+    void operator()(Agraph_t* graph) const { agclose(graph); }
+};
+struct FreeContext {
+    void operator()(GVC_t* context) const { gvFreeContext(context); }
+};
+
+// Text of a label. The library looks for escapes with a backslash even there, and for entities once more after they are
+// resolved, so that both are written twice.
+std::string label_text(std::string_view text) {
+    std::string escaped;
+    for (const char byte : html_text(text)) {
+        escaped += byte;
+        if (byte == '\\') escaped += byte;
+    }
+    return escaped;
+}
+
+std::string small(std::string_view text) {
+    return fmt::format("<BR/><FONT POINT-SIZE=\"9\">{}</FONT>", label_text(text));
+}
+
+std::string vertex_label(const ChainVertex& vertex, bool with_lines) {
+    std::string label = "<B>" + label_text(cut_middle(vertex.name, kNameLength)) + "</B>";
+    if (!with_lines) return label;
+    for (const std::string& line : vertex.lines) label += small(cut_end(line, kLineLength));
+    return label;
+}
+
+// "3 creates", "3-314 creates ×312"; the numbers tell the order in time.
+std::string edge_label(const ChainEdge& edge) {
+    if (edge.count == 1) return fmt::format("{} {}", edge.first, edge.word);
+    return fmt::format("{}-{} {} ×{}", edge.first, edge.last, edge.word, edge.count);
+}
+
+std::string title_label(const Chain& chain) {
+    std::string label = fmt::format("<FONT POINT-SIZE=\"17\"><B>{} · {}</B></FONT>", label_text(chain.severity),
+                                    label_text(cut_end(chain.title, kTitleLength)));
+    for (const std::string& line : chain.subtitle)
+        label += fmt::format("<BR ALIGN=\"LEFT\"/>{}", label_text(cut_end(line, kTitleLength)));
+    if (!chain.note.empty()) label += fmt::format("<BR ALIGN=\"LEFT\"/><I>{}</I>", label_text(chain.note));
+    return label + "<BR ALIGN=\"LEFT\"/> ";
+}
+
+class Drawing {
+public:
+    explicit Drawing(const Chain& chain) : chain_(chain), is_small_(chain.vertices.size() <= kFewVertices) {
+        library_says().clear();
+        agseterrf(note_message);
+        graph_.reset(agopen(text_of("chain"), Agdirected, nullptr));
+        if (!graph_) throw std::bad_alloc();
+        set_defaults();
+        for (size_t i = 0; i < chain.vertices.size(); ++i) add_vertex(i);
+        for (size_t i = 0; i < chain.edges.size(); ++i) add_edge(i);
+        add_legend();
+    }
+
+    // As it is, without places.
+    std::string dot() {
+        char* text = nullptr;
+        size_t size = 0;
+        FILE* const file = open_memstream(&text, &size);
+        if (file == nullptr) throw std::bad_alloc();
+        const bool written = agwrite(graph_.get(), file) == 0;
+        const bool closed = fclose(file) == 0;
+        const std::unique_ptr<char, void (*)(void*)> owner(text, free);
+        if (!written || !closed) throw Failure("cannot write DOT: {}", reason());
+        return {text, size};
+    }
+
+    std::string render(const char* format) {
+        const std::unique_ptr<GVC_t, FreeContext> context(gvContext());
+        if (!context || gvLayout(context.get(), graph_.get(), "dot") != 0)
+            throw Failure("cannot lay the chain out: {}", reason());
+        if (std::string_view(format) == "png") GD_drawing(graph_.get())->dpi = dots_per_inch();
+        char* data = nullptr;
+        unsigned size = 0;
+        const bool drawn = gvRenderData(context.get(), graph_.get(), format, &data, &size) == 0 && data != nullptr;
+        std::string picture;
+        if (drawn) picture.assign(data, size);
+        gvFreeRenderData(data);
+        gvFreeLayout(context.get(), graph_.get());
+        if (!drawn) throw Failure("cannot draw {}: {}", format, reason());
+        return picture;
+    }
+
+private:
+    // Of a picture of dots, once it is laid out; 0 where the format's own will do. To write so many dots takes seconds.
+    double dots_per_inch() const {
+        constexpr double kPointsPerInch = 72;
+        constexpr double kUsual = 96;
+        constexpr double kMostDots = 12e6;
+        constexpr double kLongestSide = 32'000;  // of what the library can draw
+        const double width = GD_bb(graph_.get()).UR.x + kPointsPerInch;
+        const double height = GD_bb(graph_.get()).UR.y + kPointsPerInch;
+        const double dots = std::min(std::sqrt(kMostDots / (width * height)), kLongestSide / std::max(width, height));
+        return dots * kPointsPerInch < kUsual ? dots * kPointsPerInch : 0;
+    }
+
+    static std::string reason() {
+        std::string text = library_says();
+        while (text.ends_with('\n')) text.pop_back();
+        return text.empty() ? "libgvc does not say why; are its plug-ins installed?" : text;
+    }
+
+    void set_defaults() {
+        static constexpr const char* kGraph[][2] = {
+            {"rankdir", "LR"},        {"labelloc", "t"},
+            {"labeljust", "l"},       {"fontname", "DejaVu Sans,Verdana,sans-serif"},
+            {"fontsize", "11"},       {"nodesep", "0.16"},
+            {"ranksep", "0.35"},      {"bgcolor", "white"},
+            {"pad", "0.3"},           {"charset", "UTF-8"},
+            {"fontcolor", "#1a1d21"}, {"outputorder", "edgesfirst"},
+        };
+        static constexpr const char* kNode[][2] = {
+            {"shape", "box"},   {"style", "filled"}, {"fontname", "DejaVu Sans,Verdana,sans-serif"},
+            {"fontsize", "11"}, {"height", "0.3"},   {"fontcolor", "#1a1d21"},
+        };
+        static constexpr const char* kEdge[][2] = {
+            {"fontname", "DejaVu Sans,Verdana,sans-serif"},
+            {"fontsize", "9"},
+            {"arrowsize", "0.7"},
+            {"fontcolor", "#3a414b"},
+        };
+        for (const auto& [name, value] : kGraph) agattr(graph_.get(), AGRAPH, text_of(name), text_of(value));
+        for (const auto& [name, value] : kNode) agattr(graph_.get(), AGNODE, text_of(name), text_of(value));
+        for (const auto& [name, value] : kEdge) agattr(graph_.get(), AGEDGE, text_of(name), text_of(value));
+        if (!is_small_) set(graph_.get(), "nodesep", "0.09");
+        if (chain_.edges.size() > chain_.vertices.size() + kMostCrossing) hurry();
+        set_label(graph_.get(), title_label(chain_));
+    }
+
+    // Where very many edges cross, the best places and curves around all vertices would take minutes to find.
+    void hurry() {
+        set(graph_.get(), "nslimit", "0.5");
+        set(graph_.get(), "nslimit1", "1");
+        set(graph_.get(), "mclimit", "0.1");
+        set(graph_.get(), "splines", "line");
+    }
+
+    // Every text that is not this program's own goes through label_text first.
+    void set_label(void* object, const std::string& label) {
+        char* const kept = agstrdup_html(agraphof(object), text_of(label));
+        if (kept == nullptr) throw std::bad_alloc();
+        agsafeset(object, text_of("label"), kept, text_of(""));
+        agstrfree(agraphof(object), kept);
+    }
+
+    static void set(void* object, const char* name, const std::string& value) {
+        agsafeset(object, text_of(name), text_of(value), text_of(""));
+    }
+
+    Agnode_t* add_node(Agraph_t* graph, const std::string& name, const FamilyLook& look, Mark mark) {
+        Agnode_t* const node = agnode(graph, text_of(name), 1);
+        if (node == nullptr) throw std::bad_alloc();
+        set(node, "id", name);
+        set(node, "class", fmt::format("{}{}{}", look.word, mark == Mark::none ? "" : " ", look_of(mark).word));
+        set(node, "shape", look.shape);
+        set(node, "style", look.style);
+        set(node, "margin", look.margin);
+        set(node, "fillcolor", look.fill);
+        set(node, "color", mark == Mark::none ? look.line : kMarkLine);
+        set(node, "penwidth", look_of(mark).width);
+        return node;
+    }
+
+    Agedge_t* add_edge_between(Agnode_t* from, Agnode_t* to, const std::string& name) {
+        Agedge_t* const edge = agedge(graph_.get(), from, to, text_of(name), 1);
+        if (edge == nullptr) throw std::bad_alloc();
+        return edge;
+    }
+
+    void add_vertex(size_t i) {
+        const ChainVertex& vertex = chain_.vertices[i];
+        Agnode_t* const node = add_node(graph_.get(), fmt::format("v{}", i), look_of(vertex), vertex.mark);
+        set_label(node, vertex_label(vertex, is_small_ || vertex.kind->family == Family::process));
+        // A second line would go through the text of a shape with a lid.
+        if (!vertex.folded.empty() && look_of(vertex).margin == kMargin) set(node, "peripheries", "2");
+    }
+
+    void add_edge(size_t i) {
+        const ChainEdge& edge = chain_.edges[i];
+        const std::string name = fmt::format("e{}", i);
+        const auto end = [&](size_t vertex) { return agnode(graph_.get(), text_of(fmt::format("v{}", vertex)), 0); };
+        Agedge_t* const drawn = add_edge_between(end(edge.from), end(edge.to), name);
+        set(drawn, "id", name);
+        set(drawn, "class", look_of(edge.mark).word);
+        set(drawn, "label", edge_label(edge));
+        set(drawn, "color", edge.mark == Mark::none ? kPlainLine : kMarkLine);
+        set(drawn, "penwidth", edge.mark == Mark::none ? "1" : "1.4");
+    }
+
+    // A frame with one vertex for each look that the chain has, in rows: what no edge joins would stand in one column.
+    void add_legend() {
+        Agraph_t* const frame = agsubg(graph_.get(), text_of("cluster_legend"), 1);
+        if (frame == nullptr) throw std::bad_alloc();
+        set_label(frame, "<B>Legend</B>");
+        set(frame, "class", "legend");
+        set(frame, "color", "#b8bec7");
+        set(frame, "style", "rounded");
+        bool seen[std::size(kLooks)] = {};
+        bool seen_mark[std::size(kMarks)] = {};
+        for (const ChainVertex& vertex : chain_.vertices) {
+            seen[static_cast<size_t>(vertex.kind->family)] = true;
+            seen_mark[static_cast<size_t>(vertex.mark)] = true;
+        }
+        std::vector<Agnode_t*> samples;
+        const auto add = [&](const FamilyLook& look, Mark mark, const char* text) {
+            samples.push_back(add_node(frame, fmt::format("legend{}", samples.size()), look, mark));
+            set_label(samples.back(), label_text(text));
+        };
+        for (size_t i = 0; i < std::size(kLooks); ++i)
+            if (seen[i]) add(kLooks[i], Mark::none, kLooks[i].legend);
+        for (const Mark mark : {Mark::named, Mark::hit})
+            if (seen_mark[static_cast<size_t>(mark)]) add(kLooks[0], mark, look_of(mark).legend);
+        for (size_t i = 1; i < samples.size(); ++i)
+            if (i % kLegendRow != 0)
+                set(add_edge_between(samples[i - 1], samples[i], fmt::format("legend{}", i)), "style", "invis");
+    }
+
+    const Chain& chain_;
+    const bool is_small_;
+    std::unique_ptr<Agraph_t, CloseGraph> graph_;
+};
+
+}  // namespace
+
+std::string_view mark_word(Mark mark) { return look_of(mark).word; }
+
+std::string draw_chain(const Chain& chain, Picture picture) {
+    Drawing drawing(chain);
+    if (picture == Picture::dot) return drawing.dot();
+    return drawing.render(picture == Picture::png ? "png" : "svg");
+}
+
+}  // namespace zelhost
