@@ -123,7 +123,7 @@ void Run::check_output() {
 const char* Run::how_it_ended() const {
     if (failed_) return "failed";
     if (output_->state() == Output::State::limit_reached) return "ended by --limit";
-    if (output_->state() == Output::State::closed) return "ended, since nobody reads the output";
+    if (output_->state() == Output::State::closed) return "ended by its reader";
     if (max_wait_passed_) return "ended by --max-wait";
     return stop_signal_.requested() ? "stopped by a signal" : "done";
 }

@@ -1,7 +1,8 @@
 // The command line of `zelhost run`.
 #include <CLI/CLI.hpp>
-#include <map>
+#include <algorithm>
 #include <memory>
+#include <span>
 
 #include "host/commands/commands.h"
 #include "host/commands/run.h"
@@ -71,24 +72,36 @@ void add_settings(CLI::App& app, RunOptions& options) {
             ->type_name("N");
 }
 
-// Severities by name; the first row is no severity.
-std::map<std::string, int> levels() {
-    std::map<std::string, int> levels;
-    for (int level = 1; level < std::ssize(kSeverities); ++level) levels[kSeverities[level].name] = level;
-    return levels;
+// An option with one of several words. `words` begins with that of the value `first`.
+template <class Value>
+void add_choice(CLI::App& app, const char* option, const char* type, const char* help,
+                const std::vector<std::string>& words, int first, Value& value) {
+    app.add_option_function<std::string>(
+           option,
+           [words, first, &value](const std::string& word) {
+               value = static_cast<Value>(std::ranges::find(words, word) - words.begin() + first);
+           },
+           help)
+        ->type_name(type)
+        ->check(CLI::IsMember(words));
+}
+
+// The first row is no severity.
+std::vector<std::string> severities() {
+    std::vector<std::string> names;
+    for (const Severity& severity : std::span(kSeverities).subspan(1)) names.emplace_back(severity.name);
+    return names;
 }
 
 // What is shown, and how.
 void add_output_options(CLI::App& app, RunOptions& options) {
     app.add_flag("--follow", options.follow, "Wait for more at the end of the input");
-    app.add_option("--events", options.filter.events, "Show these outgoing events alone: 769, 770, 771, 2305")
+    app.add_option("--events", options.filter.events, "Show these outgoing events alone")
         ->delimiter(',')
         ->type_name("ID,...")
         ->check(CLI::IsMember(std::vector<EVENT_ID>(std::begin(kOutgoing), std::end(kOutgoing))));
-    app.add_option("--level", options.filter.lowest_level,
-                   "Show alerts of this severity and above alone: verbose, low, mid, high, critical")
-        ->type_name("LEVEL")
-        ->transform(CLI::CheckedTransformer(levels(), CLI::ignore_case));
+    add_choice(app, "--level", "LEVEL", "Show alerts of this severity and above alone", severities(), 1,
+               options.filter.lowest_level);
     app.add_option("--limit", options.limit, "End after so many shown lines")
         ->type_name("N")
         ->check(CLI::PositiveNumber);
@@ -97,11 +110,7 @@ void add_output_options(CLI::App& app, RunOptions& options) {
     add_color_option(app, options.color);
     app.add_option("--metrics", options.metrics, "Replace this file with Prometheus metrics every second and at the end")
         ->type_name("FILE");
-    app.add_option("--summary", options.summary, "Form of the summary at the end: text (default), json or none")
-        ->type_name("FORM")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, Summary>{{"text", Summary::text}, {"json", Summary::json}, {"none", Summary::none}},
-            CLI::ignore_case));
+    add_choice(app, "--summary", "FORM", "The summary at the end (text)", {"text", "json", "none"}, 0, options.summary);
 }
 
 // Each help text names its default, because the parser does not know what an empty value stands for.

@@ -7,6 +7,7 @@
 
 #include "host/lib/event_names.h"
 #include "host/lib/printable.h"
+#include "host/lib/utf8.h"
 
 namespace zelhost {
 namespace {

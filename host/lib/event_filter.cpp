@@ -2,7 +2,7 @@
 
 #include <retrace.pb.h>
 
-#include "host/lib/message.h"
+#include "host/lib/message_parse.h"
 
 namespace zelhost {
 namespace {

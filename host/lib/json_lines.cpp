@@ -7,24 +7,13 @@
 #include <vector>
 
 #include "host/lib/message.h"
-#include "host/lib/printable.h"
+#include "host/lib/utf8.h"
 #include "platform/event_ids.h"
 
 namespace zelhost {
 namespace {
 
 using rapidjson::StringBuffer;
-using rapidjson::UTF8;
-
-// One byte as one character, written as \u0000 to \u00ff where it is not ASCII.
-std::string latin1_json(std::string_view bytes) {
-    StringBuffer wide;
-    for (const char byte : bytes) UTF8<>::Encode(wide, static_cast<unsigned char>(byte));
-    StringBuffer json;
-    rapidjson::Writer<StringBuffer, UTF8<>, rapidjson::ASCII<>> writer(json);
-    writer.String(wide.GetString(), static_cast<rapidjson::SizeType>(wide.GetSize()));
-    return json.GetString();
-}
 
 // One line in the making: an object, in which a text that is no UTF-8 is written byte by byte and its key kept.
 class Line {

@@ -12,16 +12,12 @@ namespace zelhost {
 
 using google::protobuf::util::JsonPrintOptions;
 
-bool parse_message(const char* data, uint64_t size, vorn_retrace::vorn_trace_info& message) {
-    const google::protobuf::LogSilencer quiet;  // a refused string is shown as a result, not as a line of the library
-    if (data == nullptr || size > std::numeric_limits<int>::max()) return false;
-    return message.ParseFromArray(data, static_cast<int>(size));
-}
-
 // Field names as in the schema, so that a reader finds them there; enum values by name.
 std::optional<std::string> message_to_json(const char* data, uint64_t size) {
+    const google::protobuf::LogSilencer quiet;  // a refused string is shown as a result, not as a line of the library
     vorn_retrace::vorn_trace_info message;
-    if (!parse_message(data, size, message)) return {};
+    if (data == nullptr || size > std::numeric_limits<int>::max()) return {};
+    if (!message.ParseFromArray(data, static_cast<int>(size))) return {};
     JsonPrintOptions options;
     options.preserve_proto_field_names = true;
     std::string json;

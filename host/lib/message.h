@@ -6,16 +6,9 @@
 #include <string>
 #include <string_view>
 
-namespace vorn_retrace {
-class vorn_trace_info;
-}
-
 namespace zelhost {
 
-// Reads a message of the bus. False when it does not parse, as when a string in it is no UTF-8.
-bool parse_message(const char* data, uint64_t size, vorn_retrace::vorn_trace_info& message);
-
-// Nothing when the message does not parse.
+// Nothing when the message does not parse, as when a string in it is no UTF-8.
 std::optional<std::string> message_to_json(const char* data, uint64_t size);
 
 // Throws Failure when the text does not fit the schema.

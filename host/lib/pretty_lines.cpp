@@ -3,12 +3,10 @@
 #include <fmt/format.h>
 #include <retrace.pb.h>
 
-#include <algorithm>
-
 #include "host/lib/console.h"
 #include "host/lib/event_names.h"
 #include "host/lib/local_time.h"
-#include "host/lib/message.h"
+#include "host/lib/message_parse.h"
 #include "host/lib/printable.h"
 #include "host/lib/severity.h"
 
@@ -22,9 +20,9 @@ std::string or_dash(std::string text) { return text.empty() ? "-" : text; }
 
 std::string_view base_name(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
-// Words of what happened, each with what it happened to before it.
-std::string joined(std::string_view what, std::string_view outcome) {
-    return what.empty() ? std::string(outcome) : fmt::format("{}: {}", what, outcome);
+// The outcome stands first, since a narrow terminal cuts off what is behind it.
+std::string joined(std::string_view outcome, std::string_view what) {
+    return what.empty() ? std::string(outcome) : fmt::format("{}: {}", outcome, what);
 }
 
 // The first rule, and how many more there are.
@@ -61,7 +59,9 @@ std::string chain_text(const vorn_retrace::vorn_trace_event& chain) {
     int vertices = -chain.edge_list_size();
     for (int i = 0; i < type->field_count(); ++i)
         if (type->field(i)->is_repeated()) vertices += chain.GetReflection()->FieldSize(chain, type->field(i));
-    return fmt::format("chain of {} vertices and {} edges", vertices, chain.edge_list_size());
+    const int edges = chain.edge_list_size();
+    return fmt::format("chain of {} {}, {} {}", vertices, vertices == 1 ? "vertex" : "vertices", edges,
+                       edges == 1 ? "edge" : "edges");
 }
 
 std::string trace_text(const vorn_trace_info& message) {
@@ -76,16 +76,16 @@ std::string batch_text(const vorn_trace_info& message) {
     return fmt::format("{} alerts were hit again, {} times in all", message.dup_alerts_size(), hits);
 }
 
-// Whether a chain follows the first report.
+// Whether a chain follows the first report. Documents alone may be repeats, and from a container they are not traced.
 std::string report_text(const vorn_trace_info& message, EVENT_ID source, bool tracing) {
     const threat_alert& threat = message.threat();
-    if (message.err_code() == vorn_retrace::ERROR_CODE_TRACE_FILTERED) return "repeat, not traced";
-    if (!threat.containerid().empty() && threat.containerid() != "host")
-        return fmt::format("container {}, not traced",
+    const bool document = source == event_id::ioa_alert || source == event_id::memory_trojan;
+    if (message.err_code() == vorn_retrace::ERROR_CODE_TRACE_FILTERED) return "not traced, repeat";
+    if (document && !threat.containerid().empty() && threat.containerid() != "host")
+        return fmt::format("not traced, container {}",
                            threat.containername().empty() ? threat.containerid() : threat.containername());
-    const EVENT_ID traced[] = {event_id::ioc, event_id::ioa_alert, event_id::memory_trojan, event_id::kov};
-    const bool follows = tracing && std::ranges::find(traced, source) != std::end(traced);
-    return follows ? "reported, trace follows" : "reported";
+    const bool follows = tracing && (document || source == event_id::ioc || source == event_id::kov);
+    return follows ? "trace follows" : "reported";
 }
 
 struct Outcome {
@@ -138,12 +138,12 @@ std::string PrettyLines::line(const Columns& columns) const {
     const std::string head = local_time(false);
     const std::string kind = fmt::format("{:<9.9}", columns.kind);
     const std::string level = fmt::format("{:<8}", severity.name);
-    const std::string rule = fmt::format("{:<16.16}", or_dash(printable(columns.rule)));
-    const std::string process = fmt::format("{:<20.20}", or_dash(printable(columns.process)));
+    const std::string rule = fmt::format("{:<15.15}", or_dash(printable(columns.rule)));
+    const std::string process = fmt::format("{:<18.18}", or_dash(printable(columns.process)));
     std::string outcome = printable(columns.outcome);
     const std::string guid = printable(columns.guid.substr(0, 8));
 
-    constexpr size_t kBefore = 12 + 9 + 8 + 16 + 20 + 5;
+    constexpr size_t kBefore = 12 + 9 + 8 + 15 + 18 + 5;
     constexpr size_t kLeast = 10;
     if (const size_t width = console::columns(descriptor_); width > 0) {
         const size_t used = kBefore + (guid.empty() ? 0 : guid.size() + 1);
@@ -160,8 +160,8 @@ std::string PrettyLines::event(const ST_PB_EVENT& event) const {
     vorn_trace_info message;
     if (!parse_message(event.pData, event.uSize, message))
         return line({.kind = event.uEventId == event_id::first_report ? "report" : "trace",
-                     .outcome = fmt::format("{}: {} bytes that are no message", event_name(event.uSourceEventId),
-                                            uint64_t{event.uSize}),
+                     .outcome = joined(fmt::format("{} bytes that are no message", uint64_t{event.uSize}),
+                                       event_name(event.uSourceEventId)),
                      .guid = guid,
                      .tint = Tint::error});
     const Outcome outcome = outcome_of(event, message, tracing_);
@@ -169,7 +169,7 @@ std::string PrettyLines::event(const ST_PB_EVENT& event) const {
                  .level = message.threat().risk_level(),
                  .rule = rule_of(message),
                  .process = process_of(message),
-                 .outcome = joined(subject_of(message, event.uSourceEventId), outcome.text),
+                 .outcome = joined(outcome.text, subject_of(message, event.uSourceEventId)),
                  .guid = guid,
                  .tint = event.uEventId == event_id::finished_trace ? Tint::good : Tint::plain});
 }
@@ -178,7 +178,7 @@ std::string PrettyLines::memory_check(const ST_MEM_DETECT_INFO& info) const {
     return line({.kind = "check",
                  .process = fmt::format("{}[{}]", base_name(info.pszPath == nullptr ? "" : info.pszPath),
                                         uint32_t{info.uPid}),
-                 .outcome = fmt::format("memory check wanted, confidence {}", int32_t{info.nConfidence})});
+                 .outcome = fmt::format("memory check, confidence {}", int32_t{info.nConfidence})});
 }
 
 std::string PrettyLines::answer(int code, uint32_t context, const char* buffer, uint32_t size) const {
@@ -201,7 +201,7 @@ std::string PrettyLines::remark(const LogLine& logged) const {
     if (words == nullptr) return {};
     const bool put_off = logged.row->figure == &KindFigures::retried;
     return line({.kind = logged.row->ends == Place::goes_on ? "trace" : "lost",
-                 .outcome = joined(event_name(logged.event), words),
+                 .outcome = joined(words, event_name(logged.event)),
                  .guid = guid_of(logged),
                  .tint = put_off ? Tint::faint : Tint::warning});
 }

@@ -1,23 +1,12 @@
 #include "host/lib/printable.h"
 
 #include <fmt/format.h>
-#include <rapidjson/encodings.h>
-#include <rapidjson/memorystream.h>
 
 #include <iterator>
 
-namespace zelhost {
+#include "host/lib/utf8.h"
 
-// RapidJSON's own check works on one character at a time.
-bool is_utf8(std::string_view text) {
-    struct Nowhere {
-        void Put(char) {}
-    } nowhere;
-    rapidjson::MemoryStream stream(text.data(), text.size());
-    while (stream.Tell() < text.size())
-        if (!rapidjson::UTF8<>::Validate(stream, nowhere)) return false;
-    return true;
-}
+namespace zelhost {
 
 // The controls from U+0080 to U+009F take two bytes, of which the first is C2.
 std::string printable(std::string_view text) {

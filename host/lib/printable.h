@@ -6,8 +6,6 @@
 
 namespace zelhost {
 
-bool is_utf8(std::string_view text);
-
 // The text with each control character, and each byte of a text that is no UTF-8, as \xNN: nothing that an event holds
 // moves the cursor of a terminal or breaks a line.
 std::string printable(std::string_view text);

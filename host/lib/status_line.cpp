@@ -21,9 +21,9 @@ std::string StatusLine::text(Time now, uint64_t line, const Account& account) {
     const Totals& totals = account.totals;
     uint64_t out = 0;
     for (const GivenOut& row : given_out()) out += row.counted(totals);
-    const uint64_t full = totals.sum(&KindFigures::queue_full), filtered = totals.sum(&KindFigures::filtered),
-                   dropped = totals.sum(&KindFigures::dropped);
-    const Sample sample{now, totals.sum(&KindFigures::in), out, full + filtered + dropped};
+    const uint64_t shed = totals.sum(&KindFigures::queue_full) + totals.sum(&KindFigures::filtered) +
+                          totals.sum(&KindFigures::dropped);
+    const Sample sample{now, totals.sum(&KindFigures::in), out, shed};
     if (!base_) base_ = sample;
     if (now - base_->time >= kWindow) {
         in_rate_ = per_second(base_->in, sample.in, now - base_->time);
@@ -32,12 +32,13 @@ std::string StatusLine::text(Time now, uint64_t line, const Account& account) {
         base_ = sample;
     }
     std::string text =
-        fmt::format("{} s, line {} | in {} ({:.0f}/s) | out {} ({:.0f}/s) | bus {}",
-                    std::chrono::duration_cast<std::chrono::seconds>(now - begin_).count(), line, sample.in, in_rate_,
-                    sample.out, out_rate_, account.bus.waiting + account.bus.sending);
+        fmt::format("{} s  in {} ({:.0f}/s)  out {} ({:.0f}/s)",
+                    std::chrono::duration_cast<std::chrono::seconds>(now - begin_).count(), sample.in, in_rate_,
+                    sample.out, out_rate_);
     if (account.log)
-        text += fmt::format(" | queue {} | traces waiting {} | shed {} ({:.0f}/s): queue full {}, filtered {}, traces {}",
-                            queued(totals), totals.waiting_traces, sample.shed, shed_rate_, full, filtered, dropped);
+        text += fmt::format("  shed {} ({:.0f}/s)  queue {}  traces {}", sample.shed, shed_rate_, queued(totals),
+                            totals.waiting_traces);
+    text += fmt::format("  bus {}  line {}", account.bus.waiting + account.bus.sending, line);
     return text;
 }
 
