@@ -42,7 +42,8 @@ void Run::open_files() {
     output_.emplace(options_.output, options_.limit, [this] { stop_signal_.request(); });
     input_.emplace(options_.input, options_.follow ? LineReader::Mode::follow : LineReader::Mode::to_the_end,
                    stop_signal_);
-    if (!options_.metrics.empty()) metrics_.emplace(options_.metrics).replace(metrics_text(Account{}, progress_of_run()));
+    if (!options_.metrics.empty())
+        metrics_.emplace(options_.metrics).replace(metrics_text(Account{}, progress_of_run()));
     if (options_.input == "-" && isatty(STDIN_FILENO) == 1)
         console::say("reading events from the terminal, one a line; Ctrl-D ends, zelhost run --help shows their form");
 }
@@ -62,7 +63,8 @@ void Run::start() {
     for (const std::string& sentence : session_->unknown()) console::message(sentence);
     if (getenv("agentid") == nullptr)
         console::say(
-            "advice: the environment has no agentid, so messages carry the agent id \"0\"; agentid=ID before the command "
+            "advice: the environment has no agentid, so messages carry the agent id \"0\"; agentid=ID before the "
+            "command "
             "sets it");
     show_from_now_on();
 }
@@ -162,12 +164,9 @@ const Run::Step Run::kSteps[] = {
     {"collect the last reports", &Run::collect_last_reports},
 };
 const Run::Step Run::kTeardown[] = {
-    {"stop the plug-in", &Run::stop},
-    {"write the last figures", &Run::end_showing},
-    {"write the output", &Run::check_output},
-    {"sum up", &Run::sum_up},
-    {"unload the libraries", &Run::unload},
-    {"remove the temporary agent folder", &Run::remove_copy},
+    {"stop the plug-in", &Run::stop},         {"write the last figures", &Run::end_showing},
+    {"write the output", &Run::check_output}, {"sum up", &Run::sum_up},
+    {"unload the libraries", &Run::unload},   {"remove the temporary agent folder", &Run::remove_copy},
 };
 
 // A Failure says all by itself. Any other exception, as of the file system, gets the name of the step.

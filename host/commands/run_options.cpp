@@ -108,7 +108,8 @@ void add_output_options(CLI::App& app, RunOptions& options) {
     app.add_flag("--pretty", options.pretty,
                  "Lines for people instead of JSON, and on a terminal a line that tells how it goes");
     add_color_option(app, options.color);
-    app.add_option("--metrics", options.metrics, "Replace this file with Prometheus metrics every second and at the end")
+    app.add_option("--metrics", options.metrics,
+                   "Replace this file with Prometheus metrics every second and at the end")
         ->type_name("FILE");
     add_choice(app, "--summary", "FORM", "The summary at the end (text)", {"text", "json", "none"}, 0, options.summary);
 }

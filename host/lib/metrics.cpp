@@ -44,8 +44,8 @@ constexpr Single kSingles[] = {
      [](const Snapshot& s) { return s.run.running ? 1.0 : 0.0; }},
     {"zelhost_input_lines_total", "Lines read of the input.", MetricType::Counter, false,
      [](const Snapshot& s) { return real(s.run.lines); }},
-    {"zelhost_input_lines_skipped_total", "Lines of the input that could not be understood.", MetricType::Counter, false,
-     [](const Snapshot& s) { return real(s.run.skipped); }},
+    {"zelhost_input_lines_skipped_total", "Lines of the input that could not be understood.", MetricType::Counter,
+     false, [](const Snapshot& s) { return real(s.run.skipped); }},
     {"zelhost_output_lines_total", "Lines shown of what the plug-in gave out.", MetricType::Counter, false,
      [](const Snapshot& s) { return real(s.run.shown); }},
     {"zelhost_bus_events", "Events on the bus, in both directions.", MetricType::Gauge, false,
@@ -83,8 +83,8 @@ MetricFamily given_out_by_kind(const Totals& totals) {
 
 // Every end that has words, also at 0, so that a rate can be told from the first one on.
 MetricFamily unreported_by_reason(const Totals& totals) {
-    MetricFamily unreported = family("zelhost_events_unreported_total", "Incoming events that ended without a report.",
-                                     MetricType::Counter);
+    MetricFamily unreported =
+        family("zelhost_events_unreported_total", "Incoming events that ended without a report.", MetricType::Counter);
     for (const auto& [id, kind] : totals.kinds)
         for (const LogText& row : log_texts())
             if (kind.in > 0 && row.words != nullptr)
@@ -118,8 +118,8 @@ std::string metrics_text(const Account& account, const RunProgress& run) {
         families.push_back(family(row.name, row.help, row.type));
         add(families.back(), row.value(snapshot));
     }
-    families.push_back(by_event(totals, "zelhost_events_published_total", "Events that the run published.",
-                                &KindFigures::in));
+    families.push_back(
+        by_event(totals, "zelhost_events_published_total", "Events that the run published.", &KindFigures::in));
     families.push_back(by_event(totals, "zelhost_events_reported_total", "Published events that were reported.",
                                 &KindFigures::reported));
     families.push_back(given_out_by_kind(totals));

@@ -48,7 +48,8 @@ void Output::remark(const std::string& line) {
 void Output::write(const std::string& line) {
     int error = 0;
     const auto put = [&] {
-        const bool written = fwrite(line.data(), 1, line.size(), file_.get()) == line.size() && fflush(file_.get()) == 0;
+        const bool written =
+            fwrite(line.data(), 1, line.size(), file_.get()) == line.size() && fflush(file_.get()) == 0;
         if (!written) error = errno;
     };
     terminal_ ? console::above_progress(put) : put();

@@ -150,8 +150,8 @@ std::string PrettyLines::line(const Columns& columns) const {
         outcome = fmt::format("{:.{}}", outcome, width > used + kLeast ? width - used : kLeast);
     }
     return fmt::format("{} {} {} {} {} {}{}{}\n", paint_(Tint::faint, head), paint_(Tint::bold, kind),
-                       paint_(severity.tint, level), paint_(Tint::place, rule), process,
-                       paint_(columns.tint, outcome), guid.empty() ? "" : " ", paint_(Tint::faint, guid));
+                       paint_(severity.tint, level), paint_(Tint::place, rule), process, paint_(columns.tint, outcome),
+                       guid.empty() ? "" : " ", paint_(Tint::faint, guid));
 }
 
 // A message that does not parse is still shown: it is what the agent would have sent.
@@ -175,10 +175,10 @@ std::string PrettyLines::event(const ST_PB_EVENT& event) const {
 }
 
 std::string PrettyLines::memory_check(const ST_MEM_DETECT_INFO& info) const {
-    return line({.kind = "check",
-                 .process = fmt::format("{}[{}]", base_name(info.pszPath == nullptr ? "" : info.pszPath),
-                                        uint32_t{info.uPid}),
-                 .outcome = fmt::format("memory check, confidence {}", int32_t{info.nConfidence})});
+    return line(
+        {.kind = "check",
+         .process = fmt::format("{}[{}]", base_name(info.pszPath == nullptr ? "" : info.pszPath), uint32_t{info.uPid}),
+         .outcome = fmt::format("memory check, confidence {}", int32_t{info.nConfidence})});
 }
 
 std::string PrettyLines::answer(int code, uint32_t context, const char* buffer, uint32_t size) const {

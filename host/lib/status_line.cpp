@@ -21,8 +21,8 @@ std::string StatusLine::text(Time now, uint64_t line, const Account& account) {
     const Totals& totals = account.totals;
     uint64_t out = 0;
     for (const GivenOut& row : given_out()) out += row.counted(totals);
-    const uint64_t shed = totals.sum(&KindFigures::queue_full) + totals.sum(&KindFigures::filtered) +
-                          totals.sum(&KindFigures::dropped);
+    const uint64_t shed =
+        totals.sum(&KindFigures::queue_full) + totals.sum(&KindFigures::filtered) + totals.sum(&KindFigures::dropped);
     const Sample sample{now, totals.sum(&KindFigures::in), out, shed};
     if (!base_) base_ = sample;
     if (now - base_->time >= kWindow) {
@@ -31,10 +31,9 @@ std::string StatusLine::text(Time now, uint64_t line, const Account& account) {
         shed_rate_ = per_second(base_->shed, sample.shed, now - base_->time);
         base_ = sample;
     }
-    std::string text =
-        fmt::format("{} s  in {} ({:.0f}/s)  out {} ({:.0f}/s)",
-                    std::chrono::duration_cast<std::chrono::seconds>(now - begin_).count(), sample.in, in_rate_,
-                    sample.out, out_rate_);
+    std::string text = fmt::format("{} s  in {} ({:.0f}/s)  out {} ({:.0f}/s)",
+                                   std::chrono::duration_cast<std::chrono::seconds>(now - begin_).count(), sample.in,
+                                   in_rate_, sample.out, out_rate_);
     if (account.log)
         text += fmt::format("  shed {} ({:.0f}/s)  queue {}  traces {}", sample.shed, shed_rate_, queued(totals),
                             totals.waiting_traces);
