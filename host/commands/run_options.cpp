@@ -22,10 +22,12 @@ constexpr const char* kFooter =
   {"do":"file_trace","path":"/tmp/x","file_key":"k","kind":1,"context":7}  {"do":"process_trace","data":{...},"context":8}
 The plug-in sheds what comes faster than it works; "wait" lets it finish what it has.
 Output: JSON Lines, one for each event, callback and wanted report. A summary goes to standard error.
-With --follow: a file that was cut is read again from its start; when the name stands for another file, the old one is read
-to its end and the new one from its start; a named pipe waits for its next writer. The run ends by a signal or by --limit.
-With --pretty: time, kind, severity, rule (and how many more), process, what became of it, start of the GUID. Events that
-were lost on the alarm worker and traces that brought no chain have lines, too, which --limit does not count.
+With --follow a file that was cut is read again from its start. When its name
+stands for another file, the old one is read to its end and the new one from its
+start. A named pipe waits for its next writer. A signal or --limit ends the run.
+With --pretty a line has time, kind, severity, rule (and how many more), process,
+what became of it, and the start of the GUID. Events that were lost on the alarm
+worker and traces without a chain have lines, too; --limit does not count those.
 An output that nobody reads any more ends the run without a message.)";
 
 // An option that is short for one setting.
