@@ -62,10 +62,7 @@ void Run::start() {
     started_ = true;
     for (const std::string& sentence : session_->unknown()) console::message(sentence);
     if (getenv("agentid") == nullptr)
-        console::say(
-            "advice: the environment has no agentid, so messages carry the agent id \"0\"; agentid=ID before the "
-            "command "
-            "sets it");
+        console::say("advice: messages carry the agent id \"0\"; agentid=ID in the environment sets another");
     show_from_now_on();
 }
 

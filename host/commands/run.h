@@ -142,8 +142,9 @@ private:
     std::optional<LineReader> input_;
     std::optional<MetricsFile> metrics_;
     std::optional<Session> session_;
-    // The ticker's own, while it runs.
     const bool status_shown_;
+    std::atomic<bool> running_ = false;  // from the start of the ticker to its end
+    // The ticker's own, while it runs.
     StatusLine status_line_{begin_};
     uint64_t ticks_ = 0;
     bool metrics_failed_ = false;

@@ -93,7 +93,7 @@ RunProgress Run::progress_of_run() const {
     const auto age = std::chrono::steady_clock::now() - begin_;
     const std::chrono::duration<double> began = std::chrono::system_clock::now().time_since_epoch() - age;
     return {.start_time = began.count(),
-            .running = ticker_.has_value(),
+            .running = running_,
             .lines = lines_read_,
             .skipped = lines_skipped_,
             .shown = output_->shown()};
@@ -107,6 +107,7 @@ void Run::progress(const std::string& text) const {
 void Run::show_from_now_on() {
     const Account account = session_->account();
     pretty_lines_.set_tracing(account.trace_module && !account.totals.tracing_off);
+    running_ = true;
     ticker_.emplace(kTick, [this] { tick(); });
 }
 
@@ -129,8 +130,9 @@ void Run::tick() {
 
 // The figures of the end are exact, since nothing runs any more.
 void Run::end_showing() {
-    if (!ticker_) return;
+    if (!running_) return;
     ticker_.reset();
+    running_ = false;
     console::progress("");
     if (metrics_) metrics_->replace(metrics_text(session_->account(), progress_of_run()));
 }

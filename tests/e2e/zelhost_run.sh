@@ -10,7 +10,7 @@ export agentid=A-1
 demo_run() {
     local code=$1 text=$2
     shift 2
-    expect "$code" "$text" run --input "$demo" --log "$work/log" "$@"
+    expect "$code" "$text" run --input "$demo" --log "$work/log" --idle-ms 50 "$@"
 }
 # lines COUNT: that many output lines in all.
 lines() {
