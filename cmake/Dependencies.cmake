@@ -7,6 +7,7 @@ pkg_check_modules(JANSSON REQUIRED IMPORTED_TARGET jansson)
 pkg_check_modules(GVC REQUIRED IMPORTED_TARGET libgvc libcgraph)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 pkg_check_modules(INIH REQUIRED IMPORTED_TARGET inih)
+pkg_check_modules(PROMETHEUS REQUIRED IMPORTED_TARGET prometheus-cpp-core)
 find_package(GTest REQUIRED)
 
 find_program(CCACHE ccache)

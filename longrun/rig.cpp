@@ -49,7 +49,8 @@ Rig::Rig(const std::string& agent, const std::vector<Setting>& settings, Watcher
 Rig::~Rig() { release_held(); }
 
 // Only the log knows the longest queue; the plug-in reports just how often the queue overflowed.
-void Rig::on_log_line(std::string_view line) {
+void Rig::on_log_line(const LogLine& logged) {
+    const std::string_view line = logged.text;
     if (const size_t at = line.find(kQueueCount); at != std::string_view::npos) {
         const uint64_t size = strtoul(line.data() + at + kQueueCount.size(), nullptr, 10);
         if (size > longest_event_queue_) longest_event_queue_ = size;

@@ -46,7 +46,7 @@ public:
 private:
     static constexpr size_t kMostHeld = 32;
 
-    void on_log_line(std::string_view line) override;
+    void on_log_line(const LogLine& line) override;
     void on_event(MbFrame::IEvent& event, const ST_PB_EVENT& record) override;
     void on_memory_check(const ST_MEM_DETECT_INFO& info) override;
     void on_answer(int code, uint32_t context, const char* buffer, uint32_t size) override;

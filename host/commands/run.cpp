@@ -1,18 +1,12 @@
-// The run itself: its steps, its waits, its summary and its options. The lines of the script are played in
-// run_script.cpp.
+// The run itself: its steps, its waits and its summary. The lines of the script are played in run_script.cpp, what
+// comes back and what is shown meanwhile is in run_live.cpp, the options are in run_options.cpp.
 #include "host/commands/run.h"
 
-#include <stdlib.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <memory>
 
-#include "host/commands/commands.h"
+#include "host/lib/account_json.h"
 #include "host/lib/account_text.h"
 #include "host/lib/console.h"
 #include "host/lib/failure.h"
@@ -26,7 +20,8 @@ using Clock = std::chrono::steady_clock;
 // A run that is over at once shows no progress.
 constexpr auto kProgressAfter = 1s;
 constexpr auto kProgressStep = 200ms;
-constexpr auto kFullPause = 1ms;
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 // Blank lines and lines that begin with #.
 bool is_comment(std::string_view line) {
@@ -36,47 +31,19 @@ bool is_comment(std::string_view line) {
 
 }  // namespace
 
-// --- what comes back ---
-
-// These four run on the threads that Client names, while the main thread plays or waits. Output takes lines from any
-// thread. It is made before the session and so is there for all of them.
-void Run::on_event(MbFrame::IEvent&, const ST_PB_EVENT& record) { output_->trace_event(record); }
-
-void Run::on_memory_check(const ST_MEM_DETECT_INFO& info) { output_->memory_check(info); }
-
-void Run::on_answer(int code, uint32_t context, const char* buffer, uint32_t size) {
-    output_->callback(code, context, buffer, size);
-}
-
-void Run::on_report(std::string_view module, int32_t result, std::string_view text) {
-    if (result != 1) console::say("{} gave no report; the log says why", module);
-    if (print_reports_ && !text.empty()) output_->report(module, text);
-}
-
-// A signal ends the wait for room on the bus, and with it the run.
-bool Run::pause_publishing() { return !stop_signal_.sleep(kFullPause); }
-
 // --- the steps of a run ---
 
 // First of all: a wrong folder is said before a file is written.
 void Run::find_agent() { folder_.emplace(options_.root, options_.settings); }
 
-// The logger reads these at its first line. It would say nothing of a file that cannot be written.
-void Run::prepare_log() {
-    if (!options_.log.empty()) {
-        if (!std::ofstream(options_.log)) throw Failure("cannot write the log {}: {}", options_.log, strerror(errno));
-        setenv("ZEL_LOG_FILE", options_.log.c_str(), 1);
-    }
-    const char* const file = getenv("ZEL_LOG_FILE");
-    if (!options_.log_level.empty()) setenv("ZEL_LOG_LEVEL", options_.log_level.c_str(), 1);
-    setenv("ZEL_LOG_LEVEL", options_.log.empty() ? "warn" : "debug", 0);
-    log_place_ = fmt::format("{}, level {}", file == nullptr ? "standard error" : file, getenv("ZEL_LOG_LEVEL"));
-}
-
-// Both before anything is loaded, so that a name that is wrong costs no start of the plug-in.
+// All before anything is loaded, so that a name that is wrong costs no start of the plug-in. The metrics are there from
+// now on, at zero.
 void Run::open_files() {
-    output_.emplace(options_.output);
-    input_.emplace(options_.input, stop_signal_);
+    output_.emplace(options_.output, options_.limit, [this] { stop_signal_.request(); });
+    input_.emplace(options_.input, options_.follow ? LineReader::Mode::follow : LineReader::Mode::to_the_end,
+                   stop_signal_);
+    if (!options_.metrics.empty())
+        metrics_.emplace(options_.metrics).replace(metrics_text(Account{}, progress_of_run()));
     if (options_.input == "-" && isatty(STDIN_FILENO) == 1)
         console::say("reading events from the terminal, one a line; Ctrl-D ends, zelhost run --help shows their form");
 }
@@ -84,7 +51,8 @@ void Run::open_files() {
 void Run::load() { session_.emplace(*folder_, *this); }
 
 // A start that fails has said why in the log, and only there: its last errors are repeated for the reader. What cannot
-// be known is said here, once, because only a start shows whether the trace module counts.
+// be known is said here, once, because only a start shows whether the trace module counts. The log would repeat with
+// each message that there is no agent id.
 void Run::start() {
     const int answer = session_->start();
     const Totals totals = session_->account().totals;
@@ -93,14 +61,19 @@ void Run::start() {
                       totals.last_errors[0], totals.last_errors[1]);
     started_ = true;
     for (const std::string& sentence : session_->unknown()) console::message(sentence);
+    if (getenv("agentid") == nullptr)
+        console::say("advice: messages carry the agent id \"0\"; agentid=ID in the environment sets another");
+    show_from_now_on();
 }
 
-// A line that cannot be understood is skipped and counted, so that the rest of a long script still runs. The output is
-// looked at after each line: when nobody reads it any more, there is no point in going on.
+// A line that cannot be understood is skipped and counted, so that the rest of a long script still runs. An output that
+// has ended ends the input, too: there is no point in going on.
 void Run::play_input() {
     auto shown = Clock::now() + kProgressAfter;
     std::string_view line;
-    while (output_->error().empty() && !max_wait_passed_ && input_->next(line)) {
+    while (!max_wait_passed_ && input_->next(line)) {
+        lines_read_ = input_->number();
+        if (lines_read_ == 1 && line.starts_with(kByteOrderMark)) line.remove_prefix(kByteOrderMark.size());
         if (!is_comment(line)) {
             try {
                 play_line(line);
@@ -114,10 +87,10 @@ void Run::play_input() {
         if (now < shown) continue;
         shown = now + kProgressStep;
         const int percent = input_->percent();
-        console::progress(
+        progress(
             fmt::format("line {}{}", input_->number(), percent < 0 ? std::string() : fmt::format(", {} %", percent)));
     }
-    console::progress("");
+    progress("");
 }
 
 // In a reset period the trace module is not loaded, and no trace can end.
@@ -139,25 +112,35 @@ void Run::stop() {
     if (session_) session_->stop();
 }
 
-// After the bus has come to rest, so that nothing is written any more.
+// After the bus has come to rest, so that nothing is written any more. An output that nobody reads any more is no
+// failure: its reader has what it wanted.
 void Run::check_output() {
-    if (output_ && !output_->error().empty()) throw Failure("{}", output_->error());
+    if (output_ && output_->state() == Output::State::failed) throw Failure("{}", output_->error());
+}
+
+// Of several reasons the first counts.
+const char* Run::how_it_ended() const {
+    if (failed_) return "failed";
+    if (output_->state() == Output::State::limit_reached) return "ended by --limit";
+    if (output_->state() == Output::State::closed) return "ended by its reader";
+    if (max_wait_passed_) return "ended by --max-wait";
+    return stop_signal_.requested() ? "stopped by a signal" : "done";
 }
 
 // The session still has its libraries here, and can tell what they count. Without a start there is nothing to sum up,
 // and the failure has been said.
 void Run::sum_up() {
-    if (!started_) return;
+    if (!started_ || options_.summary == Summary::none) return;
     const Account account = session_->account();
     const std::chrono::duration<double> took = Clock::now() - begin_;
-    const char* const how = failed_                    ? "failed"
-                            : max_wait_passed_         ? "ended by --max-wait"
-                            : stop_signal_.requested() ? "stopped by a signal"
-                                                       : "done";
-    std::string text = fmt::format("zelhost: {} after {:.1f} s; {} lines read, {} skipped; log: {}", how, took.count(),
-                                   input_->number(), lines_skipped_, log_place_);
+    if (options_.summary == Summary::json) {
+        const RunEnd end{how_it_ended(), took.count(), lines_read_, lines_skipped_, output_->shown(), log_place_};
+        return console::block(account_json(account, end, session_->can_collect()));
+    }
+    std::string text = fmt::format("zelhost: {} after {:.1f} s; {} lines read, {} skipped; log: {}", how_it_ended(),
+                                   took.count(), lines_read_.load(), lines_skipped_.load(), log_place_);
     if (account.log) text += fmt::format(" ({} errors, {} warnings)", account.totals.errors, account.totals.warnings);
-    text += "\n" + account_text(account, End::quiet);
+    text += "\n" + account_text(account, cut_short() ? End::under_load : End::quiet);
     if (session_->can_collect()) text += statistics_text(account);
     console::block(text + leftover_text(account));
 }
@@ -178,11 +161,9 @@ const Run::Step Run::kSteps[] = {
     {"collect the last reports", &Run::collect_last_reports},
 };
 const Run::Step Run::kTeardown[] = {
-    {"stop the plug-in", &Run::stop},
-    {"write the output", &Run::check_output},
-    {"sum up", &Run::sum_up},
-    {"unload the libraries", &Run::unload},
-    {"remove the temporary agent folder", &Run::remove_copy},
+    {"stop the plug-in", &Run::stop},         {"write the last figures", &Run::end_showing},
+    {"write the output", &Run::check_output}, {"sum up", &Run::sum_up},
+    {"unload the libraries", &Run::unload},   {"remove the temporary agent folder", &Run::remove_copy},
 };
 
 // A Failure says all by itself. Any other exception, as of the file system, gets the name of the step.
@@ -222,102 +203,11 @@ void Run::wait_until_idle(bool traces) {
             return false;
         }
         if (open.traces > 0)
-            console::progress(fmt::format("waiting for {} traces, at most {} s", open.traces,
-                                          std::chrono::ceil<std::chrono::seconds>(deadline - now).count()));
+            progress(fmt::format("waiting for {} traces, at most {} s", open.traces,
+                                 std::chrono::ceil<std::chrono::seconds>(deadline - now).count()));
         return !stop_signal_.sleep(step);
     });
-    console::progress("");
-}
-
-// --- the command line ---
-
-namespace {
-
-constexpr const char* kFooter =
-    R"(Input: JSON Lines, one event or action a line; blank lines and lines that begin with # are left out.
-  {"event":ID,FORM}   an event with one form of payload: "alert" or "json" (the value's very bytes), "text", "hex",
-                      "message" (a vorn_trace_info in JSON form) or "data":null. Event 1281 takes "dns":{...} instead.
-  {"alert_type":...}  an alert document by itself is event 1536
-  {"do":"sleep","ms":100}  {"do":"wait"}  {"do":"reset_begin"}  {"do":"reset_end"}  {"do":"report"}
-  {"do":"config","delay_time":"120000","queue_size":"200"}  {"do":"config","text":"..."}
-  {"do":"file_trace","path":"/tmp/x","file_key":"k","kind":1,"context":7}  {"do":"process_trace","data":{...},"context":8}
-The plug-in sheds what comes faster than it works; "wait" lets it finish what it has.
-Output: JSON Lines, one for each event, callback and wanted report. A summary goes to standard error.)";
-
-// An option that is short for one setting.
-struct Shorthand {
-    const char* option;
-    const char* help;
-    Setting setting;  // without its value
-};
-// The values that are changed most often; their limits are the plug-in's, which takes its default outside of them.
-const Shorthand kShorthands[] = {
-    {"--not-ready",
-     "How often the trace module puts an alert off: zeltrc:standin:not_ready_times",
-     {"zeltrc", "standin", "not_ready_times", ""}},
-    {"--trace-cost", "How long a trace takes, in ms: zeltrc:standin:cost_ms", {"zeltrc", "standin", "cost_ms", ""}},
-    {"--queue-max",
-     "Limit of each queue, 50 to 500: zelreshdl:config:queue_max",
-     {"zelreshdl", "config", "queue_max", ""}},
-    {"--trc-times",
-     "Most tries of a trace, 0 to 16, 0 for no traces: zelreshdl:config:trc_times",
-     {"zelreshdl", "config", "trc_times", ""}},
-};
-
-// Settings do not change the agent folder: the run plays in a copy that has them.
-void add_settings(CLI::App& app, RunOptions& options) {
-    app.add_option_function<std::vector<std::string>>(
-           "--set",
-           [&options](const std::vector<std::string>& texts) {
-               for (const std::string& text : texts) try {
-                       options.settings.push_back(parse_setting(text));
-                   } catch (const Failure& e) {
-                       throw CLI::ValidationError("--set", e.what());
-                   }
-           },
-           "One value of an ini file, in a temporary copy of the agent folder; FILE is zelreshdl, zeltrc or "
-           "zel_pure_mode. May be repeated")
-        ->type_name("FILE:SECTION:KEY=VALUE");
-    for (const Shorthand& shorthand : kShorthands)
-        app.add_option_function<uint32_t>(
-               shorthand.option,
-               [&options, setting = shorthand.setting](const uint32_t& value) {
-                   options.settings.push_back({setting.file, setting.section, setting.key, std::to_string(value)});
-               },
-               shorthand.help)
-            ->type_name("N");
-}
-
-// Each help text names its default, because the parser does not know what an empty value stands for.
-void add_options(CLI::App& app, RunOptions& options) {
-    app.add_option("--root", options.root, "Agent folder; the one that zelhost stands in if not given")
-        ->type_name("DIR");
-    app.add_option("--input", options.input, "Script to play, - for standard input (default)")->type_name("FILE");
-    app.add_option("--output", options.output, "Where the JSON lines go, - for standard output (default)")
-        ->type_name("FILE");
-    app.add_option("--log", options.log, "The plug-in's log; standard error if not given")->type_name("FILE");
-    app.add_option("--log-level", options.log_level, "Default: debug with --log, else warn")
-        ->type_name("LEVEL")
-        ->check(CLI::IsMember({"error", "warn", "info", "debug"}));
-    app.add_option_function<uint32_t>(
-           "--idle-ms", [&options](const uint32_t& ms) { options.idle = std::chrono::milliseconds{ms}; },
-           "Quiet time after which the pipeline counts as idle (300)")
-        ->type_name("N");
-    app.add_option_function<uint32_t>(
-           "--max-wait", [&options](const uint32_t& s) { options.max_wait = std::chrono::seconds{s}; },
-           "Longest wait for open traces, in seconds (180)")
-        ->type_name("S");
-    add_settings(app, options);
-}
-
-}  // namespace
-
-// The options live as long as the action; the parser writes into them before.
-Action prepare_run(CLI::App& app) {
-    const auto options = std::make_shared<RunOptions>();
-    app.footer(kFooter);
-    add_options(app, *options);
-    return [options] { return Run(*options).run(); };
+    progress("");
 }
 
 }  // namespace zelhost

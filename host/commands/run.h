@@ -1,6 +1,7 @@
 // `zelhost run`: plays a script of events to the plug-in of an agent folder and shows what it gives out.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -8,14 +9,26 @@
 #include <vector>
 
 #include "host/lib/agent_folder.h"
+#include "host/lib/color.h"
+#include "host/lib/event_filter.h"
 #include "host/lib/exit_codes.h"
+#include "host/lib/json_lines.h"
 #include "host/lib/line_reader.h"
+#include "host/lib/metrics.h"
 #include "host/lib/output.h"
 #include "host/lib/payload.h"
+#include "host/lib/pretty_lines.h"
 #include "host/lib/session.h"
+#include "host/lib/status_line.h"
 #include "host/lib/stop_signal.h"
+#include "host/lib/ticker.h"
 
 namespace zelhost {
+
+enum class Summary { text, json, none };
+
+// Names of the log's levels, in the order of their numbers.
+inline constexpr const char* kLogLevels[] = {"error", "warn", "info", "debug"};
 
 // What the command line asks for.
 struct RunOptions {
@@ -26,14 +39,21 @@ struct RunOptions {
     std::string log_level;     // empty: debug with `log`, else warn
     std::chrono::milliseconds idle{300};
     std::chrono::seconds max_wait{180};
+    bool follow = false;
+    EventFilter filter;
+    uint64_t limit = 0;  // 0: none
+    bool pretty = false;
+    ColorMode color = ColorMode::automatic;
+    std::string metrics;  // empty: none
+    Summary summary = Summary::text;
     std::vector<Setting> settings;
 };
 
 // One run. The main thread plays the script and waits; what comes back is written on the threads of the session, as
-// Client says.
+// Client says. A ticker's thread shows meanwhile how it goes.
 class Run : public Client {
 public:
-    explicit Run(const RunOptions& options) : options_(options) {}
+    explicit Run(const RunOptions& options);
 
     ExitCode run();
 
@@ -49,6 +69,7 @@ private:
     void collect_last_reports();
     // Teardown: all of it, whatever happened before.
     void stop();
+    void end_showing();
     void check_output();
     void sum_up();
     void unload();
@@ -62,6 +83,9 @@ private:
     static const Step kTeardown[];
     // Takes one step and says its failure; false when it failed.
     bool take(const Step& step);
+    const char* how_it_ended() const;
+    // Whether something ended the run before its input and its traces did.
+    bool cut_short() const { return stop_signal_.requested(); }
 
     // --- the script, in run_script.cpp ---
 
@@ -88,7 +112,16 @@ private:
     // longest wait has passed, and notes the latter.
     void wait_until_idle(bool traces);
 
-    // Of Client: write what comes back as JSON lines.
+    // --- what is shown, in run_live.cpp ---
+
+    void show_from_now_on();
+    void tick();
+    RunProgress progress_of_run() const;
+    // Nothing where the status line stands.
+    void progress(const std::string& text) const;
+
+    // Of Client: write what comes back as lines.
+    void on_log_line(const LogLine& line) override;
     void on_event(MbFrame::IEvent& event, const ST_PB_EVENT& record) override;
     void on_memory_check(const ST_MEM_DETECT_INFO& info) override;
     void on_answer(int code, uint32_t context, const char* buffer, uint32_t size) override;
@@ -101,15 +134,27 @@ private:
     StopSignal stop_signal_;
     std::string log_place_;  // where the log goes, for people
     std::optional<AgentFolder> folder_;
+    int console_log_level_ = -1;  // up to which this program writes the log to standard error; -1 when a library does
+    JsonLines json_lines_;
+    PrettyLines pretty_lines_;
+    const EventLines& lines_;  // one of these two
     std::optional<Output> output_;
     std::optional<LineReader> input_;
+    std::optional<MetricsFile> metrics_;
     std::optional<Session> session_;
+    const bool status_shown_;
+    std::atomic<bool> running_ = false;  // from the start of the ticker to its end
+    // The ticker's own, while it runs.
+    StatusLine status_line_{begin_};
+    uint64_t ticks_ = 0;
+    bool metrics_failed_ = false;
+    std::optional<Ticker> ticker_;  // looks at all of the above
 
     bool started_ = false;
     bool failed_ = false;
     bool max_wait_passed_ = false;
     bool print_reports_ = false;  // while a report is collected that the script asked for
-    uint64_t lines_skipped_ = 0;
+    std::atomic<uint64_t> lines_read_ = 0, lines_skipped_ = 0;
 };
 
 }  // namespace zelhost

@@ -21,6 +21,18 @@ int64_t of_documents(const Totals& totals, std::initializer_list<Figure> figures
     return sum;
 }
 
+uint64_t expanded_chains(const Totals& totals) { return totals.of(event_id::trc_ex).reported; }
+
+// An expanded chain counts as the report of its event, but is no first report to a reader.
+constexpr GivenOut kGivenOut[] = {
+    {"first_reports", [](const Totals& t) { return t.sum(&KindFigures::reported) - expanded_chains(t); }},
+    {"traces", [](const Totals& t) { return t.sum(&KindFigures::traces); }},
+    {"expanded_chains", expanded_chains},
+    {"duplicate_batches", [](const Totals& t) { return t.duplicate_batches; }},
+    {"memory_checks", [](const Totals& t) { return t.memory_checks; }},
+    {"answers", [](const Totals& t) { return t.answers; }},
+};
+
 // A figure that the plug-in counts over all kinds.
 template <Figure figure>
 int64_t sum_of(const Totals& totals) {
@@ -70,6 +82,26 @@ int64_t in_queue(const KindFigures& kind) {
 int64_t on_worker(const KindFigures& kind) {
     return as_signed(kind.begun) - ended_at(kind, Place::alarm_worker) - as_signed(kind.reported);
 }
+
+uint64_t queued(const Totals& totals) {
+    int64_t sum = 0;
+    for (const auto& [id, kind] : totals.kinds) sum += in_queue(kind);
+    return sum > 0 ? static_cast<uint64_t>(sum) : 0;
+}
+
+std::vector<OtherEnd> other_ends(const KindFigures& kind, uint64_t put_off) {
+    std::vector<OtherEnd> ends;
+    const auto take = [&](const char* words, int64_t count) {
+        if (count > 0) ends.push_back({words, count});
+    };
+    for (const LogText& row : log_texts())
+        if (row.words != nullptr) take(row.words, as_signed(kind.*row.figure));
+    take("not taken up, reset or stop", not_taken_up(kind));
+    take("waiting at the stop", in_queue(kind) + as_signed(put_off));
+    return ends;
+}
+
+std::span<const GivenOut> given_out() { return kGivenOut; }
 
 // Host alerts, DNS hits and file traces are pushed once each.
 int64_t chains(const Totals& totals) {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "host/lib/figures.h"
 #include "host/lib/reports.h"
@@ -27,6 +28,23 @@ int64_t on_worker(const KindFigures& kind);
 int64_t chains(const Totals& totals);
 int64_t asked_traces(const Totals& totals);
 int64_t ended_traces(const Totals& totals);
+
+// Events of all kinds that are in the event queue at this moment. While events move, a count is never negative.
+uint64_t queued(const Totals& totals);
+
+// The ends of a kind without a report, in words, as far as there are any; `put_off` are completions that wait.
+struct OtherEnd {
+    const char* words;
+    int64_t count;
+};
+std::vector<OtherEnd> other_ends(const KindFigures& kind, uint64_t put_off);
+
+// What the plug-in gave out.
+struct GivenOut {
+    const char* key;  // for programs; the words for people have spaces in the place of underscores
+    uint64_t (*counted)(const Totals& totals);
+};
+std::span<const GivenOut> given_out();
 
 // What has no end. When nothing runs, these are the entries of the queues or, after a stop, what the stop discarded.
 struct Left {

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <iterator>
 #include <utility>
 #include <vector>
@@ -29,15 +30,10 @@ private:
 void write_kind(Text& out, uint32_t id, const KindFigures& kind, uint64_t put_off) {
     std::vector<std::string> parts;
     int64_t rest = as_signed(kind.in) - as_signed(kind.reported);
-    const auto take = [&](int64_t n, const char* words) {
-        if (n <= 0) return;
-        parts.push_back(fmt::format("{} {}", n, words));
-        rest -= n;
-    };
-    for (const LogText& row : log_texts())
-        if (row.words != nullptr) take(as_signed(kind.*row.figure), row.words);
-    take(not_taken_up(kind), "not taken up, reset or stop");
-    take(in_queue(kind) + as_signed(put_off), "waiting at the stop");
+    for (const OtherEnd& end : other_ends(kind, put_off)) {
+        parts.push_back(fmt::format("{} {}", end.count, end.words));
+        rest -= end.count;
+    }
     if (kind.repeats > 0) parts.push_back(fmt::format("{} repeats among the reported", kind.repeats));
 
     out.line("  {:>4} {:<16} {:>8} {:>9} {:>11}{}{}", id, event_name(id), kind.in, kind.reported, rest,
@@ -94,17 +90,17 @@ void compare_statistics(Text& out, const Account& account) {
 
 }  // namespace
 
-// An expanded chain counts as the report of its event, but is no first report to a reader.
 std::string account_text(const Account& account, End end) {
     const Totals& totals = account.totals;
     Text out;
     account.log ? write_events(out, totals) : write_events_of_the_bus(out, totals);
-    const uint64_t expanded = totals.of(event_id::trc_ex).reported;
-    out.line(
-        "  given out: {} first reports, {} traces, {} expanded chains, {} duplicate batches, {} memory checks, {} "
-        "answers",
-        totals.sum(&KindFigures::reported) - expanded, totals.sum(&KindFigures::traces), expanded,
-        totals.duplicate_batches, totals.memory_checks, totals.answers);
+    std::vector<std::string> parts;
+    for (const GivenOut& row : given_out()) {
+        std::string words = row.key;
+        std::ranges::replace(words, '_', ' ');
+        parts.push_back(fmt::format("{} {}", row.counted(totals), words));
+    }
+    out.line("  given out: {}", fmt::join(parts, ", "));
     if (account.log) write_traces(out, account, end);
     return out.take();
 }

@@ -1,6 +1,7 @@
 #include "host/lib/console.h"
 
 #include <errno.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -35,6 +36,18 @@ void progress(const std::string& text) {
     fputs(("\r\033[K" + text).c_str(), stderr);
     fflush(stderr);
     shown = text;
+}
+
+void above_progress(const std::function<void()>& write) {
+    const std::lock_guard lock(mutex);
+    if (!shown.empty()) fputs("\r\033[K", stderr);
+    write();
+    if (!shown.empty()) fputs(shown.c_str(), stderr);
+}
+
+size_t columns(int descriptor) {
+    winsize size{};
+    return ioctl(descriptor, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
 }  // namespace zelhost::console

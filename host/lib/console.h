@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
+#include <functional>
 #include <string>
 
 namespace zelhost::console {
@@ -21,5 +23,11 @@ void block(const std::string& text);
 
 // Replaces the progress line; does nothing unless standard error is a terminal. An empty text takes the line away.
 void progress(const std::string& text);
+
+// Writes to a terminal that may be the same one: the progress line goes away before `write` and comes back after it.
+void above_progress(const std::function<void()>& write);
+
+// How many characters a line of that terminal holds; 0 for anything else.
+size_t columns(int descriptor);
 
 }  // namespace zelhost::console

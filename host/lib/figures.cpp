@@ -95,10 +95,11 @@ KindFigures Totals::of(uint32_t event_id) const {
 
 // Called for every line of the process, at level debug a hundred thousand times for a large alert: the table is
 // searched without the mutex.
-void Figures::log_line(uint64_t thread, int32_t level, std::string_view line) {
+LogLine Figures::log_line(uint64_t thread, int32_t level, std::string_view line) {
     last_sign_ = Clock::now();
     const std::string_view text = text_of(line);
     const LogText* const row = find_row(text);
+    if (text == kNoAgentIdText) return {.level = level, .text = line, .advice = true};
 
     const std::lock_guard lock(mutex_);
     totals_.errors += level == ZEL_LOG_ERROR;
@@ -114,19 +115,22 @@ void Figures::log_line(uint64_t thread, int32_t level, std::string_view line) {
         const size_t guid = text.rfind(kGuidText) + kGuidText.size();
         pushed_.emplace(text.substr(guid, text.size() - kPushedText.size() - guid));
     }
-    if (row == nullptr) return;
+    if (row == nullptr) return {.level = level, .text = line};
 
     if (row->begins != nothing)
         in_hand_[thread] = row->begins == numbered ? number_at(text.substr(row->text.size())) : row->begins;
     const auto held = in_hand_.find(thread);
     const EVENT_ID in_hand = held == in_hand_.end() ? nothing : held->second;
-    ++(totals_.kinds[in_hand != nothing ? in_hand : row->otherwise].*row->figure);
+    const EVENT_ID event = in_hand != nothing ? in_hand : row->otherwise;
+    const std::string_view rest = text.substr(row->text.size());
+    ++(totals_.kinds[event].*row->figure);
 
     if (row->figure == &KindFigures::begun || row->figure == &KindFigures::ignored) {
         ended_since_.reset();
         if (in_hand == event_id::kov) ended_since_.emplace();
     }
-    if (text.starts_with(kTraceAnswer)) trace_line(row->figure, in_hand, std::string(text.substr(row->text.size())));
+    if (text.starts_with(kTraceAnswer)) trace_line(row->figure, in_hand, std::string(rest));
+    return {.level = level, .text = line, .row = row, .event = event, .rest = rest};
 }
 
 // Called between a stop and the next start, when no thread of the plug-in runs.

@@ -63,11 +63,23 @@ struct LogText {
 };
 std::span<const LogText> log_texts();
 
-// Texts that say more than a count: the GUIDs in the eliminator's account, and the setting that turns tracing off.
+// A line at the logger's tap, and what the counter makes of it. The texts are valid during the call that brings it.
+struct LogLine {
+    int32_t level = 0;
+    std::string_view text;         // the whole line, prefix included
+    const LogText* row = nullptr;  // what it counts; null for nothing
+    EVENT_ID event = 0;            // whose figure it is; 0 for no event's
+    std::string_view rest{};       // what stands behind the row's text
+    bool advice = false;           // a hint about the environment, which counts neither as error nor as warning
+};
+
+// Texts that say more than a count: the GUIDs in the eliminator's account, and the setting that turns tracing off. The
+// last one comes with every message while the environment has no agent id, and says nothing of the message.
 inline constexpr std::string_view kGuidText = "guid: ";
 inline constexpr std::string_view kPushedText = ", push into eliminator";
 inline constexpr std::string_view kSettingsText = "queue max:";
 inline constexpr std::string_view kTriesText = "trc times:";
+inline constexpr std::string_view kNoAgentIdText = "get agentid from env error !";
 
 struct Totals {
     std::map<uint32_t, KindFigures> kinds;  // by event id; 0 for what belongs to no event
@@ -75,7 +87,7 @@ struct Totals {
     uint64_t duplicate_batches = 0;
     uint64_t file_traces = 0, process_traces = 0;  // accepted by the exports
     uint64_t answers = 0, file_answers = 0;        // calls of the result callback: all, and those for file traces
-    uint64_t errors = 0, warnings = 0;             // log lines
+    uint64_t errors = 0, warnings = 0;             // log lines that are no advice
     std::string last_errors[2];                    // texts, the later one last
     bool tracing_off = false;                      // by the settings
     uint64_t waiting_traces = 0;                   // handed to the trace stage, without an end
@@ -92,7 +104,7 @@ public:
 
     // A line at the tap, prefix included. `thread` tells the threads of the process apart: a line that names no event
     // belongs to the one that its thread has in hand.
-    void log_line(uint64_t thread, int32_t level, std::string_view line);
+    LogLine log_line(uint64_t thread, int32_t level, std::string_view line);
     // The plug-in has stopped. Its workers are gone, and a new thread that gets the number of one has nothing in hand.
     void workers_ended();
 

@@ -10,10 +10,17 @@
 namespace zelhost {
 
 // Owns the descriptor, but for standard input. Borrows the stop signal. One thread.
+//
+// A reader that follows waits for more at the end of a regular file and of a named pipe, until a signal comes:
+// - a file that has become shorter than what was read of it is read again from its start;
+// - when the path names another file, the old one is read to its end and the new one from its start;
+// - a pipe without writers waits for the next one.
+// A last line without an end counts at each of these places. Standard input that is a pipe or a terminal ends as ever.
 class LineReader {
 public:
+    enum class Mode { to_the_end, follow };
     // "-" is standard input. Throws Failure when the file cannot be opened.
-    LineReader(const std::string& path, const StopSignal& stop);
+    LineReader(const std::string& path, Mode mode, const StopSignal& stop);
     ~LineReader();
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
@@ -22,14 +29,20 @@ public:
     bool next(std::string_view& line);
 
     uint64_t number() const { return number_; }  // of the last line, from 1
-    // How much of a regular file has been read, in per cent; negative for anything else.
+    // How much of a regular file has been read, in per cent; negative for anything else and for one that is followed.
     int percent() const;
 
 private:
-    bool fill();
+    enum class Got { more, line_end, stopped };
+    Got fill();
+    Got at_end();
+    Got after_regular_file();
+    Got after_named_pipe();
+    void replace(int descriptor);
 
     const StopSignal& stop_;
-    std::string path_;
+    const std::string path_;
+    const Mode mode_;
     int descriptor_;
     std::string buffer_;
     size_t used_ = 0;  // bytes of the buffer that were given out

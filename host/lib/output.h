@@ -1,40 +1,52 @@
-// What the plug-in gives out, as JSON lines.
+// Where the lines of a run go.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <string_view>
-
-#include "platform/native_payloads.h"
 
 namespace zelhost {
 
-// Any thread may write; lines do not mix. After a write has failed nothing more is written, and `error` says why.
+// Any thread may write; lines do not mix. An output ends when its limit is reached, when nobody reads it any more, or
+// when it cannot be written. After that nothing is written.
 class Output {
 public:
-    // "-" is standard output. Throws Failure when the file cannot be opened.
-    explicit Output(const std::string& path);
+    enum class State { open, limit_reached, closed, failed };
 
-    // Events 769, 770 and 771.
-    void trace_event(const ST_PB_EVENT& event);
-    // Event 2305.
-    void memory_check(const ST_MEM_DETECT_INFO& info);
-    // The answer to an on-demand trace.
-    void callback(int code, uint32_t context, const char* buffer, uint32_t size);
-    void report(std::string_view module, std::string_view text);
+    // "-" is standard output. After `limit` shown lines the output ends; 0 means never. `on_end` is called once, on the
+    // thread that finds the end, and must not call back. Throws Failure when the file cannot be opened.
+    Output(const std::string& path, uint64_t limit, std::function<void()> on_end);
 
-    // Empty while all is well.
+    // Writes a line, which counts.
+    void show(const std::string& line);
+    // Writes a line that is not counted.
+    void remark(const std::string& line);
+    // Looks whether somebody still reads, which a run that writes nothing would not learn otherwise.
+    void look();
+
+    State state() const;
+    uint64_t shown() const;
+    // Why the output failed.
     std::string error() const;
 
 private:
+    // Both under the mutex.
     void write(const std::string& line);
+    void end(State state);
 
-    std::string path_;
+    const std::string path_;
+    const uint64_t limit_;
+    const std::function<void()> on_end_;
     std::unique_ptr<FILE, int (*)(FILE*)> file_;
+    const bool terminal_;
     mutable std::mutex mutex_;
-    std::string error_;  // under the mutex
+    // Under the mutex.
+    State state_ = State::open;
+    uint64_t shown_ = 0;
+    std::string error_;
 };
 
 }  // namespace zelhost

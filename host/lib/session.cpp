@@ -134,8 +134,7 @@ void Session::stop() {
 void Session::take_log_line(void* session, int32_t level, const char* text) {
     guarded("count a log line", [&] {
         auto& self = *static_cast<Session*>(session);
-        self.figures_.log_line(static_cast<uint64_t>(pthread_self()), level, text);
-        self.client_.on_log_line(text);
+        self.client_.on_log_line(self.figures_.log_line(static_cast<uint64_t>(pthread_self()), level, text));
     });
 }
 

@@ -31,7 +31,7 @@ public:
     virtual ~Client() = default;
 
     // The thread that logs, one line at a time. Must be quick and must not log.
-    virtual void on_log_line(std::string_view) {}
+    virtual void on_log_line(const LogLine&) {}
     // The bus's thread: events 769, 770 and 771. AddRef keeps the event, Release gives it back.
     virtual void on_event(MbFrame::IEvent&, const ST_PB_EVENT&) {}
     // The bus's thread: event 2305.
@@ -114,6 +114,7 @@ public:
     // Waits until the bus has delivered all that was published or sent. Throws Failure when it does not come to rest.
     void drain() const;
 
+    // Any thread, after the start.
     Account account() const;
     const Figures& figures() const { return figures_; }
     Plugin& plugin() { return plugin_; }

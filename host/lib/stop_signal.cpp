@@ -25,6 +25,9 @@ StopSignal::StopSignal() {
 
 StopSignal::~StopSignal() { close(descriptor_); }
 
+// The signal is blocked in every thread and so never delivered; it only makes the descriptor readable.
+void StopSignal::request() const { kill(getpid(), SIGTERM); }
+
 // The signal is not read, so that every later sleep ends at once.
 bool StopSignal::sleep(std::chrono::milliseconds time) const {
     pollfd wanted{descriptor_, POLLIN, 0};

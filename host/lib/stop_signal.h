@@ -17,6 +17,8 @@ public:
     // Readable once a signal has come; stays so.
     int descriptor() const { return descriptor_; }
     bool requested() const { return sleep(std::chrono::milliseconds{0}); }
+    // Ends every wait, as a signal from outside does.
+    void request() const;
     // Waits that long, or until a signal has come: true then.
     bool sleep(std::chrono::milliseconds time) const;
 

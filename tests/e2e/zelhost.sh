@@ -1,34 +1,7 @@
 #!/bin/bash
 # Runs zelhost: exit codes, what it says on standard error, and what it makes of the demo.
 #   zelhost.sh PROGRAM DEMO_SCENARIO
-host=$1
-demo=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-failed=0
-
-fail() {
-    echo "zelhost.sh:${BASH_LINENO[1]}: $1" >&2
-    sed 's/^/  /' "$work/err" >&2
-    failed=1
-}
-
-# expect CODE TEXT ARGUMENTS...: the exit code, and a text on standard error.
-expect() {
-    local code=$1 text=$2
-    shift 2
-    "$host" "$@" >"$work/out" 2>"$work/err"
-    local got=$?
-    [ $got -eq "$code" ] || fail "exit code $got instead of $code"
-    grep -qF -- "$text" "$work/err" || fail "no '$text' on standard error"
-}
-
-# printed COUNT TEXT: that many output lines begin so.
-printed() {
-    local got
-    got=$(grep -cF -- "$2" "$work/out")
-    [ "$got" -eq "$1" ] || fail "$got lines with $2 instead of $1"
-}
+. "$(dirname "$0")/zelhost_lib.sh"
 
 export agentid=A-1
 expect 1 "$work/none" run --root "$work/none" --input /dev/null

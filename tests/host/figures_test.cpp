@@ -89,6 +89,14 @@ TEST(Figures, TheSettingsTellWhetherTracingIsOff) {
     }
 }
 
+TEST(Figures, AdviceIsNoError) {
+    Figures figures;
+    for (const std::string_view text : {kNoAgentIdText, std::string_view("load moudle failed!")})
+        figures.log_line('B', ZEL_LOG_ERROR, "[PID:7    ]\t[ERROR]\t[zelreshdl] [file.cpp(12)] " + std::string(text));
+    EXPECT_EQ(figures.totals().errors, 1u);
+    EXPECT_EQ(figures.totals().last_errors[0], "") << "a failed start names what made it fail";
+}
+
 // --- the table against the plug-in's sources ---
 
 std::string sources_of_the_plug_in() {
@@ -111,7 +119,7 @@ TEST(Figures, KnowTextsThatThePlugInLogs) {
                 logged |= holds('"' + text.substr(before.size(), text.size() - before.size() - behind.size()) + '"');
         EXPECT_TRUE(logged) << "no log line of the plug-in starts with: " << text;
     }
-    for (const std::string_view text : {kGuidText, kPushedText, kSettingsText, kTriesText})
+    for (const std::string_view text : {kGuidText, kPushedText, kSettingsText, kTriesText, kNoAgentIdText})
         EXPECT_TRUE(holds(std::string(text))) << "no log line of the plug-in holds: " << text;
 }
 

@@ -1,0 +1,152 @@
+// The command line of `zelhost run`.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <span>
+
+#include "host/commands/commands.h"
+#include "host/commands/run.h"
+#include "host/lib/failure.h"
+#include "host/lib/severity.h"
+
+namespace zelhost {
+namespace {
+
+constexpr const char* kFooter =
+    R"(Input: JSON Lines, one event or action a line; blank lines and lines that begin with # are left out.
+  {"event":ID,FORM}   an event with one form of payload: "alert" or "json" (the value's very bytes), "text", "hex",
+                      "message" (a vorn_trace_info in JSON form) or "data":null. Event 1281 takes "dns":{...} instead.
+  {"alert_type":...}  an alert document by itself is event 1536
+  {"do":"sleep","ms":100}  {"do":"wait"}  {"do":"reset_begin"}  {"do":"reset_end"}  {"do":"report"}
+  {"do":"config","delay_time":"120000","queue_size":"200"}  {"do":"config","text":"..."}
+  {"do":"file_trace","path":"/tmp/x","file_key":"k","kind":1,"context":7}  {"do":"process_trace","data":{...},"context":8}
+The plug-in sheds what comes faster than it works; "wait" lets it finish what it has.
+Output: JSON Lines, one for each event, callback and wanted report. A summary goes to standard error.
+With --follow a file that was cut is read again from its start. When its name
+stands for another file, the old one is read to its end and the new one from its
+start. A named pipe waits for its next writer. A signal or --limit ends the run.
+With --pretty a line has time, kind, severity, rule (and how many more), process,
+what became of it, and the start of the GUID. Events that were lost on the alarm
+worker and traces without a chain have lines, too; --limit does not count those.
+An output that nobody reads any more ends the run without a message.)";
+
+// An option that is short for one setting.
+struct Shorthand {
+    const char* option;
+    const char* help;
+    Setting setting;  // without its value
+};
+// The values that are changed most often; their limits are the plug-in's, which takes its default outside of them.
+const Shorthand kShorthands[] = {
+    {"--not-ready",
+     "How often the trace module puts an alert off: zeltrc:standin:not_ready_times",
+     {"zeltrc", "standin", "not_ready_times", ""}},
+    {"--trace-cost", "How long a trace takes, in ms: zeltrc:standin:cost_ms", {"zeltrc", "standin", "cost_ms", ""}},
+    {"--queue-max",
+     "Limit of each queue, 50 to 500: zelreshdl:config:queue_max",
+     {"zelreshdl", "config", "queue_max", ""}},
+    {"--trc-times",
+     "Most tries of a trace, 0 to 16, 0 for no traces: zelreshdl:config:trc_times",
+     {"zelreshdl", "config", "trc_times", ""}},
+};
+
+// Settings do not change the agent folder: the run plays in a copy that has them.
+void add_settings(CLI::App& app, RunOptions& options) {
+    app.add_option_function<std::vector<std::string>>(
+           "--set",
+           [&options](const std::vector<std::string>& texts) {
+               for (const std::string& text : texts) try {
+                       options.settings.push_back(parse_setting(text));
+                   } catch (const Failure& e) {
+                       throw CLI::ValidationError("--set", e.what());
+                   }
+           },
+           "One value of an ini file, in a temporary copy of the agent folder; FILE is zelreshdl, zeltrc or "
+           "zel_pure_mode. May be repeated")
+        ->type_name("FILE:SECTION:KEY=VALUE");
+    for (const Shorthand& shorthand : kShorthands)
+        app.add_option_function<uint32_t>(
+               shorthand.option,
+               [&options, setting = shorthand.setting](const uint32_t& value) {
+                   options.settings.push_back({setting.file, setting.section, setting.key, std::to_string(value)});
+               },
+               shorthand.help)
+            ->type_name("N");
+}
+
+// An option with one of several words. `words` begins with that of the value `first`.
+template <class Value>
+void add_choice(CLI::App& app, const char* option, const char* type, const char* help,
+                const std::vector<std::string>& words, int first, Value& value) {
+    app.add_option_function<std::string>(
+           option,
+           [words, first, &value](const std::string& word) {
+               value = static_cast<Value>(std::ranges::find(words, word) - words.begin() + first);
+           },
+           help)
+        ->type_name(type)
+        ->check(CLI::IsMember(words));
+}
+
+// The first row is no severity.
+std::vector<std::string> severities() {
+    std::vector<std::string> names;
+    for (const Severity& severity : std::span(kSeverities).subspan(1)) names.emplace_back(severity.name);
+    return names;
+}
+
+// What is shown, and how.
+void add_output_options(CLI::App& app, RunOptions& options) {
+    app.add_flag("--follow", options.follow, "Wait for more at the end of the input");
+    app.add_option("--events", options.filter.events, "Show these outgoing events alone")
+        ->delimiter(',')
+        ->type_name("ID,...")
+        ->check(CLI::IsMember(std::vector<EVENT_ID>(std::begin(kOutgoing), std::end(kOutgoing))));
+    add_choice(app, "--level", "LEVEL", "Show alerts of this severity and above alone", severities(), 1,
+               options.filter.lowest_level);
+    app.add_option("--limit", options.limit, "End after so many shown lines")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    app.add_flag("--pretty", options.pretty,
+                 "Lines for people instead of JSON, and on a terminal a line that tells how it goes");
+    add_color_option(app, options.color);
+    app.add_option("--metrics", options.metrics,
+                   "Replace this file with Prometheus metrics every second and at the end")
+        ->type_name("FILE");
+    add_choice(app, "--summary", "FORM", "The summary at the end (text)", {"text", "json", "none"}, 0, options.summary);
+}
+
+// Each help text names its default, because the parser does not know what an empty value stands for.
+void add_options(CLI::App& app, RunOptions& options) {
+    app.add_option("--root", options.root, "Agent folder; the one that zelhost stands in if not given")
+        ->type_name("DIR");
+    app.add_option("--input", options.input, "Script to play, - for standard input (default)")->type_name("FILE");
+    app.add_option("--output", options.output, "Where the JSON lines go, - for standard output (default)")
+        ->type_name("FILE");
+    app.add_option("--log", options.log, "The plug-in's log; standard error if not given")->type_name("FILE");
+    app.add_option("--log-level", options.log_level, "Default: debug with --log, else warn")
+        ->type_name("LEVEL")
+        ->check(CLI::IsMember(std::vector<std::string>(std::begin(kLogLevels), std::end(kLogLevels))));
+    app.add_option_function<uint32_t>(
+           "--idle-ms", [&options](const uint32_t& ms) { options.idle = std::chrono::milliseconds{ms}; },
+           "Quiet time after which the pipeline counts as idle (300)")
+        ->type_name("N");
+    app.add_option_function<uint32_t>(
+           "--max-wait", [&options](const uint32_t& s) { options.max_wait = std::chrono::seconds{s}; },
+           "Longest wait for open traces, in seconds (180)")
+        ->type_name("S");
+    add_output_options(app, options);
+    add_settings(app, options);
+}
+
+}  // namespace
+
+// The options live as long as the action; the parser writes into them before.
+Action prepare_run(CLI::App& app) {
+    const auto options = std::make_shared<RunOptions>();
+    app.footer(kFooter);
+    add_options(app, *options);
+    return [options] { return Run(*options).run(); };
+}
+
+}  // namespace zelhost

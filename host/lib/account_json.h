@@ -1,0 +1,22 @@
+// The account as programs read it.
+#pragma once
+
+#include <string>
+
+#include "host/lib/account.h"
+
+namespace zelhost {
+
+// How a run ended.
+struct RunEnd {
+    std::string result;  // in words, as the summary for people has it
+    double seconds = 0;
+    uint64_t lines = 0, skipped = 0, shown = 0;
+    std::string log_place;
+};
+
+// One object on one line, with its end. What only the log tells is null where the log is not read, and the plug-in's
+// own statistics are null where nobody collects them.
+std::string account_json(const Account& account, const RunEnd& run, bool collected);
+
+}  // namespace zelhost

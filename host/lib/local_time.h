@@ -1,0 +1,11 @@
+// The time of day, for people.
+#pragma once
+
+#include <string>
+
+namespace zelhost {
+
+// "12:31:26.638" in the local zone, with a date before it if wanted: "2026-11-25 12:31:26.638".
+std::string local_time(bool with_date);
+
+}  // namespace zelhost
