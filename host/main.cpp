@@ -20,6 +20,7 @@ struct Command {
 };
 constexpr Command kCommands[] = {
     {"run", "Play a script of events to the plug-in of an agent folder", prepare_run},
+    {"check", "Tell whether alert documents come through, and where one is wrong", prepare_check},
 };
 
 // One sentence for the help texts of all commands, from the one table of codes.
