@@ -10,6 +10,8 @@
 #include "check/misspelling.h"
 #include "check/observation.h"
 #include "check/places.h"
+#include "check/syntax.h"
+#include "common/queue_nodes.h"
 #include "decode/alert_types.h"
 
 namespace zel::check {
@@ -96,17 +98,8 @@ private:
     // --- syntax and the end ---
 
     Finding syntax() const {
-        const size_t stop = std::min(seen_.stopped_at, text_.size());
-        if (text_.empty()) return {"the document is empty", "", 0, 0};
-        if (stop < text_.size() && text_[stop] == '\0')
-            return {"a NUL byte ends the document before its JSON is complete", "", stop, 1};
-        // The parser names the last byte when the text ends too early.
-        const bool ended = text_.find_first_not_of(" \t\r\n", stop) == std::string_view::npos;
-        const bool in_text = stop > 0 && text_[stop - 1] == '"' && text_.find('"', stop) == std::string_view::npos;
-        const char* const reason = ended     ? "the document ends before its JSON is complete"
-                                   : in_text ? "the document ends inside the text that begins here"
-                                             : "no JSON from this byte on";
-        return {reason, "", stop, stop < text_.size() ? size_t{1} : 0};
+        const SyntaxError error = find_syntax_error(text_, seen_.stopped_at);
+        return {error.reason, "", error.offset, error.size};
     }
 
     void warn_of_the_end() {
@@ -130,20 +123,20 @@ private:
     Finding refusal_of(const Refusal& refusal) const {
         switch (refusal.kind) {
             case Refusal::Kind::missing: {
-                std::string reason = "the key " + quoted(refusal.key) + " is missing";
-                if (!cJSON_IsObject(refusal.node)) reason += std::string(": this is ") + type_words(refusal.node->type);
+                std::string reason = cJSON_IsObject(refusal.node) ? "the key " + quoted(refusal.key) + " is missing"
+                                                                  : std::string(type_words(refusal.node->type)) +
+                                                                        " stands here, an object with the key " +
+                                                                        quoted(refusal.key) + " is needed";
                 const char* const near = nearest_key(refusal.node, refusal.key, seen_.read);
                 if (near != nullptr) reason += "; " + quoted(near) + " looks like it";
-                Finding finding = at(refusal.node, std::move(reason));
-                finding.size = 1;
-                return finding;
+                return at(refusal.node, std::move(reason));
             }
             case Refusal::Kind::mistyped:
                 return at(refusal.node, name_of(refusal.node) + " is " + type_words(refusal.node->type) + ", " +
                                             type_words(refusal.type) + " is needed");
             case Refusal::Kind::unknown_number: break;
         }
-        const std::string number = std::to_string(refusal.node->valueint);
+        const std::string number(literal(refusal.node));
         if (refusal.key == "alert_type")
             return at(refusal.node,
                       "there is no alert type " + number + ", types are 1 to " + std::to_string(alert_type::highest));
@@ -161,12 +154,12 @@ private:
                 cause = std::move(finding);
             }
         }
-        for (const auto& [refused, node] : text_nodes_) {
-            const bool fatal = way_ == Way::not_built && refused == &seen_.refused_texts.back();
-            if (fatal)
-                cause = bad_text(*refused, node);
+        for (const RefusedText& refused : seen_.refused_texts) {
+            const cJSON* const node = node_of(refused);
+            if (costs_alert(refused))
+                cause = bad_text(refused, node);
             else
-                warn(lost_element(*refused, node));
+                warn(lost_element(refused, node));
         }
         if (way_ == Way::process_ended) cause = end_of_process(process_end);
         if (way_ == Way::not_decoded || way_ == Way::not_built || way_ == Way::process_ended)
@@ -175,32 +168,43 @@ private:
 
     // --- texts ---
 
-    // A builder knows a text, not its node. A text that costs the alert belongs to a key, any other to a list.
+    // The last refused text of an alert that was not built has cost the alert. The others have cost a list its rest.
+    bool costs_alert(const RefusedText& refused) const {
+        return way_ == Way::not_built && &refused == &seen_.refused_texts.back();
+    }
+
+    // A builder knows a text, not its node, and the same text may stand at several places. The places of all of them
+    // are looked up, for that tells which one was built.
     void match_texts() {
-        for (const RefusedText& refused : seen_.refused_texts) {
-            const bool fatal = way_ == Way::not_built && &refused == &seen_.refused_texts.back();
-            text_nodes_.emplace_back(&refused, fatal ? key_with(refused.text) : element_with(refused.text));
-        }
+        for (const RefusedText& refused : seen_.refused_texts)
+            for (const cJSON* value : seen_.read_in_order)
+                if (costs_alert(refused))
+                    note_if_same(refused, value, value);
+                else if (cJSON_IsArray(value))
+                    for (const cJSON* item = value->child; item != nullptr; item = item->next)
+                        note_if_same(refused, item, value);
     }
 
-    // The GUID is cut before it is checked.
-    const cJSON* key_with(const std::string& text) const {
-        const auto has = [&](const cJSON* node) {
-            if (!cJSON_IsString(node) || node->string == nullptr) return false;
-            const bool is_guid = strcasecmp(node->string, "Guid") == 0;
-            return is_guid ? strncmp(node->valuestring, text.c_str(), text.size()) == 0 : node->valuestring == text;
-        };
-        const auto found = std::ranges::find_if(seen_.read_in_order, has);
-        return found == seen_.read_in_order.end() ? nullptr : *found;
+    // The GUID is cut before it is checked. Names that are no names of texts in a message are left out.
+    void note_if_same(const RefusedText& refused, const cJSON* node, const cJSON* named) {
+        if (!cJSON_IsString(node) || named->string == nullptr) return;
+        const auto is = [named](const char* name) { return strcasecmp(named->string, name) == 0; };
+        if (is("risk_level") || is("status") || is("Name")) return;
+        const std::string_view value = node->valuestring;
+        const bool same = is("Guid") ? value.substr(0, kGuidSize) == refused.text : value == refused.text;
+        if (same) text_nodes_.emplace_back(&refused, node);
     }
 
-    const cJSON* element_with(const std::string& text) const {
-        for (const cJSON* list : seen_.read_in_order) {
-            if (!cJSON_IsArray(list)) continue;
-            for (const cJSON* item = list->child; item != nullptr; item = item->next)
-                if (cJSON_IsString(item) && item->valuestring == text) return item;
+    // The first place of the text that belongs to what was built; the first of all when none does.
+    const cJSON* node_of(const RefusedText& refused) const {
+        const cJSON* first = nullptr;
+        for (const auto& [text, node] : text_nodes_) {
+            if (text != &refused) continue;
+            const auto place = places_.find(node);
+            if (place != places_.end() && is_built(place->second.path)) return node;
+            if (first == nullptr) first = node;
         }
-        return nullptr;
+        return first;
     }
 
     Finding bad_text(const RefusedText& refused, const cJSON* node) const {
@@ -210,8 +214,10 @@ private:
         Finding finding =
             at(node, (node->string != nullptr ? name_of(node) : "the text") + " holds the byte " + byte_words(byte) +
                          ", which " + (byte < 0x80 ? "no message may carry" : "begins no whole character of UTF-8"));
-        finding.offset += byte_in_literal(literal(node), refused.bad);
-        finding.size = 1;
+        const std::string_view whole = literal(node);
+        const size_t begin = byte_in_literal(whole, refused.bad);
+        finding.offset += begin;
+        finding.size = unit_size(whole, begin);
         return finding;
     }
 
@@ -229,12 +235,14 @@ private:
     }
 
     // Rules with the status "Trigger" are gone before anything is built, and the processes of a scenario are not built.
+    // Without regard to the case of keys, as the decoder reads them.
     bool is_built(const std::string& path) const {
-        if (!path.starts_with("rule[")) return false;
+        if (strcasestr(path.c_str(), "ProcessSet") != nullptr) return false;
+        if (strncasecmp(path.c_str(), "rule[", 5) != 0) return true;
         const cJSON* const rules = cJSON_GetObjectItem(seen_.tree.get(), "rule");
         const cJSON* const rule = cJSON_GetArrayItem(rules, static_cast<int>(strtol(path.c_str() + 5, nullptr, 10)));
         const char* const status = cJSON_GetStringValue(cJSON_GetObjectItem(rule, "status"));
-        return status != nullptr && strcmp(status, "Trigger") != 0;
+        return status == nullptr || strcmp(status, "Trigger") != 0;
     }
 
     Finding end_of_process(std::string_view process_end) const {
@@ -260,23 +268,28 @@ private:
 
     void warn_of_unread(const cJSON* node) {
         const cJSON* const first = cJSON_GetObjectItem(owners_.at(node), node->string);
-        if (first != node)
+        if (first == node || !seen_.read.contains(first))
+            warn(at(node, "nothing reads " + quoted(node->string)));
+        else if (strcmp(first->string, node->string) == 0)
             warn(at(node, quoted(node->string) + " stands twice; the agent reads the first one"));
         else
-            warn(at(node, "nothing reads " + quoted(node->string)));
+            warn(at(node, quoted(node->string) + " is the same key as " + quoted(first->string) +
+                              " before it; the agent reads the first one"));
     }
 
     void warn_of_number(const Stored& number) {
         const cJSON& value = *number.value;
         const std::string stored =
             number.is_signed ? std::to_string(static_cast<int64_t>(number.bits)) : std::to_string(number.bits);
-        const std::string_view text = value.type == cJSON_String ? value.valuestring : literal(&value);
-        const bool is_whole = text.find_first_not_of("0123456789-") == std::string_view::npos;
+        const bool is_text = value.type == cJSON_String;
+        const std::string_view text = is_text ? value.valuestring : literal(&value);
+        const bool is_whole = !text.empty() && text.find_first_not_of("0123456789-") == std::string_view::npos;
         const double as_double = number.is_signed ? static_cast<double>(static_cast<int64_t>(number.bits))
                                                   : static_cast<double>(number.bits);
-        const bool same =
-            is_whole ? without_zeros(text) == stored : value.type == cJSON_Number && value.valuedouble == as_double;
-        if (!same) warn(at(&value, name_of(&value) + " is " + std::string(text) + ", and the agent reads " + stored));
+        const bool same = is_whole ? without_zeros(text) == stored : !is_text && value.valuedouble == as_double;
+        if (same) return;
+        const std::string given = is_text ? quoted(text) : std::string(text);
+        warn(at(&value, name_of(&value) + " is " + given + ", and the agent reads " + stored));
     }
 
     // "007" and "-0" as a number prints them.

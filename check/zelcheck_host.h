@@ -41,7 +41,7 @@ struct zelcheck_line {
 // All of it is valid until the next call with the same checker.
 struct zelcheck_result {
     enum zelcheck_verdict verdict;
-    const char* guid;                         // as the agent keeps it, 36 characters at most; null when there is none
+    const char* guid;                         // as the agent keeps it, 37 characters at most; null when there is none
     const struct zelcheck_finding* refusal;   // null unless the verdict is refused or fatal
     const struct zelcheck_finding* warnings;  // in the order of their places
     size_t warning_count;
