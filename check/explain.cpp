@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -24,7 +25,7 @@ const char* type_words(int type) {
         case cJSON_String: return "a string";
         case cJSON_Number: return "a number";
         case cJSON_Object: return "an object";
-        case cJSON_Array: return "an array";
+        case cJSON_Array: return "a list";
         case cJSON_NULL: return "null";
         default: return "a boolean";
     }
@@ -53,12 +54,14 @@ public:
         }
         const bool whole = way_ != Way::not_decoded;  // otherwise the decoder has stopped before it looked at all
         if (whole) collect_unread();
+        if (whole) collect_escaped();
         match_texts();
         locate(process_end.empty() ? std::vector<const cJSON*>() : seen_.zeros);
         explain_refusal(process_end);
         warn_of_the_end();
         for (const Stored& number : seen_.doubtful_numbers) warn_of_number(number);
         for (const cJSON* node : unread_) warn_of_unread(node);
+        for (const cJSON* node : escaped_) warn_of_cut_text(node);
         // A refused tag is refused for the alert and again for its rule.
         std::ranges::stable_sort(result_.warnings, {}, &Finding::offset);
         const auto same = [](const Finding& a, const Finding& b) {
@@ -77,6 +80,7 @@ private:
         for (const Refusal& refusal : seen_.refusals) nodes.push_back(refusal.node);
         for (const Stored& number : seen_.doubtful_numbers) nodes.push_back(number.value);
         nodes.insert(nodes.end(), unread_.begin(), unread_.end());
+        nodes.insert(nodes.end(), escaped_.begin(), escaped_.end());
         for (const auto& [refused, node] : text_nodes_) nodes.push_back(node);
         places_ = find_places(text_, seen_.tree.get(), nodes);
     }
@@ -277,6 +281,22 @@ private:
                               " before it; the agent reads the first one"));
     }
 
+    // Texts that may hold an escape for a NUL. Hardly any document has an escape by number at all.
+    void collect_escaped() {
+        if (text_.find("\\u") == std::string_view::npos) return;
+        std::ranges::copy_if(seen_.read_in_order, std::back_inserter(escaped_), cJSON_IsString);
+    }
+
+    void warn_of_cut_text(const cJSON* node) {
+        const std::string_view whole = literal(node);
+        const size_t end = end_of_text(whole);
+        if (end == whole.size()) return;
+        Finding finding = at(node, name_of(node) + " ends at this escape for the agent");
+        finding.offset += end;
+        finding.size = kEscapeSize;
+        warn(std::move(finding));
+    }
+
     void warn_of_number(const Stored& number) {
         const cJSON& value = *number.value;
         const std::string stored =
@@ -305,6 +325,7 @@ private:
     const Observation& seen_;
     Way way_;
     std::vector<const cJSON*> unread_;
+    std::vector<const cJSON*> escaped_;
     std::map<const cJSON*, const cJSON*> owners_;  // the objects of the unread members
     std::vector<std::pair<const RefusedText*, const cJSON*>> text_nodes_;
     Places places_;

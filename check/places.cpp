@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "check/syntax.h"
+
 namespace zel::check {
 namespace {
 
@@ -99,8 +101,8 @@ private:
 };
 
 // How many bytes of UTF-8 an escape \uXXXX stands for; with the first half of a pair, the pair.
-size_t escaped_size(std::string_view digits) {
-    const unsigned long code = strtoul(std::string(digits).c_str(), nullptr, 16);
+size_t escaped_size(std::string_view escape) {
+    const unsigned code = code_unit(escape);
     if (code < 0x80) return 1;
     if (code < 0x800) return 2;
     return code >= 0xD800 && code <= 0xDBFF ? 4 : 3;
@@ -117,17 +119,23 @@ Places find_places(std::string_view text, const cJSON* tree, const std::vector<c
 size_t unit_size(std::string_view literal, size_t at) {
     if (literal.substr(at, 1) != "\\") return 1;
     if (literal.substr(at, 2) != "\\u") return 2;
-    return escaped_size(literal.substr(at + 2, 4)) == 4 ? 12 : 6;
+    return escaped_size(literal.substr(at)) == 4 ? 2 * kEscapeSize : kEscapeSize;
 }
 
 size_t byte_in_literal(std::string_view literal, size_t index) {
     size_t at = 1;
     for (size_t value = 0; at < literal.size(); at += unit_size(literal, at)) {
         const bool unicode = literal.substr(at, 2) == "\\u";
-        value += unicode ? escaped_size(literal.substr(at + 2, 4)) : 1;
+        value += unicode ? escaped_size(literal.substr(at)) : 1;
         if (value > index) return at;
     }
     return at;
+}
+
+size_t end_of_text(std::string_view literal) {
+    for (size_t at = 1; at < literal.size(); at += unit_size(literal, at))
+        if (literal.substr(at, 2) == "\\u" && code_unit(literal.substr(at)) == 0) return at;
+    return literal.size();
 }
 
 }  // namespace zel::check

@@ -115,50 +115,43 @@ private:
         return true;
     }
 
+    // The parser looks for the closing quote first and for the escapes then.
     bool read_string() {
-        const size_t begin = at_++;
-        while (at_ < text_.size() && text_[at_] != '"')
+        const size_t begin = at_;
+        size_t end = begin + 1;
+        while (end < text_.size() && text_[end] != '"') end += text_[end] == '\\' ? 2 : 1;
+        if (end >= text_.size()) return fail_at(begin, text_.size() - begin, "the text that begins here does not end");
+        for (at_ = begin + 1; at_ < end;)
             if (text_[at_] != '\\')
                 ++at_;
-            else if (!read_escape())
+            else if (!read_escape(end))
                 return false;
-        if (at_ == text_.size()) return fail_at(begin, text_.size() - begin, "the text that begins here does not end");
-        ++at_;
+        at_ = end + 1;
         return true;
     }
 
-    bool read_escape() {
-        const std::string_view rest = text_.substr(at_);
-        if (rest.size() < 2) {
-            ++at_;  // the text has no end, which is said instead
-            return true;
-        }
-        if (rest[1] == 'u') return read_character();
-        if (std::string_view("bfnrt\"\\/").find(rest[1]) == std::string_view::npos)
+    bool read_escape(size_t end) {
+        if (text_[at_ + 1] == 'u') return read_character(end);
+        if (std::string_view("bfnrt\"\\/").find(text_[at_ + 1]) == std::string_view::npos)
             return fail_at(at_, 2, "there is no such escape");
         at_ += 2;
         return true;
     }
 
-    // A pair of escapes makes one character beyond 0xFFFF, and neither half may stand alone.
-    bool read_character() {
+    // A pair of escapes makes one character beyond 0xFFFF, and neither half may stand alone. Digits that are none make
+    // the number 0.
+    bool read_character(size_t end) {
         const size_t begin = at_;
-        const long first = code_unit(at_);
-        if (first < 0) return fail_at(begin, 2, "four hexadecimal digits are needed behind this");
-        at_ += 6;
+        if (end - begin < kEscapeSize) return fail_at(begin, 2, "four hexadecimal digits are needed behind this");
+        const unsigned first = code_unit(text_.substr(begin));
+        at_ += kEscapeSize;
         if (first < 0xD800 || first > 0xDFFF) return true;
-        const long second = code_unit(at_);
-        if (first > 0xDBFF || second < 0xDC00 || second > 0xDFFF)
-            return fail_at(begin, 6, "this is half a character, and the other half is missing");
-        at_ += 6;
+        const bool pair = first < 0xDC00 && end - at_ >= kEscapeSize && text_.substr(at_).starts_with("\\u");
+        const unsigned second = pair ? code_unit(text_.substr(at_)) : 0;
+        if (second < 0xDC00 || second > 0xDFFF)
+            return fail_at(begin, kEscapeSize, "this is half a character, and the other half is missing");
+        at_ += kEscapeSize;
         return true;
-    }
-
-    long code_unit(size_t at) const {
-        const std::string digits(text_.substr(std::min(at + 2, text_.size()), 4));
-        const bool good = text_.substr(std::min(at, text_.size())).starts_with("\\u") && digits.size() == 4 &&
-                          digits.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-        return good ? strtol(digits.c_str(), nullptr, 16) : -1;
     }
 
     bool fail(const char* reason) { return fail_at(at_, 1, reason); }
@@ -182,6 +175,12 @@ private:
 };
 
 }  // namespace
+
+unsigned code_unit(std::string_view escape) {
+    const std::string digits(escape.substr(std::min<size_t>(2, escape.size()), 4));
+    if (digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) return 0;
+    return static_cast<unsigned>(strtoul(digits.c_str(), nullptr, 16));
+}
 
 SyntaxError find_syntax_error(std::string_view text, size_t stopped_at) {
     const size_t end = std::min(text.find('\0'), text.size());
