@@ -12,6 +12,7 @@
 #include "check/observation.h"
 #include "check/places.h"
 #include "check/syntax.h"
+#include "check/zelcheck_host.h"
 #include "common/queue_nodes.h"
 #include "decode/alert_types.h"
 
@@ -87,7 +88,7 @@ private:
 
     Finding at(const cJSON* node, std::string reason) const {
         const auto found = places_.find(node);
-        if (found == places_.end()) return {std::move(reason), "", 0, 1};
+        if (found == places_.end()) return {std::move(reason), "", 0, 0};
         const Place& place = found->second;
         return {std::move(reason), place.path, place.offset, place.size};
     }
@@ -167,7 +168,7 @@ private:
         }
         if (way_ == Way::process_ended) cause = end_of_process(process_end);
         if (way_ == Way::not_decoded || way_ == Way::not_built || way_ == Way::process_ended)
-            result_.refusal = cause.has_value() ? *cause : Finding{"the agent's log says why", "", 0, 1};
+            result_.refusal = cause.has_value() ? *cause : Finding{ZELCHECK_UNEXPLAINED, "", 0, 0};
     }
 
     // --- texts ---
@@ -213,7 +214,7 @@ private:
 
     Finding bad_text(const RefusedText& refused, const cJSON* node) const {
         if (node == nullptr)
-            return {"a text that an earlier refused document left holds bytes that no message may carry", "", 0, 1};
+            return {"a text that an earlier refused document left holds bytes that no message may carry", "", 0, 0};
         const auto byte = static_cast<unsigned char>(refused.text[refused.bad]);
         Finding finding =
             at(node, (node->string != nullptr ? name_of(node) : "the text") + " holds the byte " + byte_words(byte) +
@@ -256,7 +257,7 @@ private:
             Finding finding = at(node, name_of(node) + " is 0, and " + ends);
             if (is_built(finding.path)) return finding;
         }
-        return {ends, "", 0, 1};
+        return {ends, "", 0, 0};
     }
 
     // --- warnings ---

@@ -191,7 +191,8 @@ TEST_F(CheckTest, KnowsRepeatsAndWhatIsNotReported) {
     EXPECT_STREQ(check(text).guid, "11111111-2222-4333-8444-000000000001");
     EXPECT_EQ(check(text).verdict, ZELCHECK_REPEAT);
     EXPECT_EQ(check(with("Enable", "Trigger")).verdict, ZELCHECK_SKIPPED);
-    EXPECT_EQ(check(with("\"R-1\"", "\"memory\"", Alert{.type = 6}.text()), event_id::memory_trojan).verdict, ZELCHECK_ACCEPTED);
+    EXPECT_EQ(check(with("\"R-1\"", "\"memory\"", Alert{.type = 6}.text()), event_id::memory_trojan).verdict,
+              ZELCHECK_ACCEPTED);
     EXPECT_EQ(check("{").guid, nullptr);
 }
 
