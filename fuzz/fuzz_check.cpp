@@ -6,37 +6,18 @@
 #include <string_view>
 
 #include "check/zelcheck_host.h"
-#include "decode/event_records.h"
-#include "decode/jsonparse.h"
 #include "fuzz.h"
+#include "fuzz_alert.h"
 #include "platform/zel_support.h"
 #include "trace/getprotobuf.h"
 
 namespace {
 
-constexpr std::string_view kSmallest =
-    R"({"alert_type":3,"risk_level":"","threat_score":0,"total_score":0,"verify_score":0,"verify_total_score":0,"count":0,)"
-    R"("hash":0,"engine_ver":"","engine_rule_ver":"","rule":[],"Guid":""})";
-
-// A file time of 0 ends the process. The library says so; here such a document is not built.
-bool has_zero_file_time(const ST_BUF_DATA& data) {
-    for (const ST_RULE& rule : data.vecRule)
-        for (const ST_RAW_EVENT& event : rule.vecEvent) {
-            const auto* times = event.pPrivate.as<PST_FILE_TIME_CHANGE>();
-            if (times != nullptr && (times->llPostTime == 0 || times->llPreTime == 0)) return true;
-        }
-    return false;
-}
-
 // What decoder and builder make of a text. A document with a file time of 0 may be refused before it is built so far.
 bool fits(std::string_view text, zelcheck_verdict verdict) {
-    ST_QUEQE_NODE node;
-    node.uEventId = event_id::ioa_alert;
-    node.uSize = text.size();
-    node.pData = zel::calloc_buffer(text.size() + 1);
-    text.copy(node.pData.get(), text.size());
+    const NodePtr node = make_node(text);
     ST_BUF_DATA data;
-    const bool decoded = CEventHandle::GetJsonInfo(&node, data);
+    const bool decoded = CEventHandle::GetJsonInfo(node.get(), data);
     std::erase_if(data.vecRule, [](const ST_RULE& rule) { return rule.strStatus == "Trigger"; });
     if (!decoded) return verdict == ZELCHECK_REFUSED;
     if (data.vecRule.empty()) return verdict == ZELCHECK_SKIPPED;

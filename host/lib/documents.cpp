@@ -80,18 +80,25 @@ size_t Document::in_lines(uint64_t offset) const {
     return std::min(begin + at, lines.size());
 }
 
+// The end of the line, without what ends it.
+size_t Document::line_end(size_t at) const {
+    const auto next = std::ranges::upper_bound(starts, at);
+    return next == starts.end() ? lines.size() : *next - 1;
+}
+
+// By the starts of the lines: a document of 200 MB may have a thousand places.
 FilePlace Document::place(uint64_t offset) const {
     const size_t at = in_lines(offset);
-    const std::string_view before = lines.substr(0, at);
-    const size_t line = before.rfind('\n') + 1;  // npos + 1 is 0
-    const auto ends = static_cast<uint64_t>(std::ranges::count(before, '\n'));
-    const std::string_view whole_line = without_return(lines.substr(line, lines.find('\n', at) - line));
-    return {first_line + ends, lines_offset + at, whole_line, std::min(at - line, whole_line.size())};
+    const auto next = std::ranges::upper_bound(starts, at);
+    const size_t line = next == starts.begin() ? 0 : *(next - 1);
+    const std::string_view whole_line = without_return(lines.substr(line, line_end(at) - line));
+    return {first_line + static_cast<uint64_t>(next - starts.begin()), lines_offset + at, whole_line,
+            std::min(at - line, whole_line.size())};
 }
 
 size_t Document::width(uint64_t offset, uint64_t size) const {
     const size_t at = in_lines(offset);
-    const size_t end = std::min(in_lines(offset + size), lines.find('\n', at));
+    const size_t end = std::min(in_lines(offset + size), line_end(at));
     return end > at ? end - at : 0;
 }
 
@@ -137,6 +144,7 @@ bool Documents::begin(Document& document) {
     if (more && opens_object(line.text) && !end.awaits_object) {
         pending_ = line;
         held_.resize(first_.text.size());
+        starts_.clear();
         first_.text = held_;
         return take(first_, document) || next(document);
     }
@@ -144,37 +152,34 @@ bool Documents::begin(Document& document) {
         read_on(line);
         more = next_line(line);
     }
-    take_whole(document);
+    document = document_in(held_, first_);
+    ++count_;
     return true;
 }
 
 void Documents::read_on(const Line& line) {
     held_ += '\n';
+    starts_.push_back(held_.size());
     held_ += line.text;
 }
 
-void Documents::take_whole(Document& document) {
-    document = {.number = ++count_,
-                .event_id = event_id::ioa_alert,
-                .text = held_,
-                .lines = held_,
-                .first_line = first_.number,
-                .lines_offset = first_.offset,
-                .begin = 0,
-                .is_literal = false};
+// The lines are the document, unless something else is said later.
+Document Documents::document_in(std::string_view lines, const Line& first) const {
+    return {.number = count_ + 1,
+            .event_id = event_id::ioa_alert,
+            .text = lines,
+            .lines = lines,
+            .starts = starts_,
+            .first_line = first.number,
+            .lines_offset = first.offset,
+            .begin = 0,
+            .is_literal = false};
 }
 
 // False when the line carries no document.
 bool Documents::take(const Line& line, Document& document) {
     const std::string_view text = without_return(line.text);
-    document = {.number = count_ + 1,
-                .event_id = event_id::ioa_alert,
-                .text = text,
-                .lines = text,
-                .first_line = line.number,
-                .lines_offset = line.offset,
-                .begin = 0,
-                .is_literal = false};
+    document = document_in(text, line);
     const ScriptLine script = read_script_line(text);
     if (script.is_script) {
         const bool carries = script.event_id == event_id::ioa_alert || script.event_id == event_id::memory_trojan;

@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/lib/line_reader.h"
 #include "platform/event_ids.h"
@@ -23,13 +25,14 @@ struct FilePlace {
 
 // A document and where it comes from. The views are valid until the next document is asked for.
 struct Document {
-    uint64_t number;         // in its file, from 1
-    uint32_t event_id;       // 1536 or 1538
-    std::string_view text;   // what the decoder gets
-    std::string_view lines;  // of the file, in which it stands
-    uint64_t first_line;     // the number of the first of them
-    uint64_t lines_offset;   // of their first byte in the file
-    size_t begin;            // of the document in them, or of the literal whose value it is
+    uint64_t number;                 // in its file, from 1
+    uint32_t event_id;               // 1536 or 1538
+    std::string_view text;           // what the decoder gets
+    std::string_view lines;          // of the file, in which it stands
+    std::span<const size_t> starts;  // of each of them but the first
+    uint64_t first_line;             // the number of the first of them
+    uint64_t lines_offset;           // of their first byte in the file
+    size_t begin;                    // of the document in them, or of the literal whose value it is
     bool is_literal;
 
     // Of a byte of the text.
@@ -39,6 +42,7 @@ struct Document {
 
 private:
     size_t in_lines(uint64_t offset) const;
+    size_t line_end(size_t at) const;
 };
 
 // The documents of one file, in their order. Borrows the stop signal. One thread.
@@ -68,7 +72,7 @@ private:
     bool next_line(Line& line);
     bool begin(Document& document);
     void read_on(const Line& line);
-    void take_whole(Document& document);
+    Document document_in(std::string_view lines, const Line& first) const;
     bool take(const Line& line, Document& document);
 
     LineReader reader_;
@@ -76,7 +80,8 @@ private:
     std::optional<Line> pending_;  // read already and not taken
     Line first_{};                 // of a document that goes over lines; its text lies in `held_`
     std::string held_;
-    std::string value_;  // of a literal
+    std::vector<size_t> starts_;  // of the lines in it, but the first
+    std::string value_;           // of a literal
     uint64_t offset_ = 0;
     uint64_t count_ = 0;
 };
