@@ -6,7 +6,7 @@
 #include <cstring>
 #include <iterator>
 #include <map>
-#include <set>
+#include <tuple>
 
 #include "check/misspelling.h"
 #include "check/observation.h"
@@ -64,11 +64,9 @@ public:
         for (const cJSON* node : unread_) warn_of_unread(node);
         for (const cJSON* node : escaped_) warn_of_cut_text(node);
         // A refused tag is refused for the alert and again for its rule.
-        std::ranges::stable_sort(result_.warnings, {}, &Finding::offset);
-        const auto same = [](const Finding& a, const Finding& b) {
-            return a.offset == b.offset && a.reason == b.reason;
-        };
-        const auto doubled = std::ranges::unique(result_.warnings, same);
+        const auto key = [](const Finding& finding) { return std::tie(finding.offset, finding.reason); };
+        std::ranges::sort(result_.warnings, {}, key);
+        const auto doubled = std::ranges::unique(result_.warnings, {}, key);
         result_.warnings.erase(doubled.begin(), doubled.end());
         return std::move(result_);
     }

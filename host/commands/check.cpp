@@ -7,7 +7,6 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
-#include <map>
 
 #include "host/commands/commands.h"
 #include "host/lib/console.h"
@@ -156,18 +155,30 @@ private:
 constexpr const char* kFooter =
     R"(Example: zelhost check scenarios/demo.jsonl
 
-Input: alert documents. A file is one document when its first line opens an object or a list that it does not close, and
-the next line can go on with it. Otherwise each line is one: an alert document, or a line of a script for zelhost run,
-whose "alert", "json" or "text" of event 1536 or 1538 is taken. Other lines of a script, blank lines and lines that begin
-with # are passed over.
-Verdicts: accepted; repeat (accepted, and an earlier document has the same rules and images: the agent marks the second
-when both come within a minute); skipped (all rules have the status "Trigger", so there is nothing to report); refused.
-Columns and offsets count bytes, columns from 1 in the file's line, offsets from 0 in the document.
-Exit status: 0 all documents come through, 1 one is refused or skipped, 2 wrong usage or a file that cannot be read.)";
+Input: alert documents. A file is one document when its first line opens an
+object or a list that it does not close, and the next line can go on with it.
+Otherwise each line is a document, or a line of a script for zelhost run, of
+which "alert", "json" or "text" of the events 1536 and 1538 is taken. Other
+lines of a script, blank lines and lines that begin with # are passed over.
+
+Verdicts:
+  accepted  the agent reports the alert
+  repeat    accepted, and an earlier document has the same rules and images;
+            the agent marks the second when both come within a minute
+  skipped   all rules have the status "Trigger": there is nothing to report
+  refused   the alert is lost, or the agent's process would end
+Skipped and refused documents do not come through.
+
+Warnings: text behind the document's end, a key that stands twice or that
+nothing reads, a number or a text of which the agent reads another value, an
+element that is lost from a list, a post-operation that is left out.
+
+Columns and offsets count bytes: columns from 1 in the file's line, offsets
+from 0 in the document.)";
 
 template <class Value>
-CLI::Option* add_choice(CLI::App& app, const char* name, Value& value, const std::map<std::string, Value>& choices,
-                        const char* type, const char* help) {
+CLI::Option* add_choice(CLI::App& app, const char* name, Value& value,
+                        const std::vector<std::pair<std::string, Value>>& choices, const char* type, const char* help) {
     return app.add_option(name, value, help)
         ->transform(CLI::CheckedTransformer(choices, CLI::ignore_case))
         ->type_name(type);
