@@ -4,12 +4,16 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <map>
-#include <set>
+#include <tuple>
 
 #include "check/misspelling.h"
 #include "check/observation.h"
 #include "check/places.h"
+#include "check/syntax.h"
+#include "check/zelcheck_host.h"
+#include "common/queue_nodes.h"
 #include "decode/alert_types.h"
 
 namespace zel::check {
@@ -22,7 +26,7 @@ const char* type_words(int type) {
         case cJSON_String: return "a string";
         case cJSON_Number: return "a number";
         case cJSON_Object: return "an object";
-        case cJSON_Array: return "an array";
+        case cJSON_Array: return "a list";
         case cJSON_NULL: return "null";
         default: return "a boolean";
     }
@@ -51,18 +55,18 @@ public:
         }
         const bool whole = way_ != Way::not_decoded;  // otherwise the decoder has stopped before it looked at all
         if (whole) collect_unread();
+        if (whole) collect_escaped();
         match_texts();
         locate(process_end.empty() ? std::vector<const cJSON*>() : seen_.zeros);
         explain_refusal(process_end);
         warn_of_the_end();
         for (const Stored& number : seen_.doubtful_numbers) warn_of_number(number);
         for (const cJSON* node : unread_) warn_of_unread(node);
+        for (const cJSON* node : escaped_) warn_of_cut_text(node);
         // A refused tag is refused for the alert and again for its rule.
-        std::ranges::stable_sort(result_.warnings, {}, &Finding::offset);
-        const auto same = [](const Finding& a, const Finding& b) {
-            return a.offset == b.offset && a.reason == b.reason;
-        };
-        const auto doubled = std::ranges::unique(result_.warnings, same);
+        const auto key = [](const Finding& finding) { return std::tie(finding.offset, finding.reason); };
+        std::ranges::sort(result_.warnings, {}, key);
+        const auto doubled = std::ranges::unique(result_.warnings, {}, key);
         result_.warnings.erase(doubled.begin(), doubled.end());
         return std::move(result_);
     }
@@ -75,13 +79,14 @@ private:
         for (const Refusal& refusal : seen_.refusals) nodes.push_back(refusal.node);
         for (const Stored& number : seen_.doubtful_numbers) nodes.push_back(number.value);
         nodes.insert(nodes.end(), unread_.begin(), unread_.end());
+        nodes.insert(nodes.end(), escaped_.begin(), escaped_.end());
         for (const auto& [refused, node] : text_nodes_) nodes.push_back(node);
         places_ = find_places(text_, seen_.tree.get(), nodes);
     }
 
     Finding at(const cJSON* node, std::string reason) const {
         const auto found = places_.find(node);
-        if (found == places_.end()) return {std::move(reason), "", 0, 1};
+        if (found == places_.end()) return {std::move(reason), "", 0, 0};
         const Place& place = found->second;
         return {std::move(reason), place.path, place.offset, place.size};
     }
@@ -96,17 +101,8 @@ private:
     // --- syntax and the end ---
 
     Finding syntax() const {
-        const size_t stop = std::min(seen_.stopped_at, text_.size());
-        if (text_.empty()) return {"the document is empty", "", 0, 0};
-        if (stop < text_.size() && text_[stop] == '\0')
-            return {"a NUL byte ends the document before its JSON is complete", "", stop, 1};
-        // The parser names the last byte when the text ends too early.
-        const bool ended = text_.find_first_not_of(" \t\r\n", stop) == std::string_view::npos;
-        const bool in_text = stop > 0 && text_[stop - 1] == '"' && text_.find('"', stop) == std::string_view::npos;
-        const char* const reason = ended     ? "the document ends before its JSON is complete"
-                                   : in_text ? "the document ends inside the text that begins here"
-                                             : "no JSON from this byte on";
-        return {reason, "", stop, stop < text_.size() ? size_t{1} : 0};
+        const SyntaxError error = find_syntax_error(text_, seen_.stopped_at);
+        return {error.reason, "", error.offset, error.size};
     }
 
     void warn_of_the_end() {
@@ -130,20 +126,20 @@ private:
     Finding refusal_of(const Refusal& refusal) const {
         switch (refusal.kind) {
             case Refusal::Kind::missing: {
-                std::string reason = "the key " + quoted(refusal.key) + " is missing";
-                if (!cJSON_IsObject(refusal.node)) reason += std::string(": this is ") + type_words(refusal.node->type);
+                std::string reason = cJSON_IsObject(refusal.node) ? "the key " + quoted(refusal.key) + " is missing"
+                                                                  : std::string(type_words(refusal.node->type)) +
+                                                                        " stands here, an object with the key " +
+                                                                        quoted(refusal.key) + " is needed";
                 const char* const near = nearest_key(refusal.node, refusal.key, seen_.read);
                 if (near != nullptr) reason += "; " + quoted(near) + " looks like it";
-                Finding finding = at(refusal.node, std::move(reason));
-                finding.size = 1;
-                return finding;
+                return at(refusal.node, std::move(reason));
             }
             case Refusal::Kind::mistyped:
                 return at(refusal.node, name_of(refusal.node) + " is " + type_words(refusal.node->type) + ", " +
                                             type_words(refusal.type) + " is needed");
             case Refusal::Kind::unknown_number: break;
         }
-        const std::string number = std::to_string(refusal.node->valueint);
+        const std::string number(literal(refusal.node));
         if (refusal.key == "alert_type")
             return at(refusal.node,
                       "there is no alert type " + number + ", types are 1 to " + std::to_string(alert_type::highest));
@@ -161,57 +157,70 @@ private:
                 cause = std::move(finding);
             }
         }
-        for (const auto& [refused, node] : text_nodes_) {
-            const bool fatal = way_ == Way::not_built && refused == &seen_.refused_texts.back();
-            if (fatal)
-                cause = bad_text(*refused, node);
+        for (const RefusedText& refused : seen_.refused_texts) {
+            const cJSON* const node = node_of(refused);
+            if (costs_alert(refused))
+                cause = bad_text(refused, node);
             else
-                warn(lost_element(*refused, node));
+                warn(lost_element(refused, node));
         }
         if (way_ == Way::process_ended) cause = end_of_process(process_end);
         if (way_ == Way::not_decoded || way_ == Way::not_built || way_ == Way::process_ended)
-            result_.refusal = cause.has_value() ? *cause : Finding{"the agent's log says why", "", 0, 1};
+            result_.refusal = cause.has_value() ? *cause : Finding{ZELCHECK_UNEXPLAINED, "", 0, 0};
     }
 
     // --- texts ---
 
-    // A builder knows a text, not its node. A text that costs the alert belongs to a key, any other to a list.
+    // The last refused text of an alert that was not built has cost the alert. The others have cost a list its rest.
+    bool costs_alert(const RefusedText& refused) const {
+        return way_ == Way::not_built && &refused == &seen_.refused_texts.back();
+    }
+
+    // A builder knows a text, not its node, and the same text may stand at several places. The places of all of them
+    // are looked up, for that tells which one was built.
     void match_texts() {
-        for (const RefusedText& refused : seen_.refused_texts) {
-            const bool fatal = way_ == Way::not_built && &refused == &seen_.refused_texts.back();
-            text_nodes_.emplace_back(&refused, fatal ? key_with(refused.text) : element_with(refused.text));
-        }
+        for (const RefusedText& refused : seen_.refused_texts)
+            for (const cJSON* value : seen_.read_in_order)
+                if (costs_alert(refused))
+                    note_if_same(refused, value, value);
+                else if (cJSON_IsArray(value))
+                    for (const cJSON* item = value->child; item != nullptr; item = item->next)
+                        note_if_same(refused, item, value);
     }
 
-    // The GUID is cut before it is checked.
-    const cJSON* key_with(const std::string& text) const {
-        const auto has = [&](const cJSON* node) {
-            if (!cJSON_IsString(node) || node->string == nullptr) return false;
-            const bool is_guid = strcasecmp(node->string, "Guid") == 0;
-            return is_guid ? strncmp(node->valuestring, text.c_str(), text.size()) == 0 : node->valuestring == text;
-        };
-        const auto found = std::ranges::find_if(seen_.read_in_order, has);
-        return found == seen_.read_in_order.end() ? nullptr : *found;
+    // The GUID is cut before it is checked. Names that are no names of texts in a message are left out.
+    void note_if_same(const RefusedText& refused, const cJSON* node, const cJSON* named) {
+        if (!cJSON_IsString(node) || named->string == nullptr) return;
+        const auto is = [named](const char* name) { return strcasecmp(named->string, name) == 0; };
+        if (is("risk_level") || is("status") || is("Name")) return;
+        const std::string_view value = node->valuestring;
+        const bool same = is("Guid") ? value.substr(0, kGuidSize) == refused.text : value == refused.text;
+        if (same) text_nodes_.emplace_back(&refused, node);
     }
 
-    const cJSON* element_with(const std::string& text) const {
-        for (const cJSON* list : seen_.read_in_order) {
-            if (!cJSON_IsArray(list)) continue;
-            for (const cJSON* item = list->child; item != nullptr; item = item->next)
-                if (cJSON_IsString(item) && item->valuestring == text) return item;
+    // The first place of the text that belongs to what was built; the first of all when none does.
+    const cJSON* node_of(const RefusedText& refused) const {
+        const cJSON* first = nullptr;
+        for (const auto& [text, node] : text_nodes_) {
+            if (text != &refused) continue;
+            const auto place = places_.find(node);
+            if (place != places_.end() && is_built(place->second.path)) return node;
+            if (first == nullptr) first = node;
         }
-        return nullptr;
+        return first;
     }
 
     Finding bad_text(const RefusedText& refused, const cJSON* node) const {
         if (node == nullptr)
-            return {"a text that an earlier refused document left holds bytes that no message may carry", "", 0, 1};
+            return {"a text that an earlier refused document left holds bytes that no message may carry", "", 0, 0};
         const auto byte = static_cast<unsigned char>(refused.text[refused.bad]);
         Finding finding =
             at(node, (node->string != nullptr ? name_of(node) : "the text") + " holds the byte " + byte_words(byte) +
                          ", which " + (byte < 0x80 ? "no message may carry" : "begins no whole character of UTF-8"));
-        finding.offset += byte_in_literal(literal(node), refused.bad);
-        finding.size = 1;
+        const std::string_view whole = literal(node);
+        const size_t begin = byte_in_literal(whole, refused.bad);
+        finding.offset += begin;
+        finding.size = unit_size(whole, begin);
         return finding;
     }
 
@@ -229,12 +238,14 @@ private:
     }
 
     // Rules with the status "Trigger" are gone before anything is built, and the processes of a scenario are not built.
+    // Without regard to the case of keys, as the decoder reads them.
     bool is_built(const std::string& path) const {
-        if (!path.starts_with("rule[")) return false;
+        if (strcasestr(path.c_str(), "ProcessSet") != nullptr) return false;
+        if (strncasecmp(path.c_str(), "rule[", 5) != 0) return true;
         const cJSON* const rules = cJSON_GetObjectItem(seen_.tree.get(), "rule");
         const cJSON* const rule = cJSON_GetArrayItem(rules, static_cast<int>(strtol(path.c_str() + 5, nullptr, 10)));
         const char* const status = cJSON_GetStringValue(cJSON_GetObjectItem(rule, "status"));
-        return status != nullptr && strcmp(status, "Trigger") != 0;
+        return status == nullptr || strcmp(status, "Trigger") != 0;
     }
 
     Finding end_of_process(std::string_view process_end) const {
@@ -244,7 +255,7 @@ private:
             Finding finding = at(node, name_of(node) + " is 0, and " + ends);
             if (is_built(finding.path)) return finding;
         }
-        return {ends, "", 0, 1};
+        return {ends, "", 0, 0};
     }
 
     // --- warnings ---
@@ -260,23 +271,44 @@ private:
 
     void warn_of_unread(const cJSON* node) {
         const cJSON* const first = cJSON_GetObjectItem(owners_.at(node), node->string);
-        if (first != node)
+        if (first == node || !seen_.read.contains(first))
+            warn(at(node, "nothing reads " + quoted(node->string)));
+        else if (strcmp(first->string, node->string) == 0)
             warn(at(node, quoted(node->string) + " stands twice; the agent reads the first one"));
         else
-            warn(at(node, "nothing reads " + quoted(node->string)));
+            warn(at(node, quoted(node->string) + " is the same key as " + quoted(first->string) +
+                              " before it; the agent reads the first one"));
+    }
+
+    // Texts that may hold an escape for a NUL. Hardly any document has an escape by number at all.
+    void collect_escaped() {
+        if (text_.find("\\u") == std::string_view::npos) return;
+        std::ranges::copy_if(seen_.read_in_order, std::back_inserter(escaped_), cJSON_IsString);
+    }
+
+    void warn_of_cut_text(const cJSON* node) {
+        const std::string_view whole = literal(node);
+        const size_t end = end_of_text(whole);
+        if (end == whole.size()) return;
+        Finding finding = at(node, name_of(node) + " ends at this escape for the agent");
+        finding.offset += end;
+        finding.size = kEscapeSize;
+        warn(std::move(finding));
     }
 
     void warn_of_number(const Stored& number) {
         const cJSON& value = *number.value;
         const std::string stored =
             number.is_signed ? std::to_string(static_cast<int64_t>(number.bits)) : std::to_string(number.bits);
-        const std::string_view text = value.type == cJSON_String ? value.valuestring : literal(&value);
-        const bool is_whole = text.find_first_not_of("0123456789-") == std::string_view::npos;
+        const bool is_text = value.type == cJSON_String;
+        const std::string_view text = is_text ? value.valuestring : literal(&value);
+        const bool is_whole = !text.empty() && text.find_first_not_of("0123456789-") == std::string_view::npos;
         const double as_double = number.is_signed ? static_cast<double>(static_cast<int64_t>(number.bits))
                                                   : static_cast<double>(number.bits);
-        const bool same =
-            is_whole ? without_zeros(text) == stored : value.type == cJSON_Number && value.valuedouble == as_double;
-        if (!same) warn(at(&value, name_of(&value) + " is " + std::string(text) + ", and the agent reads " + stored));
+        const bool same = is_whole ? without_zeros(text) == stored : !is_text && value.valuedouble == as_double;
+        if (same) return;
+        const std::string given = is_text ? quoted(text) : std::string(text);
+        warn(at(&value, name_of(&value) + " is " + given + ", and the agent reads " + stored));
     }
 
     // "007" and "-0" as a number prints them.
@@ -292,6 +324,7 @@ private:
     const Observation& seen_;
     Way way_;
     std::vector<const cJSON*> unread_;
+    std::vector<const cJSON*> escaped_;
     std::map<const cJSON*, const cJSON*> owners_;  // the objects of the unread members
     std::vector<std::pair<const RefusedText*, const cJSON*>> text_nodes_;
     Places places_;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "check/syntax.h"
+
 namespace zel::check {
 namespace {
 
@@ -98,14 +100,12 @@ private:
     Places found_;
 };
 
-// How many bytes of UTF-8 an escape \uXXXX stands for. The second half of a pair adds nothing: the first has counted
-// it.
-size_t escaped_size(std::string_view digits) {
-    const unsigned long code = strtoul(std::string(digits).c_str(), nullptr, 16);
+// How many bytes of UTF-8 an escape \uXXXX stands for; with the first half of a pair, the pair.
+size_t escaped_size(std::string_view escape) {
+    const unsigned code = code_unit(escape);
     if (code < 0x80) return 1;
     if (code < 0x800) return 2;
-    if (code >= 0xD800 && code <= 0xDBFF) return 4;
-    return code >= 0xDC00 && code <= 0xDFFF ? 0 : 3;
+    return code >= 0xD800 && code <= 0xDBFF ? 4 : 3;
 }
 
 }  // namespace
@@ -116,17 +116,26 @@ Places find_places(std::string_view text, const cJSON* tree, const std::vector<c
     return walk.take();
 }
 
+size_t unit_size(std::string_view literal, size_t at) {
+    if (literal.substr(at, 1) != "\\") return 1;
+    if (literal.substr(at, 2) != "\\u") return 2;
+    return escaped_size(literal.substr(at)) == 4 ? 2 * kEscapeSize : kEscapeSize;
+}
+
 size_t byte_in_literal(std::string_view literal, size_t index) {
     size_t at = 1;
-    for (size_t value = 0; at < literal.size();) {
-        const bool escape = literal[at] == '\\' && at + 1 < literal.size();
-        const bool unicode = escape && literal[at + 1] == 'u';
-        const size_t given = unicode ? escaped_size(literal.substr(at + 2, 4)) : 1;
-        if (value + given > index) return at;
-        value += given;
-        at += unicode ? 6 : escape ? 2 : 1;
+    for (size_t value = 0; at < literal.size(); at += unit_size(literal, at)) {
+        const bool unicode = literal.substr(at, 2) == "\\u";
+        value += unicode ? escaped_size(literal.substr(at)) : 1;
+        if (value > index) return at;
     }
     return at;
+}
+
+size_t end_of_text(std::string_view literal) {
+    for (size_t at = 1; at < literal.size(); at += unit_size(literal, at))
+        if (literal.substr(at, 2) == "\\u" && code_unit(literal.substr(at)) == 0) return at;
+    return literal.size();
 }
 
 }  // namespace zel::check

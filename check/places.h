@@ -25,5 +25,9 @@ Places find_places(std::string_view text, const cJSON* tree, const std::vector<c
 
 // The byte of a string's literal that gives the byte `index` of the string's value. The literal begins with its quote.
 size_t byte_in_literal(std::string_view literal, size_t index);
+// How many bytes the character or escape at that place of the literal takes: 1 for one byte of a longer character.
+size_t unit_size(std::string_view literal, size_t at);
+// The first escape of the literal that stands for a NUL, which ends the text for the agent; the literal's size without.
+size_t end_of_text(std::string_view literal);
 
 }  // namespace zel::check

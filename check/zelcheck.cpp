@@ -2,6 +2,8 @@
 // keeps nothing.
 #include "check/zelcheck_host.h"
 
+#include <google/protobuf/stubs/logging.h>
+
 #include <algorithm>
 #include <memory>
 #include <new>
@@ -66,6 +68,7 @@ struct zelcheck {
     std::vector<zelcheck_line> lines;
     zelcheck_finding refusal;
     zelcheck_result result;
+    google::protobuf::LogHandler* log_handler;  // that was there before
 
     void run(const EventRow& row, std::string_view text);
     void publish_result(zelcheck_verdict verdict);
@@ -146,11 +149,16 @@ int32_t zelcheck_open(int32_t log_level, zelcheck** out) {
     checker->work.SetQueueMax(kQueueMax);
     g_pDispatcher.store(&g_outside, std::memory_order_release);
     zel::check::log_lines().set_level(log_level);
+    // protobuf would write on standard error about each text that is no UTF-8 in all strictness.
+    checker->log_handler = google::protobuf::SetLogHandler(nullptr);
     *out = checker.release();
     return 0;
 }
 
-void zelcheck_close(zelcheck* checker) { delete checker; }
+void zelcheck_close(zelcheck* checker) {
+    if (checker != nullptr) google::protobuf::SetLogHandler(checker->log_handler);
+    delete checker;
+}
 
 int32_t zelcheck_document(zelcheck* checker, uint32_t event_id, const char* text, uint64_t size,
                           const zelcheck_result** result) {

@@ -24,12 +24,15 @@ enum zelcheck_verdict {
     ZELCHECK_FATAL = 4      // the document would end the agent's process
 };
 
+// The reason of a refusal for which nothing better is known, as when memory ran out.
+#define ZELCHECK_UNEXPLAINED "the agent's log says why"
+
 // Something about one place of a document.
 struct zelcheck_finding {
     const char* reason;  // a sentence without its end, for people
     const char* path;    // "rule[0].event[2].SubjectPid"; for a missing key the object that lacks it; "" is the root
     uint64_t offset;     // the byte, from 0: of the value, of the object that lacks a key, or of the bad byte in a text
-    uint64_t size;       // bytes from there on that are meant, at least 1 unless the document ends there
+    uint64_t size;       // bytes from there on that are meant; 0 at the document's end, and where all of it is meant
 };
 
 // A line that the plug-in logs for the document.
@@ -41,7 +44,7 @@ struct zelcheck_line {
 // All of it is valid until the next call with the same checker.
 struct zelcheck_result {
     enum zelcheck_verdict verdict;
-    const char* guid;                         // as the agent keeps it, 36 characters at most; null when there is none
+    const char* guid;                         // as the agent keeps it, 37 characters at most; null when there is none
     const struct zelcheck_finding* refusal;   // null unless the verdict is refused or fatal
     const struct zelcheck_finding* warnings;  // in the order of their places
     size_t warning_count;

@@ -4,26 +4,12 @@
 #include <string>
 #include <string_view>
 
-#include "decode/event_records.h"
-#include "decode/jsonparse.h"
 #include "fuzz.h"
+#include "fuzz_alert.h"
 #include "retrace.pb.h"
 #include "trace/getprotobuf.h"
 
 namespace {
-
-constexpr std::string_view kSmallest =
-    R"({"alert_type":3,"risk_level":"","threat_score":0,"total_score":0,"verify_score":0,"verify_total_score":0,"count":0,)"
-    R"("hash":0,"engine_ver":"","engine_rule_ver":"","rule":[],"Guid":""})";
-
-NodePtr make_node(std::string_view text) {
-    NodePtr node(new ST_QUEQE_NODE);
-    node->uEventId = event_id::ioa_alert;
-    node->uSize = text.size();
-    node->pData = zel::calloc_buffer(text.size() + 1);
-    text.copy(node->pData.get(), text.size());
-    return node;
-}
 
 struct Decoded {
     explicit Decoded(std::string_view text)
@@ -34,17 +20,6 @@ struct Decoded {
     ST_BUF_DATA data;
     bool good;
 };
-
-// The road ends the process on a file time of 0; such a document is not built.
-bool has_zero_file_time(const ST_BUF_DATA& data) {
-    for (const ST_RULE& rule : data.vecRule) {
-        for (const ST_RAW_EVENT& event : rule.vecEvent) {
-            const auto* times = event.pPrivate.as<PST_FILE_TIME_CHANGE>();
-            if (times != nullptr && (times->llPostTime == 0 || times->llPreTime == 0)) return true;
-        }
-    }
-    return false;
-}
 
 std::string build(ST_BUF_DATA& data, int& events) {
     zel::MallocBuffer buffer;

@@ -29,6 +29,8 @@ struct Command {
 constexpr Command kCommands[] = {
     {"run", "Play a script of events to the plug-in of an agent folder", "zelhost run --input scenarios/demo.jsonl",
      prepare_run},
+    {"check", "Tell whether alert documents come through, and where one is wrong", "zelhost check scenarios/demo.jsonl",
+     prepare_check},
     {"decode", "Show what serialised messages hold",
      "zelhost decode --pretty --hex 0a0464656d6f28014209180440a8979d83b632", prepare_decode},
     {"graph", "Draw the behaviour chain of a finished trace",

@@ -29,8 +29,11 @@ fuzz_one() {
     mkdir -p "$inputs"
     local options=(-timeout=20 -rss_limit_mb=4096 -max_len=65536
         -artifact_prefix="build/fuzz/failed-$target-" -print_final_stats=1 -detect_leaks=0)
+    if [ "$target" = alert ] || [ "$target" = check ]; then
+        options+=(-dict=fuzz/alert.dict)
+    fi
     if [ "$target" = alert ]; then
-        options+=(-dict=fuzz/alert.dict -max_total_time="$seconds")
+        options+=(-max_total_time="$seconds")
     else
         options+=(-max_total_time=$(((seconds + 3) / 4)))
     fi

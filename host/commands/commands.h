@@ -20,5 +20,6 @@ Action prepare_man(CLI::App& app);
 Action prepare_graph(CLI::App& app);
 Action prepare_run(CLI::App& app);
 Action prepare_decode(CLI::App& app);
+Action prepare_check(CLI::App& app);
 
 }  // namespace zelhost

@@ -1,8 +1,7 @@
-// Texts, the clock and atomic counting.
+// Texts and atomic counting.
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include "platform/zel_support.h"
 
@@ -25,13 +24,6 @@ int32_t zel_str_snprintf(char* dest, size_t size, const char* format, ...) {
     // A format that the C library refuses leaves an empty text.
     if (length < 0 && size > 0) dest[0] = '\0';
     return length;
-}
-
-// The clock does not stop or jump when somebody sets the time. The misspelt name is the agent's.
-uint64_t zel_time_get_tick_cout() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
 int64_t zel_atomic64_add_and_fetch(volatile int64_t* value, int64_t delta) {

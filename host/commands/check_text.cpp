@@ -1,0 +1,108 @@
+// The report of a check for people, in the form in which compilers speak.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "host/commands/check.h"
+#include "host/lib/console.h"
+#include "host/lib/snippet.h"
+#include "platform/zel_support.h"
+
+namespace zelhost {
+namespace {
+
+// Log lines that are shown of a refusal: the first say what is wrong, the others only where the agent gave up. A level
+// that is more talkative than the usual one is asked for to see all.
+constexpr size_t kLogLines = 2;
+
+class TextReport : public CheckReport {
+public:
+    TextReport(OutputFile& out, const CheckOptions& options) : CheckReport(out), options_(options) {}
+
+    void document(const CheckedDocument& checked) override {
+        if (checked.refused()) {
+            const bool by_warning = checked.result.refusal == nullptr;
+            finding(checked, *checked.refusal, Tint::error, by_warning ? "refused by --strict" : "refused");
+            log(checked.result);
+        } else if (checked.result.verdict == ZELCHECK_SKIPPED) {
+            note(checked, "skipped: all rules have the status \"Trigger\", so there is nothing to report");
+        } else if (checked.result.verdict == ZELCHECK_REPEAT) {
+            note(checked, "repeat: an earlier document has the same rules and images");
+        }
+        if (options_.quiet) return;
+        const size_t said = checked.refused() && checked.result.refusal == nullptr ? 1 : 0;
+        for (size_t i = said; i < checked.warnings.size(); ++i)
+            finding(checked, checked.warnings[i], Tint::warning, "warning");
+    }
+
+    // The counts that are 0 are left out.
+    void end(const CheckTotals& totals) override {
+        if (options_.quiet) return;
+        std::string text = counted(totals.documents, "document");
+        const char* before = ": ";
+        const auto add = [&](uint64_t count, const std::string& words) {
+            if (count > 0) text += before + words;
+            if (count > 0) before = ", ";
+        };
+        add(totals.accepted, fmt::format("{} accepted", totals.accepted));
+        add(totals.repeats, counted(totals.repeats, "repeat"));
+        add(totals.skipped, fmt::format("{} skipped", totals.skipped));
+        add(totals.refused, fmt::format("{} refused", totals.refused));
+        if (totals.fatal > 0) text += fmt::format(" ({} would end the agent's process)", totals.fatal);
+        add(totals.warnings, counted(totals.warnings, "warning"));
+        out_.write(text + "\n");
+    }
+
+private:
+    static std::string counted(uint64_t count, const char* word) {
+        return fmt::format("{} {}{}", count, word, count == 1 ? "" : "s");
+    }
+
+    void heading(const CheckedDocument& checked, const FilePlace& place, std::string_view rest) {
+        console::progress("");
+        const std::string where = fmt::format("{}:{}:{}:", visible(checked.source), place.line, place.column());
+        out_.write(paint_(Tint::bold, where) + " " + std::string(rest) + "\n");
+    }
+
+    void note(const CheckedDocument& checked, std::string_view text) {
+        heading(checked, checked.document.place(0), text);
+    }
+
+    void finding(const CheckedDocument& checked, const CheckFinding& found, Tint tint, const std::string& word) {
+        heading(checked, found.place, paint_(tint, word + ":") + " " + visible(found.reason));
+        if (!found.path.empty()) out_.write("  " + paint_(Tint::place, visible(found.path)) + "\n");
+        const Snippet cut = cut_around(found.place.text, found.place.at, found.width);
+        const size_t indent = cut.marks.find('^');
+        out_.write("  " + cut.text + "\n  " + cut.marks.substr(0, indent) +
+                   paint_(Tint::good, std::string_view(cut.marks).substr(indent)) + "\n");
+    }
+
+    // The level stands before the first line of it.
+    void log(const zelcheck_result& result) {
+        if (result.line_count == 0) return;
+        std::string text;
+        int32_t level = -1;
+        const size_t shown = options_.log_level > ZEL_LOG_WARN ? result.line_count : kLogLines;
+        for (size_t i = 0; i < std::min(result.line_count, shown); ++i) {
+            const zelcheck_line& line = result.lines[i];
+            std::string_view words = line.text;
+            if (words.ends_with('\n')) words.remove_suffix(1);
+            text += i == 0 ? "" : " / ";
+            if (line.level != level) text += std::string(level_word(line.level)) + " ";
+            level = line.level;
+            text += visible(words);
+        }
+        if (shown < result.line_count) text += " / ...";
+        out_.write(paint_(Tint::faint, "  the agent logs: " + text) + "\n");
+    }
+
+    const CheckOptions& options_;
+    const Paint paint_{options_.color, STDOUT_FILENO};
+};
+
+}  // namespace
+
+std::unique_ptr<CheckReport> text_report(OutputFile& out, const CheckOptions& options) {
+    return std::make_unique<TextReport>(out, options);
+}
+
+}  // namespace zelhost

@@ -1,0 +1,22 @@
+// Text of documents as a terminal can show it. Documents hold any bytes, and a terminal obeys some of them.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace zelhost {
+
+// The text with every byte that is no visible character as an escape such as \x1b.
+std::string visible(std::string_view text);
+
+// A cut of a line around a place, and a line of marks that stands below it: a caret under the place's first column and
+// tildes under the others.
+struct Snippet {
+    std::string text;
+    std::string marks;
+};
+// `size` bytes from `at` on are marked. A place behind the line's last byte gets a caret behind it.
+Snippet cut_around(std::string_view line, size_t at, size_t size);
+
+}  // namespace zelhost
