@@ -20,6 +20,7 @@ struct Command {
 };
 constexpr Command kCommands[] = {
     {"run", "Play a script of events to the plug-in of an agent folder", prepare_run},
+    {"status", "Show what a start of the plug-in in an agent folder would do", prepare_status},
 };
 
 // One sentence for the help texts of all commands, from the one table of codes.

@@ -24,15 +24,20 @@ struct SettingSource {
     enum Found { in_file, no_key, no_file };
 
     Found found = no_file;
-    std::string text;       // as it stands in the file
-    bool replaced = false;  // the default is in force
+    std::string text;          // as it stands in the file
+    unsigned long number = 0;  // what is tested against the limits
+    bool replaced = false;     // the default is in force
 };
 // Both do nothing without a source.
 inline void note_found(SettingSource* source, SettingSource::Found found, const char* text = "") {
-    if (source != nullptr) *source = {found, text};
+    if (source == nullptr) return;
+    source->found = found;
+    source->text = text;
 }
-inline void note_replaced(SettingSource* source) {
-    if (source != nullptr) source->replaced = true;
+inline void note_counted(SettingSource* source, unsigned long number, bool replaced) {
+    if (source == nullptr) return;
+    source->number = number;
+    source->replaced = replaced;
 }
 
 // Reads the value from the file at `path`. A key or a file that cannot be read counts as 0, which is tested against the

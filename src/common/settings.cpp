@@ -29,9 +29,9 @@ unsigned long read_number(const char* section, const char* key, const char* file
 
 unsigned long within(unsigned long value, unsigned long lowest, unsigned long highest, unsigned long otherwise,
                      zel::SettingSource* source) {
-    if (value >= lowest && value <= highest) return value;
-    zel::note_replaced(source);
-    return otherwise;
+    const bool is_within = value >= lowest && value <= highest;
+    zel::note_counted(source, value, !is_within);
+    return is_within ? value : otherwise;
 }
 
 }  // namespace

@@ -11,8 +11,7 @@
 
 // This file belongs to the trace module, so it has a reader of its own with other rules: a missing key gives the
 // default and not 0, and a number is cut to 32 bits before it is tested.
-constinit const zel::Setting kSkipLevel = {
-    "@/../config/zeltrc.ini", "trace_setting", "skip_behavior_level", 2, 0, 5, 0};
+constinit const zel::Setting kSkipLevel{"@/../config/zeltrc.ini", "trace_setting", "skip_behavior_level", 2, 0, 5, 0};
 
 namespace {
 
@@ -23,14 +22,15 @@ uint32_t read_level(void* ini, zel::SettingSource* source) {
     const char* text = zel_ini_file_get(ini, kSkipLevel.section, kSkipLevel.key);
     if (text == nullptr) {
         zel::note_found(source, zel::SettingSource::no_key);
-        zel::note_replaced(source);
+        zel::note_counted(source, 0, true);
         LOG_WARN("ini_file_get section : %s , key : %s failed", kSkipLevel.section, kSkipLevel.key);
         return kSkipLevel.otherwise;
     }
     zel::note_found(source, zel::SettingSource::in_file, text);
     const auto level = static_cast<uint32_t>(strtoul(text, nullptr, kSkipLevel.base));
-    if (level < kSkipLevel.lowest || level > kSkipLevel.highest) {
-        zel::note_replaced(source);
+    const bool is_outside = level < kSkipLevel.lowest || level > kSkipLevel.highest;
+    zel::note_counted(source, level, is_outside);
+    if (is_outside) {
         LOG_WARN("section : %s , key : %s failed over the limit", kSkipLevel.section, kSkipLevel.key);
         return kSkipLevel.otherwise;
     }
@@ -41,7 +41,7 @@ uint32_t read_level(void* ini, zel::SettingSource* source) {
 
 uint32_t read_skip_level(zel::SettingSource* source) {
     zel::note_found(source, zel::SettingSource::no_file);
-    zel::note_replaced(source);
+    zel::note_counted(source, 0, true);
     const std::string path = zel::module_path(kSkipLevel.file);
     LOG_INFO("get %s file path %s", kSkipLevel.file, path.c_str());
     if (zel_path_is_exist_u(path.c_str()) == 0) {
