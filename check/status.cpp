@@ -129,8 +129,11 @@ std::string Look::shown(const char* path) const {
 bool Look::find_fifo() {
     std::vector<const char*> paths = {kPluginSettings, kSkipLevel.file, kPureModeFile, kAgentConfig, kCaptureFlag};
     for (const StatusLibrary& library : status_libraries()) paths.push_back(library.row.path);
-    for (const char* const path : paths)
-        if (waits_for == nullptr && is_fifo(module_path(path))) waits_for = keep(module_path(path));
+    for (const char* const path : paths) {
+        const std::string where = module_path(path);
+        if (waits_for == nullptr && is_fifo(where))
+            waits_for = keep(std::filesystem::path(where).lexically_normal().string());
+    }
     return waits_for != nullptr;
 }
 
