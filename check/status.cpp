@@ -58,7 +58,7 @@ std::string reason_of(const Setting& row, const SettingSource& source, const std
         return source.text == number ? "" : reason;
     }
     const std::string unreadable = why_unreadable(path);
-    std::string reason = unreadable.empty() ? "missing" : "the file cannot be read: " + unreadable;
+    std::string reason = unreadable.empty() ? "no such key" : "the file cannot be read: " + unreadable;
     // A reader that takes the default for what is missing does not look at the limits.
     if (source.replaced && row.lowest > 0) reason += "; counts as 0, outside " + limits;
     if (!source.replaced) reason += "; counts as 0";

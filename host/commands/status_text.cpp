@@ -24,14 +24,27 @@ std::string log_line(const Paint& paint, const zelcheck_line& line) {
                        printable(line.text));
 }
 
+// What a start brings about, on one line.
+std::string outcome(const zelcheck_folder& folder) {
+    const char* const tracing = folder.tracing != 0     ? "tracing on"
+                                : folder.pure_mode != 0 ? "no tracing"
+                                                        : "tracing off (trc_times is 0)";
+    std::string text = fmt::format("{}, {} subscriptions, {}", folder.pure_mode != 0 ? "pure mode" : "full operation",
+                                   folder.subscription_count, tracing);
+    const char* before = "; without the ";
+    for (const auto& library : std::span(folder.libraries, folder.library_count)) {
+        if (library.complete != 0 || library.used == 0) continue;
+        text += before + std::string(library.title);
+        before = ", the ";
+    }
+    return text;
+}
+
 std::string verdict(const Status& status, const Paint& paint) {
     const zelcheck_folder& folder = status.folder;
     std::string text;
     if (status.starts()) {
-        text =
-            paint(Tint::good, "a start would succeed") +
-            fmt::format(": {}, {} subscriptions, tracing {}\n", folder.pure_mode != 0 ? "pure mode" : "full operation",
-                        folder.subscription_count, folder.tracing != 0 ? "on" : "off");
+        text = paint(Tint::good, "a start would succeed") + ": " + outcome(folder) + "\n";
     } else if (const AgentLibrary* const obstacle = status.obstacle()) {
         text = paint(Tint::error, "a start would fail") +
                fmt::format(": the {} cannot be loaded, so nothing is logged\n  {}\n", obstacle->title,
@@ -97,10 +110,12 @@ std::string mode(const zelcheck_folder& folder, const Paint& paint) {
     std::string text = heading(paint, "mode and events");
     text += fmt::format("  {} ({})\n", folder.pure_mode != 0 ? "pure mode" : "full operation",
                         printable(folder.mode_reason));
-    size_t column = 0;
-    for (const uint32_t id : std::span(folder.subscription, folder.subscription_count))
-        text += fmt::format("  {:>4} {:<19}{}", id, event_name(id), ++column % 3 == 0 ? "\n" : "");
-    return text + (column % 3 == 0 ? "" : "\n");
+    for (size_t i = 0; i < folder.subscription_count; ++i) {
+        const bool last = i % 3 == 2 || i + 1 == folder.subscription_count;
+        const uint32_t id = folder.subscription[i];
+        text += fmt::format("  {:>4} {:<{}}{}", id, event_name(id), last ? 0 : 19, last ? "\n" : "");
+    }
+    return text;
 }
 
 std::string surroundings(const Status& status, const Paint& paint) {
@@ -112,7 +127,8 @@ std::string surroundings(const Status& status, const Paint& paint) {
     text += heading(paint, "environment");
     for (const Variable& variable : status.environment)
         text += fmt::format("  {:<13}  {}  {}\n", variable.name,
-                            variable.value == nullptr ? paint(Tint::faint, "not set") : printable(variable.value),
+                            word(paint, variable.value == nullptr ? Tint::faint : Tint::plain,
+                                 variable.value == nullptr ? "not set" : printable(variable.value), 7),
                             paint(Tint::faint, variable.effect));
     text += fmt::format("  reports carry version {} ({}) and agent id {}\n", printable(folder.report_version),
                         folder.version_from_file != 0 ? "of config/agent_cfg.json" : "built in",

@@ -78,11 +78,11 @@ row "no agent id" 0 "ERROR get agentid from env error !" true
 export agentid=A-1
 
 # Settings.
-row "no settings" 0 "missing: the file cannot be read: No such file" "rm reshdl/config/zelreshdl.ini"
-row "empty settings" 0 "tracing off" ": >reshdl/config/zelreshdl.ini"
+row "no settings" 0 "missing: the file cannot be read: No such file or directory; counts as 0" "rm reshdl/config/zelreshdl.ini"
+row "empty settings" 0 "100  default: no such key; counts as 0, outside 50 to 500" ": >reshdl/config/zelreshdl.ini"
 row "settings are a folder" 0 "it is a folder" "rm reshdl/config/zelreshdl.ini; mkdir reshdl/config/zelreshdl.ini"
 row "unreadable settings" 0 "a start would succeed" "chmod 0 reshdl/config/*.ini"
-row "binary settings" 0 "tracing off" "printf '\0\377[config\nqueue_max=\1=70\r\n' >reshdl/config/zelreshdl.ini"
+row "binary settings" 0 "tracing off (trc_times is 0)" "printf '\0\377[config\nqueue_max=\1=70\r\n' >reshdl/config/zelreshdl.ini"
 row "no number" 0 '100  default: "abc" counts as 0, outside 50 to 500' "ini zelreshdl config queue_max=abc trc_times=abc"
 row "bytes in a value" 0 '"\xff\x01" counts as 0' "ini zelreshdl config 'queue_max=\0377\01'"
 row "hexadecimal" 0 '64  file: "0x40" counts as 64' "ini zelreshdl config queue_max=0x40 trc_times=0x4"
@@ -95,7 +95,7 @@ row "byte-order mark and CRLF" 0 "60  file" "printf '\357\273\277[config]\r\nque
 row "cut off" 0 "7  file" "printf '[config]\ntrc_times=7' >reshdl/config/zelreshdl.ini"
 row "cache" 0 'default: "x" counts as 0, outside 10 to 5000' "ini zelreshdl cache cache_size=x die_num=101"
 row "no trace settings" 0 "2  default: the file cannot be read" "rm reshdl/config/zeltrc.ini"
-row "no trace level" 0 "2  default: missing" ": >reshdl/config/zeltrc.ini"
+row "no trace level" 0 "2  default: no such key" ": >reshdl/config/zeltrc.ini"
 row "trace level outside" 0 "2  default: 6, outside 0 to 5" "ini zeltrc trace_setting skip_behavior_level=6"
 row "trace level of 33 bits" 0 '"4294967297" counts as 1' "ini zeltrc trace_setting skip_behavior_level=4294967297"
 row "trace settings are a folder" 0 "it is a folder" "rm reshdl/config/zeltrc.ini; mkdir reshdl/config/zeltrc.ini"
@@ -103,7 +103,7 @@ row "no version" 0 "version 3.7.2.20 (built in)" "rm config/agent_cfg.json"
 row "garbled version" 0 "version 3.7.2.20 (built in)" "echo '{\"version\":' >config/agent_cfg.json"
 
 # Pure mode needs no modules.
-row "pure mode" 0 "pure mode, 2 subscriptions, tracing off" "$pure"
+row "pure mode" 0 "pure mode, 2 subscriptions, no tracing" "$pure"
 row "pure mode without modules" 0 "not used in pure mode" "$pure; rm $lib/libzelds.so $lib/libzeltrc.so"
 row "pure mode without a bus" 1 "mb dll open failed!0x84ce0015" "$pure; rm $lib/liblummb.so"
 row "pure mode without a key" 0 "has no enable in section" ": >config/zel_pure_mode.ini"
@@ -112,7 +112,7 @@ row "pure mode off" 0 "full operation (enable=7 in" "printf '[advthreats_module]
 
 # Libraries.
 for file in lib/libzel_bpsdk.so $lib/libodaipc.so $lib/libzelbpmgr.so $lib/libzellxadapter.so; do
-    row "without $file" 0 "missing  $file" "rm $file"
+    row "without $file" 0 "tracing on; without the " "rm $file"
 done
 row "SDK is a text" 0 "ERROR dll open zel_bpsdk failed, errcode:0x84ce0015" "echo text >lib/libzel_bpsdk.so"
 row "SDK without a function" 0 "without zel_bp_init" "own lib/libzel_bpsdk.so zel_bp_init zel_bp_none"
