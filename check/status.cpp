@@ -2,8 +2,8 @@
 // starts something: the SDK, the registration of the report callbacks, the attachment to the bus, the trace module, the
 // workers.
 #include <dlfcn.h>
-#include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -29,11 +29,6 @@
 
 namespace zel::check {
 namespace {
-
-bool is_fifo(const std::string& path) {
-    struct stat about{};
-    return stat(path.c_str(), &about) == 0 && S_ISFIFO(about.st_mode);
-}
 
 // Empty for a file that can be opened.
 std::string why_unreadable(const std::string& path) {
@@ -70,6 +65,9 @@ class Look final : public zelcheck_folder {
 public:
     explicit Look(const std::string& root);
 
+    static bool may_open_all(zelcheck_may_open_t may_open, void* context);
+    void look();
+
 private:
     // The steps of a start, as far as they start nothing. Each writes its lines to the log of this library. False when
     // the start would end there.
@@ -85,7 +83,6 @@ private:
         &Look::read_settings,  &Look::find_modules, &Look::read_level,
     };
 
-    bool find_fifo();
     void read_mode();
     void take_steps();
     void add_settings();
@@ -108,9 +105,9 @@ private:
     std::vector<zelcheck_flag> flags_;
 };
 
-Look::Look(const std::string& root) : zelcheck_folder{}, root_(root) {
-    const ModuleFolder folder((root_ / "reshdl/bin").string());
-    if (find_fifo()) return;
+Look::Look(const std::string& root) : zelcheck_folder{}, root_(root) {}
+
+void Look::look() {
     read_mode();
     take_steps();
     add_settings();
@@ -125,16 +122,13 @@ std::string Look::shown(const char* path) const {
     return std::filesystem::path(where).lexically_normal().lexically_relative(root_.lexically_normal()).string();
 }
 
-// Whoever opens a FIFO waits until somebody writes to it.
-bool Look::find_fifo() {
+// Paths as people write them, since they appear in what is said of them.
+bool Look::may_open_all(zelcheck_may_open_t may_open, void* context) {
     std::vector<const char*> paths = {kPluginSettings, kSkipLevel.file, kPureModeFile, kAgentConfig, kCaptureFlag};
     for (const StatusLibrary& library : status_libraries()) paths.push_back(library.row.path);
-    for (const char* const path : paths) {
-        const std::string where = module_path(path);
-        if (waits_for == nullptr && is_fifo(where))
-            waits_for = keep(std::filesystem::path(where).lexically_normal().string());
-    }
-    return waits_for != nullptr;
+    return std::ranges::all_of(paths, [&](const char* path) {
+        return may_open(context, std::filesystem::path(module_path(path)).lexically_normal().c_str()) != 0;
+    });
 }
 
 void Look::read_mode() {
@@ -280,9 +274,15 @@ void Look::give_out() {
 }  // namespace
 }  // namespace zel::check
 
-int32_t zelcheck_folder_open(const char* root, const zelcheck_folder** out) {
+int32_t zelcheck_folder_open(const char* root, zelcheck_may_open_t may_open, void* context,
+                             const zelcheck_folder** out) {
+    using zel::check::Look;
     try {
-        *out = std::make_unique<zel::check::Look>(root).release();
+        const zel::check::ModuleFolder folder(std::string(root) + "/reshdl/bin");
+        if (!Look::may_open_all(may_open, context)) return -1;
+        auto look = std::make_unique<Look>(root);
+        look->look();
+        *out = look.release();
         return 0;
     } catch (const std::bad_alloc&) {
         return -1;

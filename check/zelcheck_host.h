@@ -109,7 +109,6 @@ struct zelcheck_flag {
 
 // What a start of the plug-in in an agent folder would do, as far as that can be known without one.
 struct zelcheck_folder {
-    const char* waits_for;  // a FIFO in the place of a file: a start would wait there, and nothing else was looked at
     int32_t starts;         // 1 when no step that was looked at fails
     const struct zelcheck_line* lines;  // ERROR and WARN lines of a start, up to the failure
     size_t line_count;
@@ -132,9 +131,14 @@ struct zelcheck_folder {
     size_t flag_count;
 };
 
+// Answers 1 when the file may be opened, or 0 to end the look: a FIFO would hold it up, a bad library may end the process.
+typedef int32_t (*zelcheck_may_open_t)(void* context, const char* path);
+
 // Looks at the agent whose root is `root`, an absolute path. It starts nothing and writes nothing, but it opens the
-// agent's libraries, which runs their constructors; they find liblumutil.so by themselves. Not while a checker is open.
-int32_t zelcheck_folder_open(const char* root, const struct zelcheck_folder** out);
+// agent's libraries, which runs their constructors. `may_open` is asked about each file before the first is opened; -1
+// when it answers 0. Not while a checker is open.
+int32_t zelcheck_folder_open(const char* root, zelcheck_may_open_t may_open, void* context,
+                             const struct zelcheck_folder** out);
 void zelcheck_folder_close(const struct zelcheck_folder* folder);
 
 #ifdef __cplusplus

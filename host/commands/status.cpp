@@ -8,10 +8,12 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <memory>
 
 #include "host/commands/commands.h"
 #include "host/lib/agent_folder.h"
+#include "host/lib/console.h"
 #include "host/lib/failure.h"
 #include "host/lib/files.h"
 #include "host/lib/libraries.h"
@@ -28,16 +30,10 @@ struct StatusOptions {
     ColorMode color = ColorMode::automatic;
 };
 
-// Whoever opens a FIFO waits until somebody writes to it.
-[[noreturn]] void refuse_fifo(const std::string& path) {
-    throw Failure("{} is a FIFO, a start would wait for it; put a file in its place", path);
-}
-
 // The reason when the library or one of its functions is missing.
 template <class Record, class... Visibility>
 std::string try_open(std::unique_ptr<Record>& record, const fs::path& path, Visibility... visibility) {
-    std::error_code error;
-    if (fs::is_fifo(path, error)) refuse_fifo(path.string());
+    try_file(path.string());
     try {
         record.reset(new Record{Library(path, visibility...)});
         return {};
@@ -60,19 +56,30 @@ std::vector<Variable> environment() {
 
 using Folder = std::unique_ptr<const zelcheck_folder, decltype(&zelcheck_folder_close)>;
 
+// The first file that cannot be tried ends the look, so its Failure is kept until the library has returned.
 Folder look_at(const fs::path& root) {
+    std::exception_ptr failure;
+    const auto may_open = [](void* context, const char* path) -> int32_t {
+        try {
+            try_file(path);
+            return 1;
+        } catch (...) {
+            *static_cast<std::exception_ptr*>(context) = std::current_exception();
+            return 0;
+        }
+    };
     const zelcheck_folder* folder = nullptr;
-    if (zelcheck_folder_open(root.c_str(), &folder) != 0) throw std::bad_alloc();
+    const int32_t answer = zelcheck_folder_open(root.c_str(), may_open, &failure, &folder);
+    if (failure) std::rethrow_exception(failure);
+    if (answer != 0) throw std::bad_alloc();
     return Folder(folder, zelcheck_folder_close);
 }
 
 // The support library is opened first and for all, as by a session, so that the other libraries bind to it.
-ExitCode show_status(const StatusOptions& options) {
-    const fs::path root = agent_root(options.root);
+ExitCode show(const fs::path& root, const StatusOptions& options, OutputFile& output) {
     std::error_code error;
     if (!fs::is_directory(root, error))
         throw Failure("{} is no folder; name an agent folder with --root", root.string());
-    OutputFile output("-");
     const char* const support_path = "lib/liblumutil.so";
     const char* const plugin_path = "reshdl/bin/libzelreshdl.so";
     std::unique_ptr<Support> support;
@@ -81,11 +88,25 @@ ExitCode show_status(const StatusOptions& options) {
     libraries.push_back({"support functions", support_path, try_open(support, root / support_path, RTLD_GLOBAL)});
     libraries.push_back({"plug-in", plugin_path, try_open(plugin, root / plugin_path)});
     const Folder folder = look_at(root);
-    if (folder->waits_for != nullptr) refuse_fifo(folder->waits_for);
     const Status status{root.string(), std::move(libraries), environment(), *folder};
     output.write(options.json ? status_json(status) : status_text(status, Paint(options.color, STDOUT_FILENO)));
-    output.flush();
     return status.starts() ? kDone : kFailed;
+}
+
+// A program gets an object in any case.
+ExitCode show_status(const StatusOptions& options) {
+    const fs::path root = agent_root(options.root);
+    OutputFile output("-");
+    ExitCode code = kFailed;
+    try {
+        code = show(root, options, output);
+    } catch (const Failure& e) {
+        if (!options.json) throw;
+        console::message(e.what());
+        output.write(status_json(root.string(), e.what()));
+    }
+    output.flush();
+    return code;
 }
 
 }  // namespace

@@ -48,8 +48,12 @@ const char* level_name(const zelcheck_line& line);
 // The text with \xNN for each byte that is no UTF-8 or a control character: files may hold anything.
 std::string printable(std::string_view text);
 
+// Throws Failure when whoever opens the file would wait for ever or end.
+void try_file(const std::string& path);
+
 std::string status_text(const Status& status, const Paint& paint);
-// One line.
+// One line each; the second is for a folder that cannot be looked at.
 std::string status_json(const Status& status);
+std::string status_json(const std::string& root, const std::string& reason);
 
 }  // namespace zelhost

@@ -102,6 +102,19 @@ void put_library(Json& json, const zelcheck_library& library) {
 
 }  // namespace
 
+std::string status_json(const std::string& root, const std::string& reason) {
+    Json json;
+    json.object([&] {
+        json.key("starts").flag(false);
+        json.key("root").text(root);
+        json.key("failure").object([&] {
+            json.key("reason").text(reason);
+            json.key("log").list(std::span<const char*>(), [&](const char* line) { json.text(line); });
+        });
+    });
+    return json.line();
+}
+
 std::string status_json(const Status& status) {
     const zelcheck_folder& folder = status.folder;
     Json json;

@@ -41,10 +41,10 @@ compare() {
     cat "$work/out" "$work/err" | grep -qF -- "$2" || fail "no '$2' in the status"
 
     ZEL_LOG_FILE=$work/log "$start" "$root" 2>/dev/null
-    local started=$?
+    local started=$(($? > 0))  # a signal is a failure, too
     [ $started -eq $status ] || fail "status answers $status, a start $started"
     "$host" run --root "$root" --input /dev/null --idle-ms 1 --log "$work/run_log" >/dev/null 2>&1
-    local ran=$?
+    local ran=$(($? > 0))
     [ $ran -eq $status ] || fail "status answers $status, a run $ran"
     touch "$work/log"
     sed -nE 's/^.*\[(ERROR|WARN)\]\t\[zelreshdl\] \[[^]]*\] /\1 /p' "$work/log" >"$work/logged"
@@ -147,6 +147,9 @@ for file in reshdl/config/zelreshdl.ini config/agent_cfg.json $lib/liblummb.so r
     timeout 20 "$host" status --root "$root" >"$work/out" 2>"$work/err"
     [ $? -eq 1 ] && grep -q "$file is a FIFO" "$work/err" || fail "$(cat "$work/err")"
 done
+for path in lib/liblumutil.so $lib/libzeltrc.so; do
+    row "half of $path" 1 "$path ends the process (" "truncate -s 10000 $path"
+done
 name=output
 "$host" status >/dev/full 2>"$work/err"
 [ $? -eq 1 ] && grep -q "cannot write standard output: No space left" "$work/err" || fail "a full disk is not said"
@@ -178,5 +181,12 @@ store, trace = library["reshdl/lib/libzelds.so"], library["reshdl/lib/libzeltrc.
 assert store["required"] and not store["complete"] and "No such file" in store["reason"]
 assert trace["complete"] and trace["reason"] is None and len(trace["functions"]) == 7
 assert [row["path"] for row in status["flags"] if row["present"]] == []
+PYTHON
+"$host" status --json --root "$root/none" >"$work/out" 2>"$work/err"
+[ $? -eq 1 ] || fail "the exit code without a folder is not 1"
+python3 - "$work/out" <<'PYTHON' || fail "not as expected without a folder"
+import json, sys
+status = json.loads(open(sys.argv[1], encoding="utf-8").read())
+assert not status["starts"] and "is no folder" in status["failure"]["reason"] and status["failure"]["log"] == []
 PYTHON
 exit $failed
