@@ -4,8 +4,6 @@
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <filesystem>
@@ -14,6 +12,7 @@
 
 #include "check/log_lines.h"
 #include "check/module_folder.h"
+#include "check/setting_reason.h"
 #include "check/status_libraries.h"
 #include "check/zelcheck_host.h"
 #include "common/capture.h"
@@ -30,43 +29,14 @@
 namespace zel::check {
 namespace {
 
-// Empty for a file that can be opened.
-std::string why_unreadable(const std::string& path) {
-    std::error_code error;
-    if (std::filesystem::is_directory(path, error)) return "it is a folder";
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "re"), fclose);
-    return file != nullptr ? "" : strerror(errno);
-}
-
-zelcheck_origin origin_of(const SettingSource& source) {
-    if (source.replaced) return ZELCHECK_FROM_DEFAULT;
-    return source.found == SettingSource::in_file ? ZELCHECK_FROM_FILE : ZELCHECK_FROM_ZERO;
-}
-
-// For people. Empty when the number in force stands in the file as it is.
-std::string reason_of(const Setting& row, const SettingSource& source, const std::string& path) {
-    const std::string number = std::to_string(source.number);
-    const std::string limits = std::to_string(row.lowest) + " to " + std::to_string(row.highest);
-    if (source.found == SettingSource::in_file) {
-        std::string reason = source.text == number ? number : "\"" + source.text + "\" counts as " + number;
-        if (source.replaced) return reason + ", outside " + limits;
-        return source.text == number ? "" : reason;
-    }
-    const std::string unreadable = why_unreadable(path);
-    std::string reason = unreadable.empty() ? "no such key" : "the file cannot be read: " + unreadable;
-    // A reader that takes the default for what is missing does not look at the limits.
-    if (source.replaced && row.lowest > 0) reason += "; counts as 0, outside " + limits;
-    if (!source.replaced) reason += "; counts as 0";
-    return reason;
-}
-
 // Owns all that the record leads to.
 class Look final : public zelcheck_folder {
 public:
-    explicit Look(const std::string& root);
+    Look(const char* root, zelcheck_trial_t trial, void* context)
+        : zelcheck_folder{}, root_(root), trial_(trial), context_(context) {}
 
-    static bool may_open_all(zelcheck_may_open_t may_open, void* context);
-    void look();
+    // False when a start would open a file that may not be opened.
+    bool look();
 
 private:
     // The steps of a start, as far as they start nothing. Each writes its lines to the log of this library. False when
@@ -83,6 +53,8 @@ private:
         &Look::read_settings,  &Look::find_modules, &Look::read_level,
     };
 
+    bool may_open(const char* path) const;
+    bool may_start() const;
     void read_mode();
     void take_steps();
     void add_settings();
@@ -95,6 +67,8 @@ private:
     std::string shown(const char* path) const;
 
     const std::filesystem::path root_;
+    const zelcheck_trial_t trial_;
+    void* const context_;
     std::deque<std::string> texts_;
     std::vector<LogLine> log_;
     std::vector<zelcheck_line> lines_;
@@ -105,30 +79,36 @@ private:
     std::vector<zelcheck_flag> flags_;
 };
 
-Look::Look(const std::string& root) : zelcheck_folder{}, root_(root) {}
-
-void Look::look() {
+bool Look::look() {
+    // The mode says which files a start opens.
+    if (!may_open(kPureModeFile)) return false;
     read_mode();
+    if (!may_start()) return false;
     take_steps();
     add_settings();
     add_libraries();
     add_flags();
     give_out();
+    return true;
+}
+
+// The path as people write it, since it appears in the reason.
+bool Look::may_open(const char* path) const {
+    return trial_(context_, std::filesystem::path(module_path(path)).lexically_normal().c_str()) == nullptr;
+}
+
+bool Look::may_start() const {
+    const char* const files[] = {kPluginSettings, kSkipLevel.file, kAgentConfig, kCaptureFlag};
+    return std::ranges::all_of(files, [this](const char* path) { return may_open(path); }) &&
+           std::ranges::all_of(status_libraries(), [this](const StatusLibrary& library) {
+               return !library.is_opened_by_start(pure_mode != 0) || may_open(library.row.path);
+           });
 }
 
 std::string Look::shown(const char* path) const {
     const std::string where = module_path(path);
     if (where.empty()) return path;
     return std::filesystem::path(where).lexically_normal().lexically_relative(root_.lexically_normal()).string();
-}
-
-// Paths as people write them, since they appear in what is said of them.
-bool Look::may_open_all(zelcheck_may_open_t may_open, void* context) {
-    std::vector<const char*> paths = {kPluginSettings, kSkipLevel.file, kPureModeFile, kAgentConfig, kCaptureFlag};
-    for (const StatusLibrary& library : status_libraries()) paths.push_back(library.row.path);
-    return std::ranges::all_of(paths, [&](const char* path) {
-        return may_open(context, std::filesystem::path(module_path(path)).lexically_normal().c_str()) != 0;
-    });
 }
 
 void Look::read_mode() {
@@ -239,10 +219,10 @@ void Look::add_settings() {
 
 void Look::add_libraries() {
     for (const StatusLibrary& library : status_libraries()) {
-        const FoundLibrary& found = found_.emplace_back(find_library(library.row));
-        const bool used = library.need != Need::full_operation || pure_mode == 0;
-        libraries_.push_back({library.title, keep(shown(library.row.path)), library.need != Need::nothing && used, used,
-                              found.complete(), found.reason.empty() ? nullptr : found.reason.c_str(), library.use,
+        const FoundLibrary& found = found_.emplace_back(find_library(library.row, trial_, context_));
+        libraries_.push_back({library.title, keep(shown(library.row.path)), library.is_required(pure_mode != 0),
+                              library.is_used(pure_mode != 0), found.complete(),
+                              found.reason.empty() ? nullptr : found.reason.c_str(), library.use,
                               found.functions.data(), found.functions.size()});
     }
 }
@@ -274,14 +254,11 @@ void Look::give_out() {
 }  // namespace
 }  // namespace zel::check
 
-int32_t zelcheck_folder_open(const char* root, zelcheck_may_open_t may_open, void* context,
-                             const zelcheck_folder** out) {
-    using zel::check::Look;
+int32_t zelcheck_folder_open(const char* root, zelcheck_trial_t trial, void* context, const zelcheck_folder** out) {
     try {
         const zel::check::ModuleFolder folder(std::string(root) + "/reshdl/bin");
-        if (!Look::may_open_all(may_open, context)) return -1;
-        auto look = std::make_unique<Look>(root);
-        look->look();
+        auto look = std::make_unique<zel::check::Look>(root, trial, context);
+        if (!look->look()) return -1;
         *out = look.release();
         return 0;
     } catch (const std::bad_alloc&) {

@@ -15,13 +15,13 @@ namespace zel::check {
 namespace {
 
 const StatusLibrary kLibraries[] = {
-    {kBpSdk, "reporting SDK", Need::nothing, "reports of busy queues"},
-    {kOdaIpc, "host id", Need::nothing, "looked up, not called"},
-    {kBpManager, "report manager", Need::nothing, "statistics"},
+    {kBpSdk, "reporting SDK", Need::reports, "reports of busy queues"},
+    {kOdaIpc, "host id", Need::reports, "looked up, not called"},
+    {kBpManager, "report manager", Need::reports, "statistics"},
     {kBus, "message bus", Need::start, "events in and out"},
     {kDataStore, "data store", Need::full_operation, "behaviour chains"},
     {kTraceModule, "trace module", Need::full_operation, "behaviour chains"},
-    {kAdapter, "adapter", Need::nothing, "looked up, not called"},
+    {kAdapter, "adapter", Need::alerts, "looked up, not called"},
 };
 
 }  // namespace
@@ -33,13 +33,13 @@ bool FoundLibrary::complete() const {
 }
 
 // The loader takes an empty path for the program itself.
-FoundLibrary find_library(const zel::LibraryRow& row) {
+FoundLibrary find_library(const zel::LibraryRow& row, zelcheck_trial_t trial, void* context) {
     FoundLibrary found;
     const std::string path = row.where();
+    const char* const why_not = path.empty() ? "the path is too long" : trial(context, path.c_str());
     const std::unique_ptr<void, int (*)(void*)> handle(
-        path.empty() ? nullptr : dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL), dlclose);
-    if (path.empty()) found.reason = "the path is too long";
-    if (handle == nullptr && !path.empty()) found.reason = dlerror();
+        why_not != nullptr ? nullptr : dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL), dlclose);
+    if (handle == nullptr) found.reason = why_not != nullptr ? why_not : dlerror();
     for (const char* const name : row.functions)
         found.functions.push_back({name, handle != nullptr && dlsym(handle.get(), name) != nullptr});
     return found;

@@ -109,7 +109,7 @@ struct zelcheck_flag {
 
 // What a start of the plug-in in an agent folder would do, as far as that can be known without one.
 struct zelcheck_folder {
-    int32_t starts;         // 1 when no step that was looked at fails
+    int32_t starts;                     // 1 when no step that was looked at fails
     const struct zelcheck_line* lines;  // ERROR and WARN lines of a start, up to the failure
     size_t line_count;
     size_t failure;  // the first of the lines that say why; line_count when the start succeeds
@@ -131,13 +131,14 @@ struct zelcheck_folder {
     size_t flag_count;
 };
 
-// Answers 1 when the file may be opened, or 0 to end the look: a FIFO would hold it up, a bad library may end the process.
-typedef int32_t (*zelcheck_may_open_t)(void* context, const char* path);
+// Null when the file may be opened; otherwise the reason, which is valid until the next call. A FIFO would hold the
+// look up, and a bad library may end the process that opens it.
+typedef const char* (*zelcheck_trial_t)(void* context, const char* path);
 
 // Looks at the agent whose root is `root`, an absolute path. It starts nothing and writes nothing, but it opens the
-// agent's libraries, which runs their constructors. `may_open` is asked about each file before the first is opened; -1
-// when it answers 0. Not while a checker is open.
-int32_t zelcheck_folder_open(const char* root, zelcheck_may_open_t may_open, void* context,
+// agent's libraries, which runs their constructors. Each file is tried before it is opened. -1 also when a file that a
+// start opens may not be opened: that was the last trial. Not while a checker is open.
+int32_t zelcheck_folder_open(const char* root, zelcheck_trial_t trial, void* context,
                              const struct zelcheck_folder** out);
 void zelcheck_folder_close(const struct zelcheck_folder* folder);
 

@@ -8,7 +8,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
-#include <exception>
 #include <memory>
 
 #include "host/commands/commands.h"
@@ -56,22 +55,23 @@ std::vector<Variable> environment() {
 
 using Folder = std::unique_ptr<const zelcheck_folder, decltype(&zelcheck_folder_close)>;
 
-// The first file that cannot be tried ends the look, so its Failure is kept until the library has returned.
 Folder look_at(const fs::path& root) {
-    std::exception_ptr failure;
-    const auto may_open = [](void* context, const char* path) -> int32_t {
+    std::string reason;
+    const auto trial = [](void* context, const char* path) -> const char* {
+        auto& why_not = *static_cast<std::string*>(context);
         try {
             try_file(path);
-            return 1;
-        } catch (...) {
-            *static_cast<std::exception_ptr*>(context) = std::current_exception();
-            return 0;
+            return nullptr;
+        } catch (const Failure& e) {
+            why_not = e.what();
+            return why_not.c_str();
         }
     };
     const zelcheck_folder* folder = nullptr;
-    const int32_t answer = zelcheck_folder_open(root.c_str(), may_open, &failure, &folder);
-    if (failure) std::rethrow_exception(failure);
-    if (answer != 0) throw std::bad_alloc();
+    if (zelcheck_folder_open(root.c_str(), trial, &reason, &folder) != 0) {
+        if (reason.empty()) throw std::bad_alloc();
+        throw Failure("{}", reason);
+    }
     return Folder(folder, zelcheck_folder_close);
 }
 

@@ -29,7 +29,7 @@ void try_library(const std::string& path) {
     int ended = 0;
     while (waitpid(child, &ended, 0) < 0 && errno == EINTR) continue;
     if (WIFEXITED(ended) && WEXITSTATUS(ended) == 0) return;
-    throw Failure("opening {} ends the process ({}), and so would a start; put a sound file in its place", path,
+    throw Failure("opening {} ends the process ({}); put a sound file in its place", path,
                   WIFSIGNALED(ended) ? strsignal(WTERMSIG(ended)) : "it exits");
 }
 
@@ -38,7 +38,7 @@ void try_library(const std::string& path) {
 void try_file(const std::string& path) {
     std::error_code error;
     if (std::filesystem::is_fifo(path, error))
-        throw Failure("{} is a FIFO, a start would wait for it; put a file in its place", path);
+        throw Failure("{} is a FIFO, whoever opens it waits; put a file in its place", path);
     if (path.ends_with(".so")) try_library(path);
 }
 

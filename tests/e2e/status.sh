@@ -8,6 +8,7 @@ whole=$(cd "$(dirname "$host")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 root=$work/agent
+ulimit -c 0
 failed=0
 export agentid=A-1 ZEL_LOG_LEVEL=info
 
@@ -148,8 +149,10 @@ for file in reshdl/config/zelreshdl.ini config/agent_cfg.json $lib/liblummb.so r
     [ $? -eq 1 ] && grep -q "$file is a FIFO" "$work/err" || fail "$(cat "$work/err")"
 done
 for path in lib/liblumutil.so $lib/libzeltrc.so; do
-    row "half of $path" 1 "$path ends the process (" "truncate -s 10000 $path"
+    row "start of $path" 1 "$path ends the process (" "truncate -s 10000 $path"
 done
+row "start of an unused module" 0 "libzeltrc.so ends the process (" "$pure; truncate -s 10000 $lib/libzeltrc.so"
+row "start of the adapter" 0 "libzellxadapter.so ends the process (" "truncate -s 8000 $lib/libzellxadapter.so"
 name=output
 "$host" status >/dev/full 2>"$work/err"
 [ $? -eq 1 ] && grep -q "cannot write standard output: No space left" "$work/err" || fail "a full disk is not said"
