@@ -144,9 +144,11 @@ std::string printable(std::string_view text) {
 
 Action prepare_status(CLI::App& app) {
     const auto options = std::make_shared<StatusOptions>();
-    app.description("Example: zelhost status\n\n" + app.get_description() +
-                    ": settings and where they come from, libraries, flag files, environment. Nothing is started or "
-                    "written. Exit code 1 when a start would fail; the log lines that would say so come first.");
+    app.description("Example: zelhost status\n\n" + app.get_description());
+    app.footer(
+        "Settings with where each comes from, subscription and mode, libraries and their functions, flag files and "
+        "environment. Nothing is started and nothing is written. When a start would fail, the log lines that would say "
+        "so come first, and the exit code is 1.");
     app.add_option("--root", options->root, "Agent folder; the one that zelhost stands in if not given")
         ->type_name("DIR");
     app.add_flag("--json", options->json, "One JSON object on one line, for programs");
