@@ -256,7 +256,7 @@ void Look::give_out() {
 
 int32_t zelcheck_folder_open(const char* root, zelcheck_trial_t trial, void* context, const zelcheck_folder** out) {
     try {
-        const zel::check::ModuleFolder folder(std::string(root) + "/reshdl/bin");
+        const zel::check::ModuleFolder folder((std::filesystem::path(root) / "reshdl/bin").string());
         auto look = std::make_unique<zel::check::Look>(root, trial, context);
         if (!look->look()) return -1;
         *out = look.release();
