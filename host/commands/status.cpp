@@ -75,8 +75,13 @@ Folder look_at(const fs::path& root) {
     return Folder(folder, zelcheck_folder_close);
 }
 
+struct Answer {
+    std::string text;
+    ExitCode code;
+};
+
 // The support library is opened first and for all, as by a session, so that the other libraries bind to it.
-ExitCode show(const fs::path& root, const StatusOptions& options, OutputFile& output) {
+Answer look(const fs::path& root, const StatusOptions& options) {
     std::error_code error;
     if (!fs::is_directory(root, error))
         throw Failure("{} is no folder; name an agent folder with --root", root.string());
@@ -89,24 +94,28 @@ ExitCode show(const fs::path& root, const StatusOptions& options, OutputFile& ou
     libraries.push_back({"plug-in", plugin_path, try_open(plugin, root / plugin_path)});
     const Folder folder = look_at(root);
     const Status status{root.string(), std::move(libraries), environment(), *folder};
-    output.write(options.json ? status_json(status) : status_text(status, Paint(options.color, STDOUT_FILENO)));
-    return status.starts() ? kDone : kFailed;
+    return {options.json ? status_json(status) : status_text(status, Paint(options.color, STDOUT_FILENO)),
+            status.starts() ? kDone : kFailed};
 }
 
 // A program gets an object in any case.
-ExitCode show_status(const StatusOptions& options) {
+Answer look_or_say_why_not(const StatusOptions& options) {
     const fs::path root = agent_root(options.root);
-    OutputFile output("-");
-    ExitCode code = kFailed;
     try {
-        code = show(root, options, output);
+        return look(root, options);
     } catch (const Failure& e) {
         if (!options.json) throw;
         console::message(e.what());
-        output.write(status_json(root.string(), e.what()));
+        return {status_json(root.string(), e.what()), kFailed};
     }
+}
+
+ExitCode show_status(const StatusOptions& options) {
+    const Answer answer = look_or_say_why_not(options);
+    OutputFile output("-");
+    output.write(answer.text);
     output.flush();
-    return code;
+    return answer.code;
 }
 
 }  // namespace

@@ -154,8 +154,11 @@ done
 row "start of an unused module" 0 "libzeltrc.so ends the process (" "$pure; truncate -s 10000 $lib/libzeltrc.so"
 row "start of the adapter" 0 "libzellxadapter.so ends the process (" "truncate -s 8000 $lib/libzellxadapter.so"
 name=output
-"$host" status >/dev/full 2>"$work/err"
-[ $? -eq 1 ] && grep -q "cannot write standard output: No space left" "$work/err" || fail "a full disk is not said"
+for form in --color=auto --json; do
+    "$host" status $form >/dev/full 2>"$work/err"
+    [ $? -eq 1 ] && [ "$(grep -c "cannot write standard output: No space left" "$work/err")" -eq 1 ] ||
+        fail "a full disk is not said once"
+done
 "$host" status 2>"$work/err" | head -c 1 >/dev/null
 [ "${PIPESTATUS[0]}" -eq 0 ] && [ ! -s "$work/err" ] || fail "a closed pipe is said"
 "$host" status --color always | grep -q $'\033' || fail "no colours"
