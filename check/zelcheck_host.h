@@ -64,6 +64,87 @@ void zelcheck_close(struct zelcheck* checker);
 int32_t zelcheck_document(struct zelcheck* checker, uint32_t event_id, const char* text, uint64_t size,
                           const struct zelcheck_result** result);
 
+/* --- agent folders --- */
+
+enum zelcheck_origin {
+    ZELCHECK_FROM_FILE = 0,
+    ZELCHECK_FROM_DEFAULT = 1,  // the default, since what is in the file does not count or is missing
+    ZELCHECK_FROM_ZERO = 2      // 0, since file or key is missing
+};
+
+struct zelcheck_setting {
+    const char* file;  // from the agent's root
+    const char* section;
+    const char* key;
+    uint64_t value;  // in force after a start
+    enum zelcheck_origin origin;
+    const char* reason;  // why the value is not what stands in the file; "" when it is
+    const char* text;    // as it stands in the file; null when there is none
+    uint64_t otherwise;  // the default
+    uint64_t lowest;
+    uint64_t highest;
+    int32_t base;  // 0: decimal, hexadecimal and octal forms; 10: decimal alone
+};
+
+struct zelcheck_function {
+    const char* name;
+    int32_t found;  // 1 or 0
+};
+
+// A library that the plug-in opens.
+struct zelcheck_library {
+    const char* title;
+    const char* path;    // from the agent's root
+    int32_t required;    // a start fails without it
+    int32_t used;        // 0: pure mode does without
+    int32_t complete;    // it can be opened and has all functions
+    const char* reason;  // the loader's words when it cannot be opened, else null
+    const char* use;     // what it is for
+    const struct zelcheck_function* functions;
+    size_t function_count;
+};
+
+struct zelcheck_flag {
+    const char* path;
+    int32_t present;
+    const char* effect;  // of being there or of not being there, as it is
+};
+
+// What a start of the plug-in in an agent folder would do, as far as that can be known without one.
+struct zelcheck_folder {
+    int32_t starts;                     // 1 when no step that was looked at fails
+    const struct zelcheck_line* lines;  // ERROR and WARN lines of a start, up to the failure
+    size_t line_count;
+    size_t failure;  // the first of the lines that say why; line_count when the start succeeds
+
+    int32_t pure_mode;
+    const char* mode_reason;
+    int32_t tracing;               // traces are made
+    const uint32_t* subscription;  // the events that the bus is told
+    size_t subscription_count;
+    const char* report_version;  // in trace reports
+    int32_t version_from_file;
+    const char* report_agent_id;
+
+    const struct zelcheck_setting* settings;
+    size_t setting_count;
+    const struct zelcheck_library* libraries;
+    size_t library_count;
+    const struct zelcheck_flag* flags;
+    size_t flag_count;
+};
+
+// Null when the file may be opened; otherwise the reason, which is valid until the next call. A FIFO would hold the
+// look up, and a bad library may end the process that opens it.
+typedef const char* (*zelcheck_trial_t)(void* context, const char* path);
+
+// Looks at the agent whose root is `root`, an absolute path. It starts nothing and writes nothing, but it opens the
+// agent's libraries, which runs their constructors. Each file is tried before it is opened. -1 also when a file that a
+// start opens may not be opened: that was the last trial. Not while a checker is open.
+int32_t zelcheck_folder_open(const char* root, zelcheck_trial_t trial, void* context,
+                             const struct zelcheck_folder** out);
+void zelcheck_folder_close(const struct zelcheck_folder* folder);
+
 #ifdef __cplusplus
 }
 #endif

@@ -153,9 +153,7 @@ private:
 // --- the command line ---
 
 constexpr const char* kFooter =
-    R"(Example: zelhost check scenarios/demo.jsonl
-
-Input: alert documents. A file is one document when its first line opens an
+    R"(Input: alert documents. A file is one document when its first line opens an
 object or a list that it does not close, and the next line can go on with it.
 Otherwise each line is a document, or a line of a script for zelhost run, of
 which "alert", "json" or "text" of the events 1536 and 1538 is taken. Other

@@ -21,5 +21,6 @@ Action prepare_graph(CLI::App& app);
 Action prepare_run(CLI::App& app);
 Action prepare_decode(CLI::App& app);
 Action prepare_check(CLI::App& app);
+Action prepare_status(CLI::App& app);
 
 }  // namespace zelhost

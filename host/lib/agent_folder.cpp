@@ -40,10 +40,14 @@ void write_setting(const fs::path& path, const Setting& setting) {
     if (!out.flush()) throw Failure("cannot write {}: {}", path.string(), strerror(errno));
 }
 
-// zelhost stands in the bin folder of an agent.
-fs::path folder_of_executable() { return fs::read_symlink("/proc/self/exe").parent_path().parent_path(); }
-
 }  // namespace
+
+// zelhost stands in the bin folder of an agent.
+fs::path agent_root(const std::string& root) {
+    if (root.empty()) return fs::read_symlink("/proc/self/exe").parent_path().parent_path();
+    std::error_code error;
+    return fs::absolute(root, error);
+}
 
 // A value may hold any character but a line end; file, section and key end at the first colon or equals sign.
 Setting parse_setting(const std::string& text) {
@@ -62,7 +66,7 @@ Setting parse_setting(const std::string& text) {
 // The plug-in is the one file without which nothing works; other libraries are missed when they are opened.
 AgentFolder::AgentFolder(const std::string& root, const std::vector<Setting>& settings) {
     std::error_code error;
-    root_ = root.empty() ? folder_of_executable() : fs::absolute(root, error);
+    root_ = agent_root(root);
     if (!fs::exists(plugin(), error))
         throw Failure("{} is no agent folder, {} is not there; name one with --root", root_.string(),
                       plugin().string());

@@ -18,12 +18,16 @@ struct Setting {
 // Parses FILE:SECTION:KEY=VALUE. Throws Failure when it has another form or names an unknown file.
 Setting parse_setting(const std::string& text);
 
+// The root that a command line names: absolute, not checked. Empty stands for the folder above the one that holds the
+// executable.
+std::filesystem::path agent_root(const std::string& root);
+
 // Owns the copy, if there is one, and removes it at its end. Everything that is loaded from the folder must be closed
 // by then.
 class AgentFolder {
 public:
-    // `root` empty: the folder above the one that holds the executable. With settings the folder is copied first, since
-    // a library finds its files from the place it was loaded from. Throws Failure when it is no agent folder.
+    // `root` as of agent_root. With settings the folder is copied first, since a library finds its files from the place
+    // it was loaded from. Throws Failure when it is no agent folder.
     AgentFolder(const std::string& root, const std::vector<Setting>& settings);
     ~AgentFolder();
     AgentFolder(const AgentFolder&) = delete;

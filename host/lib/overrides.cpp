@@ -63,6 +63,10 @@ OVERRIDE int access(const char* path, int mode) noexcept {
     return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, redirected(path).c_str(), mode));
 }
 
+OVERRIDE int faccessat(int folder, const char* path, int mode, int) noexcept {
+    return static_cast<int>(syscall(SYS_faccessat, folder, redirected(path).c_str(), mode));
+}
+
 namespace zelhost::overrides {
 
 void redirect_flag_folder(const std::string& folder) { g_flag_folder = strdup(folder.c_str()); }

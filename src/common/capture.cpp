@@ -11,7 +11,6 @@
 namespace {
 
 constexpr const char* kFolder = "/root/kq-agent/";
-constexpr const char* kFlagFile = "/root/kq-agent/reshdlproto_flag";
 constexpr const char* kFileNames[] = {"ioa_alarm.data", "ioa_trc.data",   "ioc_alarm.data",
                                       "ioc_trc.data",   "kov_alarm.data", "kov_trc.data"};
 constexpr size_t kPathSize = 64;     // the longest path, a side file's, has 37 characters
@@ -36,8 +35,7 @@ void write_file(const char* path, const char* mode, const void* data, size_t siz
 
 void CaptureData(const char* pBuffer, uint64_t uSize, CaptureKind eKind) {
     // The flag file is looked up at each call. A look-up costs little beside a report, and no restart is needed.
-    const File flag(fopen(kFlagFile, "r"));
-    if (flag == nullptr) {
+    if (!is_capture_on()) {
         LOG_DEBUG("reshdlproto_flag not exist");
         return;
     }

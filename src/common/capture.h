@@ -4,6 +4,10 @@
 
 #include <cstdint>
 
+inline constexpr const char* kCaptureFlag = "/root/kq-agent/reshdlproto_flag";
+// Whether the flag file is there and can be read.
+bool is_capture_on();
+
 // Which file a copy goes to. The values are the rows of the table of file names.
 enum class CaptureKind : uint32_t {
     ioa_alarm = 0,

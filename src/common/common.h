@@ -4,6 +4,10 @@
 #include <cstdint>
 #include <string>
 
+namespace zel {
+struct SettingSource;
+}
+
 namespace CltCommon {
 
 // Makes a random GUID. It writes 36 characters and a terminator to pszGuid, which must have room for 37. The size is
@@ -17,14 +21,15 @@ void FileTimeToString(std::string& strTime, uint64_t uTime);
 //
 // A key or a file that cannot be read counts as the value 0, which is then tested like any other value. With a lowest
 // value of 0 the result is therefore 0 and not the default. A WARN line says that reading failed. The file is read anew
-// at each call. Limits that make no sense are an assertion failure.
+// at each call. Limits that make no sense are an assertion failure. `source` receives where the value comes from.
 //
 // IniGetUintExA reads with base 0, so "0x10" and "020" are both 16.
 unsigned long IniGetUintExA(const char* pszSection, const char* pszKey, unsigned int uiDefault, unsigned int uiMinLimit,
-                            unsigned int uiMaxLimit, const char* pszFilename);
+                            unsigned int uiMaxLimit, const char* pszFilename, zel::SettingSource* source = nullptr);
 // IniGetDoubleExA reads integers in spite of its name, with base 10: "0x10" is 0.
 unsigned long IniGetDoubleExA(const char* pszSection, const char* pszKey, unsigned long dDefault,
-                              unsigned long dMinLimit, unsigned long dMaxLimit, const char* pszFilename);
+                              unsigned long dMinLimit, unsigned long dMaxLimit, const char* pszFilename,
+                              zel::SettingSource* source = nullptr);
 
 }  // namespace CltCommon
 

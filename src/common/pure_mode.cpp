@@ -8,15 +8,20 @@
 bool zel::PureMode::enabled() {
     int answer = answer_.load(std::memory_order_relaxed);
     if (answer == kUnknown) {
-        answer = CheckAdvthreatsEnable("advthreats_module") != 0 ? 0 : 1;
+        answer = CheckAdvthreatsEnable(kPureModeSection) != 0 ? 0 : 1;
         answer_.store(answer, std::memory_order_relaxed);
     }
     return answer == 1;
 }
 
-int CheckAdvthreatsEnable(const char* pszSection) {
-    const zel::IniFile ini = zel::load_ini(zel::module_path("@/../../config/zel_pure_mode.ini").c_str());
+int CheckAdvthreatsEnable(const char* pszSection, zel::SettingSource* source) {
+    zel::note_found(source, zel::SettingSource::no_file);
+    const zel::IniFile ini = zel::load_ini(zel::module_path(zel::kPureModeFile).c_str());
     if (ini == nullptr) return 1;
-    const char* text = zel_ini_file_get(ini.get(), pszSection, "enable");
+    const char* text = zel_ini_file_get(ini.get(), pszSection, zel::kPureModeKey);
+    if (text == nullptr)
+        zel::note_found(source, zel::SettingSource::no_key);
+    else
+        zel::note_found(source, zel::SettingSource::in_file, text);
     return text != nullptr && strtoul(text, nullptr, 10) != 0 ? 1 : 0;
 }

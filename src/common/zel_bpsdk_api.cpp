@@ -27,7 +27,32 @@ void put(char (&out)[N], std::string_view text) {
     memcpy(out, text.data(), text.size() < N ? text.size() : N - 1);
 }
 
+using Binding = ZelBpSdkApi::Binding;
+
+template <auto Member>
+void find(Binding& binding, const char* name) {
+    zel::reporting_symbol(binding.m_hBpSdk, name, binding.*Member);
+}
+
+// In the order in which they are looked up.
+constexpr struct {
+    const char* name;
+    void (*find)(Binding& binding, const char* name);
+} kSdkFunctions[] = {
+    {"zel_bp_trace", find<&Binding::m_zel_bp_trace>},
+    {"zel_bp_trace_unicode", find<&Binding::m_zel_bp_trace_unicode>},
+    {"zel_bp_trace_utf8", find<&Binding::m_zel_bp_trace_utf8>},
+    {"zel_bp_other", find<&Binding::m_zel_bp_other>},
+    {"zel_bp_init", find<&Binding::m_zel_bp_init>},
+    {"zel_bp_uninit", find<&Binding::m_zel_bp_uninit>},
+};
+constexpr auto kSdkNames = zel::names_of(kSdkFunctions);
+constexpr const char* kGetHostId = "oda_get_hostid";
+
 }  // namespace
+
+constinit const zel::LibraryRow kBpSdk{"@/../../lib/libzel_bpsdk.so", kSdkNames, zel::kReportingPathSize};
+constinit const zel::LibraryRow kOdaIpc{"@/../lib/libodaipc.so", {&kGetHostId, 1}, zel::kReportingPathSize};
 
 int32_t zel::open_reporting_library(const char* path, void** handle) {
     if (path == nullptr || path[0] == '\0' || handle == nullptr) return -1;
@@ -44,28 +69,26 @@ ZelBpSdkApi& ZelBpSdkApi::Instance() {
 
 void ZelBpSdkApi::Init() {
     Binding binding;
-    binding.load_sdk();
-    binding.load_ipc();
+    binding.open_sdk();
+    binding.start_sdk();
+    binding.open_ipc();
     binding.read_version();
     binding.read_agent_id();
     const zel::Lock lock(mutex_);
     binding_ = binding;
 }
 
-void ZelBpSdkApi::Binding::load_sdk() {
-    const int32_t result = zel::open_reporting_library(
-        zel::module_path("@/../../lib/libzel_bpsdk.so", zel::kReportingPathSize).c_str(), &m_hBpSdk);
+void ZelBpSdkApi::Binding::open_sdk() {
+    const int32_t result = zel::open_reporting_library(kBpSdk.where().c_str(), &m_hBpSdk);
     if (result != 0) {
         LOG_ERROR("dll open zel_bpsdk failed, errcode:0x%08x", static_cast<uint32_t>(result));
         return;
     }
     LOG_INFO("dll open zel_bpsdk success");
-    zel::reporting_symbol(m_hBpSdk, "zel_bp_trace", m_zel_bp_trace);
-    zel::reporting_symbol(m_hBpSdk, "zel_bp_trace_unicode", m_zel_bp_trace_unicode);
-    zel::reporting_symbol(m_hBpSdk, "zel_bp_trace_utf8", m_zel_bp_trace_utf8);
-    zel::reporting_symbol(m_hBpSdk, "zel_bp_other", m_zel_bp_other);
-    zel::reporting_symbol(m_hBpSdk, "zel_bp_init", m_zel_bp_init);
-    zel::reporting_symbol(m_hBpSdk, "zel_bp_uninit", m_zel_bp_uninit);
+    for (const auto& function : kSdkFunctions) function.find(*this, function.name);
+}
+
+void ZelBpSdkApi::Binding::start_sdk() const {
     if (m_zel_bp_init == nullptr) return;
     const int32_t started = m_zel_bp_init();
     if (started != 0)
@@ -74,23 +97,22 @@ void ZelBpSdkApi::Binding::load_sdk() {
         LOG_INFO("init zel_bpsdk success");
 }
 
-void ZelBpSdkApi::Binding::load_ipc() {
-    if (zel::open_reporting_library(zel::module_path("@/../lib/libodaipc.so", zel::kReportingPathSize).c_str(),
-                                    &m_hIpc) == 0)
-        zel::reporting_symbol(m_hIpc, "oda_get_hostid", m_oda_get_hostid);
+void ZelBpSdkApi::Binding::open_ipc() {
+    if (zel::open_reporting_library(kOdaIpc.where().c_str(), &m_hIpc) == 0)
+        zel::reporting_symbol(m_hIpc, kGetHostId, m_oda_get_hostid);
 }
 
-void ZelBpSdkApi::Binding::read_version() {
+bool ZelBpSdkApi::Binding::read_version() {
     // JSON_DECODE_ANY. A file without a version leaves the built-in one.
     constexpr size_t kDecodeAny = 4;
     const std::unique_ptr<json_t, decltype(&json_decref)> root(
-        json_load_file(zel::module_path("@/../../config/agent_cfg.json", zel::kReportingPathSize).c_str(), kDecodeAny,
-                       nullptr),
+        json_load_file(zel::module_path(kAgentConfig, zel::kReportingPathSize).c_str(), kDecodeAny, nullptr),
         &json_decref);
     const char* components = json_string_value(json_object_get(json_object_get(root.get(), "version"), "components"));
-    if (components == nullptr) return;
+    if (components == nullptr) return false;
     memset(szVersion, 0, sizeof szVersion);
     put(szVersion, components);
+    return true;
 }
 
 void ZelBpSdkApi::Binding::read_agent_id() {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 
+#include "common/module_path.h"
 #include "common/mutex.h"
 #include "platform/zel_bp.h"
 
@@ -25,7 +26,14 @@ void reporting_symbol(void* handle, const char* name, F*& function) {
 
 }  // namespace zel
 
+extern const zel::LibraryRow kBpSdk;
+extern const zel::LibraryRow kOdaIpc;
+// The agent's version stands here.
+inline constexpr const char* kAgentConfig = "@/../../config/agent_cfg.json";
+
 class ZelBpSdkApi {
+    using Unused = int32_t();  // looked up as the agent expects; nothing calls them
+
 public:
     // Empty at first and made at the first call. It is never destroyed, because the bus thread may report through it at
     // any time.
@@ -40,15 +48,14 @@ public:
     // Reports that the delay queue is more than half full. Does nothing without the SDK. Any thread.
     void report_busy(size_t events, size_t traces, size_t delayed) const;
 
-private:
-    using Unused = int32_t();  // looked up as the agent expects; nothing calls them
-
-    // All that Init finds. A report copies it, so that no lock is held during the call into the SDK.
+    // All that Init finds. A report copies it, so that no lock is held during the call into the SDK. Init takes these
+    // steps in this order; whoever only looks at an agent leaves start_sdk out.
     struct Binding {
-        void load_sdk();
-        void load_ipc();
-        void read_version();
-        void read_agent_id();
+        void open_sdk();
+        void start_sdk() const;
+        void open_ipc();
+        bool read_version();   // false: the built-in one stays
+        void read_agent_id();  // of the environment
 
         void* m_hBpSdk = nullptr;
         void* m_hIpc = nullptr;
@@ -63,6 +70,7 @@ private:
         char szAgentId[32] = "0000000000";  // no terminator when the id has 32 bytes or more
     };
 
+private:
     mutable zel::PlainMutex mutex_;
     Binding binding_ GUARDED_BY(mutex_);
 };

@@ -4,6 +4,14 @@
 
 #include "decode/decode_state.h"
 
+namespace {
+
+constexpr const char* kSelect = "SelectProcTree";
+
+}  // namespace
+
+constinit const zel::LibraryRow kAdapter{"@/../lib/libzellxadapter.so", {&kSelect, 1}, 260};
+
 // A first call that fails for want of memory leaves nothing, and the next one tries again.
 ProcessTreeSelector& ProcessTreeSelector::Instance() {
     static ProcessTreeSelector& selector =
@@ -12,10 +20,9 @@ ProcessTreeSelector& ProcessTreeSelector::Instance() {
 }
 
 ProcessTreeSelector::ProcessTreeSelector() {
-    constexpr uint32_t kAdapterPathSize = 260;
-    hModule.open(zel::module_path("@/../lib/libzellxadapter.so", kAdapterPathSize));
+    hModule.open(kAdapter.where());
     if (hModule.handle() == nullptr) return;
-    hModule.get("SelectProcTree", pfnSelectProcTree);
+    hModule.get(kSelect, pfnSelectProcTree);
     if (pfnSelectProcTree == nullptr) hModule.close();
 }
 

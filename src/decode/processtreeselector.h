@@ -7,6 +7,8 @@
 
 #include "common/module_path.h"
 
+extern const zel::LibraryRow kAdapter;
+
 class ProcessTreeSelector {
 public:
     // Made at the first call, which loads the adapter library; works without it. The decoder's state owns it.

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr const char* kFilterOffFlag = "/root/kq-agent/alert_filter_disable_flag";
-
 // A missing key reads as 0, and 0 is tested against the limits. So only a key whose lowest value is above 0 falls back
 // to its default; every other key is 0 then. So a file without "trc_times" turns tracing off.
 constexpr SettingRow kRows[] = {

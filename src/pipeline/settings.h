@@ -9,6 +9,9 @@
 #include "common/relaxed.h"
 #include "common/setting.h"
 
+// While this file exists at a start, the repeat filter is off.
+inline constexpr const char* kFilterOffFlag = "/root/kq-agent/alert_filter_disable_flag";
+
 struct Settings {
     using Value = std::atomic<uint64_t>;
 

@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr const char* kUpdateDb = "ds_update_db";
+
 template <auto Member>
 int32_t bind(TrcFunctionTable& table, const char* name) {
     return table.hModule.get(name, table.*Member);
@@ -28,6 +30,8 @@ constexpr struct {
     {"trace_event_coordinate_dispose_trc", bind<&TrcFunctionTable::trace_event_coordinate_dispose_trc>},
 };
 
+constexpr auto kTrcNames = zel::names_of(kTrcFunctions);
+
 void log_imported() { LOG_WARN("The module has been imported."); }
 
 void log_no_address(int32_t result) { LOG_ERROR("dll_get_addr failed!0x%08x", static_cast<uint32_t>(result)); }
@@ -39,7 +43,50 @@ struct ResetPeriodEnd {
     ~ResetPeriodEnd() { g_iResetDb.store(0); }
 };
 
+// A table is given out only when it is complete, so a caller never sees a module with half of its functions.
+std::shared_ptr<DsFunctionTable> open_data_store() {
+    auto table = std::make_shared<DsFunctionTable>();
+    int32_t result = table->hModule.open(kDataStore.where());
+    if (result < 0 || table->hModule.handle() == nullptr) {
+        LOG_ERROR("ds dll open failed!0x%08x", static_cast<uint32_t>(result));
+        return nullptr;
+    }
+    result = table->hModule.get(kUpdateDb, table->ds_update_db);
+    if (result >= 0) return table;
+    table->hModule.close();
+    log_no_address(result);
+    return nullptr;
+}
+
+std::shared_ptr<TrcFunctionTable> open_trace_module(const DsFunctionTable* data_store) {
+    auto table = std::make_shared<TrcFunctionTable>();
+    int32_t result = table->hModule.open(kTraceModule.where());
+    // Without the data store a trace has nothing to work on.
+    if (result < 0 || data_store == nullptr) {
+        LOG_ERROR("zeltrc dll open failed!0x%08x", static_cast<uint32_t>(result));
+        return nullptr;
+    }
+    for (const auto& function : kTrcFunctions) {
+        result = function.bind(*table, function.name);
+        if (result >= 0) continue;
+        table->hModule.close();
+        log_no_address(result);
+        return nullptr;
+    }
+    return table;
+}
+
 }  // namespace
+
+constinit const zel::LibraryRow kDataStore{"@/../lib/libzelds.so", {&kUpdateDb, 1}};
+constinit const zel::LibraryRow kTraceModule{"@/../lib/libzeltrc.so", kTrcNames};
+
+bool SiblingModules::can_load() {
+    const auto data_store = open_data_store();
+    if (data_store != nullptr && open_trace_module(data_store.get()) != nullptr) return true;
+    log_not_loaded();
+    return false;
+}
 
 // A failure leaves everything as it is: the caller ends a failed start with `unload`.
 bool SiblingModules::load() {
@@ -55,24 +102,13 @@ bool SiblingModules::load() {
     return false;
 }
 
-// The table is bound only when it is complete, so a caller never sees a module with half of its functions.
 bool SiblingModules::LoadDsModule() {
     if (m_dsModule.get() != nullptr) {
         log_imported();
         return true;
     }
-    auto table = std::make_shared<DsFunctionTable>();
-    int32_t result = table->hModule.open(zel::module_path("@/../lib/libzelds.so"));
-    if (result < 0 || table->hModule.handle() == nullptr) {
-        LOG_ERROR("ds dll open failed!0x%08x", static_cast<uint32_t>(result));
-        return false;
-    }
-    result = table->hModule.get("ds_update_db", table->ds_update_db);
-    if (result < 0) {
-        table->hModule.close();
-        log_no_address(result);
-        return false;
-    }
+    auto table = open_data_store();
+    if (table == nullptr) return false;
     m_dsModule.exchange(std::move(table));
     return true;
 }
@@ -82,20 +118,8 @@ bool SiblingModules::LoadTrcModule() {
         log_imported();
         return true;
     }
-    auto table = std::make_shared<TrcFunctionTable>();
-    int32_t result = table->hModule.open(zel::module_path("@/../lib/libzeltrc.so"));
-    // The second test is on the data store, without which a trace has nothing to work on.
-    if (result < 0 || m_dsModule.get() == nullptr) {
-        LOG_ERROR("zeltrc dll open failed!0x%08x", static_cast<uint32_t>(result));
-        return false;
-    }
-    for (const auto& function : kTrcFunctions) {
-        result = function.bind(*table, function.name);
-        if (result >= 0) continue;
-        table->hModule.close();
-        log_no_address(result);
-        return false;
-    }
+    auto table = open_trace_module(m_dsModule.get().get());
+    if (table == nullptr) return false;
     g_trcModule.exchange(std::move(table));
     return true;
 }

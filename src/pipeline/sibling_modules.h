@@ -12,6 +12,9 @@
 #include "common/snapshot.h"
 #include "platform/zel_trc.h"
 
+extern const zel::LibraryRow kDataStore;
+extern const zel::LibraryRow kTraceModule;
+
 // The data store that is bound at the moment.
 struct DsFunctionTable {
     zel::Dll hModule;
@@ -26,6 +29,9 @@ public:
     // For a start: loads both modules and starts the trace module. False after an ERROR line; may also throw
     // std::bad_alloc. In both cases `unload` undoes what was done.
     bool load() EXCLUDES(mutex_);
+    // Whether `load` would find both modules with all their functions outside pure mode: it opens and closes them and
+    // starts nothing. False after the ERROR lines of a load that fails. Throws std::bad_alloc.
+    static bool can_load();
     // For a stop: stops the trace module and unloads both. Does nothing to a module that is not loaded.
     void unload() EXCLUDES(mutex_);
 

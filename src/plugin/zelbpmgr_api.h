@@ -2,7 +2,12 @@
 // reported, and all else works. Only plugin_init and plugin_uninit use it, so there is no lock.
 #pragma once
 
+#include <source_location>
+
+#include "common/module_path.h"
 #include "platform/zel_bp.h"
+
+extern const zel::LibraryRow kBpManager;
 
 class ZelbpmgrApi {
 public:
@@ -19,6 +24,9 @@ public:
     // Registers a callback for a module; null unregisters it. False when there is no manager. The manager's own answer
     // is not looked at.
     bool Register(const char* module, zel_report_cb_t callback) const;
+    bool can_register() const { return m_register_report_cb != nullptr; }
+    // The WARN line for a callback that the manager does not get, in the name of the caller.
+    static void log_not_registered(std::source_location where = std::source_location::current());
 
 private:
     void* m_hBpMgr = nullptr;

@@ -26,8 +26,7 @@ int exported(Body body) {
 }
 
 void register_report(const char* module, zel_report_cb_t callback) {
-    // The text never showed the name; operators know it so.
-    if (!ZelbpmgrApi::Instance().Register(module, callback)) LOG_WARN("[ZEL_BPMGR_REGISTER] module_name: %% error.");
+    if (!ZelbpmgrApi::Instance().Register(module, callback)) ZelbpmgrApi::log_not_registered();
 }
 
 // Attaches to the bus unless an earlier start has done so, and starts the pipeline. A start that fails at any step,
@@ -39,7 +38,7 @@ bool start_work(CResultProcEngine& engine) {
     bool attached = attached_before;
     if (!attached) {
         zel::guarded("attachment", [&] { attached = engine.LoadMbDll(); });
-        if (!attached) LOG_ERROR("LoadMbDll failed!");
+        if (!attached) log_no_bus();
     }
     if (attached && g_reshdlWork.Init()) return true;
     engine.Detach();
@@ -67,8 +66,7 @@ int plugin_init(void) {
         // Reporting comes first. Without it the start goes on.
         ZelBpSdkApi::Instance().Init();
         ZelbpmgrApi::Instance().Init();
-        register_report("zelreshdl", &zelreshdlBpFunc);
-        register_report("zeltrc", &zeltrcBpFunc);
+        for (const ReportRow& row : kReports) register_report(row.module, row.callback);
         // A start begins with figures of 0; what an earlier run counted and did not report is gone.
         g_liveTraceCost.reset();
         g_reportTraceCost.reset();
@@ -92,8 +90,7 @@ int plugin_uninit(void) {
         g_reshdlWork.Uninit();
         ZelbpmgrApi& manager = ZelbpmgrApi::Instance();
         // Until here the manager may still ask: the figures outlive the pipeline.
-        manager.Register("zelreshdl", nullptr);
-        manager.Register("zeltrc", nullptr);
+        for (const ReportRow& row : kReports) manager.Register(row.module, nullptr);
         manager.Close();
     });
     return 0;

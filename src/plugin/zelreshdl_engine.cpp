@@ -27,6 +27,7 @@ constexpr int32_t kNotAdvised = static_cast<int32_t>(0x80004005);
 constexpr uint32_t kPluginKind = 1;
 constexpr uint32_t kAdviseFlag = 1;
 constexpr uint32_t kPluginOption = 0x10000;
+constexpr const char* kGetClassObject = "DllGetClassObject";
 
 // The bus gets the tables exactly as they stand here. 1538 stands twice, and both the order and the doubled entry are
 // kept.
@@ -50,6 +51,8 @@ constexpr MbFrame::EventTableEntry kPureModeTable[] = {{event_id::brute_force, 1
 void log_no_data() { LOG_ERROR("GetNativeEventData failed!"); }
 
 }  // namespace
+
+constinit const zel::LibraryRow kBus{"@/../lib/liblummb.so", {&kGetClassObject, 1}};
 
 std::span<const MbFrame::EventTableEntry> subscription_table(bool pure_mode) {
     if (pure_mode) return kPureModeTable;
@@ -93,26 +96,31 @@ int32_t CResultProcEngine::GetPluginKind(uint32_t* out) {
 
 bool CResultProcEngine::LoadMbDll() {
     if (m_hMbModule.handle() != nullptr) return true;
-    const int32_t result = m_hMbModule.open(zel::module_path("@/../lib/liblummb.so"));
-    if (result != 0) {
-        LOG_ERROR("mb dll open failed!0x%08x", static_cast<uint32_t>(result));
-        return false;
-    }
-    if (attach()) return true;
+    if (!open_bus(m_hMbModule)) return false;
+    MbFrame::DllGetClassObject_t get_class_object = nullptr;
+    if (find_class_object(m_hMbModule, get_class_object) && attach(get_class_object)) return true;
     Detach();
     return false;
 }
 
-bool CResultProcEngine::attach() {
-    // Each failure from here on is undone by the caller.
-    int32_t (*get_class_object)(const InterfaceId*, const InterfaceId*, void**) = nullptr;
-    int32_t result = m_hMbModule.get("DllGetClassObject", get_class_object);
-    if (result != 0) {
-        LOG_ERROR("mb dll_get_addr failed!0x%08x", static_cast<uint32_t>(result));
-        return false;
-    }
+bool open_bus(zel::Dll& bus) {
+    const int32_t result = bus.open(kBus.where());
+    if (result != 0) LOG_ERROR("mb dll open failed!0x%08x", static_cast<uint32_t>(result));
+    return result == 0;
+}
+
+bool find_class_object(const zel::Dll& bus, MbFrame::DllGetClassObject_t& function) {
+    const int32_t result = bus.get(kGetClassObject, function);
+    if (result != 0) LOG_ERROR("mb dll_get_addr failed!0x%08x", static_cast<uint32_t>(result));
+    return result == 0;
+}
+
+void log_no_bus(std::source_location where) { LOG_ERROR_AT(where, "LoadMbDll failed!"); }
+
+// Each failure is undone by the caller.
+bool CResultProcEngine::attach(MbFrame::DllGetClassObject_t get_class_object) {
     void* frame = nullptr;
-    result = get_class_object(&kNoClassId, &kIidRtmFrame, &frame);
+    int32_t result = get_class_object(&kNoClassId, &kIidRtmFrame, &frame);
     // Kept before the answer is looked at, so that a reference that came with a failure is given back as well.
     m_pRtmFrame = static_cast<MbFrame::IRtmFrame*>(frame);
     if (result != 0 || m_pRtmFrame == nullptr) {

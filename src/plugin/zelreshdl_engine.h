@@ -4,6 +4,7 @@
 // Detach are called by start and stop, which never run at the same time.
 #pragma once
 
+#include <source_location>
 #include <span>
 
 #include "common/module_path.h"
@@ -47,7 +48,7 @@ public:
     void Detach();
 
 private:
-    bool attach();
+    bool attach(MbFrame::DllGetClassObject_t get_class_object);
     void handle_event(MbFrame::IEvent& event);
     void handle_dns_hit(MbFrame::IEvent& event);
     // The data of an event that carries a buffer; null after a log line. The data belongs to the event and lives as
@@ -58,6 +59,14 @@ private:
     MbFrame::IRtmFrame* m_pRtmFrame = nullptr;  // one reference; null when not attached
     zel::PureMode m_pureMode;
 };
+
+// The first two steps of LoadMbDll: opens the bus, and looks up the function that gives its frame. Both are false after
+// an ERROR line. Throw std::bad_alloc.
+extern const zel::LibraryRow kBus;
+bool open_bus(zel::Dll& bus);
+bool find_class_object(const zel::Dll& bus, MbFrame::DllGetClassObject_t& function);
+// The ERROR line of a start that is not attached, in the name of the caller.
+void log_no_bus(std::source_location where = std::source_location::current());
 
 // The events that the bus is told to deliver. The entries are constants and live as long as the process.
 std::span<const MbFrame::EventTableEntry> subscription_table(bool pure_mode);

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/zel_bp.h"
+
 // The plug-in's figures as the JSON member "BP_ZELRESHDL":{...}, without enclosing braces: the manager joins the
 // members of all modules. Throws std::bad_alloc.
 std::string getZelreshdlDataInfo();
@@ -16,3 +18,10 @@ int zelreshdlBpFunc(char* buffer, uint32_t size);
 // Keeps the trace costs of the period with the slowest single trace for the next report. The arguments are not used.
 // Always 1.
 int zeltrcBpFunc(char* buffer, uint32_t size);
+
+// The names under which the manager knows the callbacks, in the order in which they are registered.
+struct ReportRow {
+    const char* module;
+    zel_report_cb_t callback;
+};
+inline constexpr ReportRow kReports[] = {{"zelreshdl", &zelreshdlBpFunc}, {"zeltrc", &zeltrcBpFunc}};

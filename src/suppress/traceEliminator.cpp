@@ -7,34 +7,41 @@
 #include "common/ini_file.h"
 #include "common/log.h"
 #include "common/module_path.h"
-#include "common/setting.h"
 #include "common/statistics.h"
-
-namespace {
 
 // This file belongs to the trace module, so it has a reader of its own with other rules: a missing key gives the
 // default and not 0, and a number is cut to 32 bits before it is tested.
-constexpr zel::Setting kSkipLevel = {"@/../config/zeltrc.ini", "trace_setting", "skip_behavior_level", 2, 0, 5, 0};
+constinit const zel::Setting kSkipLevel{"@/../config/zeltrc.ini", "trace_setting", "skip_behavior_level", 2, 0, 5, 0};
+
+namespace {
 
 constexpr uint32_t kLowestMaxDelay = 60000;
 constexpr uint32_t kHighestMaxDelay = 36000000;
 
-uint32_t read_level(void* ini) {
+uint32_t read_level(void* ini, zel::SettingSource* source) {
     const char* text = zel_ini_file_get(ini, kSkipLevel.section, kSkipLevel.key);
     if (text == nullptr) {
+        zel::note_found(source, zel::SettingSource::no_key);
+        zel::note_counted(source, 0, true);
         LOG_WARN("ini_file_get section : %s , key : %s failed", kSkipLevel.section, kSkipLevel.key);
         return kSkipLevel.otherwise;
     }
+    zel::note_found(source, zel::SettingSource::in_file, text);
     const auto level = static_cast<uint32_t>(strtoul(text, nullptr, kSkipLevel.base));
-    if (level < kSkipLevel.lowest || level > kSkipLevel.highest) {
+    const bool is_outside = level < kSkipLevel.lowest || level > kSkipLevel.highest;
+    zel::note_counted(source, level, is_outside);
+    if (is_outside) {
         LOG_WARN("section : %s , key : %s failed over the limit", kSkipLevel.section, kSkipLevel.key);
         return kSkipLevel.otherwise;
     }
     return level;
 }
 
-// Each failure is a WARN line and gives the default, 2.
-uint32_t load_skip_level() {
+}  // namespace
+
+uint32_t read_skip_level(zel::SettingSource* source) {
+    zel::note_found(source, zel::SettingSource::no_file);
+    zel::note_counted(source, 0, true);
     const std::string path = zel::module_path(kSkipLevel.file);
     LOG_INFO("get %s file path %s", kSkipLevel.file, path.c_str());
     if (zel_path_is_exist_u(path.c_str()) == 0) {
@@ -46,10 +53,8 @@ uint32_t load_skip_level() {
         LOG_WARN("file path %s ini_file_load error", path.c_str());
         return kSkipLevel.otherwise;
     }
-    return read_level(ini.get());
+    return read_level(ini.get(), source);
 }
-
-}  // namespace
 
 bool TraceEliminator::Init() {
     if (!mutex_.init()) {
@@ -57,7 +62,7 @@ bool TraceEliminator::Init() {
         return false;
     }
     max_delay_.store(static_cast<int32_t>(kLowestMaxDelay), std::memory_order_relaxed);
-    skip_behavior_level_ = static_cast<int32_t>(load_skip_level());
+    skip_behavior_level_ = static_cast<int32_t>(read_skip_level());
     LOG_INFO("max skip behavior level: %d", skip_behavior_level_);
     return true;
 }

@@ -18,6 +18,12 @@
 
 #include "common/delay_node.h"
 #include "common/mutex.h"
+#include "common/setting.h"
+
+// The one setting of the eliminator, and its reader. A file or a key that cannot be read gives the default, and so does
+// a number outside the limits; each is a WARN line. Throws std::bad_alloc.
+extern const zel::Setting kSkipLevel;
+uint32_t read_skip_level(zel::SettingSource* source = nullptr);
 
 class TraceEliminator {
 public:

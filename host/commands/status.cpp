@@ -1,0 +1,168 @@
+// The command: opens what the agent opens, asks libzelcheck.so for the rest, and shows both.
+#include "host/commands/status.h"
+
+#include <rapidjson/encodings.h>
+#include <rapidjson/memorystream.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include "host/commands/commands.h"
+#include "host/lib/agent_folder.h"
+#include "host/lib/console.h"
+#include "host/lib/failure.h"
+#include "host/lib/files.h"
+#include "host/lib/libraries.h"
+#include "platform/zel_support.h"
+
+namespace zelhost {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct StatusOptions {
+    std::string root;
+    bool json = false;
+    ColorMode color = ColorMode::automatic;
+};
+
+// The reason when the library or one of its functions is missing.
+template <class Record, class... Visibility>
+std::string try_open(std::unique_ptr<Record>& record, const fs::path& path, Visibility... visibility) {
+    try_file(path.string());
+    try {
+        record.reset(new Record{Library(path, visibility...)});
+        return {};
+    } catch (const Failure& e) {
+        return e.what();
+    }
+}
+
+std::vector<Variable> environment() {
+    const auto row = [](const char* name, const char* set, const char* unset) {
+        const char* const value = getenv(name);
+        return Variable{name, value, value != nullptr ? set : unset};
+    };
+    return {
+        row("agentid", "agent id of messages and reports", "messages carry \"0\"; set it as the agent does"),
+        row("ZEL_LOG_FILE", "the stand-in logger writes there", "the stand-in logger writes to standard error"),
+        row("ZEL_LOG_LEVEL", "error, warn, info or debug; anything else is info", "info"),
+    };
+}
+
+using Folder = std::unique_ptr<const zelcheck_folder, decltype(&zelcheck_folder_close)>;
+
+Folder look_at(const fs::path& root) {
+    std::string reason;
+    const auto trial = [](void* context, const char* path) -> const char* {
+        auto& why_not = *static_cast<std::string*>(context);
+        try {
+            try_file(path);
+            return nullptr;
+        } catch (const Failure& e) {
+            why_not = e.what();
+            return why_not.c_str();
+        }
+    };
+    const zelcheck_folder* folder = nullptr;
+    if (zelcheck_folder_open(root.c_str(), trial, &reason, &folder) != 0) {
+        if (reason.empty()) throw std::bad_alloc();
+        throw Failure("{}", reason);
+    }
+    return Folder(folder, zelcheck_folder_close);
+}
+
+struct Answer {
+    std::string text;
+    ExitCode code;
+};
+
+// The support library is opened first and for all, as by a session, so that the other libraries bind to it.
+Answer look(const fs::path& root, const StatusOptions& options) {
+    std::error_code error;
+    if (!fs::is_directory(root, error))
+        throw Failure("{} is no folder; name an agent folder with --root", root.string());
+    const char* const support_path = "lib/liblumutil.so";
+    const char* const plugin_path = "reshdl/bin/libzelreshdl.so";
+    std::unique_ptr<Support> support;
+    std::unique_ptr<Plugin> plugin;
+    std::vector<AgentLibrary> libraries;
+    libraries.push_back({"support functions", support_path, try_open(support, root / support_path, RTLD_GLOBAL)});
+    libraries.push_back({"plug-in", plugin_path, try_open(plugin, root / plugin_path)});
+    const Folder folder = look_at(root);
+    const Status status{root.string(), std::move(libraries), environment(), *folder};
+    return {options.json ? status_json(status) : status_text(status, Paint(options.color, STDOUT_FILENO)),
+            status.starts() ? kDone : kFailed};
+}
+
+// A program gets an object in any case.
+Answer look_or_say_why_not(const StatusOptions& options) {
+    const fs::path root = agent_root(options.root);
+    try {
+        return look(root, options);
+    } catch (const Failure& e) {
+        if (!options.json) throw;
+        console::message(e.what());
+        return {status_json(root.string(), e.what()), kFailed};
+    }
+}
+
+ExitCode show_status(const StatusOptions& options) {
+    const Answer answer = look_or_say_why_not(options);
+    OutputFile output("-");
+    output.write(answer.text);
+    output.flush();
+    return answer.code;
+}
+
+}  // namespace
+
+// The functions of these libraries are the agent's to look up.
+zelcheck_library AgentLibrary::row() const {
+    const bool complete = reason.empty();
+    return {title, path, 1, 1, complete, complete ? nullptr : reason.c_str(), "the agent opens it", nullptr, 0};
+}
+
+const AgentLibrary* Status::obstacle() const {
+    const auto found =
+        std::ranges::find_if(agent_libraries, [](const auto& library) { return !library.reason.empty(); });
+    return found == agent_libraries.end() ? nullptr : &*found;
+}
+
+const char* level_name(const zelcheck_line& line) { return line.level == ZEL_LOG_ERROR ? "ERROR" : "WARN"; }
+
+std::string printable(std::string_view text) {
+    struct Nowhere {
+        void Put(char) {}
+    } nowhere;
+    std::string shown;
+    while (!text.empty()) {
+        rapidjson::MemoryStream stream(text.data(), text.size());
+        const auto first = static_cast<unsigned char>(text.front());
+        const bool control = first < 0x20 || first == 0x7f;
+        const bool valid = !control && rapidjson::UTF8<>::Validate(stream, nowhere) && stream.Tell() <= text.size();
+        const size_t size = valid ? stream.Tell() : 1;
+        shown += valid ? std::string(text.substr(0, size)) : fmt::format("\\x{:02x}", first);
+        text.remove_prefix(size);
+    }
+    return shown;
+}
+
+Action prepare_status(CLI::App& app) {
+    const auto options = std::make_shared<StatusOptions>();
+    app.description("Example: zelhost status\n\n" + app.get_description());
+    app.footer(
+        "Settings with where each comes from, subscription and mode, libraries and their functions, flag files and "
+        "environment. Nothing is started and nothing is written. When a start would fail, the log lines that would say "
+        "so come first, and the exit code is 1.");
+    app.add_option("--root", options->root, "Agent folder; the one that zelhost stands in if not given")
+        ->type_name("DIR");
+    app.add_flag("--json", options->json, "One JSON object on one line, for programs");
+    add_color_option(app, options->color);
+    return [options] { return show_status(*options); };
+}
+
+}  // namespace zelhost

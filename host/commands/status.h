@@ -1,0 +1,59 @@
+// `zelhost status`: what a start of the plug-in in an agent folder would do.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "check/zelcheck_host.h"
+#include "host/lib/color.h"
+
+namespace zelhost {
+
+// A library that the agent itself opens, before the plug-in opens the others.
+struct AgentLibrary {
+    const char* title;
+    const char* path;    // from the agent's root
+    std::string reason;  // why it cannot be used; empty when it can
+
+    zelcheck_library row() const;  // as if the plug-in opened it; leads to `reason`
+};
+
+// A variable that changes what a start does.
+struct Variable {
+    const char* name;
+    const char* value;  // null when it is not set
+    const char* effect;
+};
+
+struct Status {
+    std::string root;
+    std::vector<AgentLibrary> agent_libraries;
+    std::vector<Variable> environment;
+    const zelcheck_folder& folder;
+
+    // Why the agent cannot even call the plug-in; null when it can.
+    const AgentLibrary* obstacle() const;
+    bool starts() const { return obstacle() == nullptr && folder.starts != 0; }
+};
+
+// What nobody can know without a start.
+inline constexpr const char* kOnlyAStartShows[] = {
+    "whether the bus gives its frame and attaches the plug-in",
+    "whether the trace module starts",
+    "whether there are mutexes and threads",
+};
+
+const char* level_name(const zelcheck_line& line);
+// The text with \xNN for each byte that is no UTF-8 or a control character: files may hold anything.
+std::string printable(std::string_view text);
+
+// Throws Failure when whoever opens the file would wait for ever or end.
+void try_file(const std::string& path);
+
+std::string status_text(const Status& status, const Paint& paint);
+// One line each; the second is for a folder that cannot be looked at.
+std::string status_json(const Status& status);
+std::string status_json(const std::string& root, const std::string& reason);
+
+}  // namespace zelhost
