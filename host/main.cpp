@@ -20,6 +20,7 @@ struct Command {
 };
 constexpr Command kCommands[] = {
     {"run", "Play a script of events to the plug-in of an agent folder", prepare_run},
+    {"schema", "Print a JSON Schema of the alert document or of the lines that run reads and writes", prepare_schema},
 };
 
 // One sentence for the help texts of all commands, from the one table of codes.

@@ -16,5 +16,6 @@ using Action = std::function<ExitCode()>;
 
 // Each adds the options and the help text of its command to `app` and returns the action, which owns the options.
 Action prepare_run(CLI::App& app);
+Action prepare_schema(CLI::App& app);
 
 }  // namespace zelhost
