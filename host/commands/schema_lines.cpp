@@ -162,7 +162,7 @@ constexpr LineKey kOutput[] = {
     {"report", "latin1", kKeyNames, optional, "Keys whose text is no UTF-8: each byte is written as one character."},
 };
 
-// The lines and records that have no row with "do" are events.
+// What in the input is no action.
 constexpr std::string_view kNoActions[] = {"event", "dns_event", "dns"};
 
 std::string constant(const std::string& value) { return json::object({{"const", value}}); }
@@ -238,14 +238,11 @@ constexpr const char* kInputWords =
     "A line of a script that zelhost run reads. Blank lines and lines that begin with # are left out. A line that is "
     "itself an alert document is event 1536.";
 constexpr const char* kDocumentWords =
-    "An alert document without an envelope, known by one of these keys. zelhost schema "
-    "document "
-    "describes it.";
+    "An alert document without an envelope, known by one of these keys. zelhost schema document describes it.";
 constexpr const char* kOutputWords =
     "A line that zelhost run writes: an outgoing event, the answer to a trace, or a report. Messages are in protobuf's "
-    "JSON "
-    "form, with names as in the message schema and numbers of 64 bits as texts; fields that are 0 or empty are left "
-    "out.";
+    "JSON form, with names as in the message schema and numbers of 64 bits as texts; fields that are 0 or empty are "
+    "left out.";
 
 }  // namespace
 

@@ -18,7 +18,6 @@ using zel::Decimal;
 using zel::EventType;
 using zel::Field;
 using zel::JsonObject;
-using zel::Need;
 using zel::Widened;
 using zel::Words;
 

@@ -154,17 +154,17 @@ constexpr KeyRow kScenarioKeys[] = {
     zel::key_row(kScenarioIdField),
     {kProcessSetKey.name, ValueKind::objects, Need::required, "event"},
 };
-constexpr KeyRow kPostOprList[] = {{kPostOprKey.name, ValueKind::objects, Need::silent, "post-operation"}};
+constexpr KeyRow kPostOprList[] = {{kPostOprKey.name, ValueKind::objects, Need::silent, "post_operation"}};
 constexpr KeyRow kPostOprKeys[] = {
     zel::key_row(kPostOperationTypeField),
     {kNameKey.name, ValueKind::texts, Need::silent},
 };
 
 constexpr zel::KeyTable kScenarioTables[] = {
-    {"scenario holder", kScenarioHolderKeys},
+    {"scenario_holder", kScenarioHolderKeys},
     {"scenario", kScenarioKeys},
     {"event", kPostOprList},
-    {"post-operation", kPostOprKeys},
+    {"post_operation", kPostOprKeys},
 };
 
 }  // namespace
