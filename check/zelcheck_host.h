@@ -145,6 +145,44 @@ int32_t zelcheck_folder_open(const char* root, zelcheck_trial_t trial, void* con
                              const struct zelcheck_folder** out);
 void zelcheck_folder_close(const struct zelcheck_folder* folder);
 
+/* --- keys of alert documents --- */
+
+// What the agent takes from the value of a key.
+enum zelcheck_kind {
+    ZELCHECK_TEXT = 0,
+    ZELCHECK_DECIMAL_TEXT = 1,  // a string of decimal digits
+    ZELCHECK_INT32 = 2,         // these four from any number, cut to the range
+    ZELCHECK_UINT32 = 3,
+    ZELCHECK_INT64 = 4,
+    ZELCHECK_UINT64 = 5,
+    ZELCHECK_TEXTS = 6,    // the strings of a list; all else is passed over
+    ZELCHECK_OBJECT = 7,   // an object with keys of its own
+    ZELCHECK_OBJECTS = 8,  // a list of objects, or an object whose values are taken for one; all else is an empty list
+};
+
+struct zelcheck_key {
+    const char* name;   // as the engines spell it; the agent ignores case
+    const char* words;  // a sentence about its value
+    enum zelcheck_kind kind;
+    int32_t needed;       // 1: the object that lacks it, or has another type there, is refused
+    const char* members;  // of an object or objects: which tables have their keys, otherwise null
+};
+
+// Keys of one kind of object. Several tables may speak of the same object.
+struct zelcheck_key_table {
+    const char* object;    // "document" is the outermost one
+    const char* words;     // a sentence about the object; of an event type, what happened
+    uint32_t alert_types;  // bit N: it holds in documents of alert type N
+    uint32_t event_type;   // the keys stand in an event of this type; 0: in every such object
+    int32_t taken;         // 0: a document with an event of this type is refused
+    const struct zelcheck_key* keys;
+    size_t key_count;
+};
+
+// The keys that the agent reads, by its own tables, with the event types behind all others. The tables stay as they
+// are.
+int32_t zelcheck_keys(const struct zelcheck_key_table** tables, size_t* count);
+
 #ifdef __cplusplus
 }
 #endif

@@ -35,6 +35,8 @@ constexpr Command kCommands[] = {
      "zelhost decode --pretty --hex 0a0464656d6f28014209180440a8979d83b632", prepare_decode},
     {"graph", "Draw the behaviour chain of a finished trace",
      "zelhost run --input scenarios/demo.jsonl | zelhost graph -o chain.svg", prepare_graph},
+    {"schema", "Print a JSON Schema of the alert document or of the lines that run reads and writes",
+     "zelhost schema", prepare_schema},
     {"status", "Show what a start of the plug-in in an agent folder would do", "zelhost status", prepare_status},
     {"man", "Print a manual page, of zelhost or of a command", "zelhost man run >zelhost-run.1", prepare_man},
     {"completion", "Print what a shell reads to complete commands and options", "source <(zelhost completion bash)",

@@ -22,5 +22,6 @@ Action prepare_run(CLI::App& app);
 Action prepare_decode(CLI::App& app);
 Action prepare_check(CLI::App& app);
 Action prepare_status(CLI::App& app);
+Action prepare_schema(CLI::App& app);
 
 }  // namespace zelhost

@@ -83,9 +83,12 @@ const DnsEvent::Field DnsEvent::kFields[] = {
 };
 
 DnsEvent::DnsEvent(std::string_view json) : fields_(json) {
-    for (const Member& member : fields_.members())
-        if (std::ranges::find(kFields, member.key, &Field::key) == std::end(kFields))
-            throw Failure("\"dns\" has no field \"{}\"", member.key);
+    for (const Member& member : fields_.members()) {
+        if (std::ranges::find(kFields, member.key, &Field::key) != std::end(kFields)) continue;
+        std::vector<std::string_view> known;
+        for (const Field& field : kFields) known.push_back(field.key);
+        throw Failure("\"dns\" has no field \"{}\"; known: {}", member.key, fmt::join(known, ", "));
+    }
     // In the order of the table: the time goes over the head's.
     native_.uKind = 2;
     for (const Field& field : kFields) {

@@ -10,6 +10,7 @@
 #include <span>
 
 #include "decode/json_object.h"
+#include "decode/key_rows.h"
 #include "decode/memory_party.h"
 #include "decode/records.h"
 
@@ -21,7 +22,8 @@ struct EventType {
     bool (*decode)(const JsonObject& event, ST_RAW_EVENT& stEvent);
     // Null when the object is no process with an image. Nothing for a record of another type.
     std::optional<ProcessParty> (*process)(const EventPrivate& record);
-    bool dispatched;  // GetEventPrivateInfo calls the decoder
+    bool dispatched;               // GetEventPrivateInfo calls the decoder
+    std::span<const KeyRow> keys;  // of the object, in reading order
 };
 
 // All rows, type 1 first.

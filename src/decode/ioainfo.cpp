@@ -18,7 +18,6 @@ using zel::Decimal;
 using zel::EventType;
 using zel::Field;
 using zel::JsonObject;
-using zel::Need;
 using zel::Widened;
 using zel::Words;
 
@@ -42,7 +41,7 @@ bool decode_record(const JsonObject& object, ST_RAW_EVENT& event, std::span<cons
 
 namespace zel {
 
-// The record that a decoder makes. The table compares it with the record of the decoder's type.
+// The record that a decoder makes and the keys of it. The table compares the record with that of the decoder's type.
 template <CEventHandle::EventDecoder* decoder>
 struct Makes;
 
@@ -53,13 +52,14 @@ struct Makes;
 #define ZEL_EVENT_DECODER(function, record, ...)                                            \
     template <>                                                                             \
     struct zel::Makes<&CEventHandle::function> {                                            \
-        using Record = record;                                                              \
-    };                                                                                      \
-    bool CEventHandle::function(const JsonObject& pjRawEventArray, ST_RAW_EVENT& stEvent) { \
         using R = record;                                                                   \
         static constexpr Field<R> kFields[] = {__VA_ARGS__};                                \
+        static constexpr auto kKeys = zel::key_rows(kFields);                               \
+    };                                                                                      \
+    bool CEventHandle::function(const JsonObject& pjRawEventArray, ST_RAW_EVENT& stEvent) { \
+        using Decoder = zel::Makes<&CEventHandle::function>;                                \
         ZEL_ASSERT(pjRawEventArray);                                                        \
-        return decode_record<R>(pjRawEventArray, stEvent, kFields, #record);                \
+        return decode_record<record>(pjRawEventArray, stEvent, Decoder::kFields, #record);  \
     }
 
 // clang-format off
@@ -173,8 +173,8 @@ enum class Dispatch : bool { no, yes };
 template <uint32_t uType, CEventHandle::EventDecoder* decode, Dispatch dispatch = Dispatch::yes>
 consteval EventType row() {
     using R = zel::RecordOf<uType>;
-    static_assert(std::is_same_v<typename zel::Makes<decode>::Record, R>, "the decoder makes another type's record");
-    EventType result = {uType, decode, nullptr, dispatch == Dispatch::yes};
+    static_assert(std::is_same_v<typename zel::Makes<decode>::R, R>, "the decoder makes another type's record");
+    EventType result = {uType, decode, nullptr, dispatch == Dispatch::yes, zel::Makes<decode>::kKeys};
     if constexpr (requires(R r) { r.uPid, r.llCreateTime, r.strImage; }) {
         result.process = [](const zel::EventPrivate& record) -> std::optional<ProcessParty> {
             const R* process = record.as<R>();

@@ -7,11 +7,15 @@
 #include "decode/event_records.h"
 #include "decode/json_fields.h"
 #include "decode/jsonparse.h"
+#include "decode/key_rows.h"
 #include "decode/observer.h"
 #include "decode/processtreeselector.h"
 
 using zel::Field;
 using zel::JsonObject;
+using zel::KeyRow;
+using zel::Need;
+using zel::ValueKind;
 using zel::Words;
 
 namespace {
@@ -34,6 +38,12 @@ constexpr Field<ST_LINK_SET> kLinkFields[] = {
     {"LinkType", &ST_LINK_SET::uLinkType},
 };
 
+// Keys of lists and objects, which have no table.
+constexpr zel::Key kScenarioInfoKey = "ScenarioInfo";
+constexpr zel::Key kProcessSetKey = "ProcessSet";
+constexpr zel::Key kPostOprKey = "PostOpr";
+constexpr zel::Key kNameKey = "Name";
+
 // What an event of type 1 created; null for all others.
 const ST_PROCESS_CREATE* created_process(const ST_RAW_EVENT& event) { return event.pPrivate.as<ST_PROCESS_CREATE>(); }
 
@@ -51,11 +61,10 @@ void select(const ST_PROCESS_CREATE* created, const ST_RAW_EVENT& event) {
 
 bool CEventHandle::GetScenarioInfo(const JsonObject& pjRoot, ST_BUF_DATA& stData) {
     ZEL_ASSERT(pjRoot);
-    constexpr zel::Key kKey = "ScenarioInfo";
-    const cJSON* info = pjRoot.find(kKey);
+    const cJSON* info = pjRoot.find(kScenarioInfoKey);
     if (info == nullptr) {
         LOG_ERROR("get json object error:[ScenarioInfo]");
-        zel::observe::missing(pjRoot.node(), kKey.name);
+        zel::observe::missing(pjRoot.node(), kScenarioInfoKey.name);
         return false;
     }
     const JsonObject scenario(info);
@@ -69,7 +78,7 @@ bool CEventHandle::GetScenarioInfo(const JsonObject& pjRoot, ST_BUF_DATA& stData
 
 bool CEventHandle::GetProcessSet(const JsonObject& pjScenarioInfo, std::vector<ST_RAW_EVENT>& vecProcessSet) {
     ZEL_ASSERT(pjScenarioInfo);
-    return events_under(pjScenarioInfo, "ProcessSet", vecProcessSet);
+    return events_under(pjScenarioInfo, kProcessSetKey, vecProcessSet);
 }
 
 bool CEventHandle::GetLinkSet(const JsonObject& pjScenarioInfo, std::vector<ST_LINK_SET>& vecLinkSet) {
@@ -89,7 +98,7 @@ bool CEventHandle::GetLinkSet(const JsonObject& pjScenarioInfo, std::vector<ST_L
 
 void CEventHandle::GetPostOprInfo(const JsonObject& pjRawEventArray, ST_RAW_EVENT& stEvent) {
     ZEL_ASSERT(pjRawEventArray);
-    const cJSON* operations = pjRawEventArray.find("PostOpr");
+    const cJSON* operations = pjRawEventArray.find(kPostOprKey);
     if (operations == nullptr) return;
     for (const cJSON* item = operations->child; item != nullptr; item = item->next) {
         const JsonObject object(item);
@@ -110,7 +119,7 @@ void CEventHandle::GetPostOprInfo(const JsonObject& pjRawEventArray, ST_RAW_EVEN
 void CEventHandle::SetMemCheckPostOprEvent(const JsonObject& pjPostOprArray, ST_RAW_EVENT& stEvent) {
     ZEL_ASSERT(pjPostOprArray);
     stEvent.uPostOpr = 0;
-    const cJSON* parties = pjPostOprArray.find("Name");
+    const cJSON* parties = pjPostOprArray.find(kNameKey);
     if (parties == nullptr) return;
     std::vector<std::string> names;
     zel::append_texts(*parties, names);
@@ -121,7 +130,7 @@ void CEventHandle::SetMemCheckPostOprEvent(const JsonObject& pjPostOprArray, ST_
 
 void CEventHandle::SetSelectProTreePostOprEvent(const JsonObject& pjPostOprArray, ST_RAW_EVENT& stEvent) {
     ZEL_ASSERT(pjPostOprArray);
-    const cJSON* parties = pjPostOprArray.find("Name");
+    const cJSON* parties = pjPostOprArray.find(kNameKey);
     if (parties == nullptr) return;
     std::vector<std::string> names;
     zel::append_texts(*parties, names);
@@ -135,3 +144,29 @@ void SelectLastEventProcess(std::vector<ST_RAW_EVENT>& vecEvent) {
     const ST_PROCESS_CREATE* created = created_process(last);
     select(created != nullptr && !created->strImage.empty() ? created : nullptr, last);
 }
+
+// --- the keys as rows ---
+
+namespace {
+
+constexpr KeyRow kScenarioHolderKeys[] = {{kScenarioInfoKey.name, ValueKind::object, Need::required, "scenario"}};
+constexpr KeyRow kScenarioKeys[] = {
+    zel::key_row(kScenarioIdField),
+    {kProcessSetKey.name, ValueKind::objects, Need::required, "event"},
+};
+constexpr KeyRow kPostOprList[] = {{kPostOprKey.name, ValueKind::objects, Need::silent, "post_operation"}};
+constexpr KeyRow kPostOprKeys[] = {
+    zel::key_row(kPostOperationTypeField),
+    {kNameKey.name, ValueKind::texts, Need::silent},
+};
+
+constexpr zel::KeyTable kScenarioTables[] = {
+    {"scenario_holder", kScenarioHolderKeys},
+    {"scenario", kScenarioKeys},
+    {"event", kPostOprList},
+    {"post_operation", kPostOprKeys},
+};
+
+}  // namespace
+
+std::span<const zel::KeyTable> zel::scenario_key_tables() { return kScenarioTables; }

@@ -13,11 +13,14 @@
 #include "decode/alert_types.h"
 #include "decode/decode_state.h"
 #include "decode/json_fields.h"
+#include "decode/key_rows.h"
 #include "decode/observer.h"
 
 using zel::Field;
 using zel::JsonObject;
+using zel::KeyRow;
 using zel::Need;
+using zel::ValueKind;
 using zel::Words;
 
 namespace {
@@ -83,6 +86,14 @@ constexpr Field<ST_RAW_EVENT> kSubjectFields[] = {
     {"OpTime", &ST_RAW_EVENT::llOpTime},
 };
 
+// Keys of lists and objects, which have no table.
+constexpr zel::Key kRuleKey = "rule";
+constexpr zel::Key kExtendedInfoKey = "ExtendedInfo";
+constexpr zel::Key kTagsKey = "tags";
+constexpr zel::Key kEventKey = "event";
+constexpr zel::Key kHighlightKey = "Highlight";
+constexpr zel::Key kSubHighlightKey = "SubHighLight";
+
 struct TreeDeleter {
     void operator()(cJSON* tree) const { zel::observe::done_with(tree); }
 };
@@ -126,8 +137,8 @@ bool read_rule(const JsonObject& object, ST_RULE& rule) {
 // A failed record fails the event. What is wrong in a post-operation does not.
 bool read_event(const JsonObject& object, ST_RAW_EVENT& event) {
     if (!zel::read_fields(object, event, kSubjectFields, Words::not_type)) return false;
-    CEventHandle::GetHighlightInfo(object, event.vecHighlight, "Highlight");
-    CEventHandle::GetHighlightInfo(object, event.vecSubHighlight, "SubHighLight");
+    CEventHandle::GetHighlightInfo(object, event.vecHighlight, kHighlightKey.name);
+    CEventHandle::GetHighlightInfo(object, event.vecSubHighlight, kSubHighlightKey.name);
     zel::decode_state().scratch.note_op_time(event.llOpTime);
     if (!CEventHandle::GetEventPrivateInfo(object, event)) {
         LOG_ERROR("GetEventPrivateInfo error!");
@@ -171,7 +182,8 @@ bool CEventHandle::GetJsonInfoEx(const JsonObject& pjRoot, ST_BUF_DATA& stData) 
         if (!zel::read_fields(pjRoot, stData, kContainerFields, Words::not_string)) return false;
         keep_container(stData);
     }
-    if (stData.nAlertType == alert_type::ioc && !zel::read_field(pjRoot, stData, kMaliciousKeyField, Words::not_string))
+    if (alert_type::has_malicious_key(stData.nAlertType) &&
+        !zel::read_field(pjRoot, stData, kMaliciousKeyField, Words::not_string))
         return false;
     if (!GetRuleInfo(pjRoot, stData.vecRule)) {
         LOG_ERROR("GetRuleInfo failed!");
@@ -187,7 +199,7 @@ bool CEventHandle::GetJsonInfoEx(const JsonObject& pjRoot, ST_BUF_DATA& stData) 
 
 bool CEventHandle::GetRuleInfo(const JsonObject& pjRoot, std::vector<ST_RULE>& vecRule) {
     ZEL_ASSERT(pjRoot);
-    const cJSON* rules = zel::find_required(pjRoot, "rule");
+    const cJSON* rules = zel::find_required(pjRoot, kRuleKey);
     if (rules == nullptr) return false;
     if (!GetRuleInfoEx(rules, vecRule)) {
         LOG_ERROR("GetRuleInfoEx error.");
@@ -211,7 +223,7 @@ bool CEventHandle::GetRuleInfoEx(const cJSON* pjRule, std::vector<ST_RULE>& vecR
 
 void CEventHandle::GetRuleTagsInfo(const JsonObject& pjRule, std::vector<std::string>& vecTags) {
     ZEL_ASSERT(pjRule);
-    if (const cJSON* tags = pjRule.find("tags")) zel::append_texts(*tags, vecTags);
+    if (const cJSON* tags = pjRule.find(kTagsKey)) zel::append_texts(*tags, vecTags);
 }
 
 bool CEventHandle::events_under(const JsonObject& object, const zel::Key& key, std::vector<ST_RAW_EVENT>& events) {
@@ -230,7 +242,7 @@ bool CEventHandle::events_under(const JsonObject& object, const zel::Key& key, s
 
 bool CEventHandle::GetRawEventInfo(const JsonObject& pjRuleArray, std::vector<ST_RAW_EVENT>& vecEvent) {
     ZEL_ASSERT(pjRuleArray);
-    return events_under(pjRuleArray, "event", vecEvent);
+    return events_under(pjRuleArray, kEventKey, vecEvent);
 }
 
 bool CEventHandle::GetRawEventInfoEx(const cJSON* pjRawEvent, std::vector<ST_RAW_EVENT>& vecEvent) {
@@ -255,15 +267,59 @@ bool CEventHandle::GetHighlightInfo(const JsonObject& pjRawEventArray, std::vect
 
 bool CEventHandle::GetExtenedInfo(const JsonObject& pjRoot, ST_BUF_DATA& stData) {
     ZEL_ASSERT(pjRoot);
-    const bool scenario = stData.nAlertType == alert_type::ioa;
-    if (!scenario && stData.nAlertType != alert_type::memory && stData.nAlertType != alert_type::rts_adr) return true;
-    constexpr zel::Key kKey = "ExtendedInfo";
-    const cJSON* info = pjRoot.find(kKey);
+    const bool scenario = alert_type::has_scenario(stData.nAlertType);
+    if (!scenario && !alert_type::has_message(stData.nAlertType)) return true;
+    const cJSON* info = pjRoot.find(kExtendedInfoKey);
     if (info == nullptr) {
-        LOG_ERROR("get json value error.key:%s", kKey.name);
-        zel::observe::missing(pjRoot.node(), kKey.name);
+        LOG_ERROR("get json value error.key:%s", kExtendedInfoKey.name);
+        zel::observe::missing(pjRoot.node(), kExtendedInfoKey.name);
         return false;
     }
     if (scenario) return GetScenarioInfo(info, stData);
     return zel::read_field<ST_BUF_DATA>(info, stData, kExtendedMsgField, Words::not_string);
 }
+
+// --- the keys as rows ---
+
+namespace {
+
+constexpr KeyRow kDocumentKeys[] = {
+    zel::key_row(kAlertTypeField),
+    {kRuleKey.name, ValueKind::objects, Need::required, "rule"},
+    zel::key_row(kGuidField),
+};
+constexpr auto kRootKeys = zel::key_rows(kRootFields);
+constexpr auto kContainerKeys = zel::key_rows(kContainerFields);
+constexpr KeyRow kMaliciousKey[] = {zel::key_row(kMaliciousKeyField)};
+constexpr KeyRow kScenarioKey[] = {{kExtendedInfoKey.name, ValueKind::object, Need::required, "scenario_holder"}};
+constexpr KeyRow kMessageKey[] = {{kExtendedInfoKey.name, ValueKind::object, Need::required, "message"}};
+constexpr KeyRow kMessageKeys[] = {zel::key_row(kExtendedMsgField)};
+constexpr auto kRuleKeys = zel::key_rows(kRuleFields);
+constexpr KeyRow kRuleLists[] = {
+    {kTagsKey.name, ValueKind::texts, Need::silent},
+    {kEventKey.name, ValueKind::objects, Need::required, "event"},
+};
+constexpr auto kSubjectKeys = zel::key_rows(kSubjectFields);
+constexpr KeyRow kSubjectLists[] = {
+    {kHighlightKey.name, ValueKind::texts, Need::silent},
+    {kSubHighlightKey.name, ValueKind::texts, Need::silent},
+};
+
+// ExtendedInfo stands twice: what it holds depends on the alert type, as in GetExtenedInfo.
+constexpr zel::KeyTable kDocumentTables[] = {
+    {"document", kDocumentKeys},
+    {"document", kRootKeys},
+    {"document", kContainerKeys, alert_type::has_container},
+    {"document", kMaliciousKey, alert_type::has_malicious_key},
+    {"document", kScenarioKey, alert_type::has_scenario},
+    {"document", kMessageKey, alert_type::has_message},
+    {"message", kMessageKeys},
+    {"rule", kRuleKeys},
+    {"rule", kRuleLists},
+    {"event", kSubjectKeys},
+    {"event", kSubjectLists},
+};
+
+}  // namespace
+
+std::span<const zel::KeyTable> zel::document_key_tables() { return kDocumentTables; }
