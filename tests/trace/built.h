@@ -43,12 +43,13 @@ inline Built build(ST_BUF_DATA& data, bool repeated = false, uint32_t id = event
     });
 }
 
-// A text that is refused, and the first line about it.
+// A text that is refused, and the lines about it.
 inline std::string bad_text(size_t number) { return "\x01" + std::to_string(number); }
-inline auto starts_about(size_t number) {
-    return testing::StartsWith("I [ds]str: " + bad_text(number) + " not Ascii\n");
+inline std::string refused(const std::string& text) {
+    return "I [ds]str: " + text + " not Ascii\nI [ds]str: " + text + " not utf-8\n";
 }
-// The lines about a text "\x01" that is refused.
-inline const std::string kRefused = "I [ds]str: \x01 not Ascii\nI [ds]str: \x01 not utf-8\n";
+// What is logged behind them, by all who give up.
+inline const std::string kAlertFails = "E GetThreatAlertInfo failed!\n";
+inline const std::string kEventFails = "E SetSubjectInfo failed!\nE Set event info failed\n" + kAlertFails;
 
 }  // namespace zel_test
