@@ -202,10 +202,11 @@ private:
 
     void add_edges() {
         const auto& list = message_.trace_event().edge_list();
-        std::vector<const behavior_edge*> in_time;
-        for (const behavior_edge& edge : list) in_time.push_back(&edge);
-        std::ranges::stable_sort(in_time, {}, [](const behavior_edge* edge) { return edge->time(); });
-        for (const behavior_edge* const source : in_time) {
+        std::vector<std::pair<int64_t, int>> in_time;  // of one time in the order of the list
+        for (int i = 0; i < list.size(); ++i) in_time.emplace_back(list[i].time(), i);
+        std::ranges::sort(in_time);
+        for (const auto& [time, i] : in_time) {
+            const behavior_edge* const source = &list[i];
             ChainEdge edge{.from = place(source->table_index_begin()), .to = place(source->table_index_end())};
             edge.word = edge_word(source->type());
             edge.first = edge.last = edges.size() + 1;

@@ -91,7 +91,8 @@ private:
         };
         std::vector<size_t> seeds(neighbours.size());
         std::iota(seeds.begin(), seeds.end(), size_t{0});
-        std::ranges::stable_sort(seeds, std::greater(), [&](size_t i) { return chain_.vertices[i].mark; });
+        std::ranges::sort(seeds, {},
+                          [&](size_t i) { return std::pair(-static_cast<int>(chain_.vertices[i].mark), i); });
         size_t apart = kNone;  // owns all that hangs together with nothing of the first
         for (const size_t seed : seeds) {
             if (apart == kNone && order.size() >= most && owner[seed] == kNone) apart = seed;
@@ -132,15 +133,16 @@ std::vector<ChainVertex> join_vertices(Chain& chain, const Groups& groups, std::
     for (size_t i = 0; i < size.size(); ++i) {
         const size_t group = groups.of(i);
         ChainVertex& vertex = chain.vertices[i];
-        if (made[group] == kNone) {
-            made[group] = joined.size();
-            const bool alone = size[group] == 1;
-            joined.push_back(alone ? std::move(vertex)
-                                   : ChainVertex{.kind = groups.is_rest(i) ? &kMoreVertices : vertex.kind});
-            if (!alone) joined.back().name = fmt::format("{} {}", size[group], joined.back().kind->plural);
-        }
+        if (made[group] == kNone) made[group] = joined.size();
         place[i] = made[group];
-        if (size[group] == 1) continue;
+        if (size[group] == 1) {
+            joined.push_back(std::move(vertex));
+            continue;
+        }
+        if (made[group] == joined.size()) {
+            joined.push_back({.kind = groups.is_rest(i) ? &kMoreVertices : vertex.kind});
+            joined.back().name = fmt::format("{} {}", size[group], joined.back().kind->plural);
+        }
         ChainVertex& one = joined[made[group]];
         one.mark = std::max(one.mark, vertex.mark);
         one.folded.push_back(std::move(vertex.name));
