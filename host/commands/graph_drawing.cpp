@@ -11,6 +11,7 @@
 
 #include "host/lib/chain_text.h"
 #include "host/lib/failure.h"
+#include "host/lib/own_process.h"
 
 namespace zelhost {
 namespace {
@@ -91,6 +92,7 @@ char* text_of(const std::string& text) { return const_cast<char*>(text.c_str());
 struct CloseGraph {
     void operator()(Agraph_t* graph) const { agclose(graph); }
 };
+
 struct FreeContext {
     void operator()(GVC_t* context) const { gvFreeContext(context); }
 };
@@ -158,10 +160,10 @@ public:
         return {text, size};
     }
 
+    // Once in a process: the plug-in that measures texts keeps pointers into a context that has been freed.
     std::string render(const char* format) {
         const std::unique_ptr<GVC_t, FreeContext> context(gvContext());
-        if (!context || gvLayout(context.get(), graph_.get(), "dot") != 0)
-            throw Failure("cannot lay the chain out: {}", reason());
+        if (!context || gvLayout(context.get(), graph_.get(), "dot") != 0) throw Failure("no layout: {}", reason());
         if (std::string_view(format) == "png") GD_drawing(graph_.get())->dpi = dots_per_inch();
         char* data = nullptr;
         unsigned size = 0;
@@ -170,7 +172,7 @@ public:
         if (drawn) picture.assign(data, size);
         gvFreeRenderData(data);
         gvFreeLayout(context.get(), graph_.get());
-        if (!drawn) throw Failure("cannot draw {}: {}", format, reason());
+        if (!drawn) throw Failure("no {}: {}", format, reason());
         return picture;
     }
 
@@ -318,9 +320,9 @@ private:
 std::string_view mark_word(Mark mark) { return look_of(mark).word; }
 
 std::string draw_chain(const Chain& chain, Picture picture) {
-    Drawing drawing(chain);
-    if (picture == Picture::dot) return drawing.dot();
-    return drawing.render(picture == Picture::png ? "png" : "svg");
+    if (picture == Picture::dot) return Drawing(chain).dot();
+    return in_own_process("draw the chain",
+                          [&] { return Drawing(chain).render(picture == Picture::png ? "png" : "svg"); });
 }
 
 }  // namespace zelhost
