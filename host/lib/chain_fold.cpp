@@ -45,14 +45,17 @@ public:
         for (size_t i = most; i < order.size(); ++i) is_rest_[order[i]] = true;
     }
 
+    // Whether the vertex stands behind one that is kept.
     bool is_rest(size_t vertex) const { return !is_rest_.empty() && is_rest_[vertex]; }
 
 private:
+    // Each vertex in a group of its own. An attempt at folding begins anew, since it may join more than the one before.
     void reset() {
         std::iota(group_.begin(), group_.end(), size_t{0});
         shown_ = group_.size();
     }
 
+    // A group is known by its first member.
     void join(const std::vector<size_t>& members) {
         for (const size_t member : members) group_[member] = members.front();
         shown_ -= members.size() - 1;
@@ -108,6 +111,7 @@ private:
         return {std::move(order), std::move(owner)};
     }
 
+    // In both directions: what lies near does not depend on who acted.
     std::vector<std::vector<size_t>> all_neighbours() const {
         std::vector<std::vector<size_t>> neighbours(chain_.vertices.size());
         for (const ChainEdge& edge : chain_.edges) {
@@ -123,7 +127,8 @@ private:
     size_t shown_ = 0;
 };
 
-// One vertex for each group, in the order of the first member; `place` gets where each old vertex went.
+// What is alone in its group stays as it is. One vertex for each group, in the order of the first member; `place` gets
+// where each old vertex went.
 std::vector<ChainVertex> join_vertices(Chain& chain, const Groups& groups, std::vector<size_t>& place) {
     std::vector<ChainVertex> joined;
     std::vector<size_t> size(chain.vertices.size(), 0);

@@ -13,11 +13,13 @@
 namespace zelhost {
 namespace {
 
+// Far beyond what the largest picture takes.
 constexpr unsigned kLongestSeconds = 60;
 // The first byte of what the child writes.
 constexpr char kResult = '+';
 constexpr char kThrown = '-';
 
+// A pipe takes a part at a time, and a signal may come between.
 void write_all(int descriptor, const std::string& text) {
     size_t written = 0;
     while (written < text.size()) {
@@ -27,6 +29,7 @@ void write_all(int descriptor, const std::string& text) {
     }
 }
 
+// To the end, which comes when the child ends, however it does.
 std::string read_all(int descriptor) {
     std::string text;
     char buffer[1 << 16];
@@ -53,6 +56,8 @@ std::string read_all(int descriptor) {
 
 }  // namespace
 
+// The answer is read before the child is waited for: it is larger than a pipe. A crash is told by its signal, and an
+// answer that was cut off by it is not used.
 std::string in_own_process(const char* what, const std::function<std::string()>& work) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw Failure("cannot {}: {}", what, strerror(errno));
