@@ -17,12 +17,14 @@
 namespace zelhost {
 namespace {
 
+// What the command line asks for.
 struct GraphOptions {
     std::string input = "-";
     std::string output = "-";  // DOT on standard output
     std::string guid;
 };
 
+// One row for each ending; the help text and the failure name them, too.
 struct Ending {
     std::string_view text;
     Picture picture;
@@ -32,6 +34,7 @@ constexpr Ending kEndings[] = {
     {".png", Picture::png}, {".html", Picture::html}, {".htm", Picture::html},
 };
 
+// Standard output has no ending and takes the one format that is text for people and programs.
 std::optional<Picture> picture_for(const std::string& path) {
     if (path == "-") return Picture::dot;
     for (const Ending& ending : kEndings)
@@ -65,6 +68,7 @@ Enter shows details.)";
 
 }  // namespace
 
+// The options live as long as the action; the parser writes into them before.
 Action prepare_graph(CLI::App& app) {
     const auto options = std::make_shared<GraphOptions>();
     app.footer(kFooter);
@@ -75,6 +79,7 @@ Action prepare_graph(CLI::App& app) {
                    "Picture to write; its ending says which: .dot .gv .svg .png .html .htm. DOT on standard output if "
                    "not given")
         ->type_name("FILE")
+        // A wrong ending is a wrong command line, said before anything is read.
         ->check([](const std::string& path) {
             return picture_for(path) ? std::string() : path + " does not end in .dot .gv .svg .png .html or .htm";
         });

@@ -11,6 +11,7 @@
 
 #include "host/lib/chain_text.h"
 #include "host/lib/failure.h"
+#include "host/lib/own_process.h"
 
 namespace zelhost {
 namespace {
@@ -71,6 +72,7 @@ constexpr MarkLook kMarks[] = {
     {"hit", "a rule's highlight", "3.6"},
 };
 
+// Both tables are complete, so that every vertex has a look.
 const FamilyLook& look_of(const ChainVertex& vertex) { return kLooks[static_cast<size_t>(vertex.kind->family)]; }
 const MarkLook& look_of(Mark mark) { return kMarks[static_cast<size_t>(mark)]; }
 
@@ -88,9 +90,11 @@ int note_message(char* text) {
 char* text_of(const char* text) { return const_cast<char*>(text); }
 char* text_of(const std::string& text) { return const_cast<char*>(text.c_str()); }
 
+// The library frees with functions of its own.
 struct CloseGraph {
     void operator()(Agraph_t* graph) const { agclose(graph); }
 };
+
 struct FreeContext {
     void operator()(GVC_t* context) const { gvFreeContext(context); }
 };
@@ -106,10 +110,12 @@ std::string label_text(std::string_view text) {
     return escaped;
 }
 
+// A further line below what there is.
 std::string small(std::string_view text) {
     return fmt::format("<BR/><FONT POINT-SIZE=\"9\">{}</FONT>", label_text(text));
 }
 
+// The name in bold; a path keeps its end, a command line its beginning.
 std::string vertex_label(const ChainVertex& vertex, bool with_lines) {
     std::string label = "<B>" + label_text(cut_middle(vertex.name, kNameLength)) + "</B>";
     if (!with_lines) return label;
@@ -123,6 +129,7 @@ std::string edge_label(const ChainEdge& edge) {
     return fmt::format("{}-{} {} ×{}", edge.first, edge.last, edge.word, edge.count);
 }
 
+// Severity and name, and below them when, which alert and where. The blank line at the end keeps the picture away.
 std::string title_label(const Chain& chain) {
     std::string label = fmt::format("<FONT POINT-SIZE=\"17\"><B>{} · {}</B></FONT>", label_text(chain.severity),
                                     label_text(cut_end(chain.title, kTitleLength)));
@@ -132,8 +139,10 @@ std::string title_label(const Chain& chain) {
     return label + "<BR ALIGN=\"LEFT\"/> ";
 }
 
+// The graph of the library, made of a chain and drawn once. Borrows the chain.
 class Drawing {
 public:
+    // The legend comes last: what is made last stands on top.
     explicit Drawing(const Chain& chain) : chain_(chain), is_small_(chain.vertices.size() <= kFewVertices) {
         library_says().clear();
         agseterrf(note_message);
@@ -158,10 +167,10 @@ public:
         return {text, size};
     }
 
+    // Once in a process: the plug-in that measures texts keeps pointers into a context that has been freed.
     std::string render(const char* format) {
         const std::unique_ptr<GVC_t, FreeContext> context(gvContext());
-        if (!context || gvLayout(context.get(), graph_.get(), "dot") != 0)
-            throw Failure("cannot lay the chain out: {}", reason());
+        if (!context || gvLayout(context.get(), graph_.get(), "dot") != 0) throw Failure("no layout: {}", reason());
         if (std::string_view(format) == "png") GD_drawing(graph_.get())->dpi = dots_per_inch();
         char* data = nullptr;
         unsigned size = 0;
@@ -170,7 +179,7 @@ public:
         if (drawn) picture.assign(data, size);
         gvFreeRenderData(data);
         gvFreeLayout(context.get(), graph_.get());
-        if (!drawn) throw Failure("cannot draw {}: {}", format, reason());
+        if (!drawn) throw Failure("no {}: {}", format, reason());
         return picture;
     }
 
@@ -187,12 +196,15 @@ private:
         return dots * kPointsPerInch < kUsual ? dots * kPointsPerInch : 0;
     }
 
+    // In one line, for a failure.
     static std::string reason() {
         std::string text = library_says();
         while (text.ends_with('\n')) text.pop_back();
         return text.empty() ? "libgvc does not say why; are its plug-ins installed?" : text;
     }
 
+    // From left to right, since texts are wide and leaves are many. The fonts are as wide as each other, so that a text
+    // fits its box on another machine, too.
     void set_defaults() {
         static constexpr const char* kGraph[][2] = {
             {"rankdir", "LR"},        {"labelloc", "t"},
@@ -236,10 +248,12 @@ private:
         agstrfree(agraphof(object), kept);
     }
 
+    // For values of this program alone: the library would look for escapes in a text.
     static void set(void* object, const char* name, const std::string& value) {
         agsafeset(object, text_of(name), text_of(value), text_of(""));
     }
 
+    // What the legend and the chain have in common. The id lets a page find the vertex.
     Agnode_t* add_node(Agraph_t* graph, const std::string& name, const FamilyLook& look, Mark mark) {
         Agnode_t* const node = agnode(graph, text_of(name), 1);
         if (node == nullptr) throw std::bad_alloc();
@@ -254,6 +268,7 @@ private:
         return node;
     }
 
+    // The name tells edges apart that join the same two.
     Agedge_t* add_edge_between(Agnode_t* from, Agnode_t* to, const std::string& name) {
         Agedge_t* const edge = agedge(graph_.get(), from, to, text_of(name), 1);
         if (edge == nullptr) throw std::bad_alloc();
@@ -268,6 +283,7 @@ private:
         if (!vertex.folded.empty() && look_of(vertex).margin == kMargin) set(node, "peripheries", "2");
     }
 
+    // What a rule names is red, like its vertices, and a little wider for those who do not see red.
     void add_edge(size_t i) {
         const ChainEdge& edge = chain_.edges[i];
         const std::string name = fmt::format("e{}", i);
@@ -317,10 +333,11 @@ private:
 
 std::string_view mark_word(Mark mark) { return look_of(mark).word; }
 
+// DOT needs no layout, and so none of the plug-ins that the child is for.
 std::string draw_chain(const Chain& chain, Picture picture) {
-    Drawing drawing(chain);
-    if (picture == Picture::dot) return drawing.dot();
-    return drawing.render(picture == Picture::png ? "png" : "svg");
+    if (picture == Picture::dot) return Drawing(chain).dot();
+    return in_own_process("draw the chain",
+                          [&] { return Drawing(chain).render(picture == Picture::png ? "png" : "svg"); });
 }
 
 }  // namespace zelhost

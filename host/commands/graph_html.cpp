@@ -26,7 +26,8 @@ struct Detail {
 };
 constexpr Detail kDetails[] = {{4000, 20'000}, {800, 4000}, {200, 800}, {80, 100}, {0, 20}};
 
-// In the data everything but texts is this program's own.
+// What the page's script reads, as JSON. All names of members are this program's own; texts of the chain are values
+// only. Borrows the chain and the detail.
 class Data {
 public:
     Data(const Chain& chain, const Detail& detail) : chain_(chain), detail_(detail) {
@@ -61,6 +62,7 @@ private:
         string(text);
     }
 
+    // The ids are those of the picture.
     void add_vertex(size_t i) {
         const ChainVertex& vertex = chain_.vertices[i];
         writer_.StartObject();
@@ -82,6 +84,7 @@ private:
         writer_.EndObject();
     }
 
+    // An edge that stands for several has the fields of the first.
     void add_edge(size_t i) {
         const ChainEdge& edge = chain_.edges[i];
         writer_.StartObject();
@@ -96,6 +99,7 @@ private:
         writer_.EndObject();
     }
 
+    // Pairs, not an object: the order of the schema is kept, and no name can be taken for a member of the script.
     void add_facts(const google::protobuf::Message* source) {
         writer_.Key("facts");
         writer_.StartArray();
@@ -109,6 +113,7 @@ private:
         writer_.EndArray();
     }
 
+    // A name is worth more than a value.
     size_t longest_name() const { return std::max<size_t>(detail_.value, 80); }
 
     const Chain& chain_;
@@ -151,6 +156,7 @@ std::string fill_page(std::string_view page,
 
 }  // namespace
 
+// The picture is drawn once; only the data get shorter until the page is small enough.
 std::string chain_page(const Chain& chain) {
     const std::string picture = picture_of(chain);
     const std::string nonce = new_nonce();

@@ -27,6 +27,7 @@ using vorn_retrace::vorn_trace_info;
 
 // --- texts that are no UTF-8 ---
 
+// All texts, at any depth; the schema holds no message within itself, so that the depth has a bound.
 void repair_texts(Message& message) {
     const auto& access = *message.GetReflection();
     std::vector<const FieldDescriptor*> fields;
@@ -75,6 +76,7 @@ bool parse(std::string_view bytes, vorn_trace_info& trace) {
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kSpaces = " \t\r\n";
 
+// Some editors put the mark before the first line.
 std::string_view without_mark(std::string_view text) {
     return text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text;
 }
@@ -112,6 +114,7 @@ bool read_line(std::string_view text, const std::string& guid, vorn_trace_info& 
     return true;
 }
 
+// Stops at the trace: what comes behind it is of no interest, and so is what may be wrong with it.
 size_t find_in_lines(std::string_view text, const std::string& guid, const std::string& source,
                      vorn_trace_info& trace) {
     const std::string wanted =
@@ -138,6 +141,7 @@ size_t find_in_lines(std::string_view text, const std::string& guid, const std::
 
 }  // namespace
 
+// A file that is empty would be a valid message without anything.
 size_t find_trace(std::string_view bytes, const std::string& guid, const std::string& source, vorn_trace_info& trace) {
     if (bytes.empty()) throw Failure("{} is empty; a line of event 770 or a serialised message is needed", source);
     if (are_lines(bytes)) return find_in_lines(bytes, guid, source, trace);

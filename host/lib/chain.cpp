@@ -28,6 +28,7 @@ std::string value_text(const Message& message, const FieldDescriptor& field, int
     const auto read = [&](auto single, auto repeated) {
         return element < 0 ? (access.*single)(message, &field) : (access.*repeated)(message, &field, element);
     };
+    // An enum value that the schema does not know is its number.
     switch (field.cpp_type()) {
         case FieldDescriptor::CPPTYPE_STRING:
             return clean_text(read(&Reflection::GetString, &Reflection::GetRepeatedString));
@@ -76,6 +77,7 @@ std::string fill(std::string_view text, const Message& message) {
     return any_field && !any_value ? std::string() : filled;
 }
 
+// Fields in the order of the schema, lists with one fact for each element. What is not set has no fact.
 void add_facts(const Message& message, const std::string& prefix, std::vector<Fact>& facts) {
     const Reflection& access = *message.GetReflection();
     std::vector<const FieldDescriptor*> fields;
@@ -115,13 +117,16 @@ public:
         }
     }
 
+    // An edge says itself which rule it is of.
     bool names(const behavior_edge& edge) const { return !edge.rule_id().empty() && ids_.contains(edge.rule_id()); }
 
+    // By GUID, or by pid and start, as the trace module tells processes apart.
     bool names(const process_vertex& process) const {
         return (!process.process_guid().empty() && guids_.contains(process.process_guid())) ||
                starts_.contains({process.process_id(), process.process_createtime()});
     }
 
+    // A highlight is a piece of a text of the alert, as "203.0.113.77:3333"; it is looked for in what the vertex shows.
     bool hits(const ChainVertex& vertex) const {
         return std::ranges::any_of(texts_, [&](const std::string& text) {
             const auto holds = [&](const std::string& line) { return line.find(text) != std::string::npos; };
@@ -152,6 +157,7 @@ private:
 
 // --- the graph ---
 
+// Vertices first, list by list, then the edges between them. Borrows the message.
 class ChainBuilder {
 public:
     explicit ChainBuilder(const vorn_trace_info& message) : message_(message), rules_(message.threat()) {
@@ -172,6 +178,7 @@ private:
         for (int i = 0; i < size; ++i) add_vertex(kind, chain.GetReflection()->GetRepeatedMessage(chain, list, i));
     }
 
+    // A vertex without a name is called what it is. A highlight of its own counts like one of a rule.
     void add_vertex(const ChainKind& kind, const Message& source) {
         const FieldDescriptor* const id = source.GetDescriptor()->FindFieldByNumber(1);
         ChainVertex vertex{.node_id = source.GetReflection()->GetUInt64(source, id), .kind = &kind, .source = &source};
@@ -200,12 +207,14 @@ private:
         return at->second;
     }
 
+    // Time decides, not the place in the list: edges of several engines come one engine after the other.
     void add_edges() {
         const auto& list = message_.trace_event().edge_list();
-        std::vector<const behavior_edge*> in_time;
-        for (const behavior_edge& edge : list) in_time.push_back(&edge);
-        std::ranges::stable_sort(in_time, {}, [](const behavior_edge* edge) { return edge->time(); });
-        for (const behavior_edge* const source : in_time) {
+        std::vector<std::pair<int64_t, int>> in_time;  // of one time in the order of the list
+        for (int i = 0; i < list.size(); ++i) in_time.emplace_back(list[i].time(), i);
+        std::ranges::sort(in_time);
+        for (const auto& [time, i] : in_time) {
+            const behavior_edge* const source = &list[i];
             ChainEdge edge{.from = place(source->table_index_begin()), .to = place(source->table_index_end())};
             edge.word = edge_word(source->type());
             edge.first = edge.last = edges.size() + 1;
@@ -226,6 +235,7 @@ private:
 
 // --- the title ---
 
+// Words for the levels of the schema; a level beyond them is unknown as well.
 std::string severity_of(const vorn_trace_info& message) {
     static constexpr const char* kWords[] = {"Severity unknown", "Verbose", "Low", "Medium", "High", "Critical"};
     const auto level = static_cast<size_t>(message.threat().risk_level());
@@ -241,6 +251,7 @@ std::string span_of(const vorn_trace_info& message) {
     return took == 0 ? from : fmt::format("{} to {}", from, time_text(message.trace_end()));
 }
 
+// The name of the alert as the title, its description below; without a name the description moves up.
 void describe(const vorn_trace_info& message, Chain& chain) {
     const threat_alert& alert = message.threat();
     chain.severity = severity_of(message);

@@ -45,14 +45,17 @@ public:
         for (size_t i = most; i < order.size(); ++i) is_rest_[order[i]] = true;
     }
 
+    // Whether the vertex stands behind one that is kept.
     bool is_rest(size_t vertex) const { return !is_rest_.empty() && is_rest_[vertex]; }
 
 private:
+    // Each vertex in a group of its own. An attempt at folding begins anew, since it may join more than the one before.
     void reset() {
         std::iota(group_.begin(), group_.end(), size_t{0});
         shown_ = group_.size();
     }
 
+    // A group is known by its first member.
     void join(const std::vector<size_t>& members) {
         for (const size_t member : members) group_[member] = members.front();
         shown_ -= members.size() - 1;
@@ -91,7 +94,8 @@ private:
         };
         std::vector<size_t> seeds(neighbours.size());
         std::iota(seeds.begin(), seeds.end(), size_t{0});
-        std::ranges::stable_sort(seeds, std::greater(), [&](size_t i) { return chain_.vertices[i].mark; });
+        std::ranges::sort(seeds, {},
+                          [&](size_t i) { return std::pair(-static_cast<int>(chain_.vertices[i].mark), i); });
         size_t apart = kNone;  // owns all that hangs together with nothing of the first
         for (const size_t seed : seeds) {
             if (apart == kNone && order.size() >= most && owner[seed] == kNone) apart = seed;
@@ -107,6 +111,7 @@ private:
         return {std::move(order), std::move(owner)};
     }
 
+    // In both directions: what lies near does not depend on who acted.
     std::vector<std::vector<size_t>> all_neighbours() const {
         std::vector<std::vector<size_t>> neighbours(chain_.vertices.size());
         for (const ChainEdge& edge : chain_.edges) {
@@ -122,7 +127,8 @@ private:
     size_t shown_ = 0;
 };
 
-// One vertex for each group, in the order of the first member; `place` gets where each old vertex went.
+// What is alone in its group stays as it is. One vertex for each group, in the order of the first member; `place` gets
+// where each old vertex went.
 std::vector<ChainVertex> join_vertices(Chain& chain, const Groups& groups, std::vector<size_t>& place) {
     std::vector<ChainVertex> joined;
     std::vector<size_t> size(chain.vertices.size(), 0);
@@ -132,15 +138,16 @@ std::vector<ChainVertex> join_vertices(Chain& chain, const Groups& groups, std::
     for (size_t i = 0; i < size.size(); ++i) {
         const size_t group = groups.of(i);
         ChainVertex& vertex = chain.vertices[i];
-        if (made[group] == kNone) {
-            made[group] = joined.size();
-            const bool alone = size[group] == 1;
-            joined.push_back(alone ? std::move(vertex)
-                                   : ChainVertex{.kind = groups.is_rest(i) ? &kMoreVertices : vertex.kind});
-            if (!alone) joined.back().name = fmt::format("{} {}", size[group], joined.back().kind->plural);
-        }
+        if (made[group] == kNone) made[group] = joined.size();
         place[i] = made[group];
-        if (size[group] == 1) continue;
+        if (size[group] == 1) {
+            joined.push_back(std::move(vertex));
+            continue;
+        }
+        if (made[group] == joined.size()) {
+            joined.push_back({.kind = groups.is_rest(i) ? &kMoreVertices : vertex.kind});
+            joined.back().name = fmt::format("{} {}", size[group], joined.back().kind->plural);
+        }
         ChainVertex& one = joined[made[group]];
         one.mark = std::max(one.mark, vertex.mark);
         one.folded.push_back(std::move(vertex.name));

@@ -7,6 +7,7 @@ namespace {
 
 using F = Family;
 
+// The name is what tells one vertex from the next; the lines below it are what an analyst asks first.
 constexpr ChainKind kKinds[] = {
     {"process_list", F::process, "process", "processes", "{/process_path}", "pid {process_id}, {process_user}",
      "{process_commandline}"},

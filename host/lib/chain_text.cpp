@@ -49,6 +49,8 @@ void append_picture(std::string& text, uint32_t code) {
     text += static_cast<char>(0x80 | (code & 0x3f));
 }
 
+// The one walk over a text for both kinds of repair. A wrong byte costs itself alone, so that what follows is still
+// read.
 std::string rewrite(std::string_view bytes, bool show_controls) {
     std::string text;
     text.reserve(bytes.size());
@@ -68,6 +70,7 @@ std::string rewrite(std::string_view bytes, bool show_controls) {
     return text;
 }
 
+// All bytes of a character but the first have the same two bits in front.
 bool begins_character(char byte) { return (static_cast<unsigned char>(byte) & 0xc0) != 0x80; }
 
 size_t count_characters(std::string_view text) {
@@ -89,6 +92,7 @@ std::string repair_utf8(std::string_view bytes) { return rewrite(bytes, false); 
 
 std::string clean_text(std::string_view bytes) { return rewrite(bytes, true); }
 
+// A text of few bytes has few characters, which saves counting in most cases.
 std::string cut_end(std::string_view text, size_t characters) {
     if (text.size() <= characters || count_characters(text) <= characters) return std::string(text);
     return std::string(text.substr(0, place_of(text, characters - 1))).append(kEllipsis);
@@ -105,6 +109,7 @@ std::string cut_middle(std::string_view text, size_t characters) {
     return result.append(kEllipsis).append(text.substr(place_of(text, count - back)));
 }
 
+// Both quotes, since a text may stand in an attribute of either.
 std::string html_text(std::string_view text) {
     std::string escaped;
     escaped.reserve(text.size());

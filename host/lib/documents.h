@@ -53,7 +53,7 @@ private:
 class Documents {
 public:
     // "-" is standard input. Throws Failure when the file cannot be opened.
-    Documents(const std::string& path, const StopSignal& stop) : reader_(path, stop) {}
+    Documents(const std::string& path, const StopSignal& stop) : reader_(path, LineReader::Mode::to_the_end, stop) {}
 
     // False at the end of the file, or when a signal came. Throws Failure when the file cannot be read.
     bool next(Document& document);

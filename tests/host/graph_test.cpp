@@ -4,7 +4,11 @@
 #include <gtest/gtest.h>
 #include <retrace.pb.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <csignal>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,6 +20,7 @@
 #include "host/lib/chain_text.h"
 #include "host/lib/failure.h"
 #include "host/lib/message.h"
+#include "host/lib/own_process.h"
 
 namespace {
 
@@ -183,6 +188,32 @@ TEST(GraphSvg, ShowsTextsAsTheyAre) {
 }
 
 TEST(GraphPng, IsOne) { EXPECT_TRUE(draw_chain(chain_of(star(3)), Picture::png).starts_with("\x89PNG\r\n\x1A\n")); }
+
+// A library that is given what an attacker wrote may crash, and then says so and no more.
+TEST(OwnProcess, TellsHowTheWorkEnded) {
+    const std::tuple<std::function<std::string()>, std::string> rows[] = {
+        {[]() -> std::string { throw std::runtime_error("reason"); }, "cannot draw: reason"},
+        {[]() -> std::string {
+             std::raise(SIGKILL);
+             return {};
+         },
+         "cannot draw: Killed"},
+        {[]() -> std::string {
+             std::raise(SIGALRM);
+             return {};
+         },
+         "cannot draw: not done after 60 s"},
+        {[]() -> std::string { _exit(7); }, "cannot draw: its process ended with status 7"},
+    };
+    for (const auto& [work, expected] : rows) try {
+            in_own_process("draw", work);
+            ADD_FAILURE() << expected;
+        } catch (const Failure& failure) {
+            EXPECT_EQ(failure.what(), expected);
+        }
+    const std::string large(300'000, 'x');
+    EXPECT_EQ(in_own_process("draw", [&] { return large; }), large);
+}
 
 // --- folding ---
 
