@@ -84,7 +84,8 @@ public:
     }
 
 private:
-    void on_log_line(std::string_view line) override {
+    void on_log_line(const LogLine& logged) override {
+        const std::string_view line = logged.text;
         const size_t behind = line.find(")] ");
         if (behind == std::string_view::npos) return;
         const std::string_view text = line.substr(behind + 3);
@@ -99,9 +100,8 @@ private:
         }
         if (outcomes_.empty()) return;
         Outcome& outcome = outcomes_.back();
-        for (const char* level : {"ERROR", "WARN"})
-            if (line.substr(0, behind).find(fmt::format("[{}]", level)) != std::string_view::npos)
-                outcome.lines.push_back(fmt::format("{} {}", level, text));
+        if (logged.level <= ZEL_LOG_WARN)
+            outcome.lines.push_back(fmt::format("{} {}", logged.level == ZEL_LOG_ERROR ? "ERROR" : "WARN", text));
         if (text.starts_with("Trigger rule only, skip.")) outcome.verdict = "skipped";
         if (text.starts_with("The alert has been repeated.")) repeated_ = true;
         if (text != "host alert,trace" && !text.starts_with("container alert, not trace.")) return;

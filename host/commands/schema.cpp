@@ -26,16 +26,12 @@ struct SchemaOptions {
     std::string output = "-";
 };
 
-constexpr const char* kDescription =
-    R"(Example: zelhost schema document -o alert.schema.json
-
-Print a JSON Schema (draft 2020-12):
+constexpr const char* kFooter =
+    R"(Kinds:
   document  an alert document, as it comes in the events 1536 and 1538
   input     a line that zelhost run reads
-  output    a line that zelhost run writes)";
-
-constexpr const char* kFooter =
-    R"(The schema of the document is made of the rows by which the agent reads it: what it refuses, the agent refuses, if the
+  output    a line that zelhost run writes
+The schema of the document is made of the rows by which the agent reads it: what it refuses, the agent refuses, if the
 keys are spelt as the engines spell them. What a schema cannot say, such as the bytes that no message may carry, zelhost
 check tells.)";
 
@@ -69,7 +65,6 @@ Action prepare_schema(CLI::App& app) {
     const auto options = std::make_shared<SchemaOptions>();
     std::vector<std::string> names;
     std::ranges::transform(kKinds, std::back_inserter(names), &Kind::name);
-    app.description(kDescription);
     app.footer(kFooter);
     app.add_option("KIND", options->kind, "What to describe: document (default), input or output")
         ->type_name("")

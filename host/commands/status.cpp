@@ -153,7 +153,6 @@ std::string printable(std::string_view text) {
 
 Action prepare_status(CLI::App& app) {
     const auto options = std::make_shared<StatusOptions>();
-    app.description("Example: zelhost status\n\n" + app.get_description());
     app.footer(
         "Settings with where each comes from, subscription and mode, libraries and their functions, flag files and "
         "environment. Nothing is started and nothing is written. When a start would fail, the log lines that would say "

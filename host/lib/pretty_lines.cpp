@@ -16,7 +16,7 @@ namespace {
 using vorn_retrace::threat_alert;
 using vorn_retrace::vorn_trace_info;
 
-std::string or_dash(std::string text) { return text.empty() ? "-" : text; }
+std::string or_dash(const std::string& text) { return text.empty() ? "-" : text; }
 
 std::string_view base_name(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
