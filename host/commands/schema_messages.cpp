@@ -35,6 +35,14 @@ constexpr ValueRow kValues[] = {
     {FieldDescriptor::CPPTYPE_STRING, R"("type":"string")", R"("type":["string","null"])"},
 };
 
+// What an object may hold besides its fields.
+constexpr const char* kLatin1 =
+    R"({"description":"Fields whose text is no UTF-8: each byte is written as one character.",)"
+    R"("type":"array","items":{"type":"string"}})";
+constexpr const char* kUnknown =
+    R"({"description":"Fields that the message schema does not know, each with its number, its wire type and its value.",)"
+    R"("type":"array","items":{"type":"object","required":["number","type","value"]}})";
+
 class MessageDefinitions {
 public:
     explicit MessageDefinitions(MessageForm form) : is_read_(form == MessageForm::read) {}
@@ -49,6 +57,10 @@ public:
             properties.emplace_back(field->name(), value_of(field));
             names.push_back(field->name());
             if (is_read_ && field->json_name() != field->name()) names.push_back(field->json_name());
+        }
+        if (!is_read_) {
+            properties.emplace_back("latin1", kLatin1);
+            properties.emplace_back("unknown", kUnknown);
         }
         Members members = {{"type", is_read_ ? json::texts({"object", "null"}) : json::text("object")},
                            {"properties", json::object(properties)}};

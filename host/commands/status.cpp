@@ -1,8 +1,6 @@
 // The command: opens what the agent opens, asks libzelcheck.so for the rest, and shows both.
 #include "host/commands/status.h"
 
-#include <rapidjson/encodings.h>
-#include <rapidjson/memorystream.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -133,23 +131,6 @@ const AgentLibrary* Status::obstacle() const {
 }
 
 const char* level_name(const zelcheck_line& line) { return line.level == ZEL_LOG_ERROR ? "ERROR" : "WARN"; }
-
-std::string printable(std::string_view text) {
-    struct Nowhere {
-        void Put(char) {}
-    } nowhere;
-    std::string shown;
-    while (!text.empty()) {
-        rapidjson::MemoryStream stream(text.data(), text.size());
-        const auto first = static_cast<unsigned char>(text.front());
-        const bool control = first < 0x20 || first == 0x7f;
-        const bool valid = !control && rapidjson::UTF8<>::Validate(stream, nowhere) && stream.Tell() <= text.size();
-        const size_t size = valid ? stream.Tell() : 1;
-        shown += valid ? std::string(text.substr(0, size)) : fmt::format("\\x{:02x}", first);
-        text.remove_prefix(size);
-    }
-    return shown;
-}
 
 Action prepare_status(CLI::App& app) {
     const auto options = std::make_shared<StatusOptions>();

@@ -45,8 +45,6 @@ inline constexpr const char* kOnlyAStartShows[] = {
 };
 
 const char* level_name(const zelcheck_line& line);
-// The text with \xNN for each byte that is no UTF-8 or a control character: files may hold anything.
-std::string printable(std::string_view text);
 
 // Throws Failure when whoever opens the file would wait for ever or end.
 void try_file(const std::string& path);

@@ -6,6 +6,7 @@
 
 #include "host/commands/status.h"
 #include "host/lib/event_names.h"
+#include "host/lib/printable.h"
 
 namespace zelhost {
 namespace {
