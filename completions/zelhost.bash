@@ -38,17 +38,39 @@ _zelhost() {
         'run --log-level') _zelhost_words 'error warn info debug'; return ;;
         'run --idle-ms') return ;;
         'run --max-wait') return ;;
+        'run --events') _zelhost_list '769 770 771 2305' ','; return ;;
+        'run --level') _zelhost_words 'verbose low mid high critical'; return ;;
+        'run --limit') return ;;
+        'run --color') _zelhost_words 'auto always never'; return ;;
+        'run --metrics') _zelhost_paths -f; return ;;
+        'run --summary') _zelhost_words 'text json none'; return ;;
         'run --set') return ;;
         'run --not-ready') return ;;
         'run --trace-cost') return ;;
         'run --queue-max') return ;;
         'run --trc-times') return ;;
+        'check --format') _zelhost_words 'text json sarif'; return ;;
+        'check --log-level') _zelhost_words 'error warn info debug'; return ;;
+        'check --color') _zelhost_words 'auto always never'; return ;;
+        'decode --hex') return ;;
+        'decode --base64') return ;;
+        'decode --color') _zelhost_words 'auto always never'; return ;;
+        'graph -o' | 'graph --output') _zelhost_paths -f; return ;;
+        'graph --guid') return ;;
+        'schema -o' | 'schema --output') _zelhost_paths -f; return ;;
+        'status --root') _zelhost_paths -d; return ;;
+        'status --color') _zelhost_words 'auto always never'; return ;;
         'man --format') _zelhost_words 'roff markdown'; return ;;
     esac
     case $command in
-        '') _zelhost_words 'run man completion --version -h --help' ;;
-        run) _zelhost_words '--root --input --output --log --log-level --idle-ms --max-wait --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
-        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run man completion'; fi ;;
+        '') _zelhost_words 'run check decode graph schema status man completion --version -h --help' ;;
+        run) _zelhost_words '--root --input --output --log --log-level --idle-ms --max-wait --follow --events --level --limit --pretty --color --metrics --summary --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
+        check) if [[ $cur == -* ]]; then _zelhost_words '--strict --quiet --format --log-level --color -h --help'; else _zelhost_paths -f; fi ;;
+        decode) if [[ $cur == -* ]]; then _zelhost_words '--hex --base64 --pretty --all --sizes --color -h --help'; else _zelhost_paths -f; fi ;;
+        graph) if [[ $cur == -* ]]; then _zelhost_words '-o --output --guid -h --help'; else _zelhost_paths -f; fi ;;
+        schema) if [[ $cur == -* ]]; then _zelhost_words '-o --output -h --help'; else _zelhost_words 'document input output'; fi ;;
+        status) _zelhost_words '--root --json --color -h --help' ;;
+        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run check decode graph schema status man completion'; fi ;;
         completion) if [[ $cur == -* ]]; then _zelhost_words '-h --help'; else _zelhost_words 'bash zsh fish'; fi ;;
     esac
 }

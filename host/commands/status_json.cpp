@@ -5,6 +5,7 @@
 #include <span>
 
 #include "host/commands/status.h"
+#include "host/lib/printable.h"
 
 namespace zelhost {
 namespace {
