@@ -55,10 +55,7 @@ ScriptLine read_script_line(std::string_view line) {
     ScannedMember member;
     while (scan.next(member)) {
         if (same_key(member.key, "alert_type")) return {};
-        if (member.key == "do" && member.value.starts_with('"')) {
-            script.is_script = true;
-            return script;
-        }
+        if (member.key == "do" && member.value.starts_with('"')) script.is_script = true;
         if (member.key == "event") {
             const char* const begin = member.value.data();
             const char* const end = begin + member.value.size();
@@ -70,6 +67,8 @@ ScriptLine read_script_line(std::string_view line) {
         script.payload = member.value;
         script.is_text = is_text;
     }
+    // A line that is broken is shown where it breaks, as a document is.
+    if (!scan.is_whole()) return {};
     return script;
 }
 
