@@ -1,12 +1,12 @@
 #include "longrun/verdict_documents.h"
 
+#include <cjson/cJSON.h>
 #include <fmt/format.h>
-#include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
+#include <memory>
 
 #include "host/lib/alert.h"
 #include "host/lib/failure.h"
@@ -15,10 +15,7 @@
 namespace zelhost {
 namespace {
 
-using rapidjson::Value;
-
-// Tokens that stand in the text as they are, for numbers and words that a tree does not keep. A text with the number of
-// a row stands for it in the tree.
+// What stands in the text as it is, for numbers and words that a tree does not keep.
 constexpr const char* kTokens[] = {
     "0",
     "-0",
@@ -85,78 +82,68 @@ constexpr std::string_view kTexts[] = {
     "SubjectPid",
     "ObjectPid",
 };
-constexpr const char* kMarkBegin = "@TOKEN";
-constexpr const char* kMarkEnd = "@";
 
 template <class List>
 const auto& pick(const List& list, std::mt19937& random) {
     return list[std::uniform_int_distribution<size_t>(0, std::size(list) - 1)(random)];
 }
 
-// A tree with a list of all its values that stand under a key, to draw from.
+struct TreeDeleter {
+    void operator()(cJSON* tree) const { cJSON_Delete(tree); }
+};
+
+// A document as a tree that is changed in one place at a time.
 class Tree {
 public:
-    Tree(const std::string& text, std::mt19937& random) : random_(random) {
-        document_.Parse<rapidjson::kParseStopWhenDoneFlag>(text.data(), text.size());
-    }
+    Tree(const std::string& text, std::mt19937& random)
+        : random_(random), root_(cJSON_ParseWithLength(text.data(), text.size())) {}
 
-    bool good() const { return !document_.HasParseError() && document_.IsObject(); }
+    bool good() const { return cJSON_IsObject(root_.get()) != 0; }
 
     // Gives each rule an id of its own, so that the document repeats no other.
     void number_rules(uint64_t number) {
-        if (!document_.HasMember("rule") || !document_["rule"].IsArray()) return;
-        for (Value& rule : document_["rule"].GetArray())
-            if (rule.IsObject() && rule.HasMember("rule_id") && rule["rule_id"].IsString())
-                rule["rule_id"] = text_value(fmt::format("V-{}", number));
+        const cJSON* const rules = cJSON_GetObjectItem(root_.get(), "rule");
+        for (cJSON* rule = rules == nullptr ? nullptr : rules->child; rule != nullptr; rule = rule->next)
+            if (cJSON_IsString(cJSON_GetObjectItem(rule, "rule_id")))
+                cJSON_ReplaceItemInObject(rule, "rule_id", text_value(fmt::format("V-{}", number)));
     }
 
     void mutate() {
-        std::vector<Value*> objects;
-        collect(document_, objects);
-        Value& object = *objects[draw(objects.size())];
-        if (object.ObjectEmpty()) return add(object, "unread", token());
-        const auto member = object.MemberBegin() + static_cast<int>(draw(object.MemberCount()));
-        const std::string key = member->name.GetString();
+        std::vector<cJSON*> objects;
+        collect(root_.get(), objects);
+        cJSON* const object = pick(objects, random_);
+        std::vector<cJSON*> members;
+        for (cJSON* member = object->child; member != nullptr; member = member->next) members.push_back(member);
+        if (members.empty()) return add(object, "unread", token());
+        cJSON* const member = pick(members, random_);
+        const std::string key = member->string;
         switch (draw(10)) {
-            case 0: object.RemoveMember(member); break;
-            case 1: member->name = text_value(misspelt(key)); break;
+            case 0: cJSON_Delete(cJSON_DetachItemViaPointer(object, member)); break;
+            case 1: replace(object, member, misspelt(key), cJSON_Duplicate(member, 1)); break;
             case 2:
-            case 3: member->value = token(); break;
+            case 3: replace(object, member, key, token()); break;
             case 4:
-            case 5: member->value = text_value(pick(kTexts, random_)); break;
+            case 5: replace(object, member, key, text_value(pick(kTexts, random_))); break;
             case 6: add(object, draw(2) == 0 ? key : other_case(key), token()); break;
             case 7: add(object, "unread", token()); break;
-            case 8: set(objects, "type", Value(static_cast<int>(draw(42)))); break;
+            case 8: set(objects, "type", cJSON_CreateNumber(draw(42))); break;
             default: rarely(objects);
         }
     }
 
     std::string text() const {
-        rapidjson::StringBuffer buffer;
-        rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-        document_.Accept(writer);
-        std::string text(buffer.GetString(), buffer.GetSize());
-        for (size_t i = 0; i < std::size(kTokens); ++i) {
-            const std::string mark = fmt::format("\"{}{}{}\"", kMarkBegin, i, kMarkEnd);
-            for (size_t at; (at = text.find(mark)) != std::string::npos;) text.replace(at, mark.size(), kTokens[i]);
-        }
-        return text;
+        const std::unique_ptr<char, void (*)(void*)> printed(cJSON_PrintUnformatted(root_.get()), cJSON_free);
+        return printed == nullptr ? "" : printed.get();
     }
 
 private:
     uint32_t draw(size_t limit) { return std::uniform_int_distribution(0u, static_cast<uint32_t>(limit) - 1)(random_); }
-    Value text_value(std::string_view text) {
-        return Value(text.data(), static_cast<rapidjson::SizeType>(text.size()), document_.GetAllocator());
-    }
-    Value token() { return text_value(fmt::format("{}{}{}", kMarkBegin, draw(std::size(kTokens)), kMarkEnd)); }
+    static cJSON* text_value(std::string_view text) { return cJSON_CreateString(std::string(text).c_str()); }
+    cJSON* token() { return cJSON_CreateRaw(pick(kTokens, random_)); }
 
-    static void collect(Value& value, std::vector<Value*>& objects) {
-        if (value.IsObject()) {
-            objects.push_back(&value);
-            for (auto& member : value.GetObject()) collect(member.value, objects);
-        } else if (value.IsArray()) {
-            for (Value& item : value.GetArray()) collect(item, objects);
-        }
+    static void collect(cJSON* value, std::vector<cJSON*>& objects) {
+        if (cJSON_IsObject(value)) objects.push_back(value);
+        for (cJSON* child = value->child; child != nullptr; child = child->next) collect(child, objects);
     }
 
     std::string misspelt(std::string key) {
@@ -174,35 +161,42 @@ private:
         return key;
     }
 
-    void add(Value& object, std::string_view key, Value value) {
-        object.AddMember(text_value(key), value, document_.GetAllocator());
+    static void add(cJSON* object, const std::string& key, cJSON* value) {
+        cJSON_AddItemToObject(object, key.c_str(), value);
+    }
+    // In its place, so that the order of the keys stays.
+    static void replace(cJSON* object, cJSON* member, const std::string& key, cJSON* value) {
+        cJSON holder{};
+        cJSON_AddItemToObject(&holder, key.c_str(), value);  // gives the value its name
+        cJSON_ReplaceItemViaPointer(object, member, cJSON_DetachItemViaPointer(&holder, value));
     }
 
     // Sets a key in one of the objects that have it.
-    void set(const std::vector<Value*>& objects, const char* key, Value value) {
-        std::vector<Value*> with;
-        std::ranges::copy_if(objects, std::back_inserter(with),
-                             [key](Value* object) { return object->HasMember(key); });
-        if (!with.empty()) (*with[draw(with.size())])[key] = value;
+    void set(const std::vector<cJSON*>& objects, const char* key, cJSON* value) {
+        std::vector<cJSON*> with;
+        for (cJSON* object : objects)
+            if (cJSON_HasObjectItem(object, key) != 0) with.push_back(object);
+        if (with.empty()) return cJSON_Delete(value);
+        cJSON_ReplaceItemInObject(pick(with, random_), key, value);
     }
 
-    void rarely(const std::vector<Value*>& objects) {
-        Value list(rapidjson::kArrayType);
+    void rarely(const std::vector<cJSON*>& objects) {
         switch (draw(6)) {
             case 0: return set(objects, "status", text_value("Trigger"));
-            case 1: return set(objects, "alert_type", Value(static_cast<int>(draw(25))));
+            case 1: return set(objects, "alert_type", cJSON_CreateNumber(draw(25)));
             case 2: return set(objects, "Guid", text_value(std::string(draw(50), 'g')));
             case 3: return set(objects, "rule_id", text_value("V-repeated"));
-            case 4: return set(objects, draw(2) == 0 ? "PreTime" : "PostTime", Value(0));
-            default:
-                for (uint32_t i = draw(4); i > 0; --i)
-                    list.PushBack(draw(4) == 0 ? token() : text_value(pick(kTexts, random_)), document_.GetAllocator());
-                add(*objects[draw(objects.size())], draw(2) == 0 ? "tags" : "Highlight", std::move(list));
+            case 4: return set(objects, draw(2) == 0 ? "PreTime" : "PostTime", cJSON_CreateNumber(0));
+            default: break;
         }
+        cJSON* const list = cJSON_CreateArray();
+        for (uint32_t i = draw(4); i > 0; --i)
+            cJSON_AddItemToArray(list, draw(4) == 0 ? token() : text_value(pick(kTexts, random_)));
+        add(pick(objects, random_), draw(2) == 0 ? "tags" : "Highlight", list);
     }
 
     std::mt19937& random_;
-    rapidjson::Document document_;
+    std::unique_ptr<cJSON, TreeDeleter> root_;
 };
 
 }  // namespace

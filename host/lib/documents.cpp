@@ -1,8 +1,7 @@
 #include "host/lib/documents.h"
 
-#include <strings.h>
-
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 
 #include "host/lib/json_scan.h"
@@ -33,8 +32,10 @@ std::string_view without_return(std::string_view line) {
     return line;
 }
 
-bool same_word(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+// Keys are ASCII; the decoder ignores case in the same way.
+bool same_key(std::string_view a, std::string_view b) {
+    const auto lower = [](char letter) { return tolower(static_cast<unsigned char>(letter)); };
+    return std::ranges::equal(a, b, {}, lower, lower);
 }
 
 // What a line of a script says about its event.
@@ -53,14 +54,12 @@ ScriptLine read_script_line(std::string_view line) {
     MemberScan scan(line);
     ScannedMember member;
     while (scan.next(member)) {
-        if (same_word(member.key, "alert_type")) return {};
-        if (member.key == "do" && member.value.starts_with('"')) {
-            script.is_script = true;
-            return script;
-        }
+        if (same_key(member.key, "alert_type")) return {};
+        if (member.key == "do" && member.value.starts_with('"')) script.is_script = true;
         if (member.key == "event") {
-            const char* const end = member.value.data() + member.value.size();
-            script.is_script = std::from_chars(member.value.data(), end, script.event_id).ptr == end;
+            const char* const begin = member.value.data();
+            const char* const end = begin + member.value.size();
+            script.is_script = std::from_chars(begin, end, script.event_id).ptr == end;
             if (!script.is_script) return {};
         }
         const bool is_text = member.key == "text" && member.value.starts_with('"');
@@ -68,6 +67,8 @@ ScriptLine read_script_line(std::string_view line) {
         script.payload = member.value;
         script.is_text = is_text;
     }
+    // A line that is broken is shown where it breaks, as a document is.
+    if (!scan.is_whole()) return {};
     return script;
 }
 

@@ -104,6 +104,11 @@ bool MemberScan::next(ScannedMember& member) {
     return true;
 }
 
+bool MemberScan::is_whole() const {
+    return at_ < text_.size() && text_[at_] == '}' &&
+           text_.find_first_not_of(kSpaces, at_ + 1) == std::string_view::npos;
+}
+
 bool MemberScan::take(char wanted) {
     skip_spaces();
     if (at_ >= text_.size() || text_[at_] != wanted) return false;

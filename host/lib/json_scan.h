@@ -21,6 +21,8 @@ public:
 
     // False at the object's end, or where the text is no object any more.
     bool next(ScannedMember& member);
+    // Once there is no other: whether the text is one object that is closed, with nothing behind it.
+    bool is_whole() const;
 
 private:
     bool take(char wanted);

@@ -1,8 +1,9 @@
 #!/bin/bash
 # Runs zelhost check: one row for each input, with the exit code and what must stand in the output.
-#   check.sh PROGRAM DEMO_SCENARIO
+#   check.sh PROGRAM DEMO_SCENARIO [MEGABYTES]    MEGABYTES of the longest line; 200 by default
 host=$1
 demo=$2
+megabytes=${3:-200}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
@@ -19,7 +20,7 @@ fail() {
 expect() {
     local code=$1
     shift
-    timeout 60 "$host" check "$@" >out 2>err
+    timeout 200 "$host" check "$@" >out 2>err
     local got=$?
     [ $got -eq "$code" ] || fail "exit code $got instead of $code"
 }
@@ -128,17 +129,17 @@ expect 2 --format yaml odd
 mkfifo fifo
 printf '%s\n' "$good" >fifo &
 expect 0 fifo
-yes "$bad" | head -n 100000 >many
+yes "$bad" | head -n $((megabytes * 500)) >many
 expect 1 many
-says '100000 documents: 100000 refused'
-timeout 60 "$host" check many 2>err | head -n 1 >out
+says "$((megabytes * 500)) documents: $((megabytes * 500)) refused"
+timeout 200 "$host" check many 2>err | head -n 1 >out
 [ "${PIPESTATUS[0]}" -eq 0 ] && [ ! -s err ] || fail "a closed pipe does not end it quietly"
 if [ -e /dev/full ]; then
-    timeout 60 "$host" check many >/dev/full 2>err
+    timeout 200 "$host" check many >/dev/full 2>err
     [ $? -eq 1 ] || fail "a full disk is not seen"
     tells 'No space left'
 fi
-{ printf '{"a":"'; head -c 200000000 /dev/zero | tr '\0' x; printf '"}\n'; } >long
+{ printf '{"a":"'; head -c ${megabytes}000000 /dev/zero | tr '\0' x; printf '"}\n'; } >long
 expect 1 long
 says '  {"a":"xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx...'
 

@@ -55,6 +55,8 @@ TEST(Documents, AScriptGivesItsAlerts) {
         {__LINE__, R"({"event":1541,"text":"x"})", {}},
         {__LINE__, R"({"event":1536,"hex":"00"})", {}},
         {__LINE__, R"({"do":"wait"})", {}},
+        {__LINE__, R"({"event":1536,"alert":{"a":1})", {R"(1 1536 1: {"event":1536,"alert":{"a":1})"}},
+        {__LINE__, R"({"do":"wait"} x)", {R"(1 1536 1: {"do":"wait"} x)"}},
         {__LINE__, R"({"event":"1536","alert":{}})", {R"(1 1536 1: {"event":"1536","alert":{}})"}},
         {__LINE__, R"({"Alert_Type":3,"event":1541})", {R"(1 1536 1: {"Alert_Type":3,"event":1541})"}},
     };
