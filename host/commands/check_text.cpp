@@ -5,6 +5,7 @@
 #include "host/commands/check.h"
 #include "host/lib/console.h"
 #include "host/lib/snippet.h"
+#include "host/lib/visible.h"
 #include "platform/zel_support.h"
 
 namespace zelhost {

@@ -5,7 +5,7 @@
 #include <span>
 
 #include "host/commands/status.h"
-#include "host/lib/printable.h"
+#include "host/lib/visible.h"
 
 namespace zelhost {
 namespace {
@@ -20,7 +20,7 @@ public:
         return *this;
     }
     void text(std::string_view text) {
-        const std::string shown = printable(text);
+        const std::string shown = visible(text);
         writer_.String(shown.data(), static_cast<rapidjson::SizeType>(shown.size()));
     }
     void text_or_null(const char* given) {

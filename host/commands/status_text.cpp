@@ -6,7 +6,7 @@
 
 #include "host/commands/status.h"
 #include "host/lib/event_names.h"
-#include "host/lib/printable.h"
+#include "host/lib/visible.h"
 
 namespace zelhost {
 namespace {
@@ -22,7 +22,7 @@ std::string heading(const Paint& paint, std::string_view text) { return "\n" + p
 
 std::string log_line(const Paint& paint, const zelcheck_line& line) {
     return fmt::format("  {} {}\n", word(paint, line.level == 0 ? Tint::error : Tint::warning, level_name(line), 5),
-                       printable(line.text));
+                       visible(line.text));
 }
 
 // What a start brings about, on one line.
@@ -49,13 +49,13 @@ std::string verdict(const Status& status, const Paint& paint) {
     } else if (const AgentLibrary* const obstacle = status.obstacle()) {
         text = paint(Tint::error, "a start would fail") +
                fmt::format(": the {} cannot be loaded, so nothing is logged\n  {}\n", obstacle->title,
-                           printable(obstacle->reason));
+                           visible(obstacle->reason));
     } else {
         text = paint(Tint::error, "a start would fail") + ": the log would say\n";
         for (const auto& line : std::span(folder.lines, folder.line_count).subspan(folder.failure))
             text += log_line(paint, line);
     }
-    return text + paint(Tint::faint, "agent folder " + printable(status.root)) + "\n";
+    return text + paint(Tint::faint, "agent folder " + visible(status.root)) + "\n";
 }
 
 // --- libraries ---
@@ -74,7 +74,7 @@ std::string library_row(const zelcheck_library& library, const Paint& paint) {
                                                      : std::string("optional: ") + library.use;
     std::string text = fmt::format(kRow, word(paint, tint, state, 8), library.path, library.title, need);
     if (library.reason != nullptr)
-        text += "           " + printable(library.reason) + "\n";
+        text += "           " + visible(library.reason) + "\n";
     else if (!lacks.empty())
         text += "           without " + lacks + "\n";
     return text;
@@ -95,10 +95,10 @@ std::string settings(const zelcheck_folder& folder, const Paint& paint) {
     std::string text;
     std::string_view file;
     for (const auto& setting : std::span(folder.settings, folder.setting_count)) {
-        if (setting.file != file) text += heading(paint, fmt::format("settings of {}", printable(setting.file)));
+        if (setting.file != file) text += heading(paint, fmt::format("settings of {}", visible(setting.file)));
         file = setting.file;
         const Tint tint = setting.origin == ZELCHECK_FROM_FILE ? Tint::good : Tint::warning;
-        const std::string reason = printable(setting.reason);
+        const std::string reason = visible(setting.reason);
         text += fmt::format("  {:<44} {:>6}  {}{}{}\n", fmt::format("{}.{}", setting.section, setting.key),
                             setting.value, paint(tint, kOrigins[setting.origin]), reason.empty() ? "" : ": ", reason);
     }
@@ -109,8 +109,8 @@ std::string settings(const zelcheck_folder& folder, const Paint& paint) {
 
 std::string mode(const zelcheck_folder& folder, const Paint& paint) {
     std::string text = heading(paint, "mode and events");
-    text += fmt::format("  {} ({})\n", folder.pure_mode != 0 ? "pure mode" : "full operation",
-                        printable(folder.mode_reason));
+    text +=
+        fmt::format("  {} ({})\n", folder.pure_mode != 0 ? "pure mode" : "full operation", visible(folder.mode_reason));
     for (size_t i = 0; i < folder.subscription_count; ++i) {
         const bool last = i % 3 == 2 || i + 1 == folder.subscription_count;
         const uint32_t id = folder.subscription[i];
@@ -129,11 +129,11 @@ std::string surroundings(const Status& status, const Paint& paint) {
     for (const Variable& variable : status.environment)
         text += fmt::format("  {:<13}  {}  {}\n", variable.name,
                             word(paint, variable.value == nullptr ? Tint::faint : Tint::plain,
-                                 variable.value == nullptr ? "not set" : printable(variable.value), 7),
+                                 variable.value == nullptr ? "not set" : visible(variable.value), 7),
                             paint(Tint::faint, variable.effect));
-    text += fmt::format("  reports carry version {} ({}) and agent id {}\n", printable(folder.report_version),
+    text += fmt::format("  reports carry version {} ({}) and agent id {}\n", visible(folder.report_version),
                         folder.version_from_file != 0 ? "of config/agent_cfg.json" : "built in",
-                        printable(folder.report_agent_id));
+                        visible(folder.report_agent_id));
     return text;
 }
 

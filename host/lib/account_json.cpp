@@ -6,8 +6,8 @@
 #include <cmath>
 
 #include "host/lib/event_names.h"
-#include "host/lib/printable.h"
 #include "host/lib/utf8.h"
+#include "host/lib/visible.h"
 
 namespace zelhost {
 namespace {
@@ -24,7 +24,7 @@ void number(Writer& out, const char* key, uint64_t value) { number(out, key, as_
 // A path may hold bytes that are no UTF-8.
 void text(Writer& out, const char* key, const std::string& value) {
     out.Key(key);
-    const std::string written = is_utf8(value) ? value : printable(value);
+    const std::string written = is_utf8(value) ? value : visible(value);
     out.String(written.data(), static_cast<rapidjson::SizeType>(written.size()));
 }
 

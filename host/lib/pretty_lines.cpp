@@ -7,8 +7,8 @@
 #include "host/lib/event_names.h"
 #include "host/lib/local_time.h"
 #include "host/lib/message_parse.h"
-#include "host/lib/printable.h"
 #include "host/lib/severity.h"
+#include "host/lib/visible.h"
 
 namespace zelhost {
 namespace {
@@ -138,10 +138,10 @@ std::string PrettyLines::line(const Columns& columns) const {
     const std::string head = local_time(false);
     const std::string kind = fmt::format("{:<9.9}", columns.kind);
     const std::string level = fmt::format("{:<8}", severity.name);
-    const std::string rule = fmt::format("{:<15.15}", or_dash(printable(columns.rule)));
-    const std::string process = fmt::format("{:<18.18}", or_dash(printable(columns.process)));
-    std::string outcome = printable(columns.outcome);
-    const std::string guid = printable(columns.guid.substr(0, 8));
+    const std::string rule = fmt::format("{:<15.15}", or_dash(visible(columns.rule)));
+    const std::string process = fmt::format("{:<18.18}", or_dash(visible(columns.process)));
+    std::string outcome = visible(columns.outcome);
+    const std::string guid = visible(columns.guid.substr(0, 8));
 
     constexpr size_t kBefore = 12 + 9 + 8 + 15 + 18 + 5;
     constexpr size_t kLeast = 10;

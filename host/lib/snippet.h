@@ -1,4 +1,4 @@
-// Text of documents as a terminal can show it. Documents hold any bytes, and a terminal obeys some of them.
+// A long line cut around a place in it, as compilers show one.
 #pragma once
 
 #include <cstddef>
@@ -6,9 +6,6 @@
 #include <string_view>
 
 namespace zelhost {
-
-// The text with every byte that is no visible character as an escape such as \x1b.
-std::string visible(std::string_view text);
 
 // A cut of a line around a place, and a line of marks that stands below it: a caret under the place's first column and
 // tildes under the others.

@@ -11,8 +11,8 @@
 #include "host/lib/failure.h"
 #include "host/lib/metrics.h"
 #include "host/lib/pretty_lines.h"
-#include "host/lib/printable.h"
 #include "host/lib/status_line.h"
+#include "host/lib/visible.h"
 #include "platform/zel_support.h"
 
 namespace {
@@ -133,12 +133,12 @@ TEST(PrettyLines, RemarkOnWhatGivesNoLineOtherwise) {
     }
 }
 
-TEST(Printable, LeavesNothingThatMovesTheCursor) {
+TEST(Visible, LeavesNothingThatMovesTheCursor) {
     const std::pair<std::string, const char*> rows[] = {{"caf\u00e9\n", "caf\u00e9\\x0a"},
-                                                        {"a\u0085b", "a\\x85b"},
-                                                        {"\xff\u00e9", "\\xff\\xc3\\xa9"},
+                                                        {"a\u0085b", "a\\xc2\\x85b"},
+                                                        {"\xff\u00e9", "\\xff\u00e9"},
                                                         {"\x7f", "\\x7f"}};
-    for (const auto& [text, expected] : rows) EXPECT_EQ(printable(text), expected);
+    for (const auto& [text, expected] : rows) EXPECT_EQ(visible(text), expected);
 }
 
 // --- how it goes ---
