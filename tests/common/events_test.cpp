@@ -1,6 +1,7 @@
 // Outgoing events: their interface, their record, and what their last reference frees. What ends the process.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 
 #include "common/checks.h"
@@ -90,6 +91,15 @@ TEST(Event, IsNotMadeWithoutMessageOrBusAndTheMessageComesBack) {
     EXPECT_EQ(sent.event, nullptr);
     EXPECT_STREQ(sent.refused.data(), "kept");
     EXPECT_EQ(zel_test::LogCapture::get().take_text(), "E Invoke buf is null!\nE dispatcher is null!\n");
+}
+
+TEST(Tick, IsTheMonotonicClockInMilliseconds) {
+    const auto clock = [] {
+        return uint64_t(std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1));
+    };
+    const uint64_t before = clock(), tick = GetTickMs();
+    EXPECT_LE(before, tick);
+    EXPECT_LE(tick, clock());
 }
 
 TEST(Settings, WithLimitsThatMakeNoSenseEndTheProcess) {
