@@ -86,9 +86,9 @@ lines 1
 
 # --- input that is followed ---
 
-# eventually CONDITION...: it holds before ten seconds have passed.
+# eventually CONDITION...: it holds before a minute has passed.
 eventually() {
-    local deadline=$((SECONDS + 10))
+    local deadline=$((SECONDS + 60))
     until "$@"; do
         if [ $SECONDS -ge $deadline ]; then
             fail "not in time: $*"
