@@ -133,7 +133,7 @@ row "no support functions" 1 "the support functions cannot be loaded" "rm lib/li
 row "support functions lack one" 1 "undefined symbol: zel_mutex_init" "own lib/liblumutil.so zel_mutex_init zel_mutex_none"
 row "no plug-in" 1 "the plug-in cannot be loaded" "rm reshdl/bin/libzelreshdl.so"
 row "plug-in is a text" 1 "the plug-in cannot be loaded" "echo text >reshdl/bin/libzelreshdl.so"
-row "plug-in without an export" 1 "has no function plugin_init" "own reshdl/bin/libzelreshdl.so plugin_init plugin_none"
+row "plug-in without an export" 1 "the plug-in cannot be loaded" "own reshdl/bin/libzelreshdl.so plugin_init plugin_none"
 row "empty folder" 1 "the support functions cannot be loaded" "rm -r *"
 row "no folder" 1 "is no folder; name an agent folder with --root" "rm -r ../agent"
 row "a file in place of the folder" 1 "is no folder" "rm -r ../agent; echo text >../agent"
