@@ -128,7 +128,7 @@ std::string bash_script(const CLI::App& root) {
 
 std::string zsh_quoted(const std::string& text) { return "'" + replaced(text, "'", "'\\''") + "'"; }
 
-// Inside a specification, brackets and colons end a part of it.
+// Brackets and colons mean something to zsh where an argument is described.
 std::string zsh_part(std::string text) {
     for (const char* const special : {"\\", "[", "]", ":"}) text = replaced(text, special, std::string("\\") + special);
     return text;
