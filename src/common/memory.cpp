@@ -10,8 +10,10 @@ namespace zel {
 
 MallocBuffer calloc_buffer(uint64_t size) { return MallocBuffer(static_cast<char*>(calloc(size > 0 ? size : 1, 1))); }
 
+MallocBuffer malloc_buffer(uint64_t size) { return MallocBuffer(static_cast<char*>(malloc(size > 0 ? size : 1))); }
+
 MallocBuffer copy_bytes(const char* data, uint64_t size) {
-    MallocBuffer copy = calloc_buffer(size);
+    MallocBuffer copy = malloc_buffer(size);
     if (copy != nullptr && size > 0) memcpy(copy.get(), data, size);
     return copy;
 }

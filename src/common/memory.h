@@ -1,4 +1,4 @@
-// Owners of memory that comes from calloc, and the mark for memory that stays allocated on purpose.
+// Owners of memory of the C library, and the mark for memory that stays allocated on purpose.
 #pragma once
 
 #include <cstdint>
@@ -11,12 +11,15 @@ struct FreeDeleter {
     void operator()(void* memory) const { free(memory); }
 };
 
-// Owns a buffer from calloc. A serialised message travels in it from its builder to the event that carries it.
+// Owns a buffer of the C library. A serialised message travels in it from its builder to the event that carries it.
 using MallocBuffer = std::unique_ptr<char, FreeDeleter>;
 
 // A zeroed buffer of `size` bytes, or null when there is no memory. For a size of 0 one byte is allocated, so that null
 // always means that memory ran out.
 MallocBuffer calloc_buffer(uint64_t size);
+
+// Likewise, but its bytes are undefined: for a caller that writes all of them.
+MallocBuffer malloc_buffer(uint64_t size);
 
 // A copy of `size` bytes, or null when there is no memory. With a size of 0 `data` may be null.
 MallocBuffer copy_bytes(const char* data, uint64_t size);

@@ -66,8 +66,7 @@ CReshdlEvent::CReshdlEvent(uint32_t uEventId, uint32_t uSourceEventId, Payload& 
     // The record points into the payload, which has been moved into the event by now. Without memory for the GUID the
     // event goes out with a null one.
     const size_t size = strlen(pszGuid) + 1;
-    zel::MallocBuffer copy = zel::calloc_buffer(size);
-    if (copy != nullptr) memcpy(copy.get(), pszGuid, size);
+    zel::MallocBuffer copy = zel::copy_bytes(pszGuid, size);
     m_stNative.pszGuid = copy.release();  // the record is a C structure; the destructor frees its text
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "common/memory.h"
 
@@ -21,6 +22,11 @@ public:
     template <class R>
     const R* as() const {
         return record_.get_deleter() == &destroy<R> ? static_cast<const R*>(record_.get()) : nullptr;
+    }
+    // The same for who moves the record's texts on.
+    template <class R>
+    R* as() {
+        return const_cast<R*>(std::as_const(*this).as<R>());
     }
 
     // Lets the record outlive its owner for good. It can be read no more; the owner still says that there is one.

@@ -106,6 +106,9 @@ void keep_container(const ST_BUF_DATA& data) {
               data.strImageId.c_str(), data.strContainerName.c_str());
 }
 
+// How many elements a list will give. Records are large, and a list that grows moves them.
+size_t children(const cJSON& array) { return static_cast<size_t>(cJSON_GetArraySize(&array)); }
+
 bool read_alert_type(const JsonObject& root, ST_BUF_DATA& data) {
     zel::Scratch& scratch = zel::decode_state().scratch;
     scratch.nCurAlertType = 0;
@@ -210,6 +213,7 @@ bool CEventHandle::GetRuleInfo(const JsonObject& pjRoot, std::vector<ST_RULE>& v
 
 bool CEventHandle::GetRuleInfoEx(const cJSON* pjRule, std::vector<ST_RULE>& vecRule) {
     ZEL_ASSERT(pjRule);
+    vecRule.reserve(vecRule.size() + children(*pjRule));
     for (const cJSON* item = pjRule->child; item != nullptr; item = item->next) {
         ST_RULE& stRule = vecRule.emplace_back();
         if (read_rule(item, stRule)) continue;
@@ -247,6 +251,7 @@ bool CEventHandle::GetRawEventInfo(const JsonObject& pjRuleArray, std::vector<ST
 
 bool CEventHandle::GetRawEventInfoEx(const cJSON* pjRawEvent, std::vector<ST_RAW_EVENT>& vecEvent) {
     ZEL_ASSERT(pjRawEvent);
+    vecEvent.reserve(vecEvent.size() + children(*pjRawEvent));
     for (const cJSON* item = pjRawEvent->child; item != nullptr; item = item->next) {
         if (read_event(item, vecEvent.emplace_back())) continue;
         vecEvent.pop_back();

@@ -78,6 +78,7 @@ void CReshdlWork::report_alert(const ST_QUEQE_NODE& stNode, ST_BUF_DATA& stData)
         LOG_INFO("The alert has been repeated. guid:%s", guid);
     }
 
+    const bool on_host = stData.strContainerId == "host" || stData.strContainerId.empty();
     int nProcessCount = 0;
     int nRiskLevel = 0;
     uint64_t size = 0;
@@ -96,7 +97,6 @@ void CReshdlWork::report_alert(const ST_QUEQE_NODE& stNode, ST_BUF_DATA& stData)
         return;
     }
     count(g_statistics.sentToMbCount);
-    const bool on_host = stData.strContainerId == "host" || stData.strContainerId.empty();
     if (!repeated && on_host) {
         LOG_INFO("host alert,trace");
         // The event is still held here, so its message can be copied for the trace.

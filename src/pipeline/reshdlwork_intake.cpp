@@ -36,12 +36,13 @@ bool create_guid(char (&guid)[kGuidSize]) {
 bool copy_payload(ST_QUEQE_NODE& node, const char* data, uint64_t size) {
     node.uSize = size;
     const bool impossible = size == UINT64_MAX || (data == nullptr && size > 0);
-    if (!impossible) node.pData = zel::calloc_buffer(size + 1);
+    if (!impossible) node.pData = zel::malloc_buffer(size + 1);
     if (node.pData == nullptr) {
         LOG_ERROR("(char*)calloc(uSize, sizeof(char)) failed!");
         return false;
     }
     if (size > 0) memcpy(node.pData.get(), data, size);
+    node.pData.get()[size] = '\0';
     return true;
 }
 

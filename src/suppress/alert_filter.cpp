@@ -63,7 +63,12 @@ std::string AlertFilter::cal_alert_key(const ST_BUF_DATA& stData) {
     for (const ST_RULE& rule : stData.vecRule) {
         const auto [entry, is_new] = images_of_rule.try_emplace(rule.strRuleId);
         if (!is_new) continue;  // the first rule of an id stands
-        for (const ST_RAW_EVENT& event : rule.vecEvent) entry->second.insert(event.strImage);
+        // One process causes many events in a row; comparing two texts is cheaper than a search.
+        const std::string* last = nullptr;
+        for (const ST_RAW_EVENT& event : rule.vecEvent) {
+            if (last == nullptr || *last != event.strImage) entry->second.insert(event.strImage);
+            last = &event.strImage;
+        }
     }
     std::string key;
     for (const auto& [rule_id, images] : images_of_rule) {

@@ -1,12 +1,15 @@
-// Tables that copy records into messages. A table is a tuple of fields; a field names a member of a record and the
+// Tables that move records into messages. A table is a tuple of fields; a field names a member of a record and the
 // field of a message that gets its value. The tables are constexpr, so the compiler turns the reading of one into
 // straight code.
+//
+// Texts are moved, not copied: the record is read for the last time. What is left in it is valid and unspecified.
 #pragma once
 
 #include <source_location>
 #include <string>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "trace/text_check.h"
 
@@ -23,9 +26,9 @@ struct TextField {
     std::source_location place;  // of the table's line, for the lines of a refused text
 
     bool passes(const Record& record) const { return !checked || CheckDsStr(record.*source, place); }
-    void copy(const Record& record, Message& message) const {
+    void move(Record& record, Message& message) const {
         // An empty text is what the field holds already, and taking the field would allocate.
-        if (!(record.*source).empty()) *(message.*target)() = record.*source;
+        if (!(record.*source).empty()) *(message.*target)() = std::move(record.*source);
     }
 };
 
@@ -38,7 +41,7 @@ struct NumberField {
     Number Record::* source;
 
     bool passes(const Record&) const { return true; }
-    void copy(const Record& record, Message& message) const {
+    void move(const Record& record, Message& message) const {
         // Unsigned members hold what was a signed number in the document, so that -1 is -1 again in a wider field.
         (message.*set)(static_cast<Wire>(static_cast<std::make_signed_t<Number>>(record.*source)));
     }
@@ -64,13 +67,13 @@ constexpr NumberField<Message, Wire, Record, Number> number(void (Message::*set)
 }
 
 // Checks all texts in the table's order, then sets all fields of a message that has none of them set. Nothing is set
-// when a text is refused.
+// or moved when a text is refused.
 template <class Message, class Record, class... Fields>
-bool fill(Message& message, const Record& record, const std::tuple<Fields...>& table) {
+bool fill(Message& message, Record& record, const std::tuple<Fields...>& table) {
     return std::apply(
         [&](const Fields&... fields) {
             if (!(fields.passes(record) && ...)) return false;
-            (fields.copy(record, message), ...);
+            (fields.move(record, message), ...);
             return true;
         },
         table);

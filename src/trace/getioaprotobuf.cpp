@@ -73,7 +73,7 @@ uint64_t CGetProtobuf::GetComProtobuf(ST_BUF_DATA& stData, bool bRepeated, zel::
     return SerializeTraceInfo(*info, buffer);
 }
 
-bool CGetProtobuf::GetThreatAlertInfo(const ST_BUF_DATA& stData, threat_alert* pAlert, int& nProcessCount,
+bool CGetProtobuf::GetThreatAlertInfo(ST_BUF_DATA& stData, threat_alert* pAlert, int& nProcessCount,
                                       int& nRiskLevel) {
     pAlert->set_alert_type(static_cast<VORN_RISK_TYPE>(stData.nAlertType));
     if (!CheckDsStr(stData.strGuid)) return false;
@@ -90,8 +90,8 @@ bool CGetProtobuf::GetThreatAlertInfo(const ST_BUF_DATA& stData, threat_alert* p
 }
 
 // One refused text, or one event that cannot be filled, ends the alert.
-bool CGetProtobuf::SetRuleInfo(const ST_BUF_DATA& stData, threat_alert* pAlert, int& nProcessCount) {
-    for (const ST_RULE& source : stData.vecRule) {
+bool CGetProtobuf::SetRuleInfo(ST_BUF_DATA& stData, threat_alert* pAlert, int& nProcessCount) {
+    for (ST_RULE& source : stData.vecRule) {
         threat_rule* rule = pAlert->add_alert_rule();
         if (!zel::fill(*rule, source, kRule)) return false;
         SetRuleStatus(source, rule);
@@ -110,12 +110,12 @@ void CGetProtobuf::SetRuleTags(const ST_RULE& stRule, threat_rule* pRule) {
     zel::add_texts(stRule.vecTags, pRule->mutable_tags());
 }
 
-bool CGetProtobuf::SetEventInfo(const ST_RULE& stRule, threat_rule* pRule, int& nProcessCount,
+bool CGetProtobuf::SetEventInfo(ST_RULE& stRule, threat_rule* pRule, int& nProcessCount,
                                 VORN_RISK_TYPE eAlertType, int nContainerInitPid) {
     ZEL_ASSERT(pRule);
     // Room for all events at once: in an arena, each growth would leave the old room behind.
     pRule->mutable_alert_event()->Reserve(static_cast<int>(stRule.vecEvent.size()));
-    for (const ST_RAW_EVENT& source : stRule.vecEvent) {
+    for (ST_RAW_EVENT& source : stRule.vecEvent) {
         threat_event* event = pRule->add_alert_event();
         event->set_op_time(source.llOpTime);
         event->set_version(static_cast<int32_t>(source.uVersion));
@@ -141,7 +141,7 @@ bool CGetProtobuf::SetEventInfo(const ST_RULE& stRule, threat_rule* pRule, int& 
 }
 
 // All texts of the subject are checked before one is set.
-bool CGetProtobuf::SetSubjectInfo(const ST_RAW_EVENT& stEvent, threat_event* pEvent) {
+bool CGetProtobuf::SetSubjectInfo(ST_RAW_EVENT& stEvent, threat_event* pEvent) {
     process_vertex* subject = pEvent->mutable_subject_process();
     return zel::passed(subject != nullptr, "mutable_subject_process failed!") && zel::fill(*subject, stEvent, kSubject);
 }
@@ -152,7 +152,7 @@ void CGetProtobuf::SetEventHighlight(const ST_RAW_EVENT& stEvent, threat_event* 
         zel::add_texts(stEvent.vecSubHighlight, pEvent->mutable_subhighlight());
 }
 
-bool CGetProtobuf::SetEventPrivateInfo(const ST_RAW_EVENT& stEvent, threat_event* pEvent, int nContainerInitPid) {
+bool CGetProtobuf::SetEventPrivateInfo(ST_RAW_EVENT& stEvent, threat_event* pEvent, int nContainerInitPid) {
     ZEL_ASSERT(pEvent);
     const zel::ObjectRow* row = zel::find_object_row(stEvent.uType);
     if (row == nullptr) {

@@ -31,11 +31,11 @@ bool time_text(int64_t time, std::string* target) {
 }
 
 // A time of 0 ends the process: FileTimeToString asserts that there is one.
-bool fill_file_modify_time(const PST_FILE_TIME_CHANGE& record, threat_event* pEvent, int) {
+bool fill_file_modify_time(PST_FILE_TIME_CHANGE& record, threat_event* pEvent, int) {
     file_modify_time_vertex* object = pEvent->mutable_object_file_modify_time();
     if (!zel::passed(object != nullptr, "mutable_object_file_modify_time failed!")) return false;
     if (!CheckDsStr(record.strFilePath)) return false;
-    object->set_file_path(record.strFilePath);
+    object->set_file_path(std::move(record.strFilePath));
     return time_text(record.llPostTime, object->mutable_file_post_time()) &&
            time_text(record.llPreTime, object->mutable_file_pre_time());
 }
@@ -85,7 +85,7 @@ constexpr auto kFileModify =
 
 // The one object that is looked up outside its record: the size is that of the file now. A file that has gone costs no
 // alert.
-bool fill_file_modify(const PST_FILE_MODIFY& record, threat_event* pEvent, int nContainerInitPid) {
+bool fill_file_modify(PST_FILE_MODIFY& record, threat_event* pEvent, int nContainerInitPid) {
     file_modify_vertex* object = pEvent->mutable_object_file_modify();
     if (!zel::passed(object != nullptr, "mutable_object_file_modify failed!")) return false;
     if (!zel::fill(*object, record, kFileModify)) return false;
@@ -111,7 +111,7 @@ struct TableRow {
     const char* failure;  // logged when the object cannot be taken
     std::tuple<Fields...> fields;
 
-    bool fill(const zel::RecordOf<uType>& record, threat_event* pEvent, int) const {
+    bool fill(zel::RecordOf<uType>& record, threat_event* pEvent, int) const {
         Object* object = (pEvent->*take)();
         return zel::passed(object != nullptr, failure) && zel::fill(*object, record, fields);
     }
@@ -130,7 +130,7 @@ template <uint32_t uType>
 struct FunctionRow {
     static constexpr uint32_t kType = uType;
     VORN_TRACE_EVENT_TYPE type;
-    bool (*fill)(const zel::RecordOf<uType>& record, threat_event* pEvent, int nContainerInitPid);
+    bool (*fill)(zel::RecordOf<uType>& record, threat_event* pEvent, int nContainerInitPid);
 };
 
 // A type stands once. Members that no row names are not sent. Some failure texts name another row's object: operators
@@ -283,9 +283,9 @@ constexpr auto kRows = std::make_tuple(
 
 // The filler of one row. The event has the record of its type, since the decoder of that type has made it.
 template <size_t index>
-bool fill_row(const ST_RAW_EVENT& stEvent, threat_event* pEvent, int nContainerInitPid) {
+bool fill_row(ST_RAW_EVENT& stEvent, threat_event* pEvent, int nContainerInitPid) {
     constexpr const auto& row = std::get<index>(kRows);
-    const auto* record = stEvent.pPrivate.as<zel::RecordOf<std::remove_cvref_t<decltype(row)>::kType>>();
+    auto* const record = stEvent.pPrivate.as<zel::RecordOf<std::remove_cvref_t<decltype(row)>::kType>>();
     ZEL_ASSERT(record);
     return row.fill(*record, pEvent, nContainerInitPid);
 }

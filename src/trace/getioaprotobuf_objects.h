@@ -9,9 +9,9 @@
 
 namespace zel {
 
-// Fills the object from the event's record, which must be that of its type. False when a text is refused; the alert is
+// Moves the event's record into the object, which must be that of its type. False when a text is refused; the alert is
 // lost then.
-using ObjectFiller = bool(const ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent, int nContainerInitPid);
+using ObjectFiller = bool(ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent, int nContainerInitPid);
 
 struct ObjectRow {
     vorn_retrace::VORN_TRACE_EVENT_TYPE type;

@@ -98,7 +98,8 @@ bool CGetProtobuf::GetIocThreatAlertInfo(const ST_QUEQE_NODE& stNode, threat_ale
     pAlert->set_alert_new_time(static_cast<int64_t>(msg.alert_time()));
     pAlert->set_alert_old_time(static_cast<int64_t>(msg.alert_time()));
 
-    if (!zel::fill_container(*pAlert, container_of(msg))) return false;
+    zel::ContainerTexts container = container_of(msg);
+    if (!zel::fill_container(*pAlert, container)) return false;
     pAlert->set_container_init_pid(static_cast<int32_t>(msg.uHead[0]));
     return SetIocEventInfo(msg, pAlert);
 }

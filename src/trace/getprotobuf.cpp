@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include <cstdlib>
+#include <limits>
 #include <span>
 
 #include "common/log.h"
@@ -72,7 +73,7 @@ bool add_texts(const std::vector<std::string>& texts, google::protobuf::Repeated
     return true;
 }
 
-bool fill_container(threat_alert& alert, const ContainerTexts& texts) { return fill(alert, texts, kContainer); }
+bool fill_container(threat_alert& alert, ContainerTexts& texts) { return fill(alert, texts, kContainer); }
 
 }  // namespace zel
 
@@ -105,20 +106,21 @@ void CGetProtobuf::SetTraceTags(const ST_BUF_DATA& stData, vorn_trace_info* pInf
         if (!zel::add_texts(rule.vecTags, pInfo->mutable_trace_tags_exs())) return;
 }
 
-// The size is asked first, so that one allocation of exactly that size does.
+// The size is computed once: it is that of the one allocation, and the message remembers the sizes of its parts.
 uint64_t CGetProtobuf::SerializeTraceInfo(const vorn_trace_info& info, zel::MallocBuffer& buffer,
                                           std::source_location where) {
     const uint64_t size = info.ByteSizeLong();
-    zel::MallocBuffer bytes = zel::calloc_buffer(size);
+    zel::MallocBuffer bytes = zel::malloc_buffer(size);
     if (bytes == nullptr) {
         LOG_ERROR_AT(where, "new protobuf error!");
         return 0;
     }
-    // A message of 2 GiB or more has no size that the library takes, and it says so.
-    if (!info.SerializeToArray(bytes.get(), static_cast<int>(size))) {
+    // The library has no sizes of 2 GiB or more.
+    if (size > std::numeric_limits<int>::max()) {
         LOG_ERROR_AT(where, "SerializeToArray failed!");
         return 0;
     }
+    info.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(bytes.get()));
     buffer = std::move(bytes);
     return size;
 }

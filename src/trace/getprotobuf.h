@@ -1,7 +1,7 @@
 // Builders: each turns one kind of alert into a serialised vorn_trace_info message. The class has no objects and keeps
 // no state.
 //
-// Each entry point returns the size of the message in bytes and stores it in `buffer`, a calloc buffer of exactly that
+// Each entry point returns the size of the message in bytes and stores it in `buffer`, a malloc buffer of exactly that
 // size. On failure it returns 0 with log lines and leaves `buffer` as it was. All but GetFileTraceProtobuf, which may
 // run on any thread, run on the alarm worker. Nodes and documents are borrowed: no builder frees a payload or keeps a
 // pointer.
@@ -33,7 +33,8 @@ enum VORN_RISK_TYPE : int;
 class CGetProtobuf {
 public:
     // Events 1536 and 1538. nProcessCount is raised by 1 for each event written, nRiskLevel receives the numeric level;
-    // the caller zeroes both first. A repeat is marked in err_code.
+    // the caller zeroes both first. A repeat is marked in err_code. Texts move from the document into the message: what
+    // is left of them in `stData` is unspecified; its GUID, tags, highlights and all numbers stay.
     static uint64_t GetComProtobuf(ST_BUF_DATA& stData, bool bRepeated, zel::MallocBuffer& buffer, int& nProcessCount,
                                    int& nRiskLevel, uint32_t uEventId);
     // Event 1281; also selects the subject's process tree.
@@ -58,19 +59,19 @@ private:
     static bool GetMainBuf(vorn_retrace::vorn_trace_info* pInfo, vorn_retrace::TRACE_CMD eCmd);
 
     // JSON alerts, from the alert down to the events.
-    static bool GetThreatAlertInfo(const ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert, int& nProcessCount,
+    static bool GetThreatAlertInfo(ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert, int& nProcessCount,
                                    int& nRiskLevel);
     // The tags of all rules for event 1536, "MemDection" for a memory check, none for the others.
     static void SetTraceTags(const ST_BUF_DATA& stData, vorn_retrace::vorn_trace_info* pInfo, uint32_t uEventId);
     static void SetRiskLevel(const ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert);
     static void SetRuleStatus(const ST_RULE& stRule, vorn_retrace::threat_rule* pRule);
-    static bool SetRuleInfo(const ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert, int& nProcessCount);
+    static bool SetRuleInfo(ST_BUF_DATA& stData, vorn_retrace::threat_alert* pAlert, int& nProcessCount);
     static void SetRuleTags(const ST_RULE& stRule, vorn_retrace::threat_rule* pRule);
-    static bool SetEventInfo(const ST_RULE& stRule, vorn_retrace::threat_rule* pRule, int& nProcessCount,
+    static bool SetEventInfo(ST_RULE& stRule, vorn_retrace::threat_rule* pRule, int& nProcessCount,
                              vorn_retrace::VORN_RISK_TYPE eAlertType, int nContainerInitPid);
-    static bool SetSubjectInfo(const ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent);
+    static bool SetSubjectInfo(ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent);
     static void SetEventHighlight(const ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent);
-    static bool SetEventPrivateInfo(const ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent,
+    static bool SetEventPrivateInfo(ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent,
                                     int nContainerInitPid);
 
     // DNS hits. The variant area is read as kind 2 has it, whatever the kind is.

@@ -42,8 +42,8 @@ bool passed(bool ok, const char* failure, std::source_location where = std::sour
 bool add_texts(const std::vector<std::string>& texts, google::protobuf::RepeatedPtrField<vorn_retrace::string_ex>* list,
                std::source_location where = std::source_location::current());
 
-// Copies what is known of a container, each text checked. False when one is refused; nothing is set then.
-bool fill_container(vorn_retrace::threat_alert& alert, const ContainerTexts& texts);
+// Moves what is known of a container, each text checked. False when one is refused; nothing is set then.
+bool fill_container(vorn_retrace::threat_alert& alert, ContainerTexts& texts);
 
 // The text of a fixed array: up to the terminator, or the whole array when there is none.
 template <size_t size>

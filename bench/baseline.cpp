@@ -1,48 +1,25 @@
-// The road of an alert from text to serialised message, beside a baseline that does the same work with no more than the
-// libraries: parse, look every key up, fill the same message from values that are ready, serialise, free.
-#include <benchmark/benchmark.h>
+#include "bench/baseline.h"
+
 #include <cjson/cJSON.h>
 
 #include <algorithm>
 #include <cstdlib>
 
+#include "bench/documents.h"
 #include "decode/event_records.h"
 #include "decode/jsonparse.h"
-#include "documents.h"
-#include "retrace.pb.h"
-#include "trace/getprotobuf.h"
-
-namespace {
 
 using vorn_retrace::threat_event;
 using vorn_retrace::vorn_trace_info;
 
-NodePtr make_node(const std::string& text) {
-    NodePtr node(new ST_QUEQE_NODE);
-    node->uEventId = event_id::ioa_alert;
-    node->uSize = text.size();
-    node->pData = zel::calloc_buffer(text.size() + 1);
-    text.copy(node->pData.get(), text.size());
-    return node;
-}
+namespace {
 
-void road(benchmark::State& state) {
-    const NodePtr node = make_node(make_document(static_cast<int>(state.range(0))));
-    for (auto _ : state) {
-        ST_BUF_DATA data;
-        zel::MallocBuffer buffer;
-        int events = 0;
-        int level = 0;
-        if (!CEventHandle::GetJsonInfo(node.get(), data) ||
-            CGetProtobuf::GetComProtobuf(data, false, buffer, events, level, event_id::ioa_alert) == 0)
-            state.SkipWithError("the document did not become a message");
-        FreeBufData(data);
-    }
-}
+// Written through, so that the compiler keeps what nobody reads.
+volatile const void* g_seen;
 
 template <typename Keys>
 void look_up(const cJSON* object, const Keys& keys) {
-    for (const char* key : keys) benchmark::DoNotOptimize(cJSON_GetObjectItem(object, key));
+    for (const char* key : keys) g_seen = cJSON_GetObjectItem(object, key);
 }
 
 void walk(const cJSON* root) {
@@ -127,26 +104,28 @@ void fill_event(const ST_RAW_EVENT& from, threat_event& to) {
     fill_object(from, to);
 }
 
-// The message of a document of this many events. `data` has the first event of each kind: its values serve all events,
-// so that they are ready in the cache and no second heap of strings lies between the blocks of the message.
-void fill(const ST_BUF_DATA& data, int events, vorn_trace_info& info) {
+}  // namespace
+
+namespace bench {
+
+void Ready::fill(int events, vorn_trace_info& info) const {
     info.set_agent_id("0");
     info.set_cmd(vorn_retrace::TRACE_CMD_BASE_INFO);
     auto& threat = *info.mutable_threat();
-    threat.set_alert_type(static_cast<vorn_retrace::VORN_RISK_TYPE>(data.nAlertType));
-    threat.set_alert_guid(data.strGuid);
+    threat.set_alert_type(static_cast<vorn_retrace::VORN_RISK_TYPE>(data_.nAlertType));
+    threat.set_alert_guid(data_.strGuid);
     threat.set_risk_level(vorn_retrace::VORN_RISK_LEVEL_HIGH);
-    threat.set_threat_score(static_cast<float>(data.uThreatScore));
-    threat.set_total_score(static_cast<float>(data.uTotalScore));
-    threat.set_alert_new_time(data.llLatestOpTime);
-    threat.set_alert_old_time(data.llEarliestOpTime);
-    threat.set_alert_desc(data.strBestRuleDesc);
-    threat.set_alert_name(data.strBestRuleName);
-    threat.set_alert_count(static_cast<int>(data.uCount));
-    threat.set_same_alert_key(data.llHash);
-    threat.set_engine_ver(data.strEngineVer);
-    threat.set_engine_rule_ver(data.strEngineRuleVer);
-    const ST_RULE& from = data.vecRule.front();
+    threat.set_threat_score(static_cast<float>(data_.uThreatScore));
+    threat.set_total_score(static_cast<float>(data_.uTotalScore));
+    threat.set_alert_new_time(data_.llLatestOpTime);
+    threat.set_alert_old_time(data_.llEarliestOpTime);
+    threat.set_alert_desc(data_.strBestRuleDesc);
+    threat.set_alert_name(data_.strBestRuleName);
+    threat.set_alert_count(static_cast<int>(data_.uCount));
+    threat.set_same_alert_key(data_.llHash);
+    threat.set_engine_ver(data_.strEngineVer);
+    threat.set_engine_rule_ver(data_.strEngineRuleVer);
+    const ST_RULE& from = data_.vecRule.front();
     for (int first = 0; first < events; first += kRuleEvents) {
         for (const std::string& tag : from.vecTags) info.add_trace_tags_exs()->set_str_data(tag);
         auto& rule = *threat.add_alert_rule();
@@ -166,48 +145,31 @@ void fill(const ST_BUF_DATA& data, int events, vorn_trace_info& info) {
     }
 }
 
-// Whether the baseline makes as much of a message as the road; a comparison of different work would say nothing.
-bool same_size(const ST_BUF_DATA& ready, int events, const std::string& text) {
-    vorn_trace_info info;
-    fill(ready, events, info);
-    const NodePtr node = make_node(text);
-    ST_BUF_DATA data;
-    zel::MallocBuffer buffer;
-    int written = 0;
-    int level = 0;
-    const bool same =
-        CEventHandle::GetJsonInfo(node.get(), data) &&
-        CGetProtobuf::GetComProtobuf(data, false, buffer, written, level, event_id::ioa_alert) == info.ByteSizeLong();
-    FreeBufData(data);
-    return same;
+Ready::Ready() {
+    const std::string text = make_document(kKindCount);
+    ST_QUEQE_NODE node;
+    node.uEventId = event_id::ioa_alert;
+    node.uSize = text.size();
+    node.pData = zel::copy_bytes(text.c_str(), text.size() + 1);
+    CEventHandle::GetJsonInfo(&node, data_);
 }
 
-void baseline(benchmark::State& state) {
-    const int events = static_cast<int>(state.range(0));
-    const std::string text = make_document(events);
-    const NodePtr first = make_node(make_document(std::min(events, kKindCount)));
-    ST_BUF_DATA ready;
-    CEventHandle::GetJsonInfo(first.get(), ready);
-    if (!same_size(ready, events, text)) state.SkipWithError("the baseline makes another message than the road");
-    for (auto _ : state) {
-        cJSON* root = cJSON_Parse(text.c_str());
-        walk(root);
-        {
-            vorn_trace_info info;
-            fill(ready, events, info);
-            const size_t size = info.ByteSizeLong();
-            char* buffer = static_cast<char*>(malloc(size));
-            benchmark::DoNotOptimize(info.SerializeToArray(buffer, static_cast<int>(size)));
-            free(buffer);
-        }
-        cJSON_Delete(root);
+Ready::~Ready() { FreeBufData(data_); }
+
+size_t baseline(const Ready& ready, const std::string& text, int events) {
+    cJSON* const root = cJSON_Parse(text.c_str());
+    walk(root);
+    size_t size = 0;
+    {
+        vorn_trace_info info;
+        ready.fill(events, info);
+        size = info.ByteSizeLong();
+        char* const buffer = static_cast<char*>(malloc(size));
+        g_seen = info.SerializeToArray(buffer, static_cast<int>(size)) ? buffer : nullptr;
+        free(buffer);
     }
-    FreeBufData(ready);
+    cJSON_Delete(root);
+    return size;
 }
 
-[[maybe_unused]] const int g_agent_id = setenv("agentid", "0", 1);
-
-BENCHMARK(road)->Arg(1)->Arg(15)->Arg(100)->Arg(500)->Arg(10000)->Unit(benchmark::kMicrosecond);
-BENCHMARK(baseline)->Arg(1)->Arg(15)->Arg(100)->Arg(500)->Arg(10000)->Unit(benchmark::kMicrosecond);
-
-}  // namespace
+}  // namespace bench
