@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -57,6 +58,14 @@ OVERRIDE FILE* fopen(const char* path, const char* mode) {
     if (mode[0] != 'r') flags |= O_CREAT | (mode[0] == 'a' ? O_APPEND : O_TRUNC);
     const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, redirected(path).c_str(), flags, 0644));
     return fd < 0 ? nullptr : fdopen(fd, mode);
+}
+
+OVERRIDE int open(const char* path, int flags, ...) {
+    va_list more;
+    va_start(more, flags);
+    const int mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, int) : 0;
+    va_end(more);
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, redirected(path).c_str(), flags, mode));
 }
 
 OVERRIDE int access(const char* path, int mode) noexcept {

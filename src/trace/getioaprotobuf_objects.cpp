@@ -91,10 +91,11 @@ bool fill_file_modify(PST_FILE_MODIFY& record, threat_event* pEvent, int nContai
     if (!zel::fill(*object, record, kFileModify)) return false;
 
     // A file in a container has another path for the agent than for the process that wrote it.
+    const std::string& path = object->file_path();  // the record's own text has moved there
     std::array<char, 4096> agent_path{};
-    get_agent_path(record.strFilePath.c_str(), static_cast<uint32_t>(record.strFilePath.size()), nContainerInitPid,
-                   agent_path.data(), static_cast<uint32_t>(agent_path.size()));
-    LOG_DEBUG("file path:%s, docker_file_path:%s", record.strFilePath.c_str(), agent_path.data());
+    get_agent_path(path.c_str(), static_cast<uint32_t>(path.size()), nContainerInitPid, agent_path.data(),
+                   static_cast<uint32_t>(agent_path.size()));
+    LOG_DEBUG("file path:%s, docker_file_path:%s", path.c_str(), agent_path.data());
     if (const std::optional<uint64_t> size = file_size(agent_path.data()); size.has_value())
         object->set_file_size(*size);
     else
