@@ -1,6 +1,8 @@
 // Measures the built plug-in from bus to bus; tools/bench.sh runs it.
 //
-//   bus_road AGENT SCRIPTED MEASURE...    AGENT is a staged agent folder, SCRIPTED the scripted library
+//   bus_road AGENT SCRIPTED MEASURE[=N]...    AGENT is a staged agent folder, SCRIPTED the scripted library
+//
+// With a number the measure runs for it alone, as in road=15; otherwise for those of its row.
 //
 // Each measure runs in a process of its own, since a plug-in attaches to the bus once in its life. Exit code 0: measured.
 // 1: something could not be set up. 2: wrong arguments.
@@ -53,14 +55,21 @@ bool run_apart(const Measure& measure, const Place& place, int argument) {
 
 int main(int argc, char** argv) {
     bool good = argc > 3;
-    if (!good) fputs("usage: bus_road AGENT SCRIPTED MEASURE...\n", stderr);
+    if (!good) fputs("usage: bus_road AGENT SCRIPTED MEASURE[=N]...\n", stderr);
     for (int i = 3; i < argc; ++i) {
-        const auto* const measure = std::ranges::find(kMeasures, std::string_view(argv[i]), &Measure::name);
+        const std::string_view word = argv[i];
+        const size_t equals = word.find('=');
+        const auto* const measure = std::ranges::find(kMeasures, word.substr(0, equals), &Measure::name);
         if (measure == std::end(kMeasures)) {
             fprintf(stderr, "bus_road: there is no measure '%s'\n", argv[i]);
             return 2;
         }
-        for (const int argument : measure->arguments) good = run_apart(*measure, {argv[1], argv[2]}, argument) && good;
+        const Place place{argv[1], argv[2]};
+        if (equals != word.npos) {
+            good = run_apart(*measure, place, atoi(argv[i] + equals + 1)) && good;
+            continue;
+        }
+        for (const int argument : measure->arguments) good = run_apart(*measure, place, argument) && good;
     }
     return good ? 0 : argc > 3 ? 1 : 2;
 }

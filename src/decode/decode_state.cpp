@@ -36,4 +36,22 @@ void Scratch::hand_over(ST_BUF_DATA& data) {
     nBestScore = 0;
 }
 
+void SpareEvents::take(std::vector<ST_RAW_EVENT>& list, size_t more) {
+    const size_t needed = list.size() + more;
+    for (size_t i = 0; i < count_ && list.capacity() == 0; ++i) {
+        if (lists_[i].capacity() < needed) continue;
+        list.swap(lists_[i]);
+        lists_[i].swap(lists_[--count_]);
+    }
+    list.reserve(needed);
+}
+
+void SpareEvents::give(std::vector<ST_RAW_EVENT>& list) {
+    list.clear();
+    if (list.capacity() > 0 && list.capacity() <= kMostEvents && count_ < kMostLists)
+        list.swap(lists_[count_++]);
+    else
+        std::vector<ST_RAW_EVENT>().swap(list);
+}
+
 }  // namespace zel

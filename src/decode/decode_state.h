@@ -1,9 +1,12 @@
 // What decoding keeps from one document to the next. Alarm worker only.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "decode/processtreeselector.h"
 #include "decode/records.h"
@@ -27,8 +30,25 @@ struct Scratch {
     void hand_over(ST_BUF_DATA& data);
 };
 
+// Storage of event lists, kept from document to document.
+class SpareEvents {
+public:
+    // Makes room for so many events more. A list without storage gets one of the spare ones, if one is large enough.
+    void take(std::vector<ST_RAW_EVENT>& list, size_t more);
+    // Ends the events of the list and leaves it without storage, which is kept or freed.
+    void give(std::vector<ST_RAW_EVENT>& list);
+
+private:
+    static constexpr size_t kMostLists = 16;
+    static constexpr size_t kMostEvents = 256;  // of one list; some 100 KiB
+
+    std::array<std::vector<ST_RAW_EVENT>, kMostLists> lists_;  // the first count_ have storage
+    size_t count_ = 0;
+};
+
 struct DecodeState {
     Scratch scratch;
+    SpareEvents spare_events;
     ST_CONTAINER_INFO container;  // also known as g_stContainerInfo
     std::unique_ptr<ProcessTreeSelector> selector;
 };

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 #include "common/checks.h"
@@ -94,10 +93,6 @@ constexpr zel::Key kEventKey = "event";
 constexpr zel::Key kHighlightKey = "Highlight";
 constexpr zel::Key kSubHighlightKey = "SubHighLight";
 
-struct TreeDeleter {
-    void operator()(cJSON* tree) const { zel::observe::done_with(tree); }
-};
-
 // The memory checks of a later scan describe this container. It is replaced as a whole or, without memory, not at all.
 void keep_container(const ST_BUF_DATA& data) {
     const zel::ContainerTexts& texts = data;
@@ -160,13 +155,13 @@ void zel::append_texts(const cJSON& array, std::vector<std::string>& texts) {
 
 bool CEventHandle::GetJsonInfo(ST_QUEQE_NODE* pNode, ST_BUF_DATA& stData) {
     if (pNode->pData == nullptr) return false;
-    std::unique_ptr<cJSON, TreeDeleter> tree(zel::observe::parse(pNode->pData.get()));
-    if (tree == nullptr) return false;
-    const JsonObject root(tree.get());
+    stData.tree.reset(zel::observe::parse(pNode->pData.get()));
+    if (stData.tree == nullptr) return false;
+    const JsonObject root(stData.tree.get());
     const bool decoded = GetJsonInfoEx(root, stData);
     if (!zel::read_field(root, stData, kGuidField, Words::not_string)) {
         // A document that cannot be named is given up together with its tree.
-        zel::leave_allocated(tree.release());
+        zel::leave_allocated(stData.tree.release());
         return false;
     }
     // A longer text loses its tail; the rest of the node's text is zero.
@@ -251,7 +246,7 @@ bool CEventHandle::GetRawEventInfo(const JsonObject& pjRuleArray, std::vector<ST
 
 bool CEventHandle::GetRawEventInfoEx(const cJSON* pjRawEvent, std::vector<ST_RAW_EVENT>& vecEvent) {
     ZEL_ASSERT(pjRawEvent);
-    vecEvent.reserve(vecEvent.size() + children(*pjRawEvent));
+    zel::decode_state().spare_events.take(vecEvent, children(*pjRawEvent));
     for (const cJSON* item = pjRawEvent->child; item != nullptr; item = item->next) {
         if (read_event(item, vecEvent.emplace_back())) continue;
         vecEvent.pop_back();

@@ -1,6 +1,8 @@
 #include "decode/records.h"
 
+#include "decode/decode_state.h"
 #include "decode/event_types.h"
+#include "decode/observer.h"
 #include "decode/memory_party.h"
 
 namespace {
@@ -13,10 +15,12 @@ void give_up(std::vector<T>& list) {
 
 void free_events(std::vector<ST_RAW_EVENT>& events) {
     for (ST_RAW_EVENT& event : events) FreeEventPrivate(event);
-    give_up(events);
+    zel::decode_state().spare_events.give(events);
 }
 
 }  // namespace
+
+void zel::TreeDeleter::operator()(cJSON* tree) const { observe::done_with(tree); }
 
 void FreeEventPrivate(ST_RAW_EVENT& stEvent) {
     if (!stEvent.pPrivate) return;
@@ -33,6 +37,7 @@ void FreeBufData(ST_BUF_DATA& stData) {
     give_up(stData.vecRule);
     free_events(stData.vecProcessSet);
     give_up(stData.vecLinkSet);
+    stData.tree.reset();
 }
 
 std::optional<ProcessParty> object_process(const ST_RAW_EVENT& stEvent) {

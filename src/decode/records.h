@@ -3,11 +3,14 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <type_traits>
 #include <vector>
 
 #include "decode/event_private.h"
+
+struct cJSON;
 
 // Whose memory is to be checked.
 namespace memory_check {
@@ -67,6 +70,12 @@ struct ST_LINK_SET {
 
 namespace zel {
 
+// Owns a parsed document.
+struct TreeDeleter {
+    void operator()(cJSON* tree) const;
+};
+using JsonTree = std::unique_ptr<cJSON, TreeDeleter>;
+
 // What is known of a container in words.
 struct ContainerTexts {
     std::string strContainerId;
@@ -111,6 +120,9 @@ struct ST_BUF_DATA : zel::ContainerTexts {
     int64_t llLatestOpTime = 0;
     std::string strBestRuleDesc;
     std::string strBestRuleName;
+    // What all this was read from. It is needed no more, but it ends last: its thousands of small blocks serve the next
+    // document as they are, while a large allocation behind them would make the allocator merge them all first.
+    zel::JsonTree tree;
 };
 
 // The container of the last alert of type 2 or 6.
@@ -123,6 +135,6 @@ extern ST_CONTAINER_INFO& g_stContainerInfo;  // part of the decoder's state, se
 // Frees the record behind pPrivate. An event of an unknown type keeps it for good, with an ERROR line.
 void FreeEventPrivate(ST_RAW_EVENT& stEvent);
 
-// Frees every per-event record and gives up the storage of all lists. Safe on a document that failed to decode. Lists
+// Frees every per-event record and the tree, and gives up the storage of all lists. Safe on a document that failed to decode. Lists
 // of a document that is not given here end with it, records and all.
 void FreeBufData(ST_BUF_DATA& stData);

@@ -13,6 +13,7 @@
 #include "decode/decode_state.h"
 #include "pipeline/fifoqueue_publish.h"
 #include "suppress/alert_filter.h"
+#include "trace/message_room.h"
 
 namespace {
 
@@ -34,10 +35,11 @@ struct WorkersEnd {
     }
     ~WorkersEnd() {
         g_reshdlWork.Uninit();
-        // The storage of these two is never destroyed, so their memory is freed here, for a leak checker and for a host
+        // Their storage is never destroyed, so their memory is freed here, for a leak checker and for a host
         // that loads the plug-in again.
         g_reshdlWork.forget();
         g_hotCache.forget();
+        zel::MessageRoom::forget();
     }
 };
 const WorkersEnd g_workersEnd;

@@ -4,7 +4,6 @@
 
 #include <google/protobuf/arena.h>
 #include <google/protobuf/repeated_ptr_field.h>
-#include <array>
 #include <cstddef>
 #include <source_location>
 #include <string>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "decode/records.h"
+#include "trace/message_room.h"
 #include "retrace.pb.h"
 
 namespace zel {
@@ -21,7 +21,7 @@ namespace zel {
 class TraceInfo {
 public:
     TraceInfo()
-        : arena_(block_.data(), block_.size()),
+        : arena_(room_.data(), room_.size()),
           info_(google::protobuf::Arena::CreateMessage<vorn_retrace::vorn_trace_info>(&arena_)) {}
 
     vorn_retrace::vorn_trace_info* operator->() const { return info_; }
@@ -29,7 +29,7 @@ public:
     vorn_retrace::vorn_trace_info* get() const { return info_; }
 
 private:
-    alignas(std::max_align_t) std::array<char, 8192> block_;  // enough for most alerts
+    MessageRoom room_;
     google::protobuf::Arena arena_;
     vorn_retrace::vorn_trace_info* info_;
 };
