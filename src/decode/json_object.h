@@ -3,10 +3,11 @@
 
 #include <cjson/cJSON.h>
 
+#include <algorithm>
 #include <array>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace zel {
 
@@ -14,11 +15,13 @@ namespace zel {
 struct Key {
     constexpr Key(const char* text) : name(text), hash(hash_of(text)) {}  // implicit: a literal is a key
 
-    // Equal for names that differ in the case of ASCII letters only.
-    static constexpr uint32_t hash_of(const char* text) {
-        uint32_t hash = 0;
-        for (; *text != '\0'; ++text) hash = std::rotl(hash, 5) ^ (static_cast<unsigned char>(*text) | 0x20U);
-        return hash * 0x9E3779B1U;
+    // Equal for names that differ in the case of ASCII letters only. Names of one kind of object often begin alike, so
+    // their ends and lengths tell them apart; a look at every character would cost more than the comparisons it saves.
+    static constexpr uint32_t hash_of(std::string_view text) {
+        uint32_t end = 0;
+        for (size_t i = text.size() - std::min<size_t>(text.size(), 4); i < text.size(); ++i)
+            end = end << 8 | static_cast<unsigned char>(text[i]) | 0x20U;
+        return (end ^ static_cast<uint32_t>(text.size()) << 13) * 0x9E3779B1U;
     }
 
     const char* name;
