@@ -1,14 +1,15 @@
 #include "common/queue_nodes.h"
 
 #include <cstring>
+#include <new>
+#include <type_traits>
 
 #include "platform/zel_support.h"
 
-IocVariant2 ST_IOC_MSG::process() const {
-    // A copy: the bytes of the area are no IocVariant2 object, so a reference to one would be undefined.
-    IocVariant2 area;
-    memcpy(&area, variant, sizeof area);
-    return area;
+// An array of unsigned char starts the life of the trivial object that its bytes are read as, whoever copied them there.
+const IocVariant2& ST_IOC_MSG::process() const {
+    static_assert(std::is_trivial_v<IocVariant2> && alignof(IocVariant2) <= 8);
+    return *std::launder(reinterpret_cast<const IocVariant2*>(variant));
 }
 
 void FreeNodeData(ST_QUEQE_NODE& node) {

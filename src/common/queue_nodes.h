@@ -92,7 +92,7 @@ struct ST_IOC_MSG {
     uint64_t ullCacheKey = 0;  // of the hot cache, computed once for each hit
 
     // The area read as kind 2.
-    IocVariant2 process() const;
+    const IocVariant2& process() const;
     uint64_t alert_time() const { return ullHead[12]; }
 };
 

@@ -74,7 +74,7 @@ NodePtr IocEventHandle(Incoming& incoming, EVENT_ID uEventId) {
     // From here on nothing fails, so the record is never lost between two owners.
     node->pIocMsg = std::move(incoming.dns);
     node->ullCacheKey = node->pIocMsg->ullCacheKey;
-    const IocVariant2 process = node->pIocMsg->process();
+    const IocVariant2& process = node->pIocMsg->process();
     LOG_INFO("receive one ioc alert, qury_name:%s, guid:%s", process.szDomain, guid);
     LOG_DEBUG("[%llu]pid:%d, path:%s, ptime:%llu, name:%s", static_cast<unsigned long long>(node->ullCacheKey),
               static_cast<int>(process.uPid), process.szPath, static_cast<unsigned long long>(process.llCreateTime),

@@ -118,7 +118,7 @@ std::unique_ptr<ST_IOC_MSG> copy_dns_event(MbFrame::IEvent& event) {
     msg->llScore = kScore;
     // The key is computed once for each hit; the cache and the node both use it. For kinds 1 and 3 it comes from what
     // lies at the places of kind 2.
-    const IocVariant2 process = msg->process();
+    const IocVariant2& process = msg->process();
     msg->ullCacheKey =
         ResHdlCache::CFifoQueue::CalculateHash(process.szDomain, process.llCreateTime, process.szPath, process.uPid);
     LOG_DEBUG("[-IOC-]pid:%d, guid:%s, path:%s, create time:%lld, name:%s", static_cast<int>(process.uPid),

@@ -2,8 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <concepts>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "common/checks.h"
@@ -25,8 +29,35 @@ namespace ResHdlCache {
 namespace {
 
 // A longer key text is cut. With a very long path the process id is then missing, and two processes share an entry.
-constexpr size_t kKeyTextSize = 1040;
+constexpr size_t kKeyTextSize = 1039;
 constexpr int32_t kMinuteMs = 60000;
+
+// The text of a key, cut to its room. Each hit makes one on the bus thread, and a format would cost more than all the
+// rest of the hit.
+class KeyText {
+public:
+    void add(std::string_view part) {
+        const size_t length = std::min(part.size(), sizeof text_ - size_);
+        memcpy(text_ + size_, part.data(), length);
+        size_ += length;
+    }
+    template <std::integral Number>
+    void add(Number number) {
+        char digits[24];
+        const auto end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
+        add(std::string_view(digits, end));
+    }
+    // The key is in small letters; the texts of the hit stay as they came.
+    std::string_view small_letters() {
+        std::transform(text_, text_ + size_, text_,
+                       [](char c) { return static_cast<char>(tolower(static_cast<unsigned char>(c))); });
+        return {text_, size_};
+    }
+
+private:
+    char text_[kKeyTextSize];  // the first size_ characters are set
+    size_t size_ = 0;
+};
 
 // The type that %llu wants; uint64_t is another type on this platform.
 unsigned long long wide(uint64_t value) { return value; }
@@ -73,20 +104,21 @@ void CFifoQueue::LoadCacheSettings() {
 
 uint64_t CFifoQueue::CalculateHash(const char* pszDomain, int64_t llProcessTime, const char* pszPath, uint64_t ullPid) {
     if (pszDomain == nullptr || pszPath == nullptr) return 0;
-    char text[kKeyTextSize] = {};
-    zel_str_snprintf(text, sizeof text, "Domain:%s,Ptime:%lld,Path:%s,Pid:%llu", pszDomain,
-                     static_cast<long long>(llProcessTime), pszPath, wide(ullPid));
-    // The key is in small letters; the texts of the hit stay as they came.
-    const size_t size = strlen(text);
-    if (size == 0) return 0;
-    std::transform(text, text + size, text,
-                   [](char c) { return static_cast<char>(tolower(static_cast<unsigned char>(c))); });
-    return zel::CityHash64({text, size});
+    KeyText text;
+    text.add("Domain:");
+    text.add(pszDomain);
+    text.add(",Ptime:");
+    text.add(llProcessTime);
+    text.add(",Path:");
+    text.add(pszPath);
+    text.add(",Pid:");
+    text.add(ullPid);
+    return zel::CityHash64(text.small_letters());
 }
 
 bool CFifoQueue::CheckAlertHot(const ST_IOC_MSG& stMsg, EVENT_ID uEventId) {
     if (uEventId != event_id::ioc || settings_.cache_size == 0) return false;
-    const IocVariant2 process = stMsg.process();
+    const IocVariant2& process = stMsg.process();
     LOG_DEBUG("[%llu]pid:%d, path:%s, create time:%lld, name:%s", wide(stMsg.ullCacheKey),
               static_cast<int>(process.uPid), process.szPath, static_cast<long long>(process.llCreateTime),
               process.szDomain);

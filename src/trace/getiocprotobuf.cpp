@@ -110,8 +110,7 @@ bool CGetProtobuf::SetIocEventInfo(const ST_IOC_MSG& stMsg, threat_alert* pAlert
     rule->set_confidence(kConfidence);
     event->set_type(VORN_TRACE_DNS_QUERY);
     event->set_op_time(static_cast<int64_t>(stMsg.alert_time()));
-    // A copy, since the bytes of the message may hold another kind.
-    const IocVariant2 area = stMsg.process();
+    const IocVariant2& area = stMsg.process();
     if (!SetSubjectInfo(area, event)) {
         LOG_ERROR("SetSubjectInfo failed!");
         return false;
