@@ -136,6 +136,7 @@ bool CGetProtobuf::SetEventInfo(ST_RULE& stRule, threat_rule* pRule, int& nProce
                 }
         }
         nProcessCount = zel::checked_add(nProcessCount, 1);
+        source.pPrivate = {};  // all of it is in the message; it ends while the cache still has it
     }
     return true;
 }
