@@ -37,24 +37,30 @@ std::string settings(int interval_ms) {
     return "\n[config]\nqueue_max=100\ninterval=" + std::to_string(interval_ms) + "\n";
 }
 
-void print(const char* what, const std::vector<double>& values) {
-    printf("%s: median %.0f us, 99 of 100 below %.0f us\n", what, quantile(values, 0.5), quantile(values, 0.99));
+void print(const char* what, const Latencies& latencies) {
+    printf("%s: median %.0f us, 99 of 100 below %.0f us; from the wake-up %.0f and %.0f us\n", what,
+           quantile(latencies.from_due, 0.5), quantile(latencies.from_due, 0.99), quantile(latencies.from_awake, 0.5),
+           quantile(latencies.from_awake, 0.99));
 }
 
 }  // namespace
 
-std::vector<double> latencies_us(Rig& rig, const std::string& document, int interval_ms, int count) {
-    std::vector<double> beyond;
+Latencies latencies_us(Rig& rig, const std::string& document, int interval_ms, int count) {
+    Latencies seen;
     std::minstd_rand random(7);
     std::uniform_int_distribution<int> phase(0, interval_ms * 1000);
-    rig.on_sent = [&] { beyond.push_back(microseconds(Clock::now() - t_due)); };
+    rig.on_sent = [&] {
+        const auto now = Clock::now();
+        seen.from_due.push_back(microseconds(now - t_due));
+        seen.from_awake.push_back(microseconds(now - t_awake));
+    };
     for (int i = 0; i < count; ++i) {
         // At any moment of the worker's sleep, and never so late that the end of this function meets a report.
         std::this_thread::sleep_for(std::chrono::milliseconds(interval_ms) + std::chrono::microseconds(phase(random)));
         play(rig, document, 1);
     }
     rig.on_sent = nullptr;
-    return beyond;
+    return seen;
 }
 
 void latency(const Place& place, int interval) {

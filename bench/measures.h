@@ -49,7 +49,12 @@ T quantile(std::vector<T> values, double share) {
 void play(Rig& rig, const std::string& document, int count);
 // Processor time of the whole process for each of them, in nanoseconds.
 double cost_ns(Rig& rig, const std::string& document, int count);
-// The latency of single alerts, one after the other: microseconds from the end of the worker's sleep to its report.
-std::vector<double> latencies_us(Rig& rig, const std::string& document, int interval_ms, int count);
+// Of single alerts, one after the other: microseconds to the report from when the worker's sleep should have ended, and
+// from when it did.
+struct Latencies {
+    std::vector<double> from_due;
+    std::vector<double> from_awake;
+};
+Latencies latencies_us(Rig& rig, const std::string& document, int interval_ms, int count);
 
 }  // namespace bench
