@@ -189,9 +189,10 @@ void Mixture::hit(uint64_t number, uint32_t kind) {
 struct Mixture::Kind {
     uint32_t share;
     void (Mixture::*publish)();
+    bool stays = false;  // a node, a tree or a record of it may stay allocated
 };
-// Each kind with its share. The kinds whose nodes or results stay allocated are rare, so that memory does not grow with
-// the length of a run.
+// Each kind with its share. The kinds of which something stays are rare, so that memory does not grow with the length
+// of a run.
 const Mixture::Kind Mixture::kKinds[] = {
     {30, &Mixture::fresh_alert},
     {12, &Mixture::repeated_alert},
@@ -200,13 +201,13 @@ const Mixture::Kind Mixture::kKinds[] = {
     {6, &Mixture::busy_rule_alert},
     {3, &Mixture::trigger_alert},
     {10, &Mixture::memory_alert},
-    {4, &Mixture::bad_document},
+    {4, &Mixture::bad_document, true},
     {6, &Mixture::finding},
     {6, &Mixture::detection},
     {6, &Mixture::kov},
     {3, &Mixture::expand},
-    {1, &Mixture::ignored},
-    {3, &Mixture::garbage},
+    {1, &Mixture::ignored, true},
+    {3, &Mixture::garbage, true},
     {1, &Mixture::no_data},
     {10, &Mixture::fresh_hit},
     {10, &Mixture::repeated_hit},
@@ -218,7 +219,10 @@ void Mixture::publish_one() {
     uint32_t at = below(random_, kShares);
     // A kind gets as many of the numbers as its share says.
     for (const Kind& kind : kKinds) {
-        if (at < kind.share) return (this->*kind.publish)();
+        if (at < kind.share) {
+            if (!leaves_nothing_ || !kind.stays) (this->*kind.publish)();
+            return;
+        }
         at -= kind.share;
     }
 }

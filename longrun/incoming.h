@@ -32,8 +32,9 @@ std::string alert_text(const AlertForm& form);
 class Mixture {
 public:
     // The number is the seed. Two mixtures with different numbers send no equal alerts, except those that are meant as
-    // repeats.
-    Mixture(Session& session, uint32_t number) : session_(session), random_(number), next_(uint64_t{number} << 32) {}
+    // repeats. With `leaves_nothing` the kinds are left out of which the plug-in keeps something on purpose.
+    Mixture(Session& session, uint32_t number, bool leaves_nothing)
+        : session_(session), random_(number), next_(uint64_t{number} << 32), leaves_nothing_(leaves_nothing) {}
 
     // Publishes one event of a kind that is drawn by its share.
     void publish_one();
@@ -66,6 +67,7 @@ private:
     Session& session_;
     Random random_;
     uint64_t next_;
+    const bool leaves_nothing_;
 };
 
 }  // namespace zelhost

@@ -19,6 +19,7 @@ namespace zelhost {
 struct LoadOptions {
     bool resets = false;
     bool reports_at_any_time = false;  // and set the figures to zero; otherwise every buffer is too small
+    bool leaves_nothing = false;       // no events and calls of which the plug-in keeps something on purpose
 };
 
 // Owns the threads and borrows the rig, which must outlive it. The destructor ends the threads. Everything else is

@@ -23,6 +23,7 @@
 #include "longrun/checks.h"
 #include "longrun/load.h"
 #include "longrun/rig.h"
+#include "longrun/slope.h"
 
 namespace {
 
@@ -62,6 +63,9 @@ const RoundKind kRounds[] = {
     {"no tracing, which fills no queue", {"zelreshdl:config:trc_times=0"}, {}, {}},
     {"pure mode, in which nobody takes a trace", {"zel_pure_mode:advthreats_module:enable=0"}, {}, {.settled = false}},
 };
+// The second half of a soak is one round of this kind, in one process. Nothing of it stays allocated on purpose, so its
+// memory must not grow.
+const RoundKind kSteady = {"nothing that stays allocated; memory over time", {}, {.leaves_nothing = true}, {}};
 // The shortest ages that the cache allows, so that entries die out within a round.
 constexpr const char* kCommon[] = {"zelreshdl:config:interval=1", "zelreshdl:cache:die_check_time=1",
                                    "zelreshdl:cache:die_time_linux=1"};
@@ -70,6 +74,11 @@ constexpr const char* kCommon[] = {"zelreshdl:config:interval=1", "zelreshdl:cac
 constexpr milliseconds kLongestRound = 5min;
 constexpr milliseconds kShortestRound = 5s;
 constexpr milliseconds kBetweenPauses = 5s;
+// Of the steady round, so that a short one has enough of them for a slope.
+constexpr milliseconds kShortestBetweenPauses = 500ms;
+constexpr int kPausesWanted = 60;
+// What a slope may be at most, KiB a minute, beyond twice its error. An hour of the plug-in's time passes in a minute.
+constexpr double kSteepest = 64;
 // What a round may take beyond its length: restarts, the last rest, a slow machine.
 constexpr unsigned kGraceSeconds = 240;
 // Enough to see what a start leaves behind for the next one.
@@ -92,7 +101,11 @@ std::vector<Setting> parsed(std::span<const char* const> texts) {
 class Round {
 public:
     Round(const std::string& agent, const RoundKind& kind, milliseconds length, uint32_t seed)
-        : kind_(kind), length_(length), seed_(seed), rig_(agent, parsed(kind.settings)) {}
+        : kind_(kind),
+          length_(length),
+          between_pauses_(std::clamp(length / kPausesWanted, kShortestBetweenPauses, kBetweenPauses)),
+          seed_(seed),
+          rig_(agent, parsed(kind.settings)) {}
 
     bool run();
 
@@ -102,14 +115,17 @@ private:
     void settle();
     void stop();
     bool sum_up();
+    void check_memory(const Totals& totals, std::vector<Check>& checks) const;
 
     const RoundKind& kind_;
     const milliseconds length_;
+    const milliseconds between_pauses_;
     const uint32_t seed_;
     Rig rig_;
     Left discarded_;  // by the stops so far
     uint64_t wrong_ = 0;
-    std::vector<uint64_t> resident_;  // KiB at each rest
+    std::vector<Sample> resident_;  // KiB at each rest, by minutes
+    size_t rests_under_load_ = 0;   // the others belong to restarts
 };
 
 // A round goes on after a failure, since its balance then tells what is missing.
@@ -126,12 +142,13 @@ void Round::rest(Load& load) {
     settle();
     rig_.release_held();
     rig_.session().collect();
-    resident_.push_back(resident_kib());
+    const auto now = std::chrono::duration<double, std::ratio<60>>(machine_now().time_since_epoch());
+    resident_.push_back({now.count(), static_cast<double>(resident_kib())});
 }
 
 void Round::load_until(Load& load, steady_clock::time_point end) {
     while (machine_now() < end) {
-        std::this_thread::sleep_for(std::min<steady_clock::duration>(kBetweenPauses, end - machine_now()));
+        std::this_thread::sleep_for(std::min<steady_clock::duration>(between_pauses_, end - machine_now()));
         // A round that is stopped under load is never at rest.
         if (!kind_.terms.settled) continue;
         rest(load);
@@ -152,6 +169,7 @@ bool Round::run() {
         Load load(rig_, kind_.load, seed_);
         load_until(load, end);
         if (kind_.terms.settled) rest(load);
+        rests_under_load_ = resident_.size();
         stop();
         // The second and later starts do not attach to the bus again, so on-demand traces are all that comes.
         for (int i = 0; i < kRestarts; ++i) {
@@ -169,6 +187,21 @@ bool Round::run() {
     return sum_up();
 }
 
+// The first rest is the measure: by then every pool and cache has its size. The steady round is judged by its second
+// half, which is the last quarter of a soak.
+void Round::check_memory(const Totals& totals, std::vector<Check>& checks) const {
+    if (!kMeasureMemory || resident_.empty()) return;
+    checks.push_back({"resident memory, KiB / allowed", static_cast<int64_t>(resident_.back().value),
+                      static_cast<int64_t>(resident_.front().value) + static_cast<int64_t>(allowed_growth_kib(totals)),
+                      true});
+    if (!kind_.load.leaves_nothing) return;
+    const Slope slope = slope_of(std::span(resident_).first(rests_under_load_).last(rests_under_load_ / 2));
+    fmt::print("  slope of the resident memory over the last quarter: {:+.1f} KiB a minute, error {:.1f}, {} samples\n",
+               slope.slope, slope.error, rests_under_load_ / 2);
+    checks.push_back({"slope of the resident memory less twice its error, KiB a minute / allowed",
+                      static_cast<int64_t>(slope.slope - 2 * slope.error), static_cast<int64_t>(kSteepest), true});
+}
+
 // Prints what the round says of itself, and what does not hold.
 bool Round::sum_up() {
     Terms terms = kind_.terms;
@@ -176,12 +209,13 @@ bool Round::sum_up() {
     terms.outlived = rig_.outlived();
     const Account account = rig_.session().account();
     std::vector<Check> checks = check_account(account, terms);
-    // The first rest is the measure: by then every pool and cache has its size.
-    if (kMeasureMemory && !resident_.empty())
-        checks.push_back({"resident memory, KiB / allowed", static_cast<int64_t>(resident_.back()),
-                          static_cast<int64_t>(resident_.front() + allowed_growth_kib(account.totals)), true});
     fmt::print("{}", account_text(account, terms.settled ? End::quiet : End::under_load));
-    if (!resident_.empty()) fmt::print("  resident memory at rest, KiB: {}\n", fmt::join(resident_, " "));
+    if (!resident_.empty()) {
+        fmt::print("  resident memory at rest, KiB:");
+        for (const Sample& sample : resident_) fmt::print(" {:.0f}", sample.value);
+        fmt::print("\n");
+    }
+    check_memory(account.totals, checks);
     const std::string failed = failed_text(checks);
     fmt::print("{}  {} checks, {}\n", failed, checks.size(),
                failed.empty() && wrong_ == 0 ? "all hold" : "NOT all hold");
@@ -214,19 +248,22 @@ bool run_in_child(const std::string& agent, const RoundKind& kind, milliseconds 
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// Plays at least one round of each kind, however short the time is.
+// Plays at least one round of each kind, however short the time is, and then the steady one for as long again.
 int soak(milliseconds total, uint32_t seed) {
     // One copy serves all rounds, because a build in the meantime would change the staged folder.
     const AgentFolder agent(ZEL_AGENT_DIR, parsed(kCommon));
-    const milliseconds length = std::clamp(total / static_cast<int>(std::size(kRounds)), kShortestRound, kLongestRound);
-    const auto end = machine_now() + total;
+    const milliseconds half = total / 2;
+    const milliseconds length = std::clamp(half / static_cast<int>(std::size(kRounds)), kShortestRound, kLongestRound);
+    const auto end = machine_now() + half;
     uint32_t rounds = 0;
     std::vector<uint32_t> failed;
-    do {
-        const RoundKind& kind = kRounds[rounds % std::size(kRounds)];
-        fmt::print("round {}, {} s: {}\n", ++rounds, length.count() / 1000, kind.name);
-        if (!run_in_child(agent.root(), kind, length, seed + rounds)) failed.push_back(rounds);
-    } while (machine_now() < end || rounds < std::size(kRounds));
+    const auto play = [&](const RoundKind& kind, milliseconds long_) {
+        fmt::print("round {}, {} s: {}\n", ++rounds, long_.count() / 1000, kind.name);
+        if (!run_in_child(agent.root(), kind, long_, seed + rounds)) failed.push_back(rounds);
+    };
+    do play(kRounds[rounds % std::size(kRounds)], length);
+    while (machine_now() < end || rounds < std::size(kRounds));
+    play(kSteady, std::max(half, kShortestRound));
     fmt::print("soak: {} rounds from seed {}, {} failed{}{}\n", rounds, seed, failed.size(), failed.empty() ? "" : ": ",
                fmt::join(failed, ", "));
     return failed.empty() ? 0 : 1;

@@ -1,6 +1,7 @@
 #!/bin/bash
-# Soaks the plug-in in mixed load from several threads, with resets of the data store, live configuration and restarts of
-# the pipeline, and prints the balance of each round. A minute is an hour of the plug-in's time. Fails when a sum differs.
+# Soaks the plug-in: half of the time in mixed load from several threads, with resets of the data store, live configuration
+# and restarts of the pipeline, then half of it in a load that leaves nothing, to see whether memory grows. Prints the
+# balance of each round. A minute is an hour of the plug-in's time. Fails when a sum differs or memory grows.
 #
 #   tools/soak.sh MINUTES [asan|tsan]
 set -euo pipefail
