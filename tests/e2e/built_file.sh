@@ -7,13 +7,13 @@
 # whether code without debug information was compiled with the protections (the generated messages; their flags are the same).
 set -uo pipefail
 agent=${1:?usage: built_file.sh AGENT_DIR}
+project=$(cd "$(dirname "$(readlink -f "$0")")/../.." && pwd)
 cd "$agent" || exit 2
 mapfile -t files < <(find bin lib reshdl -name '*.so' -o -name zelhost | sort)
 [ ${#files[@]} -ge 12 ] || { echo "built_file.sh: only ${#files[@]} libraries and programs in $agent; is the build complete?" >&2; exit 1; }
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 machine=$(LC_ALL=C readelf -h bin/zelhost | sed -n 's/^ *Machine: *//p')
-project=$(cd "$(dirname "$(readlink -f "$0")")/../.." && pwd)
 
 # FILES | VIEW | has, lacks or everywhere | PATTERN | what is wrong. FILES is all, library, program or a file name. A view is what the
 # functions below print; "+" before a row means: on x86-64 only.
