@@ -20,5 +20,6 @@ function(zel_standin name folder)
     LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/standin.map
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH "$ORIGIN;$ORIGIN/../../lib")
+  zel_split_debug(${name})
   add_dependencies(agent ${name})
 endfunction()

@@ -1,4 +1,5 @@
-# How the project's own code is compiled, and the two libraries of generated code.
+# How the project's own code is compiled, and the two libraries of generated code. Hardening.cmake has what makes the built
+# files hard to attack and the same in every folder.
 set(ZEL_SANITIZE "" CACHE STRING "sanitizers for -fsanitize=, comma-separated")
 option(ZEL_FUZZER "instrument for libFuzzer and link the fuzz targets with it" OFF)
 option(ZEL_COVERAGE "count the lines and branches that run, for tools/coverage.sh" OFF)
@@ -28,6 +29,7 @@ if(ZEL_COVERAGE)
 endif()
 
 add_library(zel_options INTERFACE)
+target_link_libraries(zel_options INTERFACE zel_hardening)
 target_compile_options(zel_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror ${zel_sanitize} ${zel_coverage})
 if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
@@ -72,7 +74,7 @@ function(zel_generated_library name kind)
     target_compile_options(${name} PRIVATE -fsanitize=${zel_sanitize_generated})
   endif()
   target_include_directories(${name} SYSTEM PUBLIC ${dir} ${Protobuf_INCLUDE_DIRS})
-  target_link_libraries(${name} PUBLIC ${runtime} Threads::Threads)
+  target_link_libraries(${name} PUBLIC ${runtime} Threads::Threads PRIVATE zel_hardening)
 endfunction()
 zel_generated_library(retrace_lite lite)
 zel_generated_library(retrace_full full)
