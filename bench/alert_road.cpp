@@ -17,15 +17,6 @@ namespace {
 using vorn_retrace::threat_event;
 using vorn_retrace::vorn_trace_info;
 
-NodePtr make_node(const std::string& text) {
-    NodePtr node(new ST_QUEQE_NODE);
-    node->uEventId = event_id::ioa_alert;
-    node->uSize = text.size();
-    node->pData = zel::calloc_buffer(text.size() + 1);
-    text.copy(node->pData.get(), text.size());
-    return node;
-}
-
 void road(benchmark::State& state) {
     const NodePtr node = make_node(make_document(static_cast<int>(state.range(0))));
     for (auto _ : state) {
