@@ -45,7 +45,8 @@ void* first_block(size_t size) {
 // Several threads may look up at once; they find the same.
 Allocator g_allocator;
 std::atomic<bool> g_found{false};
-thread_local bool t_looking = false;
+// Set while this file asks the loader or the allocator. What either of them allocates for itself is not counted.
+thread_local bool t_inside = false;
 
 template <class F>
 void look_up(F*& function, const char* name) {
@@ -55,14 +56,14 @@ void look_up(F*& function, const char* name) {
 // Null while this thread looks the functions up.
 const Allocator* allocator() {
     if (g_found.load(std::memory_order_acquire)) return &g_allocator;
-    if (t_looking) return nullptr;
-    t_looking = true;
+    if (t_inside) return nullptr;
+    t_inside = true;
     look_up(g_allocator.allocate, "malloc");
     look_up(g_allocator.release, "free");
     look_up(g_allocator.resize, "realloc");
     look_up(g_allocator.align, "memalign");
     look_up(g_allocator.size_of, "malloc_usable_size");
-    t_looking = false;
+    t_inside = false;
     g_found.store(true, std::memory_order_release);
     return &g_allocator;
 }
@@ -72,10 +73,15 @@ void count(int64_t blocks, int64_t bytes) {
     g_bytes.fetch_add(bytes, std::memory_order_relaxed);
 }
 
-int64_t size_of(void* block) { return static_cast<int64_t>(g_allocator.size_of(block)); }
+int64_t size_of(void* block) {
+    t_inside = true;
+    const size_t size = g_allocator.size_of(block);
+    t_inside = false;
+    return static_cast<int64_t>(size);
+}
 
 void* counted(void* block) {
-    if (block != nullptr) count(1, size_of(block));
+    if (block != nullptr && !t_inside) count(1, size_of(block));
     return block;
 }
 
@@ -124,8 +130,9 @@ COUNTED void* calloc(size_t count, size_t size) noexcept {
 }
 
 COUNTED void free(void* block) noexcept {
-    if (block == nullptr || is_first(block)) return;
-    count(-1, -size_of(block));
+    // What the allocator has made for itself at its start may be freed before anything else was asked for.
+    if (block == nullptr || is_first(block) || allocator() == nullptr) return;
+    if (!t_inside) count(-1, -size_of(block));
     g_allocator.release(block);
 }
 
@@ -136,6 +143,7 @@ COUNTED void* realloc(void* block, size_t size) noexcept {
         const auto room = static_cast<size_t>(g_first_room + sizeof g_first_room - static_cast<char*>(block));
         return moved == nullptr ? nullptr : memcpy(moved, block, size < room ? size : room);
     }
+    if (t_inside) return g_allocator.resize(block, size);
     const int64_t before = size_of(block);
     void* const moved = g_allocator.resize(block, size);
     if (moved != nullptr)

@@ -213,6 +213,7 @@ int fork_in_mid_work(const AgentFolder& folder) {
     int failed = 0;
     for (int i = 0; i < kForks; ++i) {
         send_work(session, 1'000'000 + 1000 * i);
+        fflush(nullptr);  // or the child would print what waits once more
         const pid_t child = fork();
         if (child == 0) {
             alarm(kLongestSeconds / 3);  // its signal ends a child that hangs
