@@ -4,6 +4,8 @@
 //
 // A sequence that fails is made as short as possible and printed. Exit code 0 when no model failed, 1 when one did, 2
 // for a wrong argument.
+#include <rapidcheck/detail/TestListenerAdapter.h>
+
 #include <charconv>
 #include <chrono>
 #include <cstdio>
@@ -65,7 +67,9 @@ uint64_t run(const Model& model, uint64_t seed, uint64_t wanted) {
     const auto started = std::chrono::steady_clock::now();
     for (uint64_t batch = 0; steps < wanted; ++batch) {
         const rc::detail::TestParams params{.seed = seed + batch, .maxSuccess = 50, .maxSize = rc::kNominalSize};
-        const auto result = rc::detail::checkTestable(property, name, params);
+        // The listener is one that says nothing: RapidCheck's own tells how to repeat a run in a way of its own.
+        rc::detail::TestListenerAdapter silent;
+        const auto result = rc::detail::checkTestable(property, name, params, silent);
         if (result.is<rc::detail::SuccessResult>()) continue;
         std::cout << model.name << ": ";
         rc::detail::printResultMessage(result, std::cout);

@@ -14,7 +14,7 @@ enum : size_t { check, pass, forget_last };
 // The borders of the minute, and what lies between them.
 constexpr uint64_t kTimes[] = {0, 1, 20'000, 59'998, 59'999, 60'000, 60'001, 200'000};
 // Names of which some together read like another.
-constexpr const char* kRules[] = {"r", "ra", "b", "\xff"};
+constexpr const char* kRules[] = {"r", "ra", "b", "\xc3\xbf"};
 constexpr const char* kImages[] = {"a", "", "/x"};
 constexpr uint32_t kRuleForms = 1 + std::size(kRules) * (1U << std::size(kImages));
 
