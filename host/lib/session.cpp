@@ -56,12 +56,12 @@ Undo::~Undo() {
     for (const auto& step : std::views::reverse(steps_)) guarded("end a session", step);
 }
 
-Session::Session(const AgentFolder& folder, Client& client)
+Session::Session(const AgentFolder& folder, Client& client, int visibility)
     : folder_(folder),
       client_(client),
       support_{Library(folder_.root() / "lib/liblumutil.so", RTLD_GLOBAL)},
       bus_{folder_.library("liblummb.so")},
-      plugin_{folder_.plugin()} {
+      plugin_{{folder_.plugin(), visibility}} {
     Session* none = nullptr;
     if (!current.compare_exchange_strong(none, this)) throw Failure("there is a session already in this process");
     undo_.add([] { current = nullptr; });

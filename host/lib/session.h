@@ -61,8 +61,9 @@ private:
 // Start, stop and the waits belong to one thread; everything that says "any thread" may be called by several at once.
 class Session {
 public:
-    // Loads everything and subscribes; the plug-in is not started. Throws Failure.
-    Session(const AgentFolder& folder, Client& client);
+    // Loads everything and subscribes; the plug-in is not started. `visibility` is that of the plug-in's names. Throws
+    // Failure.
+    Session(const AgentFolder& folder, Client& client, int visibility = RTLD_LOCAL);
     // Stops the plug-in when it still runs. All steps of the teardown are done, whatever fails; failures are said on
     // standard error.
     ~Session();

@@ -3,6 +3,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "common/never_ends.h"
+
 ST_CONTAINER_INFO& g_stContainerInfo = zel::decode_state().container;
 
 namespace zel {
@@ -10,8 +12,8 @@ namespace zel {
 static_assert(std::is_nothrow_default_constructible_v<DecodeState>, "it is made at load, where nothing may fail");
 
 DecodeState& decode_state() {
-    static DecodeState state;
-    return state;
+    static NeverEnds<DecodeState> state;
+    return *state;
 }
 
 void Scratch::note_op_time(int64_t time) {

@@ -53,8 +53,8 @@ struct DecodeState {
     std::unique_ptr<ProcessTreeSelector> selector;
 };
 
-// Ends with the library, since it owns the adapter library and only the alarm worker uses it. The owner of that worker
-// calls this in its own constructor, so that the state ends after the worker.
+// The one state, which owns the adapter library. It never ends by itself. The owner of the alarm worker destroys it
+// when the library ends, after the worker.
 DecodeState& decode_state();
 
 }  // namespace zel

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <ctime>
+#include <memory>
 
 #include "common/checks.h"
 #include "common/common.h"
@@ -25,20 +26,19 @@ constexpr useconds_t kResetSleepMicroseconds = 10000000;
 
 zel::NeverEnds<CReshdlWork> g_work;
 
-// Ends with the library. When the host exits or unloads the plug-in without a stop, it stops the workers. The objects
-// that only the workers use end with the library as well. They end later, because the constructor touches them first:
-// no order of linking is involved.
+// Ends with the library. When the host exits or unloads the plug-in without a stop, it stops the workers, and then it
+// ends what only the workers use.
 struct WorkersEnd {
-    WorkersEnd() {
-        ResHdlAlert::AlertFilter::place();
-        zel::decode_state();
-    }
     ~WorkersEnd() {
+        // A child process has none of the workers, and what they use may be half changed or locked by them for ever.
+        if (g_reshdlWork.started_elsewhere()) return;
         g_reshdlWork.Uninit();
-        // Their storage is never destroyed, so their memory is freed here, for a leak checker and for a host
+        // The storage of these is never destroyed, so their memory is freed here, for a leak checker and for a host
         // that loads the plug-in again.
         g_reshdlWork.forget();
         g_hotCache.forget();
+        ResHdlAlert::AlertFilter::place().reset();
+        std::destroy_at(&zel::decode_state());
         zel::MessageRoom::forget();
     }
 };
@@ -84,6 +84,7 @@ bool CReshdlWork::Start() {
         LOG_WARN("The plug-in is not initialized");
         return false;
     }
+    m_starter.store(getpid(), std::memory_order_relaxed);
     // The order is fixed: modules before workers, because a worker uses them at once; the eliminator before the queues,
     // because a queued trace must be in its account.
     m_settings.load();
@@ -103,6 +104,11 @@ bool CReshdlWork::Start() {
     return true;
 }
 
+bool CReshdlWork::started_elsewhere() const {
+    const pid_t starter = m_starter.load(std::memory_order_relaxed);
+    return starter != 0 && starter != getpid();
+}
+
 bool CReshdlWork::StartThreads() {
     // Before the first thread starts, since it would end at once otherwise.
     m_bStop.store(false, std::memory_order_relaxed);
@@ -113,6 +119,7 @@ bool CReshdlWork::StartThreads() {
 // The workers are joined before anything that they use goes. What the alarm worker queued last is still in the queues
 // then and is discarded with them; in pure mode all traces are.
 void CReshdlWork::Uninit() {
+    if (started_elsewhere()) return;
     const zel::Lock lock(g_hWorkMutex);
     m_bInit = false;
     m_bStop.store(true, std::memory_order_relaxed);

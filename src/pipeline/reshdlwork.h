@@ -9,6 +9,8 @@
 // is freed with it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <memory>
 #include <source_location>
@@ -49,6 +51,9 @@ public:
     // period it may wait 10 seconds, for the trace worker's sleep. Called by plugin_uninit, after a failed start, and
     // at the end of the library. Without a start it only closes the queues.
     void Uninit();
+    // True in a child process that was forked after the start. The workers are not there, and locks may be held by
+    // threads that are not there either. So a stop does nothing in such a process. Any thread.
+    bool started_elsewhere() const;
     // Frees what outlives a stop. For the end of the library, after Uninit.
     void forget() { m_brake.clear(); }
 
@@ -133,6 +138,7 @@ private:
     // True from a stop until the next start. Before the first start it is false, so that events are taken while the
     // plug-in still starts.
     std::atomic<bool> m_bStop{false};
+    std::atomic<pid_t> m_starter{0};  // the process of the last start; 0 before the first
     void* m_hWorkerThread GUARDED_BY(g_hWorkMutex) = nullptr;
     void* m_hTrcThread GUARDED_BY(g_hWorkMutex) = nullptr;
     bool m_bInit GUARDED_BY(g_hWorkMutex) = false;

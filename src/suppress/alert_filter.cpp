@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "common/log.h"
+#include "common/never_ends.h"
 
 namespace ResHdlAlert {
 namespace {
@@ -21,8 +22,8 @@ AlertFilter& AlertFilter::GetInstance() {
 }
 
 std::optional<AlertFilter>& AlertFilter::place() {
-    static std::optional<AlertFilter> filter;
-    return filter;
+    static constinit zel::NeverEnds<std::optional<AlertFilter>> filter;
+    return *filter;
 }
 
 // All keys go at once, so no key needs a time of its own. A key therefore lives from a moment to a minute, or longer

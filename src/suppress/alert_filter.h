@@ -12,10 +12,10 @@ namespace ResHdlAlert {
 
 class AlertFilter {
 public:
-    // The one filter, made at the first call; its first period begins then. It ends with the library.
+    // The one filter, made at the first call; its first period begins then.
     static AlertFilter& GetInstance();
-    // The place where the one filter is made. A static object that uses the filter in its destructor touches the place
-    // in its constructor: then the filter is destroyed later than that object.
+    // The place where the one filter is made. The place never ends. The owner of the alarm worker empties it when the
+    // library ends, after the worker.
     static std::optional<AlertFilter>& place();
 
     // Times are milliseconds of the tick clock.

@@ -200,7 +200,7 @@ CFifoQueue::Entries CFifoQueue::CheckDieOut(uint64_t now) {
 
 void CFifoQueue::forget() {
     const zel::Lock lock(mutex_);
-    index_.clear();
+    decltype(index_)().swap(index_);  // clear would leave its table allocated
     queue_.clear();
 }
 

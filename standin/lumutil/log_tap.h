@@ -7,9 +7,10 @@
 extern "C" {
 #endif
 
-// `text` is the whole formatted line with its prefix, without time stamp and newline. It is valid during the call. The
-// tap runs on the thread that logs, one call at a time, for lines of every level. It must be quick, must not log and
-// must not set a tap.
+// `text` is the whole formatted line with its prefix, without time stamp and newline. Control characters that came in
+// with an argument are escaped. It is valid during the call. The tap runs on the thread that logs, one call at a time,
+// for lines of every level. It must be quick, must not log, must not set a tap and must not fork: a fork waits for the
+// call that is running.
 typedef void (*zel_log_tap_t)(void* context, int32_t level, const char* text);
 
 // Sets the one tap; null takes it off. When this returns, no call of the former tap is running.

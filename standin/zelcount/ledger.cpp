@@ -1,5 +1,8 @@
 #include "standin/zelcount/ledger.h"
 
+#include <unistd.h>
+
+#include <atomic>
 #include <mutex>
 #include <unordered_map>
 #include <utility>
@@ -41,6 +44,11 @@ struct Ledger {
 // Never destroyed, because modules are unloaded while the process ends.
 Ledger& ledger = *new Ledger;
 
+// The process of the last load. In a child process that was forked later, a module ends without a word: a thread that
+// the child does not have may hold a lock of the ledger or of the host for ever.
+std::atomic<pid_t> loading_process{0};
+bool is_forked_child() { return loading_process != getpid(); }
+
 uintptr_t key_of(const char* buffer) { return ~reinterpret_cast<uintptr_t>(buffer); }
 
 // A copy, so that the host can be asked without the lock.
@@ -57,11 +65,13 @@ std::vector<zelcount::TraceBuffer> outstanding_buffers() {
 namespace zelcount {
 
 void ds_loaded() {
+    loading_process = getpid();
     const std::lock_guard lock(ledger.mutex);
     ++ledger.ds.loads;
 }
 
 void ds_unloaded() {
+    if (is_forked_child()) return;
     const std::lock_guard lock(ledger.mutex);
     ++ledger.ds.unloads;
 }
@@ -72,11 +82,13 @@ void ds_updated() {
 }
 
 void trc_loaded() {
+    loading_process = getpid();
     const std::lock_guard lock(ledger.mutex);
     ++ledger.trc.loads;
 }
 
 Leftover trc_unloaded() {
+    if (is_forked_child()) return {};
     {
         const std::lock_guard lock(ledger.mutex);
         // The lock is let go again at once, because the host is asked outside of it.

@@ -10,7 +10,8 @@
 
 namespace zelcount {
 
-// The data store: a load, an unload, a call of ds_update_db.
+// The data store: a load, an unload, a call of ds_update_db. An unload in a child process that was forked after the
+// load is none; the same holds for the trace module below.
 STANDIN_EXPORT void ds_loaded();
 STANDIN_EXPORT void ds_unloaded();
 STANDIN_EXPORT void ds_updated();

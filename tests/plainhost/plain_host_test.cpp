@@ -1,6 +1,8 @@
 // The plug-in in a program without any protobuf: it gives traces out there, and the program may exit without stopping
-// it. The end-to-end tests have it beside the full runtime.
+// it, and fork. The end-to-end tests have it beside the full runtime.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <semaphore>
@@ -21,8 +23,8 @@ const zelhost::Plugin& plugin() {
     return opened;
 }
 
-// Leaves with alerts in hand in both workers and more of them in the queues.
-[[noreturn]] void exit_without_a_stop() {
+// Waits until alerts are in hand in both workers and more of them in the queues; false when no chain came.
+bool start_and_load() {
     static std::counting_semaphore<> heard{0};
     if (plugin().init() != 0) exit(1);
     bus().subscribe(770, lummb_sink_t{[](void*, MbFrame::IEvent*) { heard.release(); }}, nullptr);
@@ -30,13 +32,33 @@ const zelhost::Plugin& plugin() {
         const std::string text = zelhost::Alert{.number = number}.text();
         bus().publish(1536, text.data(), text.size());
     }
-    exit(heard.try_acquire_for(std::chrono::seconds(10)) ? 7 : 2);
+    return heard.try_acquire_for(std::chrono::seconds(10));
+}
+
+[[noreturn]] void exit_without_a_stop() { exit(start_and_load() ? 7 : 2); }
+
+// Neither the child nor, after it, the parent may hang.
+[[noreturn]] void exit_in_a_child() {
+    if (!start_and_load()) exit(2);
+    const pid_t child = fork();
+    alarm(20);
+    if (child == 0) exit(7);
+    int status = 0;
+    waitpid(child, &status, 0);
+    plugin().uninit();
+    exit(WIFEXITED(status) ? WEXITSTATUS(status) : 3);
 }
 
 TEST(PlainHostDeathTest, MayExitWithoutAStop) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (int round = 0; round < 20; ++round)
         EXPECT_EXIT(exit_without_a_stop(), testing::ExitedWithCode(7), "") << "round " << round;
+}
+
+TEST(PlainHostDeathTest, MayExitInAChildThatWasForkedInMidWork) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (int round = 0; round < 5; ++round)
+        EXPECT_EXIT(exit_in_a_child(), testing::ExitedWithCode(7), "") << "round " << round;
 }
 
 }  // namespace

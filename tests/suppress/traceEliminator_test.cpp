@@ -1,10 +1,10 @@
-// Which waiting alerts the eliminator drops, by costs that tests give it, and how it reads its setting.
+// Which waiting alerts the eliminator drops, by costs that tests give it, and how it reads its setting. The models hold
+// it against a plain account.
 #include "suppress/traceEliminator.h"
 
 #include <gtest/gtest.h>
 
 #include <deque>
-#include <random>
 
 #include "common/statistics.h"
 #include "support/log_capture.h"
@@ -144,59 +144,6 @@ TEST_F(Eliminator, ReadsTheHighestLevelOfATrunkTrace) {
     zel_test::refused_mutex = 1;
     EXPECT_FALSE(TraceEliminator().Init());
     EXPECT_EQ(logged(ZEL_LOG_ERROR), "E mutex_init failed\n");
-}
-
-struct Waiting {
-    Node* node;
-    bool dropped;
-};
-
-// The drops of a plain account, whose sums are made anew from the live alerts. Returns what they save.
-int64_t eliminate(std::deque<Waiting>& waiting, const int64_t (&cost)[6], int64_t limit) {
-    int64_t weight[6] = {}, quota[6] = {}, excess = -limit, saved = 0;
-    for (const auto& [node, dropped] : waiting) weight[node->nRiskLevel] += dropped ? 0 : node->nProcessCount;
-    for (int level = 0; level < 6; ++level) excess += weight[level] * cost[level];
-    int64_t left = excess;
-    for (int level = 0; level < 6 && left > 0; ++level) {
-        quota[level] = cost[level] == 0 ? weight[level] : std::min(weight[level], (left - 1) / cost[level] + 1);
-        left -= weight[level] * cost[level];
-    }
-    for (auto& [node, dropped] : waiting) {
-        if (saved >= excess) break;
-        if (dropped || quota[node->nRiskLevel] <= 0) continue;
-        dropped = true;
-        quota[node->nRiskLevel] -= node->nProcessCount;
-        saved += node->nProcessCount * cost[node->nRiskLevel];
-    }
-    return saved;
-}
-
-TEST_F(Eliminator, AgreesWithAPlainAccount) {
-    std::deque<Waiting> waiting;
-    int64_t cost[6] = {300, 300, 300, 5000, 5000, 5000}, limit = 60'000, drops = 0;
-    std::mt19937 random(20240607);
-    const auto up_to = [&](size_t n) { return static_cast<int>(random() % (n + 1)); };
-    for (int step = 0; step < 5'000; ++step) {
-        const int action = up_to(9);
-        if (action < 5) {
-            waiting.push_back({&push(up_to(5), up_to(12)), false});
-        } else if (action < 8 && !waiting.empty()) {
-            const auto at = waiting.begin() + up_to(waiting.size() - 1);
-            eliminator.Pop(at->node);
-            waiting.erase(at);
-        } else if (action == 8) {
-            limit = 60'000 + up_to(60) * 1000;
-            eliminator.SetMaxDelay(static_cast<uint32_t>(limit));
-        } else {
-            const int level = up_to(5), processes = 1 + up_to(1), measured = up_to(20) * 1000;
-            std::fill_n(cost + (level <= 2 ? 0 : 3), 3, measured / processes);
-            const int64_t saved = eliminate(waiting, cost, limit);
-            ASSERT_EQ(finish(level, measured, processes), saved) << "step " << step;
-            drops += saved != 0 ? 1 : 0;
-        }
-        for (const auto& [node, dropped] : waiting) ASSERT_EQ(node->bDropped, dropped) << "step " << step;
-    }
-    EXPECT_GT(drops, 100);
 }
 
 }  // namespace
