@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "fuzz.h"
-#include "host/lib/account_text.h"
+#include "host/lib/alert.h"
 #include "host/lib/dns_event.h"
 #include "host/lib/overrides.h"
 #include "host/lib/session.h"

@@ -9,7 +9,6 @@
 #include "failing_memory.h"
 #include "fuzz.h"
 #include "host/lib/clocks.h"
-#include "platform/native_payloads.h"
 
 namespace {
 

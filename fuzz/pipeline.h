@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "pipeline/reshdlwork.h"
+#include "platform/native_payloads.h"
 
 namespace fuzz {
 
