@@ -7,6 +7,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "decode/event_types.h"
@@ -103,15 +104,14 @@ void rename(cJSON& value, const std::string& key) {
     memcpy(value.string, key.c_str(), key.size() + 1);
 }
 
-// A copy keeps the key of its original; in an object a value needs one.
+// A copy keeps the key of its original or gets another one. The library may refuse a place in a list.
 void insert(cJSON* into, cJSON* value, Random& random) {
-    if (cJSON_IsObject(into)) {
-        const std::string key = value->string != nullptr && random() % 2 == 0 ? value->string : any_of(keys(), random);
-        cJSON_AddItemToObject(into, key.c_str(), value);
-    } else {
-        cJSON_InsertItemInArray(
-            into, static_cast<int>(random() % (static_cast<uint32_t>(cJSON_GetArraySize(into)) + 1)), value);
-    }
+    const auto size = static_cast<uint32_t>(cJSON_GetArraySize(into));
+    const std::string key = value->string != nullptr && random() % 2 == 0 ? value->string : any_of(keys(), random);
+    const bool inserted = cJSON_IsObject(into)
+                              ? cJSON_AddItemToObject(into, key.c_str(), value)
+                              : cJSON_InsertItemInArray(into, static_cast<int>(random() % (size + 1)), value);
+    if (!inserted) cJSON_Delete(value);
 }
 
 void change(cJSON* root, Random& random) {
@@ -138,14 +138,16 @@ void change(cJSON* root, Random& random) {
             return;
         default: break;
     }
-    if (parent == nullptr || holds_values) return;
+    // An object or a list is replaced seldom, since all that it holds goes with it.
+    if (parent == nullptr || (holds_values && random() % 8 != 0)) return;
+    // The value stays in its place with its key.
     cJSON* const other = changed_value(*value, random);
-    if (value->string != nullptr) {
-        // The replacement takes its key along.
-        other->string = static_cast<char*>(cJSON_malloc(strlen(value->string) + 1));
-        memcpy(other->string, value->string, strlen(value->string) + 1);
-    }
-    cJSON_ReplaceItemViaPointer(parent, value, other);
+    std::swap(value->type, other->type);
+    std::swap(value->child, other->child);
+    std::swap(value->valuestring, other->valuestring);
+    std::swap(value->valuedouble, other->valuedouble);
+    std::swap(value->valueint, other->valueint);
+    cJSON_Delete(other);
 }
 
 // 0 when the text is no JSON or when the outcome does not fit.
