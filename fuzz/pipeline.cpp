@@ -87,13 +87,13 @@ Native::Native(EVENT_ID id, const char* data, uint64_t size)
 
 Outcome run_event(EVENT_ID id, Incoming incoming) {
     Outcome outcome;
-    const auto work = std::make_unique<CReshdlWork>();
-    work->SetQueueMax(kQueueMax);
+    CReshdlWork work;
+    work.SetQueueMax(kQueueMax);
     const EventRow& row = *find_event_row(id);
     outcome.given_up = !zel::guarded("event", [&] {
         NodePtr node = row.build(incoming, id);
         outcome.taken = node != nullptr;
-        if (node != nullptr && row.handle != nullptr) (work.get()->*row.handle)(std::move(node));
+        if (node != nullptr && row.handle != nullptr) (work.*row.handle)(std::move(node));
     });
     outcome.sent = take_sent();
     return outcome;
