@@ -44,17 +44,16 @@ struct Folder {
             const fs::path copy = root / entry.path().lexically_relative(ZEL_AGENT_DIR);
             if (entry.is_directory())
                 fs::create_directory(copy);
-            else if (copy.filename() == "libzeltrc.so")
-                fs::create_symlink(FUZZ_SCRIPTED, copy);
             else if (copy.filename() == "zelreshdl.ini")
                 std::ofstream(copy) << kSettings;
-            else
+            else if (copy.filename() != "libzeltrc.so")
                 fs::create_symlink(entry.path(), copy);
         }
+        fs::create_symlink(FUZZ_SCRIPTED, root + "/reshdl/lib/libzeltrc.so");
         zelhost::overrides::redirect_flag_folder(root);
         clocks::set_longest_sleep(50us);
         setenv("agentid", "fuzz", 1);
-        setenv("ZEL_LOG_FILE", "/dev/null", 1);
+        setenv("ZEL_LOG_FILE", "/dev/null", 0);
     }
     ~Folder() { fs::remove_all(root); }
 
