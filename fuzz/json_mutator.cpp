@@ -60,10 +60,16 @@ struct Node {
     cJSON* parent;
 };
 
+// The library counts on the links back, and some of its own functions leave them broken.
 void collect(cJSON* value, cJSON* parent, std::vector<Node>& nodes) {
     if (nodes.size() == kMostNodes) return;
     nodes.push_back({value, parent});
-    for (cJSON* child = value->child; child != nullptr; child = child->next) collect(child, value, nodes);
+    cJSON* last = nullptr;
+    for (cJSON* child = value->child; child != nullptr; last = child, child = child->next) {
+        child->prev = last;
+        collect(child, value, nodes);
+    }
+    if (last != nullptr) value->child->prev = last;
 }
 
 // The bytes of a text as libFuzzer changes them; a byte of 0 ends it.
