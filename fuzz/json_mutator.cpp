@@ -60,16 +60,10 @@ struct Node {
     cJSON* parent;
 };
 
-// The library counts on the links back, and some of its own functions leave them broken.
 void collect(cJSON* value, cJSON* parent, std::vector<Node>& nodes) {
     if (nodes.size() == kMostNodes) return;
     nodes.push_back({value, parent});
-    cJSON* last = nullptr;
-    for (cJSON* child = value->child; child != nullptr; last = child, child = child->next) {
-        child->prev = last;
-        collect(child, value, nodes);
-    }
-    if (last != nullptr) value->child->prev = last;
+    for (cJSON* child = value->child; child != nullptr; child = child->next) collect(child, value, nodes);
 }
 
 // The bytes of a text as libFuzzer changes them; a byte of 0 ends it.
@@ -110,14 +104,14 @@ void rename(cJSON& value, const std::string& key) {
     memcpy(value.string, key.c_str(), key.size() + 1);
 }
 
-// A copy keeps the key of its original or gets another one. The library may refuse a place in a list.
+// A copy keeps the key of its original or gets another one. In a list it goes to the front or to the end: the packaged
+// library refuses the places between.
 void insert(cJSON* into, cJSON* value, Random& random) {
-    const auto size = static_cast<uint32_t>(cJSON_GetArraySize(into));
     const std::string key = value->string != nullptr && random() % 2 == 0 ? value->string : any_of(keys(), random);
-    const bool inserted = cJSON_IsObject(into)
-                              ? cJSON_AddItemToObject(into, key.c_str(), value)
-                              : cJSON_InsertItemInArray(into, static_cast<int>(random() % (size + 1)), value);
-    if (!inserted) cJSON_Delete(value);
+    const bool inserted = cJSON_IsObject(into) ? cJSON_AddItemToObject(into, key.c_str(), value)
+                          : random() % 2 == 0  ? cJSON_InsertItemInArray(into, 0, value)
+                                               : cJSON_AddItemToArray(into, value);
+    FUZZ_CHECK(inserted);
 }
 
 void change(cJSON* root, Random& random) {
