@@ -8,8 +8,11 @@
 #include "check/zelcheck_host.h"
 #include "fuzz.h"
 #include "fuzz_alert.h"
+#include "json_mutator.h"
 #include "platform/zel_support.h"
 #include "trace/getprotobuf.h"
+
+const size_t fuzz::head_size = 0;
 
 namespace {
 

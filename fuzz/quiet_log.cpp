@@ -2,17 +2,27 @@
 // terminator is found, and writes none.
 #include <google/protobuf/stubs/logging.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
+#include "fuzz.h"
 #include "platform/zel_support.h"
 
-extern "C" int32_t zel_log_output(int32_t, const char* format, ...) {
-    char line[512];
+// A line is its format with a number or a text in each place.
+extern "C" int32_t zel_log_output(int32_t level, const char* format, ...) {
+    constexpr size_t kLongestNumber = 24;
+    static char line[1 << 16];
+    FUZZ_CHECK(level >= ZEL_LOG_ERROR && level <= ZEL_LOG_DEBUG);
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(line, sizeof(line), format, arguments);
+    const int length = vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
+    FUZZ_CHECK(length > 0);
+    if (fuzz::longest_text == SIZE_MAX) return 0;
+    const auto places = static_cast<size_t>(std::count(format, format + strlen(format), '%'));
+    FUZZ_CHECK(static_cast<size_t>(length) <= strlen(format) + places * (kLongestNumber + fuzz::longest_text));
     return 0;
 }
 
