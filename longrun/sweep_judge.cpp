@@ -174,12 +174,12 @@ std::string judge(const Run& baseline, const Run& run, int status) {
         if (!has_line && !without_guid) return "no line about it: " + difference(*differing.front().first, first);
     }
     // The comparison would be true and worth nothing.
-    if (&run != &baseline && run.end.at("failed") == 0) return "no allocation failed: the run made fewer";
+    if (&run != &baseline && run.end.at("failed") == 0) return "no call failed: the run made fewer";
     // The plug-in does not give back the interface of a DNS event when there is no memory for the copy, so this one
     // event stays alive.
     const bool keeps_dns = run.text.find("line new(std::nothrow)ST_IOC_MSG error!") != std::string::npos;
     for (const auto& [key, value] : baseline.end) {
-        if (key == "allocations" || key == "failed") continue;
+        if (key == "calls" || key == "failed") continue;
         const auto found = run.end.find(key);
         const long now = found == run.end.end() ? -1 : found->second;
         if (key == "alive" && keeps_dns && now == value + 1) continue;

@@ -18,7 +18,7 @@ struct Step {
 
 // One run as its process told it.
 struct Run {
-    std::string call;  // the allocation that failed
+    std::string call;  // FUNCTION or FUNCTION:SUBJECT of the call that failed
     std::vector<std::string> frames;
     std::vector<Step> steps;
     std::string wrong;
