@@ -4,8 +4,9 @@
 //
 //   call_sweep [--every K] [--from N] [--only N]
 //
-// A failure costs most often the event in hand: one report, one trace, one call or one start, with a line of level ERROR
-// or WARN. The table in sweep_costs.cpp says it for each call. Everything else comes out as in the run without a failure.
+// A failure costs most often the event in hand: one report, one trace, one call or one start, with a line of level
+// ERROR or WARN. The table in sweep_costs.cpp says it for each call. Everything else comes out as in the run without a
+// failure.
 //
 // Exit code 0: no fault. 1: at least one fault, or the sweep itself could not work. 2: wrong options.
 #include <fcntl.h>
@@ -214,7 +215,7 @@ std::string Sweep::describe(const Run& run) const {
         else if (addresses.empty() && !module.starts_with("libfailing_calls") && !module.starts_with("libstdc"))
             between = module;
     }
-    return run.call + (between.empty() ? "" : " through " + between) + " from " +
+    return run.call + " in " + run.thread + (between.empty() ? "" : " through " + between) + " from " +
            places(addresses, root_ + "/agent/reshdl/bin/libzelreshdl.so");
 }
 
@@ -249,8 +250,7 @@ unsigned jobs() {
 int run_sweep(const Options& options) {
     const Sweep runs;
     const auto [baseline, status] = runs.play(0);
-    std::string fault = sweep::judge(baseline, baseline, status);
-    if (fault.empty()) fault = sweep::unsound(baseline);
+    std::string fault = sweep::judge_alone(baseline, status);
     if (!fault.empty()) {
         fprintf(stderr, "call_sweep: the run without a failure is at fault: %s\n", fault.c_str());
         fputs(baseline.text.c_str(), stderr);

@@ -20,17 +20,8 @@ namespace {
 constexpr std::string_view kPlugin = "libzelreshdl.so";
 // These work for their caller. This library is among them: its own functions stand innermost on every stack.
 constexpr std::string_view kForCaller[] = {
-    "libfailing_calls.so",
-    "libc.so",
-    "libstdc++.so",
-    "libgcc_s.so",
-    "libasan.so",
-    "libubsan.so",
-    "libcjson.so",
-    "libm.so",
-    "libuuid.so",
-    "libprotobuf-lite.so",
-    "libjansson.so",
+    "libfailing_calls.so", "libc.so", "libstdc++.so", "libgcc_s.so",         "libasan.so",    "libubsan.so",
+    "libcjson.so",         "libm.so", "libuuid.so",   "libprotobuf-lite.so", "libjansson.so",
 };
 // Enough to reach the plug-in's function from the depth of protobuf.
 constexpr int kShownFrames = 40;
@@ -165,4 +156,3 @@ INTERPOSED void failing_calls_begin(uint64_t number, int report) {
 INTERPOSED void failing_calls_end() { g_counting = false; }
 INTERPOSED uint64_t failing_calls_counted() { return g_counted; }
 INTERPOSED bool failing_calls_failed() { return g_failed; }
-

@@ -1,5 +1,5 @@
-// A library to preload. It counts the calls of the plug-in that can fail, and makes one of them fail: allocations, files,
-// threads, mutexes, libraries and their symbols, settings.
+// A library to preload. It counts the calls of the plug-in that can fail, and makes one of them fail: allocations,
+// files, threads, mutexes, libraries and their symbols, settings.
 //
 // It walks up the stack from the call. Frames of libraries that work for their caller are passed over: the C and C++
 // libraries, cJSON, jansson, libuuid, protobuf, a sanitizer's runtime. If the next frame lies in libzelreshdl.so, the

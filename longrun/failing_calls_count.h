@@ -36,10 +36,10 @@ F* next(F*& cached, const char* name) {
     if (cached == nullptr) cached = reinterpret_cast<F*>(next_address(name));
     return cached;
 }
-#define NEXT(type, name)                              \
-    ([] {                                             \
-        static type* cached = nullptr;                \
-        return failing_calls::next(cached, name);     \
+#define NEXT(type, name)                          \
+    ([] {                                         \
+        static type* cached = nullptr;            \
+        return failing_calls::next(cached, name); \
     }())
 
 }  // namespace failing_calls

@@ -1,9 +1,13 @@
 // What fails besides allocations: the calls of the C library and of the support library.
 //
-// Left out is what cannot fail for a caller that is right (locks, clocks, sleeps, texts of a fixed room), what gives
-// back (close, fclose, dlclose, zel_thread_join, zel_dll_close, zel_mutex_destroy), because its answer changes nothing
-// for the plug-in, and the parsers, which fail by their allocations and their input. getenv is none, either: it tells
-// what the environment holds.
+// Left out of what the plug-in imports:
+//   - what cannot fail for a correct caller: locks, clocks, sleeps, thread names, texts in a room of their own;
+//   - what gives back: close, fclose, dlclose, zel_thread_join, zel_dll_close, zel_mutex_destroy. Nothing could be done
+//     about a failure there, and the plug-in does not look;
+//   - parsers and writers of JSON and of messages: they fail by their allocations and by what they are given;
+//   - getenv and get_agent_path, which tell what is there and have no failure of their own.
+// pthread_create, pthread_mutex_init and stat are called by the support library alone, so zel_thread_start,
+// zel_mutex_init and zel_path_is_exist_u stand for them. write stands behind fwrite.
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -27,11 +31,12 @@ constexpr int32_t kNotFound = static_cast<int32_t>(0x84ce0015);
 }  // namespace
 
 // Two calls in one: the opening itself, and what is done with the file then. Reading from a folder fails, and so does
-// writing to a device that is full.
+// writing to a device that is full. A file that is to be read and is not there fails by itself.
 INTERPOSED const char* failing_calls_file(const char* path, const char* mode) {
     using failing_calls::Through;
-    if (fails("fopen", EMFILE, path, Through::program)) return nullptr;
     const bool reads = mode[0] == 'r';
+    if (reads && access(path, R_OK) != 0) return path;
+    if (fails("fopen", EMFILE, path, Through::program)) return nullptr;
     if (fails(reads ? "fread" : "fwrite", 0, path, Through::program)) return reads ? "/" : "/dev/full";
     return path;
 }
@@ -43,6 +48,10 @@ INTERPOSED int open(const char* path, int flags, ...) {
     va_end(arguments);
     using Open = int(const char*, int, ...);
     return fails("open", EMFILE, path) ? -1 : NEXT(Open, "open")(path, flags, mode);
+}
+INTERPOSED ssize_t read(int descriptor, void* buffer, size_t size) {
+    using Read = ssize_t(int, void*, size_t);
+    return fails("read", EIO) ? -1 : NEXT(Read, "read")(descriptor, buffer, size);
 }
 INTERPOSED int fstat(int descriptor, struct stat* status) noexcept {
     using Fstat = int(int, struct stat*) noexcept;
@@ -57,7 +66,8 @@ INTERPOSED ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
     return fails("getrandom", ENOSYS) ? -1 : NEXT(Getrandom, "getrandom")(buffer, size, flags);
 }
 
-// The next three look at who called them, so they are left by a jump: the build turns a call in the last place into one.
+// The next three look at who called them, so they are left by a jump: the build turns a call in the last place into
+// one.
 INTERPOSED void* dlopen(const char* path, int flags) noexcept {
     using Dlopen = void*(const char*, int) noexcept;
     return fails("dlopen", 0, path == nullptr ? "" : path) ? nullptr : NEXT(Dlopen, "dlopen")(path, flags);
@@ -78,7 +88,8 @@ INTERPOSED int32_t zel_mutex_init(void** mutex) {
     return -EAGAIN;
 }
 INTERPOSED int32_t zel_thread_start(void** thread, int (*entry)(void*), void* param) {
-    if (!fails("zel_thread_start", 0)) return NEXT(decltype(zel_thread_start), "zel_thread_start")(thread, entry, param);
+    if (!fails("zel_thread_start", 0))
+        return NEXT(decltype(zel_thread_start), "zel_thread_start")(thread, entry, param);
     *thread = nullptr;
     return -EAGAIN;
 }
@@ -94,8 +105,7 @@ INTERPOSED int32_t zel_dll_get_addr(void* module, const char* name, void** addre
     return kNotFound;
 }
 INTERPOSED int32_t zel_path_is_exist_u(const char* path) {
-    return fails("zel_path_is_exist_u", 0, path) ? 0
-                                                 : NEXT(decltype(zel_path_is_exist_u), "zel_path_is_exist_u")(path);
+    return fails("zel_path_is_exist_u", 0, path) ? 0 : NEXT(decltype(zel_path_is_exist_u), "zel_path_is_exist_u")(path);
 }
 INTERPOSED int32_t zel_ini_file_load(const char* path, void** ini) {
     if (!fails("zel_ini_file_load", 0, path)) return NEXT(decltype(zel_ini_file_load), "zel_ini_file_load")(path, ini);

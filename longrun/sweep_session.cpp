@@ -88,7 +88,10 @@ Session::Session(std::string root, const std::string& flags) : root_(std::move(r
 }
 
 // The plug-in may still log, but not into an object that has gone.
-Session::~Session() { zel_log_set_tap(nullptr, nullptr); }
+Session::~Session() {
+    zel_log_set_tap(nullptr, nullptr);
+    g_session = nullptr;
+}
 
 void* Session::symbol(const std::string& library, const char* name) const {
     // Never closed: the addresses are used until the process ends.
@@ -252,7 +255,7 @@ void Session::take_copies() {
         const fs::path beside = file.string() + ".size";
         std::error_code missing;
         const auto size_beside = fs::file_size(beside, missing);
-        output("copy-" + file.stem().string() + ":" + std::to_string(entry.file_size()) + ":" +
+        output("copy:" + file.stem().string() + ":" + std::to_string(entry.file_size()) + ":" +
                std::to_string(missing ? 0 : size_beside));
         fs::remove(beside);
         fs::remove(file);
@@ -367,7 +370,7 @@ void Session::print_lines() {
 }
 
 void Session::on_exit() {
-    if (g_session->finished_) return;
+    if (g_session == nullptr) return;
     printf("ended %s\n", g_session->step_.c_str());
     g_session->print_lines();
 }
@@ -464,7 +467,6 @@ void Session::finish() {
         static_cast<long>(calls_[ZELTRC_INIT] - calls_[ZELTRC_UNINIT]), results_.size(),
         dlopen((root_ + kManager).c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr ? 1 : 0);
     fflush(stdout);
-    finished_ = true;
 }
 
 }  // namespace sweep

@@ -120,7 +120,6 @@ private:
     bool running_ = false;
     bool stopped_once_ = false;  // no events come any more
     bool captures_ = false;
-    bool finished_ = false;
     void* plugin_ = nullptr;
     lummb_get_counts_t get_counts_ = nullptr;
     lummb_publish_t publish_ = nullptr;

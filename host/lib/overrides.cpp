@@ -54,11 +54,13 @@ std::string redirected(const char* path) {
 }  // namespace
 
 OVERRIDE FILE* fopen(const char* path, const char* mode) {
-    if (const auto replacement = g_replacement.load(); replacement != nullptr) path = replacement(path, mode);
-    if (path == nullptr) return nullptr;
+    const std::string real = redirected(path);
+    const auto replacement = g_replacement.load();
+    const char* const opened = replacement == nullptr ? real.c_str() : replacement(real.c_str(), mode);
+    if (opened == nullptr) return nullptr;
     int flags = strchr(mode, '+') != nullptr ? O_RDWR : mode[0] == 'r' ? O_RDONLY : O_WRONLY;
     if (mode[0] != 'r') flags |= O_CREAT | (mode[0] == 'a' ? O_APPEND : O_TRUNC);
-    const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, redirected(path).c_str(), flags, 0644));
+    const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, opened, flags, 0644));
     return fd < 0 ? nullptr : fdopen(fd, mode);
 }
 
