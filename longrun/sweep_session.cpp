@@ -399,7 +399,8 @@ void Session::come_to_rest(Rest rest) {
         return std::pair(ignored_, bad_lines_);
     };
     const auto deadline = zelhost::overrides::real_now() + kDeadline;
-    for (bool through = false; !through;) {
+    int markers = 0;
+    for (bool through = false; !through; ++markers) {
         const auto before = counts();
         send(2304, "marker");
         const auto patience = zelhost::overrides::real_now() + kMarkerPatience;
@@ -414,16 +415,21 @@ void Session::come_to_rest(Rest rest) {
         }
     }
     wait_for_bus();
+    // On a slow machine the first marker may only have been late. The second one must not end the next step too early.
+    if (markers > 1) worker_rests("the alarm worker comes to rest", zelhost::overrides::alarm_worker_sleeps);
     if (rest == Rest::alarm_worker) return;
     trace_worker_rests();
     wait_for_bus();
 }
 
-// Two sleeps: the first may have begun before the last job came, the second shows that both queues were empty.
+// Two sleeps: the first may have begun before the last job came, the second shows that its queues were empty.
+void Session::worker_rests(const char* what, uint64_t (*sleeps)()) {
+    const uint64_t before = sleeps();
+    wait_until(what, [=] { return sleeps() >= before + 2; });
+}
+
 void Session::trace_worker_rests() {
-    const uint64_t sleeps = zelhost::overrides::trace_worker_sleeps();
-    wait_until("the trace worker comes to rest",
-               [=] { return zelhost::overrides::trace_worker_sleeps() >= sleeps + 2; });
+    worker_rests("the trace worker comes to rest", zelhost::overrides::trace_worker_sleeps);
 }
 
 void Session::step(const std::string& name, const char* group, const std::function<void()>& action, Rest rest) {

@@ -105,6 +105,7 @@ private:
     lummb_counts bus() const;
     void wait_until(const char* what, const std::function<bool()>& done);
     void come_to_rest(Rest rest);
+    void worker_rests(const char* what, uint64_t (*sleeps)());
     void trace_worker_rests();
     void take_copies();
     void print_lines();

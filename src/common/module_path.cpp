@@ -1,5 +1,6 @@
 #include "common/module_path.h"
 
+#include <utility>
 #include <vector>
 
 #include "platform/zel_support.h"
@@ -10,6 +11,14 @@ std::string module_path(const char* path, uint32_t size) {
     std::vector<char> out(size, '\0');
     // The result is used, so that this is no tail call: the support library looks at the return address.
     return zel_dirutils_path_transform(path, out.data(), size) == 0 ? std::string(out.data()) : std::string();
+}
+
+Dll& Dll::operator=(Dll&& other) noexcept {
+    if (this != &other) {
+        close();
+        handle_ = std::exchange(other.handle_, nullptr);
+    }
+    return *this;
 }
 
 int32_t Dll::open(const std::string& path) { return zel_dll_open(path.c_str(), &handle_); }

@@ -37,8 +37,8 @@ class Dll {
 public:
     Dll() = default;
     ~Dll() { close(); }
-    Dll(const Dll&) = delete;
-    Dll& operator=(const Dll&) = delete;
+    Dll(Dll&& other) noexcept : handle_(other.handle_) { other.handle_ = nullptr; }
+    Dll& operator=(Dll&& other) noexcept;
 
     // The answer is that of zel_dll_open. It can be 0 without a library, so callers look at handle() as well.
     int32_t open(const std::string& path);
