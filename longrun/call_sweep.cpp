@@ -42,7 +42,7 @@ namespace {
 using sweep::Run;
 
 // A run takes about a second, so this is a hang and no slow machine.
-constexpr auto kLongestRun = std::chrono::seconds(60);
+constexpr auto kLongestRun = std::chrono::seconds(120);
 // Parts of names of functions that say nothing about the place of a call. The functions of the C++ library do not,
 // either.
 constexpr const char* kNoPlace[] = {"__gnu_cxx::", "google::protobuf::", "vorn_retrace::dup_alert", "zel::guarded<"};

@@ -26,7 +26,7 @@ namespace sweep {
 namespace {
 
 // A run takes less than a second. A machine that is busy gets more time; beyond this it is a hang.
-constexpr auto kDeadline = 15s;
+constexpr auto kDeadline = 40s;
 // How long a marker may take before it counts as lost.
 constexpr auto kMarkerPatience = 150ms;
 
