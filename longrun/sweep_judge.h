@@ -18,9 +18,12 @@ struct Step {
 
 // One run as its process told it.
 struct Run {
-    std::string call;  // the allocation that failed
+    std::string call;  // FUNCTION or FUNCTION:SUBJECT of the call that failed
+    std::string thread;
     std::vector<std::string> frames;
+    size_t failed_at = 0;  // the step in which it failed
     std::vector<Step> steps;
+    std::string ended;  // the step in which the plug-in ended the process
     std::string wrong;
     std::map<std::string, long> end;
     std::string text;  // all that it wrote
@@ -29,16 +32,14 @@ struct Run {
 // Reads the lines that sweep_session.h describes. Other lines, such as those of a sanitizer, stay in `text` alone.
 Run parse(const std::string& text);
 
-// Says what the run without a failure lacks; a comparison with such a run would be worth nothing. Empty when it lacks
-// nothing.
-std::string unsound(const Run& baseline);
+// Says what is wrong with the run without a failure, or what it lacks; a comparison with such a run would be worth
+// nothing. Empty when it lacks nothing.
+std::string judge_alone(const Run& baseline, int status);
 
 // Says what is wrong with a run that ended with this status of waitpid. Empty when the run is as it must be.
 //
-// A failure may cost the event in hand: at most one event of each kind, or the memory checks of one alert, or the
-// answer of a call. A new line of level ERROR or WARN must say so. Only one step may differ, or several steps of one
-// group. What is played without failures afterwards must give exactly what it gives in the run without a failure, and
-// so must the balance at the end.
+// sweep_costs.h says what a call may cost when it fails. Beyond that, each step must give exactly what it gives in the
+// run without a failure, and so must the balance at the end.
 std::string judge(const Run& baseline, const Run& run, int status);
 
 // Parts between the separators; with a blank as separator, empty parts are left out.

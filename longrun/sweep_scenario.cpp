@@ -1,4 +1,4 @@
-// What a run of the allocation sweep plays: every road through the plug-in, with short documents. Texts that the
+// What a run of the call sweep plays: every road through the plug-in, with short documents. Texts that the
 // plug-in keeps are long enough here and there to need a block of their own, since only then there is an allocation to
 // fail.
 #include <cstdio>
@@ -168,6 +168,10 @@ void play_kinds(Session& s, const std::string& run) {
     // What a refused document leaves behind must not show in the next good one.
     one("after the refused", event_id::ioa_alert, plain_alert("R-after"));
 
+    // The program that plays: a file that exists, of the same size in each run.
+    one("file size", event_id::ioa_alert,
+        Alert{.rules = {rule("R-size", {event(7, R"("FilePath":"/proc/self/exe")")})}}.text());
+
     one("memory", event_id::memory_trojan, Alert{.type = 6, .rules = {rule("R-memory", {file_event()})}}.text());
     one("scan", event_id::port_scan, R"({"src_ip":"198.51.100.7"})");
     one("brute force", event_id::brute_force, R"({"src_ip":"198.51.100.8"})");
@@ -315,7 +319,7 @@ void play_calls(Session& s, const std::string& run) {
 // The order of a run: failures while everything is young, a flush, everything again without failures, then failures
 // around a stop and a second start, and the calls again without failures.
 void play(Session& s, uint64_t number) {
-    // The count goes over both armed parts, so one number names one allocation of the whole run.
+    // The count goes over both armed parts, so one number names one call of the whole run.
     s.arm(number);
     s.step("load", kAlone, [&] { s.load(); });
     s.step("start", "start", [&] { s.start(); });

@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "host/lib/overrides.h"
-#include "longrun/failing_allocations.h"
+#include "longrun/failing_calls.h"
 #include "standin/lumutil/log_tap.h"
 #include "standin/scripted/scripted_host.h"
 #include "standin/zelbpmgr/zelbpmgr_host.h"
@@ -26,10 +26,11 @@ namespace sweep {
 namespace {
 
 // A run takes less than a second. A machine that is busy gets more time; beyond this it is a hang.
-constexpr auto kDeadline = 15s;
+constexpr auto kDeadline = 40s;
 // How long a marker may take before it counts as lost.
 constexpr auto kMarkerPatience = 150ms;
 
+constexpr const char* kCaptureFlag = "/reshdlproto_flag";
 constexpr const char* kManager = "/reshdl/lib/libzelbpmgr.so";
 
 Session* g_session = nullptr;  // for the callbacks, which come without a context
@@ -74,6 +75,8 @@ Session::Session(std::string root, const std::string& flags) : root_(std::move(r
     // Long enough to need a block of its own, so that its allocation can fail, too.
     setenv("agentid", "an-agent-id-that-needs-a-block-of-its-own", 1);
     zelhost::overrides::redirect_flag_folder(flags_);
+    zelhost::overrides::replace_files(failing_calls_file);
+    atexit(on_exit);
     zel_log_set_tap(
         [](void* self, int32_t level, const char* text) { static_cast<Session*>(self)->on_line(level, text); }, this);
     publish_ = reinterpret_cast<lummb_publish_t>(symbol("reshdl/lib/liblummb.so", "lummb_publish"));
@@ -85,7 +88,10 @@ Session::Session(std::string root, const std::string& flags) : root_(std::move(r
 }
 
 // The plug-in may still log, but not into an object that has gone.
-Session::~Session() { zel_log_set_tap(nullptr, nullptr); }
+Session::~Session() {
+    zel_log_set_tap(nullptr, nullptr);
+    g_session = nullptr;
+}
 
 void* Session::symbol(const std::string& library, const char* name) const {
     // Never closed: the addresses are used until the process ends.
@@ -107,11 +113,11 @@ F* Session::plugin_function(const char* name) const {
 
 void Session::arm(uint64_t number) {
     armed_ = true;
-    failing_allocations_begin(number, STDOUT_FILENO);
+    failing_calls_begin(number, STDOUT_FILENO);
 }
 
 void Session::disarm() {
-    failing_allocations_end();
+    failing_calls_end();
     armed_ = false;
 }
 
@@ -232,11 +238,28 @@ void Session::report(bool figures) {
 }
 
 void Session::capture(bool on) {
-    const std::string flag = flags_ + "/reshdlproto_flag";
+    captures_ = on;
+    const std::string flag = flags_ + kCaptureFlag;
     if (on)
         std::ofstream(flag) << "1";
     else
         fs::remove(flag);
+}
+
+// One output for each copy: its kind, its size and the size of the file beside it. A lost copy takes no number, so the
+// number is left out.
+void Session::take_copies() {
+    for (const auto& entry : fs::directory_iterator(flags_)) {
+        const fs::path& file = entry.path();
+        if (file.stem().extension() != ".data") continue;
+        const fs::path beside = file.string() + ".size";
+        std::error_code missing;
+        const auto size_beside = fs::file_size(beside, missing);
+        output("copy:" + file.stem().string() + ":" + std::to_string(entry.file_size()) + ":" +
+               std::to_string(missing ? 0 : size_beside));
+        fs::remove(beside);
+        fs::remove(file);
+    }
 }
 
 void Session::output(const std::string& text) {
@@ -335,10 +358,21 @@ lummb_counts Session::bus() const {
 void Session::hang(const char* what) {
     // What the log said so far goes out as well; it most often names the place.
     printf("wrong hang in step '%s': %s\n", step_.c_str(), what);
+    print_lines();
+    _exit(3);
+}
+
+// What the log said since the last step.
+void Session::print_lines() {
     const std::lock_guard lock(mutex_);
     for (const auto& line : lines_) printf("line %s\n", line.c_str());
     fflush(stdout);
-    _exit(3);
+}
+
+void Session::on_exit() {
+    if (g_session == nullptr) return;
+    printf("ended %s\n", g_session->step_.c_str());
+    g_session->print_lines();
 }
 
 void Session::wait_until(const char* what, const std::function<bool()>& done) {
@@ -365,7 +399,8 @@ void Session::come_to_rest(Rest rest) {
         return std::pair(ignored_, bad_lines_);
     };
     const auto deadline = zelhost::overrides::real_now() + kDeadline;
-    for (bool through = false; !through;) {
+    int markers = 0;
+    for (bool through = false; !through; ++markers) {
         const auto before = counts();
         send(2304, "marker");
         const auto patience = zelhost::overrides::real_now() + kMarkerPatience;
@@ -380,16 +415,21 @@ void Session::come_to_rest(Rest rest) {
         }
     }
     wait_for_bus();
+    // On a slow machine the first marker may only have been late. The second one must not end the next step too early.
+    if (markers > 1) worker_rests("the alarm worker comes to rest", zelhost::overrides::alarm_worker_sleeps);
     if (rest == Rest::alarm_worker) return;
     trace_worker_rests();
     wait_for_bus();
 }
 
-// Two sleeps: the first may have begun before the last job came, the second shows that both queues were empty.
+// Two sleeps: the first may have begun before the last job came, the second shows that its queues were empty.
+void Session::worker_rests(const char* what, uint64_t (*sleeps)()) {
+    const uint64_t before = sleeps();
+    wait_until(what, [=] { return sleeps() >= before + 2; });
+}
+
 void Session::trace_worker_rests() {
-    const uint64_t sleeps = zelhost::overrides::trace_worker_sleeps();
-    wait_until("the trace worker comes to rest",
-               [=] { return zelhost::overrides::trace_worker_sleeps() >= sleeps + 2; });
+    worker_rests("the trace worker comes to rest", zelhost::overrides::trace_worker_sleeps);
 }
 
 void Session::step(const std::string& name, const char* group, const std::function<void()>& action, Rest rest) {
@@ -398,6 +438,7 @@ void Session::step(const std::string& name, const char* group, const std::functi
     if (running_ && !stopped_once_) come_to_rest(rest);
     // After the first stop no events come, so there is no marker either.
     if (running_ && stopped_once_) trace_worker_rests();
+    if (captures_) take_copies();
     std::vector<std::string> outputs;
     std::vector<std::string> lines;
     {
@@ -409,7 +450,7 @@ void Session::step(const std::string& name, const char* group, const std::functi
     std::ranges::sort(outputs);
     printf("%s %s|%s|", armed_ ? "armed" : "clean", name.c_str(), group);
     for (const auto& text : outputs) printf("%s ", text.c_str());
-    printf("|%lu\n", failing_allocations_counted());
+    printf("|%lu\n", failing_calls_counted());
     for (const auto& line : lines) printf("line %s\n", line.c_str());
     fflush(stdout);
 }
@@ -425,9 +466,9 @@ void Session::finish() {
     const lummb_counts now = bus();
     const std::lock_guard lock(mutex_);
     printf(
-        "end allocations=%lu failed=%d alive=%lu late=%lu frames=%lu threads=%zu modules=%ld inits=%ld results=%zu "
+        "end calls=%lu failed=%d alive=%lu late=%lu frames=%lu threads=%zu modules=%ld inits=%ld results=%zu "
         "manager=%d\n",
-        failing_allocations_counted(), failing_allocations_failed() ? 1 : 0, now.alive, now.late, now.frames,
+        failing_calls_counted(), failing_calls_failed() ? 1 : 0, now.alive, now.late, now.frames,
         plugin_threads("zelreshdl_"), static_cast<long>(ds.loads - ds.unloads),
         static_cast<long>(calls_[ZELTRC_INIT] - calls_[ZELTRC_UNINIT]), results_.size(),
         dlopen((root_ + kManager).c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr ? 1 : 0);

@@ -1,11 +1,12 @@
-// One run of the allocation sweep. It plays the plug-in in its agent folder, step by step, each step to the moment at
+// One run of the call sweep. It plays the plug-in in its agent folder, step by step, each step to the moment at
 // which nothing moves any more. What a step brought out goes to standard output as one line:
 //
-//   failed CALL THREAD FRAMES     the allocation that failed
+//   failed CALL THREAD FRAMES     the call that failed
 //   armed|clean NAME|GROUP|OUTPUTS|NUMBER
 //                                 a step: NAME is its own; steps of one GROUP depend on each other ("-" for none);
-//                                 OUTPUTS are sorted texts; NUMBER is that of the last allocation
+//                                 OUTPUTS are sorted texts; NUMBER is that of the last call
 //   line TEXT                     a line of level ERROR or WARN in that step
+//   ended NAME                    the plug-in ended the process in this step; the lines before it belong to it
 //   wrong TEXT                    what must never be
 //   end KEY=VALUE...              the balance
 //
@@ -51,7 +52,7 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // From here on the allocation with this number fails.
+    // From here on the call with this number fails.
     void arm(uint64_t number);
     void disarm();
 
@@ -83,7 +84,7 @@ public:
     void reset_end();
     // Collects the reports: the number of figures of each, or with `figures` the figures themselves, but for costs.
     void report(bool figures);
-    // Makes or removes the flag file of the captures.
+    // Makes or removes the flag file of the captures. While it is there, the copies of a step are among its outputs.
     void capture(bool on);
     void wait_for_bus();
 
@@ -104,8 +105,13 @@ private:
     lummb_counts bus() const;
     void wait_until(const char* what, const std::function<bool()>& done);
     void come_to_rest(Rest rest);
+    void worker_rests(const char* what, uint64_t (*sleeps)());
     void trace_worker_rests();
+    void take_copies();
+    void print_lines();
     [[noreturn]] void hang(const char* what);
+    // The plug-in may end the process.
+    static void on_exit();
 
     const std::string root_;
     const std::string flags_;
@@ -114,6 +120,7 @@ private:
     bool armed_ = false;
     bool running_ = false;
     bool stopped_once_ = false;  // no events come any more
+    bool captures_ = false;
     void* plugin_ = nullptr;
     lummb_get_counts_t get_counts_ = nullptr;
     lummb_publish_t publish_ = nullptr;
@@ -130,7 +137,7 @@ private:
     std::set<char*> results_;  // handed out by the trace module and not given back
 };
 
-// Plays all of it: the part in which allocations may fail, then everything once again without a failure.
+// Plays all of it: the part in which calls may fail, then everything once again without a failure.
 void play(Session& session, uint64_t number);
 
 }  // namespace sweep

@@ -24,6 +24,7 @@ constexpr std::string_view kFlagFolder = "/root/kq-agent/";
 
 // Constants at first: the loader and the sanitizers may call the functions below before any constructor has run.
 std::atomic<const char*> g_flag_folder{nullptr};
+std::atomic<const char* (*)(const char*, const char*)> g_replacement{nullptr};
 std::atomic<uint64_t> g_alarm_sleeps{0};
 std::atomic<uint64_t> g_trace_sleeps{0};
 std::atomic<uint64_t> g_longest_us{0};
@@ -54,9 +55,13 @@ std::string redirected(const char* path) {
 }  // namespace
 
 OVERRIDE FILE* fopen(const char* path, const char* mode) {
+    const std::string real = redirected(path);
+    const auto replacement = g_replacement.load();
+    const char* const opened = replacement == nullptr ? real.c_str() : replacement(real.c_str(), mode);
+    if (opened == nullptr) return nullptr;
     int flags = strchr(mode, '+') != nullptr ? O_RDWR : mode[0] == 'r' ? O_RDONLY : O_WRONLY;
     if (mode[0] != 'r') flags |= O_CREAT | (mode[0] == 'a' ? O_APPEND : O_TRUNC);
-    const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, redirected(path).c_str(), flags, 0644));
+    const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, opened, flags, 0644));
     return fd < 0 ? nullptr : fdopen(fd, mode);
 }
 
@@ -79,6 +84,8 @@ OVERRIDE int faccessat(int folder, const char* path, int mode, int) noexcept {
 namespace zelhost::overrides {
 
 void redirect_flag_folder(const std::string& folder) { g_flag_folder = strdup(folder.c_str()); }
+
+void replace_files(const char* (*replacement)(const char* path, const char* mode)) { g_replacement = replacement; }
 
 uint64_t alarm_worker_sleeps() { return g_alarm_sleeps; }
 uint64_t trace_worker_sleeps() { return g_trace_sleeps; }

@@ -1,5 +1,5 @@
 // Clocks, sleeps and paths of the whole process, as programs want them that wait for nothing: end-to-end tests and the
-// allocation sweep. The program's own definitions of the functions behind them win over
+// call sweep. The program's own definitions of the functions behind them win over
 // those of the C library, in every library that is loaded.
 #pragma once
 
@@ -18,6 +18,8 @@ inline std::chrono::steady_clock::time_point real_now() { return clocks::machine
 
 // What stands below /root/kq-agent/ is looked for in `folder`, from then on.
 void redirect_flag_folder(const std::string& folder);
+// From then on fopen opens what `replacement` answers in place of the path. It fails when the answer is null.
+void replace_files(const char* (*replacement)(const char* path, const char* mode));
 
 // A sleep through usleep takes a millisecond at most. Calls by each worker, and the longest that the trace worker asked
 // for.

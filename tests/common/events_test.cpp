@@ -6,9 +6,12 @@
 
 #include "common/checks.h"
 #include "common/common.h"
+#include "common/guard.h"
 #include "common/module_state.h"
 #include "common/reshdlevent.h"
+#include "common/reshdleventother.h"
 #include "common/trc_functions.h"
+#include "platform/event_ids.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -91,6 +94,41 @@ TEST(Event, IsNotMadeWithoutMessageOrBusAndTheMessageComesBack) {
     EXPECT_EQ(sent.event, nullptr);
     EXPECT_STREQ(sent.refused.data(), "kept");
     EXPECT_EQ(zel_test::LogCapture::get().take_text(), "E Invoke buf is null!\nE dispatcher is null!\n");
+}
+
+TEST(Payload, GivesBackWhicheverOwnerItHas) {
+    g_trcModule.exchange(nullptr);
+    given_back.clear();
+    for (auto* const make : {+[] { return ours("x"); }, +[] { return ReshdlEventTrace::Payload(theirs("x")); }}) {
+        ReshdlEventTrace::Payload payload = make();
+        payload.give_back();
+        EXPECT_EQ(payload.data(), nullptr);
+    }
+    EXPECT_TRUE(given_back.empty()) << "the module is not there";
+}
+
+TEST(MemoryCheck, WithoutABusIsLeftAsItIs) {
+    zel_test::LogCapture::get().take();
+    for (char* const path : {strdup("path"), static_cast<char*>(nullptr)}) {
+        ST_MEM_DETECT_INFO info{};
+        info.pszPath = path;
+        InvokeMdEvent(event_id::mem_detect, &info);
+        EXPECT_EQ(info.pszPath, path);
+    }
+    EXPECT_EQ(zel_test::LogCapture::get().take_text(), "E dispatcher is null!\nE dispatcher is null!\n");
+}
+
+TEST(Guard, TellsWhichExceptionEndedAStep) {
+    const std::tuple<void (*)(), bool, const char*> rows[] = {
+        {[] {}, true, ""},
+        {[] { throw std::bad_alloc(); }, false, "E step given up: std::bad_alloc\n"},
+        {[] { throw 7; }, false, "E step given up: unknown exception\n"},
+    };
+    zel_test::LogCapture::get().take();
+    for (const auto& [step, done, line] : rows) {
+        EXPECT_EQ(zel::guarded("step", step), done);
+        EXPECT_EQ(zel_test::LogCapture::get().take_text(), line);
+    }
 }
 
 TEST(Tick, IsTheMonotonicClockInMilliseconds) {

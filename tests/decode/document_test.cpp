@@ -43,6 +43,26 @@ TEST(Document, TakesEachKeyInOrderAndNamesTheFirstThatFails) {
     EXPECT_EQ(Decoded(Document{.type = 7}).data.strExtendedMsg, "6");
 }
 
+// No document is asked for its link set; the function is there for a caller to come.
+TEST(Document, LinkSetIsReadUpToTheFirstThatFails) {
+    const std::string link = R"({"SrcNodeGuid":"s","DstNodeGuid":"d","OpTime":5,"LinkType":6})";
+    const std::tuple<std::string, bool, std::string> rows[] = {
+        {"{}", false, ""},
+        {R"({"LinkSet":[]})", true, ""},
+        {R"({"LinkSet":[)" + link + ',' + link + "]}", true, "s d 5 6 s d 5 6 "},
+        {R"({"LinkSet":[)" + link + R"(,{"SrcNodeGuid":"s"}]})", false, "s d 5 6 "},
+    };
+    for (const auto& [text, ok, values] : rows) {
+        const Tree json = parse(text);
+        std::vector<ST_LINK_SET> links;
+        EXPECT_EQ(CEventHandle::GetLinkSet(json.get(), links), ok) << text;
+        std::string seen;
+        for (const ST_LINK_SET& l : links) seen += dump(l.strSrcNodeGuid, l.strDstNodeGuid, l.llOpTime, l.uLinkType);
+        EXPECT_EQ(seen, values) << text;
+        EXPECT_EQ(take_log().empty(), ok) << text;
+    }
+}
+
 TEST(Document, IsRefusedWithTheLinesThatSayWhy) {
     const std::string no_info = "E get json value error.key:ExtendedInfo" + kInInfo;
     const std::string no_value = "E get json value error.";

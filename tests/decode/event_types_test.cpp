@@ -1,7 +1,23 @@
 #include "decode/event_types.h"
 
+#include <new>
+
 #include "decode/document.h"
 #include "decode/event_records.h"
+
+namespace {
+bool g_no_memory = false;
+}  // namespace
+
+// The form of new that a decoder uses for its record. It wins over the library's.
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    if (g_no_memory) return nullptr;
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 
 namespace zel_test {
 namespace {
@@ -59,6 +75,22 @@ TEST(EventTypes, TheTimeOfAnInjectedLibraryEndsAt32Bits) {
     ST_RAW_EVENT stEvent;
     EXPECT_TRUE(zel::find_event_type(row.type)->decode(json.get(), stEvent));
     EXPECT_TRUE(row.values(stEvent.pPrivate).ends_with(" 2147483647 "));
+}
+
+TEST(EventTypes, AreRefusedWithoutMemoryForTheRecord) {
+    const Tree json = parse("{}");
+    for (uint32_t type = 0; type < 64; ++type) {
+        const auto* const row = zel::find_event_type(type);
+        if (row == nullptr) continue;
+        ST_RAW_EVENT stEvent;
+        stEvent.uType = type;
+        g_no_memory = true;
+        EXPECT_FALSE(row->decode(json.get(), stEvent)) << type;
+        g_no_memory = false;
+        EXPECT_FALSE(stEvent.pPrivate) << type;
+        const std::string log = take_log();
+        EXPECT_TRUE(log.starts_with("E new(std::nothrow)") && log.ends_with(" error")) << type << ": " << log;
+    }
 }
 
 TEST(EventTypes, AnEventOfUnknownTypeKeepsItsRecord) {

@@ -194,6 +194,17 @@ constexpr FailedRow kFailedRows[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Table, FailedStart, testing::ValuesIn(kFailedRows), row_name);
 
+// A start within a reset period loads the modules that the end of the period wants to load.
+TEST_F(Start, WithinAResetPeriodLeavesTheModulesToTheStart) {
+    reset_begin();
+    start();
+    reset_end();
+    EXPECT_EQ(count_log("The module has been imported."), 2u);
+    EXPECT_EQ(calls(ZELTRC_INIT), 2u);
+    send(Alert{});
+    expect_event(770);
+}
+
 struct PureRow {
     const char *name, *file;  // null: no file
     bool pure;

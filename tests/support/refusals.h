@@ -16,7 +16,7 @@ namespace zel_test {
 // A symbol that is not found.
 inline std::atomic<const char*> refused_symbol{""};
 // How many calls from now on the one is that fails; 0 refuses nothing, -1 all.
-inline std::atomic<int> refused_mutex{0}, refused_thread{0};
+inline std::atomic<int> refused_mutex{0}, refused_thread{0}, refused_ini{0};
 inline bool is_refused(std::atomic<int>& left) { return left < 0 || (left > 0 && --left == 0); }
 
 // Runs when the plug-in begins to wait for one of its workers.
@@ -34,6 +34,10 @@ ZEL_OVERRIDE zel_dll_get_addr(void* module, const char* name, void** address) {
 ZEL_OVERRIDE zel_mutex_init(void** mutex) {
     static const auto real = ZEL_REAL(zel_mutex_init);
     return zel_test::is_refused(zel_test::refused_mutex) ? -1 : real(mutex);
+}
+ZEL_OVERRIDE zel_ini_file_load(const char* path, void** ini) {
+    static const auto real = ZEL_REAL(zel_ini_file_load);
+    return zel_test::is_refused(zel_test::refused_ini) ? -1 : real(path, ini);
 }
 ZEL_OVERRIDE zel_thread_start(void** thread, int (*entry)(void*), void* param) {
     static const auto real = ZEL_REAL(zel_thread_start);

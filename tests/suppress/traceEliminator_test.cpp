@@ -111,6 +111,20 @@ TEST_F(Eliminator, LeavesOtherEventsAndLevelsOutOfTheAccount) {
     EXPECT_EQ(logged(), "E procees count in alarm is zero!\n");
 }
 
+TEST_F(Eliminator, ShowsItsCountsByLevelWhileItHasAMutex) {
+    const std::string costs = "D skip behavior level: 2, trunk trace predict: 300ms, full trace precit: 5000ms\n";
+    push(4, 7);
+    logged();
+    eliminator.Dump();
+    std::string counts;
+    for (int level = 0; level < 6; ++level)
+        counts += "D level: " + std::to_string(level) + ", count: " + (level == 4 ? "7\n" : "0\n");
+    EXPECT_EQ(logged(), costs + counts);
+    eliminator.Uninit();
+    eliminator.Dump();
+    EXPECT_EQ(logged(), costs);
+}
+
 TEST_F(Eliminator, EndsTheProcessWhenASumOverflows) {
     for (int i = 0; i < 43; ++i) push(3, 10'000);
     EXPECT_DEATH(finish(3, 5000), "overflows");
@@ -138,6 +152,9 @@ TEST_F(Eliminator, ReadsTheHighestLevelOfATrunkTrace) {
         EXPECT_TRUE(TraceEliminator().Init());
         EXPECT_EQ(logged(), first + warning + last(level)) << text;
     }
+    zel_test::refused_ini = 1;
+    EXPECT_TRUE(TraceEliminator().Init());
+    EXPECT_EQ(logged(), first + "W file path " + path + " ini_file_load error\n" + last(2));
     std::filesystem::remove(path);
     EXPECT_TRUE(TraceEliminator().Init());
     EXPECT_EQ(logged(), first + "W file path " + path + " is not exist\n" + last(2));

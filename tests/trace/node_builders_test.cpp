@@ -156,6 +156,16 @@ TEST(FileTraces, AreAlertsMadeUpAroundThePath) {
         EXPECT_EQ(built.shown, shown) << id;
         EXPECT_EQ(built.lines, lines) << id;
     }
+    // The GUID is checked before the key, and both before the path.
+    ST_QUEQE_NODE node;
+    node.uEventId = event_id::file_trace_file;
+    set_guid(node, bad_text(0).c_str());
+    node.stFileTrace = {bad_text(2), bad_text(1)};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(build(CGetProtobuf::GetFileTraceProtobuf, node).lines, refused(bad_text(i)) + kAlertFails);
+        if (i == 0) set_guid(node, "g");
+        if (i == 1) node.stFileTrace.strFileKey = "key";
+    }
 }
 
 }  // namespace
