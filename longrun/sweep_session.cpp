@@ -399,8 +399,7 @@ void Session::come_to_rest(Rest rest) {
         return std::pair(ignored_, bad_lines_);
     };
     const auto deadline = zelhost::overrides::real_now() + kDeadline;
-    int markers = 0;
-    for (bool through = false; !through; ++markers) {
+    for (bool through = false; !through;) {
         const auto before = counts();
         send(2304, "marker");
         const auto patience = zelhost::overrides::real_now() + kMarkerPatience;
@@ -415,8 +414,10 @@ void Session::come_to_rest(Rest rest) {
         }
     }
     wait_for_bus();
-    // On a slow machine the first marker may only have been late. The second one must not end the next step too early.
-    if (markers > 1) worker_rests("the alarm worker comes to rest", zelhost::overrides::alarm_worker_sleeps);
+    // After the marker the worker still looks at the age of the cache. On a slow machine the first marker may only have
+    // been late, and the second one must not end the next step too early.
+    worker_rests("the alarm worker comes to rest", zelhost::overrides::alarm_worker_sleeps);
+    wait_for_bus();
     if (rest == Rest::alarm_worker) return;
     trace_worker_rests();
     wait_for_bus();
