@@ -59,13 +59,13 @@ fuzz_one() {
     fi
 }
 
-# The names of a merge are hashes of 40 digits. The corpus comes first, so that what is known is kept and not replaced.
+# The names of a merge are hashes of 40 digits. How often a place is reached does not count, or the corpora would be large.
 keep_one() {
     local target="$1" corpus="fuzz/corpus/$1" log="build/fuzz/keep-$1.log" kept
     kept="$(mktemp -d "build/fuzz/keep-$target-XXXXXX")"
     mkdir -p "build/fuzz/inputs/$target"
-    if ! "build/fuzz/fuzz/fuzz_$target" -merge=1 -timeout=20 -rss_limit_mb=4096 -max_len=65536 -detect_leaks=0 \
-        "$kept" "$corpus" "build/fuzz/inputs/$target" >"$log" 2>&1; then
+    local options=(-set_cover_merge=1 -use_counters=0 -timeout=20 -rss_limit_mb=4096 -max_len=65536 -detect_leaks=0)
+    if ! "build/fuzz/fuzz/fuzz_$target" "${options[@]}" "$kept" "$corpus" "build/fuzz/inputs/$target" >"$log" 2>&1; then
         tail -n 40 "$log" >&2
         echo "fuzz.sh: $target was not merged, see $PWD/$log" >&2
         return 1
