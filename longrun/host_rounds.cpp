@@ -38,7 +38,7 @@ using namespace zelhost;
 constexpr int kWarmUp = 20;
 constexpr int kMostSteps = 2000;  // of a millisecond, until the bus is at rest
 constexpr int kExits = 5;
-constexpr int kForks = 20;
+constexpr int kForks = 200;
 constexpr int kAlertsOfARound = 8;
 // First reports of the alerts, their repeat, the memory Trojan, two DNS hits and the finding; chains of all but the
 // repeat and the finding.
