@@ -77,6 +77,18 @@ TEST_F(Traces, AreGivenUpAfterTheLastTry) {
     expect_figures({{"traceFailedCount", 1}});
 }
 
+// Whatever it throws: nothing of it may cross the border, and the next trace must not suffer.
+TEST_F(Traces, FailWhenTheModuleThrows) {
+    start();
+    when_called(ZELTRC_CREATE, [] { throw 7; });
+    send(Alert{.number = 1, .rules = {{.id = "first"}}});
+    expect_logs("call of the trace module given up: unknown exception|alert trace failed, guid:" + guid(1));
+    when_called(ZELTRC_CREATE, nullptr);
+    send(Alert{.number = 2, .rules = {{.id = "second"}}});
+    expect_event(770, guid(2));
+    EXPECT_EQ(count_events(770), 1u);
+}
+
 TEST_F(Traces, AreOffWithoutAnyTry) {
     set("zelreshdl.ini", "config", "trc_times=0");
     start();
