@@ -2,7 +2,7 @@
 # Installs the Debian packages that are missing, as root or through sudo; changes nothing when all are there.
 #
 #   tools/setup.sh               what building and testing need
-#   tools/setup.sh --ci          also clang 19 with its tools, for the preset "fuzz", tools/lint.sh and tools/quick
+#   tools/setup.sh --ci          also clang 19 with its tools, for the preset "fuzz", tools/lint.sh and tools/quick, and what .ci/run needs
 #   tools/setup.sh --coverage    also gcovr, for tools/coverage.sh
 set -euo pipefail
 
@@ -29,12 +29,17 @@ packages=(
     libbenchmark-dev    # bench/
     python3-jsonschema  # tests: the schema of alert documents
     chromium            # tests: the page that shows a chain
+    abigail-tools       # tests: the binary interface against its reference
+    binutils            # tests: what the built files are made of
 )
 ci_packages=(
     clang-19            # compiler of the preset fuzz; checks the lock annotations
     libclang-rt-19-dev  # its sanitizers and libFuzzer
     clang-tidy-19       # tools/lint.sh
     clang-format-19     # tools/lint.sh, tools/quick
+    libjemalloc2        # allocators that a host may have, for tools/host_rounds.sh
+    libtcmalloc-minimal4
+    libmimalloc2.0
 )
 coverage_packages=(
     gcovr               # tools/coverage.sh
