@@ -1,4 +1,5 @@
-// What an alert's message costs with the libraries alone: the work that no road from document to message can do without.
+// What an alert's message costs with the libraries alone: the work that no road from document to message can do
+// without.
 #pragma once
 
 #include <string>

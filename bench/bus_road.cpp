@@ -4,8 +4,8 @@
 //
 // With a number the measure runs for it alone, as in road=15; otherwise for those of its row.
 //
-// Each measure runs in a process of its own, since a plug-in attaches to the bus once in its life. Exit code 0: measured.
-// 1: something could not be set up. 2: wrong arguments.
+// Each measure runs in a process of its own, since a plug-in attaches to the bus once in its life. Exit code 0:
+// measured. 1: something could not be set up. 2: wrong arguments.
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -68,11 +68,10 @@ void hits(const Place& place, int entries) {
     });
     DnsEvent event(hit.native, kName);
     const double copy = step_ns([&](int) { copy_dns_event(event); });
-    const double key = step_ns([&](int i) {
-        ResHdlCache::CFifoQueue::CalculateHash(kName, i, hit.variant.pszProcess[1], hit.variant.uPid);
-    });
-    printf("hot cache of %d entries: a hit %.0f ns, its copy %.0f ns, its key %.0f ns, beyond the copy %.0f ns\n", entries,
-           whole, copy - key, key, whole - copy + key);
+    const double key = step_ns(
+        [&](int i) { ResHdlCache::CFifoQueue::CalculateHash(kName, i, hit.variant.pszProcess[1], hit.variant.uPid); });
+    printf("hot cache of %d entries: a hit %.0f ns, its copy %.0f ns, its key %.0f ns, beyond the copy %.0f ns\n",
+           entries, whole, copy - key, key, whole - copy + key);
 }
 
 void log_off(const Place& place, int events) {

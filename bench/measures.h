@@ -16,7 +16,8 @@ struct Place {
     std::string scripted;
 };
 
-// Processor time for each alert of so many events, of the road and of the baseline in turn, and of protobuf's JSON reader.
+// Processor time for each alert of so many events, of the road and of the baseline in turn, and of protobuf's JSON
+// reader.
 void road(const Place& place, int events);
 // Small alerts for each second of processor time.
 void rate(const Place& place, int);
@@ -40,7 +41,8 @@ void log_off(const Place& place, int events);
 // The value below which this share of the values lies.
 template <class T>
 T quantile(std::vector<T> values, double share) {
-    const auto place = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1) + 0.5);
+    const auto place =
+        values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1) + 0.5);
     std::nth_element(values.begin(), place, values.end());
     return *place;
 }

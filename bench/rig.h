@@ -1,7 +1,8 @@
-// The built plug-in between a bus and a trace module that cost next to nothing, so that what is measured is the plug-in.
+// The built plug-in between a bus and a trace module that cost next to nothing, so that what is measured is the
+// plug-in.
 //
-// The plug-in is loaded from a folder that mirrors a staged agent folder; bus and trace module are the scripted library,
-// which passes each call on to this program. One rig in a process: the plug-in attaches once in its life.
+// The plug-in is loaded from a folder that mirrors a staged agent folder; bus and trace module are the scripted
+// library, which passes each call on to this program. One rig in a process: the plug-in attaches once in its life.
 #pragma once
 
 #include <atomic>

@@ -72,8 +72,8 @@ void road(const Place& place, int events) {
     for (int round = 0; round < 5; ++round) readers.push_back(json_reader_ns(ready, events, std::max(batch / 16, 1)));
     const double reader = least(readers);
     const double cost = least(roads);
-    printf("road %d events: %.1f us, baseline %.1f us, ratio %.3f, JSON reader of protobuf %.2f times the road\n", events,
-           cost / 1000, least(baselines) / 1000, cost / least(baselines), reader / cost);
+    printf("road %d events: %.1f us, baseline %.1f us, ratio %.3f, JSON reader of protobuf %.2f times the road\n",
+           events, cost / 1000, least(baselines) / 1000, cost / least(baselines), reader / cost);
 }
 
 void rate(const Place& place, int) {

@@ -6,7 +6,8 @@
 
 #include "platform/zel_support.h"
 
-// An array of unsigned char starts the life of the trivial object that its bytes are read as, whoever copied them there.
+// An array of unsigned char starts the life of the trivial object that its bytes are read as, whoever copied them
+// there.
 const IocVariant2& ST_IOC_MSG::process() const {
     static_assert(std::is_trivial_v<IocVariant2> && alignof(IocVariant2) <= 8);
     return *std::launder(reinterpret_cast<const IocVariant2*>(variant));

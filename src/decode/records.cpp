@@ -2,8 +2,8 @@
 
 #include "decode/decode_state.h"
 #include "decode/event_types.h"
-#include "decode/observer.h"
 #include "decode/memory_party.h"
+#include "decode/observer.h"
 
 namespace {
 

@@ -135,6 +135,6 @@ extern ST_CONTAINER_INFO& g_stContainerInfo;  // part of the decoder's state, se
 // Frees the record behind pPrivate. An event of an unknown type keeps it for good, with an ERROR line.
 void FreeEventPrivate(ST_RAW_EVENT& stEvent);
 
-// Frees every per-event record and the tree, and gives up the storage of all lists. Safe on a document that failed to decode. Lists
-// of a document that is not given here end with it, records and all.
+// Frees every per-event record and the tree, and gives up the storage of all lists. Safe on a document that failed to
+// decode. Lists of a document that is not given here end with it, records and all.
 void FreeBufData(ST_BUF_DATA& stData);

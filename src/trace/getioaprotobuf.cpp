@@ -73,8 +73,7 @@ uint64_t CGetProtobuf::GetComProtobuf(ST_BUF_DATA& stData, bool bRepeated, zel::
     return SerializeTraceInfo(*info, buffer);
 }
 
-bool CGetProtobuf::GetThreatAlertInfo(ST_BUF_DATA& stData, threat_alert* pAlert, int& nProcessCount,
-                                      int& nRiskLevel) {
+bool CGetProtobuf::GetThreatAlertInfo(ST_BUF_DATA& stData, threat_alert* pAlert, int& nProcessCount, int& nRiskLevel) {
     pAlert->set_alert_type(static_cast<VORN_RISK_TYPE>(stData.nAlertType));
     if (!CheckDsStr(stData.strGuid)) return false;
     pAlert->set_alert_guid(stData.strGuid);
@@ -110,8 +109,8 @@ void CGetProtobuf::SetRuleTags(const ST_RULE& stRule, threat_rule* pRule) {
     zel::add_texts(stRule.vecTags, pRule->mutable_tags());
 }
 
-bool CGetProtobuf::SetEventInfo(ST_RULE& stRule, threat_rule* pRule, int& nProcessCount,
-                                VORN_RISK_TYPE eAlertType, int nContainerInitPid) {
+bool CGetProtobuf::SetEventInfo(ST_RULE& stRule, threat_rule* pRule, int& nProcessCount, VORN_RISK_TYPE eAlertType,
+                                int nContainerInitPid) {
     ZEL_ASSERT(pRule);
     // Room for all events at once: in an arena, each growth would leave the old room behind.
     pRule->mutable_alert_event()->Reserve(static_cast<int>(stRule.vecEvent.size()));

@@ -71,8 +71,7 @@ private:
                              vorn_retrace::VORN_RISK_TYPE eAlertType, int nContainerInitPid);
     static bool SetSubjectInfo(ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent);
     static void SetEventHighlight(const ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent);
-    static bool SetEventPrivateInfo(ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent,
-                                    int nContainerInitPid);
+    static bool SetEventPrivateInfo(ST_RAW_EVENT& stEvent, vorn_retrace::threat_event* pEvent, int nContainerInitPid);
 
     // DNS hits. The variant area is read as kind 2 has it, whatever the kind is.
     static bool GetIocThreatAlertInfo(const ST_QUEQE_NODE& stNode, vorn_retrace::threat_alert* pAlert);

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "decode/records.h"
-#include "trace/message_room.h"
 #include "retrace.pb.h"
+#include "trace/message_room.h"
 
 namespace zel {
 
