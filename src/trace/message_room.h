@@ -22,7 +22,7 @@ public:
     static void forget();
 
 private:
-    static constexpr size_t kSize = 256 * 1024;  // some 500 events; only what a message needs is ever touched
+    static constexpr size_t kSize = size_t{256} * 1024;  // some 500 events; only what a message needs is ever touched
 
     char* bytes_;
 };
