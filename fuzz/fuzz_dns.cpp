@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "agent_file.h"
+#include "bus_event.h"
 #include "common/common.h"
 #include "fuzz.h"
 #include "pipeline.h"
@@ -28,7 +29,7 @@ constexpr uint64_t kDieMs = 5 * 60'000;
 constexpr std::string_view kSettings = "[cache]\ncache_size=10\ndie_check_time=1\ndie_time_linux=5\ndie_num=30\n";
 
 // A hit as an engine publishes it, with texts from the input.
-class Hit final : public MbFrame::IEvent, public MbFrame::IDnsEvent {
+class Hit {
 public:
     explicit Hit(fuzz::Bytes& input) {
         record_.uKind = input.below(5);
@@ -51,23 +52,8 @@ public:
         name_ = text(input);
     }
 
-    int32_t QueryInterface(const InterfaceId*, void** out) override {
-        *out = static_cast<MbFrame::IDnsEvent*>(this);
-        ++references_;
-        return 0;
-    }
-    int64_t AddRef() override { return ++references_; }
-    int64_t Release() override { return --references_; }
-    uint32_t GetEventId() override { return event_id::ioc; }
-    void* GetNativeEvent() override { return &record_; }
-    int32_t GetPublishedState() override { return 0; }
-    void reserved6() override {}
-    void reserved7() override {}
-    void reserved8() override {}
-    const char* GetQueryName() override { return name_; }
-
-    int references() const { return references_; }
     const ST_DNS_NATIVE& record() const { return record_; }
+    const char* query_name() const { return name_; }
 
 private:
     // Null, one of a few, or any bytes; most of the time one of a few, so that hits repeat each other.
@@ -88,7 +74,6 @@ private:
     ST_DNS_VARIANT_2 two_{};
     ST_DNS_VARIANT_3 three_{};
     const char* name_ = nullptr;
-    int references_ = 1;
 };
 
 // What the cache must hold, the newest first.
@@ -160,18 +145,19 @@ void check_sent(const std::vector<fuzz::Sent>& sent, const Model::Batch& expecte
 }
 
 // The flat copy holds as much of a text as its room takes, with a terminator.
-void check_copy(const ST_IOC_MSG& copy, Hit& hit) {
+void check_copy(const ST_IOC_MSG& copy, const Hit& hit) {
     const ST_DNS_NATIVE& record = hit.record();
     const std::string_view text = record.pszText[0] != nullptr && record.pVariant != nullptr ? record.pszText[0] : "";
     FUZZ_CHECK(copy.szRepository == text.substr(0, sizeof copy.szRepository - 1));
-    FUZZ_CHECK(copy.strQueryName == (hit.GetQueryName() != nullptr ? hit.GetQueryName() : ""));
+    FUZZ_CHECK(copy.strQueryName == (hit.query_name() != nullptr ? hit.query_name() : ""));
     FUZZ_CHECK(copy.alert_time() == record.ullHead[12]);
 }
 
 void play(fuzz::Bytes& input, Model& model) {
-    Hit hit(input);
-    std::unique_ptr<ST_IOC_MSG> copy = copy_dns_event(hit);
-    FUZZ_CHECK(copy != nullptr && hit.references() == 1);
+    const Hit hit(input);
+    fuzz::BusEvent event(event_id::ioc, &hit.record(), hit.query_name());
+    std::unique_ptr<ST_IOC_MSG> copy = copy_dns_event(event);
+    FUZZ_CHECK(copy != nullptr && event.references() == 1);
     check_copy(*copy, hit);
     const uint64_t key = copy->ullCacheKey;
     const bool repeated = g_hotCache.CheckAlertHot(*copy, event_id::ioc);

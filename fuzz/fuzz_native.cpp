@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/module_state.h"
+#include "bus_event.h"
 #include "common/relaxed.h"
 #include "common/statistics.h"
 #include "fuzz.h"
@@ -14,24 +14,6 @@
 namespace {
 
 enum Form : uint32_t { as_it_is, no_data, too_large, forms };
-
-// What goes in from the bus is counted, and then either queued, shed or refused.
-class Event final : public MbFrame::IEvent {
-public:
-    Event(EVENT_ID id, const void* native) : id_(id), native_(native) {}
-    int32_t QueryInterface(const InterfaceId*, void**) override { return -1; }
-    int64_t Release() override { return --references_; }
-    int64_t AddRef() override { return ++references_; }
-    uint32_t GetEventId() override { return id_; }
-    void* GetNativeEvent() override { return const_cast<void*>(native_); }
-    int32_t GetPublishedState() override { return 0; }
-    int64_t references() const { return references_; }
-
-private:
-    EVENT_ID id_;
-    const void* native_;
-    int64_t references_ = 1;
-};
 
 void check_outcome(const EventRow& row, std::string_view payload, Form form, const fuzz::Outcome& outcome) {
     const bool refused = form == too_large || (form == no_data && !payload.empty());
@@ -51,8 +33,8 @@ void check_outcome(const EventRow& row, std::string_view payload, Form form, con
     }
 }
 
-// Through the plug-in's own call-back, in a pipeline that was not started: its queue takes events up to the limit of 0
-// and one more.
+// Through the plug-in's own call-back, where each is counted and then queued, shed or refused, in a pipeline that was
+// not started: its queue takes events up to the limit of 0 and one more.
 void check_intake(const EventRow& row, const void* native) {
     static CResultProcEngine& engine = *GetReshdlInstance();
     const auto sum = [] {
@@ -60,7 +42,7 @@ void check_intake(const EventRow& row, const void* native) {
     };
     const uint64_t received = value_of(g_statistics.recvAlarmCount);
     const uint64_t before = sum();
-    Event event(row.id, native);
+    fuzz::BusEvent event(row.id, native);
     FUZZ_CHECK(engine.OnEvent(&event, nullptr) == 0);
     FUZZ_CHECK(event.references() == 0);
     FUZZ_CHECK(value_of(g_statistics.recvAlarmCount) == received + 1);
