@@ -10,7 +10,10 @@ agent=${1:?usage: built_file.sh AGENT_DIR}
 project=$(cd "$(dirname "$(readlink -f "$0")")/../.." && pwd)
 cd "$agent" || exit 2
 mapfile -t files < <(find bin lib reshdl -name '*.so' -o -name zelhost | sort)
-[ ${#files[@]} -ge 12 ] || { echo "built_file.sh: only ${#files[@]} libraries and programs in $agent; is the build complete?" >&2; exit 1; }
+[ ${#files[@]} -ge 12 ] || {
+    echo "built_file.sh: only ${#files[@]} libraries and programs in $agent; tools/build.sh release agent makes all of them" >&2
+    exit 1
+}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 machine=$(LC_ALL=C readelf -h bin/zelhost | sed -n 's/^ *Machine: *//p')
@@ -20,7 +23,7 @@ machine=$(LC_ALL=C readelf -h bin/zelhost | sed -n 's/^ *Machine: *//p')
 rows=(
     "all     | segments | has   | GNU_RELRO                      | no segment becomes read-only after relocation (-z relro)"
     "all     | dynamic  | has   | \(FLAGS_1\).* NOW              | functions are bound late, so their table stays writable (-z now)"
-    "all     | segments | has   | GNU_STACK.* RW +0x             | the stack is executable, or nothing says that it is not (-z noexecstack)"
+    "all     | segments | has   | GNU_STACK.* RW +0x             | the stack may be executable (-z noexecstack)"
     "all     | segments | lacks | LOAD.* RWE                     | a segment is writable and executable"
     "all     | dynamic  | lacks | TEXTREL                        | code is relocated (-z text, -fPIC)"
     "all     | dynamic  | lacks | \(RPATH\)                      | libraries are looked for in RPATH, before LD_LIBRARY_PATH"
@@ -29,18 +32,18 @@ rows=(
     # A program begins in the C library's start code, which has no endbr64.
     "+library | notes   | has   | feature:.*IBT                  | no mark for checked jumps (-z ibt)"
     # The C library's functions of these names have none either, so the mark is true only without them.
-    "+library | dynamic | lacks | \((INIT|FINI)\)                | the loader calls a start or end function that does not begin with endbr64 (-init, -fini)"
+    "+library | dynamic | lacks | \((INIT|FINI)\)                | the loader calls a function that does not begin with endbr64 (-init, -fini)"
     "all     | units    | has   | .                              | no debug information in the .debug file (-g1)"
     "all     | units    | everywhere | -fstack-protector-strong | a source is compiled without guards of the stack"
     "all     | units    | everywhere | -fstack-clash-protection | a source is compiled without probes of large stack frames"
     "+all    | units    | everywhere | -fcf-protection=full     | a source is compiled without marks for jumps and returns"
     "all     | units    | everywhere | -ffunction-sections -fdata-sections | a source is compiled without sections of their own"
-    # The small stand-ins have no arrays to guard, and call nothing that has a checked form.
-    "libzelreshdl.so | imports | has | __stack_chk_fail       | no function guards its stack (-fstack-protector-strong)"
-    "libzelreshdl.so | imports | has | __(memcpy|fprintf|snprintf|vsnprintf)_chk | no checked call of the C library (_FORTIFY_SOURCE)"
-    "liblumutil.so   | imports | has | __(fprintf|snprintf|vsnprintf|vfprintf)_chk | no checked call of the C library (_FORTIFY_SOURCE)"
-    "libzelcheck.so  | imports | has | __[a-z]+_chk           | no checked call of the C library (_FORTIFY_SOURCE)"
-    "zelhost         | imports | has | __[a-z]+_chk           | no checked call of the C library (_FORTIFY_SOURCE)"
+    # The small stand-ins have no buffers on the stack, and call nothing that has a checked form.
+    "libzelreshdl.so | imports | has | __stack_chk_fail@         | no function guards its stack (-fstack-protector-strong)"
+    "libzelreshdl.so | imports | has | __[a-z]+_chk@             | no checked call of the C library (_FORTIFY_SOURCE)"
+    "liblumutil.so   | imports | has | __[a-z]+_chk@             | no checked call of the C library (_FORTIFY_SOURCE)"
+    "libzelcheck.so  | imports | has | __[a-z]+_chk@             | no checked call of the C library (_FORTIFY_SOURCE)"
+    "zelhost         | imports | has | __[a-z]+_chk@             | no checked call of the C library (_FORTIFY_SOURCE)"
     # A generated function that nothing calls.
     "libzelreshdl.so | symbols | lacks | DETECT_RULE_TYPE_IsValid | code that nothing calls is still there (--gc-sections)"
     "libzelreshdl.so | symbols | has   | CReshdlWork              | the .debug file has no symbols"
@@ -48,7 +51,7 @@ rows=(
     "all     | pair     | has   | same build id                  | the .debug file beside it is missing or of another build"
     "all     | sections | has   | \.gnu_debuglink                | no name of a .debug file"
     "all     | sections | lacks | \.(debug_[a-z]+|symtab)        | debug information or local symbols are in the file itself"
-    "all     | paths    | lacks | .                              | paths of the project's folder are in the file or its .debug file (-ffile-prefix-map)"
+    "all     | paths    | lacks | .                              | the project's path is in the file or its .debug file (-ffile-prefix-map)"
 )
 
 segments() { readelf -lW "$1"; }
@@ -88,7 +91,10 @@ for row in "${rows[@]}"; do
         [[ "$machine" == *X86-64* ]] || continue
         row=${row#+}
     fi
-    [[ "$row" =~ ^([^ ]+)\ *\|\ ([^ ]+)\ *\|\ ([^ ]+)\ *\|\ (.*[^ ])\ +\|\ (.*)$ ]] || { echo "built_file.sh: cannot read the row '$row'" >&2; exit 2; }
+    [[ "$row" =~ ^([^ ]+)\ *\|\ ([^ ]+)\ *\|\ ([^ ]+)\ *\|\ (.*[^ ])\ +\|\ (.*)$ ]] || {
+        echo "built_file.sh: cannot read the row '$row'" >&2
+        exit 2
+    }
     whose=${BASH_REMATCH[1]} view=${BASH_REMATCH[2]} mode=${BASH_REMATCH[3]} pattern=${BASH_REMATCH[4]} wrong=${BASH_REMATCH[5]}
     looked=0
     for file in "${files[@]}"; do
