@@ -28,10 +28,12 @@ for source in "${sources[@]}"; do
     }
 done
 
-# The first section whose bytes differ, or the headers when all sections are the same.
+# The first section whose bytes differ, or the first byte when all sections are the same. Build id and check sum of the .debug
+# file come last: they differ whenever anything else does.
 first_difference() { # FILE FILE
-    local section
-    for section in $(readelf -SW "$1" 2>/dev/null | sed -nE 's/^ *\[ *[0-9]+\] ([^ ]+) .*/\1/p'); do
+    local section sections derived='^\.(note\.gnu\.build-id|gnu_debuglink)$'
+    sections="$(readelf -SW "$1" 2>/dev/null | sed -nE 's/^ *\[ *[0-9]+\] ([^ ]+) .*/\1/p')"
+    for section in $(grep -vE "$derived" <<<"$sections") $(grep -E "$derived" <<<"$sections"); do
         if ! cmp -s <(readelf -x "$section" "$1" 2>/dev/null) <(readelf -x "$section" "$2" 2>/dev/null); then
             echo "section $section"
             return
