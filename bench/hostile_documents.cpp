@@ -34,7 +34,7 @@ using zelhost::Alert;
 using zelhost::AlertEvent;
 using zelhost::AlertRule;
 
-constexpr double kMostExponent = 1.25;
+constexpr double kMostExponent = 1.5;
 constexpr std::array kShares = {0.25, 0.5, 1.0};  // of the full size
 constexpr int kRuns = 4;
 constexpr double kShortestRun = 0.05;  // seconds; a document that takes less is taken several times

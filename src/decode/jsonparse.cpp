@@ -101,6 +101,9 @@ void keep_container(const ST_BUF_DATA& data) {
               data.strImageId.c_str(), data.strContainerName.c_str());
 }
 
+// The tree of a larger document ends as soon as it is decoded: its blocks would not lie side by side for the next one.
+constexpr uint64_t kLargeDocument = 1 << 20;
+
 // How many elements a list will give. Records are large, and a list that grows moves them.
 size_t children(const cJSON& array) { return static_cast<size_t>(cJSON_GetArraySize(&array)); }
 
@@ -169,6 +172,7 @@ bool CEventHandle::GetJsonInfo(ST_QUEQE_NODE* pNode, ST_BUF_DATA& stData) {
     memset(pNode->szGuid, 0, sizeof pNode->szGuid);
     stData.strGuid.copy(pNode->szGuid, kGuidSize);
     if (decoded) zel::observe::decoded();
+    if (pNode->uSize > kLargeDocument) stData.tree.reset();
     return decoded;
 }
 

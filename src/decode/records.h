@@ -120,8 +120,9 @@ struct ST_BUF_DATA : zel::ContainerTexts {
     int64_t llLatestOpTime = 0;
     std::string strBestRuleDesc;
     std::string strBestRuleName;
-    // What all this was read from. It is needed no more, but it ends last: its thousands of small blocks serve the next
-    // document as they are, while a large allocation behind them would make the allocator merge them all first.
+    // What all this was read from. It is needed no more, but unless it is very large it ends last: its thousands of
+    // small blocks serve the next document as they are, while a large allocation behind them would make the allocator
+    // merge them all first.
     zel::JsonTree tree;
 };
 
