@@ -46,7 +46,7 @@ tools/build.sh fuzz "${targets[@]/#/fuzz_}"
 fuzz_one() {
     local target="$1" inputs="build/fuzz/inputs/$1" log="build/fuzz/fuzz-$1.log"
     mkdir -p "$inputs"
-    local options=(-max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 -max_len=65536
+    local options=(-max_total_time="$seconds" -timeout=60 -rss_limit_mb=4096 -max_len=65536
         -artifact_prefix="build/fuzz/failed-$target-" -print_final_stats=1 -detect_leaks=0)
     case "$target" in alert | check | native | refused_memory) options+=(-dict=fuzz/alert.dict) ;; esac
     if "build/fuzz/fuzz/fuzz_$target" "${options[@]}" "$inputs" "fuzz/corpus/$target" >"$log" 2>&1; then
@@ -64,7 +64,7 @@ keep_one() {
     local target="$1" corpus="fuzz/corpus/$1" log="build/fuzz/keep-$1.log" kept
     kept="$(mktemp -d "build/fuzz/keep-$target-XXXXXX")"
     mkdir -p "build/fuzz/inputs/$target"
-    local options=(-set_cover_merge=1 -use_counters=0 -timeout=20 -rss_limit_mb=4096 -max_len=65536 -detect_leaks=0)
+    local options=(-set_cover_merge=1 -use_counters=0 -timeout=60 -rss_limit_mb=4096 -max_len=65536 -detect_leaks=0)
     if ! "build/fuzz/fuzz/fuzz_$target" "${options[@]}" "$kept" "$corpus" "build/fuzz/inputs/$target" >"$log" 2>&1; then
         tail -n 40 "$log" >&2
         echo "fuzz.sh: $target was not merged, see $PWD/$log" >&2
