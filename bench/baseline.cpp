@@ -8,6 +8,7 @@
 #include "bench/documents.h"
 #include "decode/event_records.h"
 #include "decode/jsonparse.h"
+#include "fuzz/fuzz_alert.h"
 
 using vorn_retrace::threat_event;
 using vorn_retrace::vorn_trace_info;
@@ -145,14 +146,7 @@ void Ready::fill(int events, vorn_trace_info& info) const {
     }
 }
 
-Ready::Ready() {
-    const std::string text = make_document(kKindCount);
-    ST_QUEQE_NODE node;
-    node.uEventId = event_id::ioa_alert;
-    node.uSize = text.size();
-    node.pData = zel::copy_bytes(text.c_str(), text.size() + 1);
-    CEventHandle::GetJsonInfo(&node, data_);
-}
+Ready::Ready() { CEventHandle::GetJsonInfo(make_node(make_document(kKindCount)).get(), data_); }
 
 Ready::~Ready() { FreeBufData(data_); }
 

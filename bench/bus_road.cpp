@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <initializer_list>
 #include <iterator>
 #include <string_view>
@@ -44,7 +45,12 @@ bool run_apart(const Measure& measure, const Place& place, int argument) {
     fflush(stdout);
     const pid_t child = fork();
     if (child == 0) {
-        measure.run(place, argument);
+        try {
+            measure.run(place, argument);
+        } catch (const std::exception& e) {
+            fprintf(stderr, "bus_road: %s\n", e.what());
+            exit(1);
+        }
         exit(0);
     }
     int status = 0;

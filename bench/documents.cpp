@@ -65,12 +65,3 @@ std::string make_document(int events) {
     }
     return alert.text();
 }
-
-NodePtr make_node(const std::string& text) {
-    NodePtr node(new ST_QUEQE_NODE);
-    node->uEventId = event_id::ioa_alert;
-    node->uSize = text.size();
-    node->pData = zel::calloc_buffer(text.size() + 1);
-    text.copy(node->pData.get(), text.size());
-    return node;
-}

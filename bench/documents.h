@@ -5,8 +5,6 @@
 #include <span>
 #include <string>
 
-#include "common/queue_nodes.h"
-
 // Keys of each kind of object in a document, in the order in which the decoder reads them.
 inline constexpr std::array kRootKeys{"alert_type",   "risk_level",         "threat_score", "total_score",
                                       "verify_score", "verify_total_score", "count",        "hash",
@@ -27,6 +25,3 @@ inline constexpr int kRuleEvents = 100;
 // A document of this many events, of the five types in turn, in rules of up to kRuleEvents events. Events of one type
 // have the same size, in the document and in the message, and so have all rules.
 std::string make_document(int events);
-
-// The node that the bus thread makes of a document.
-NodePtr make_node(const std::string& text);

@@ -54,7 +54,7 @@ struct Hit {
 
 // The copy is the plug-in's own function, compiled into this program, without the key that it computes.
 void hits(const Place& place, int entries) {
-    Rig rig(place.agent, place.scripted, "\n[config]\nqueue_max=500\n[cache]\ncache_size=5000\n");
+    Rig rig(place.agent, place.scripted, {"config:queue_max=500", "cache:cache_size=5000"});
     constexpr const char* kName = "updates.example.net";
     Hit hit(0);
     for (int i = 0; i < entries; ++i) {
@@ -75,7 +75,7 @@ void hits(const Place& place, int entries) {
 }
 
 void log_off(const Place& place, int events) {
-    Rig rig(place.agent, place.scripted, "\n[config]\nqueue_max=500\n");
+    Rig rig(place.agent, place.scripted, {"config:queue_max=500"});
     const std::string text = make_document(events);
     play(rig, text, 1);
     uint64_t lines = 0;

@@ -22,8 +22,9 @@
 #include <string>
 #include <string_view>
 
+#include "bench/documents.h"
 #include "decode/jsonparse.h"
-#include "documents.h"
+#include "fuzz/fuzz_alert.h"
 #include "host/lib/alert.h"
 #include "suppress/alert_filter.h"
 #include "trace/getprotobuf.h"

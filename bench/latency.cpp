@@ -33,8 +33,8 @@ namespace {
 
 double microseconds(Clock::duration time) { return std::chrono::duration<double, std::micro>(time).count(); }
 
-std::string settings(int interval_ms) {
-    return "\n[config]\nqueue_max=100\ninterval=" + std::to_string(interval_ms) + "\n";
+std::vector<std::string> settings(int interval_ms) {
+    return {"config:queue_max=100", "config:interval=" + std::to_string(interval_ms)};
 }
 
 void print(const char* what, const Latencies& latencies) {

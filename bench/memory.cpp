@@ -12,7 +12,7 @@
 namespace bench {
 namespace {
 
-constexpr const char* kRoomySettings = "\n[config]\nqueue_max=500\ninterval=1\n";
+const std::vector<std::string> kRoomySettings = {"config:queue_max=500", "config:interval=1"};
 
 int64_t page_faults() {
     rusage usage{};
@@ -68,7 +68,8 @@ void refused(const Place& place, int events) {
 // the events behind an alert that is held.
 void full_queues(const Place& place, int events) {
     constexpr int kMost = 100;
-    Rig rig(place.agent, place.scripted, "\n[config]\nqueue_max=100\ninterval=1\ndisable_scan_scenario_limit=0\n");
+    Rig rig(place.agent, place.scripted,
+            {"config:queue_max=100", "config:interval=1", "config:disable_scan_scenario_limit=0"});
     const std::string document = make_document(events);
     std::atomic<bool> hold_trace{false};
     std::atomic<bool> hold_alarm{false};

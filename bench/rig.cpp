@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -44,32 +45,16 @@ public:
     int32_t reserved2() override { return 0; }
     int32_t SetEventTable(const MbFrame::EventTableEntry*, uint32_t) override { return 0; }
     int32_t Invoke(MbFrame::IEvent* event) override {
-        if (g_rig != nullptr) g_rig->sent_one(event->GetEventId());
+        if (g_rig != nullptr) g_rig->sent_one(*event);
         return 0;
     }
 };
 ScriptedBus& g_bus = *new ScriptedBus;
 
-// A folder of links to the agent's files. Only what is changed is a file of its own.
-std::string mirror(const std::string& agent, const std::string& scripted, std::string_view settings) {
-    std::string root = (fs::temp_directory_path() / "zel-bench-XXXXXX").string();
-    if (mkdtemp(root.data()) == nullptr) fail("no folder for the agent's files in " + root);
-    for (const auto& entry : fs::recursive_directory_iterator(agent)) {
-        const fs::path copy = root / entry.path().lexically_relative(agent);
-        if (entry.is_directory())
-            fs::create_directory(copy);
-        else if (entry.path().filename() == "zelreshdl.ini")
-            fs::copy_file(entry.path(), copy);
-        else
-            fs::create_symlink(fs::absolute(entry.path()), copy);
-    }
-    for (const char* const library : {"/reshdl/lib/liblummb.so", "/reshdl/lib/libzeltrc.so"}) {
-        fs::remove(root + library);
-        fs::create_symlink(fs::absolute(scripted), root + library);
-    }
-    // Appended, because the last of a doubled key counts.
-    std::ofstream(root + "/reshdl/config/zelreshdl.ini", std::ios::app) << settings;
-    return root;
+std::vector<zelhost::Setting> parsed(const std::vector<std::string>& settings) {
+    std::vector<zelhost::Setting> list;
+    for (const std::string& setting : settings) list.push_back(zelhost::parse_setting("zelreshdl:" + setting));
+    return list;
 }
 
 }  // namespace
@@ -87,14 +72,18 @@ int64_t resident_kib() {
     return resident * sysconf(_SC_PAGESIZE) / 1024;
 }
 
-Rig::Rig(const std::string& agent, const std::string& scripted, std::string_view settings)
-    : root_(mirror(agent, scripted, settings)) {
+Rig::Rig(const std::string& agent, const std::string& scripted, const std::vector<std::string>& settings)
+    : folder_(agent, parsed(settings)) {
     g_rig = this;
+    for (const char* const library : {"liblummb.so", "libzeltrc.so"}) {
+        fs::remove(folder_.library(library));
+        fs::create_symlink(fs::absolute(scripted), folder_.library(library));
+    }
     setenv("agentid", "0", 1);
     setenv("ZEL_LOG_FILE", "/dev/null", 0);
     setenv("ZEL_LOG_LEVEL", "error", 0);
-    if (dlopen((root_ + "/lib/liblumutil.so").c_str(), RTLD_NOW | RTLD_GLOBAL) == nullptr) fail(dlerror());
-    library_ = dlopen((root_ + "/reshdl/bin/libzelreshdl.so").c_str(), RTLD_NOW);
+    if (dlopen((folder_.root() / "lib/liblumutil.so").c_str(), RTLD_NOW | RTLD_GLOBAL) == nullptr) fail(dlerror());
+    library_ = dlopen(folder_.plugin().c_str(), RTLD_NOW);
     if (library_ == nullptr) fail(dlerror());
     const auto start = reinterpret_cast<int (*)()>(dlsym(library_, "plugin_init"));
     if (start == nullptr || start() != 0 || g_plugin == nullptr) fail("the plug-in of " + agent + " does not start");
@@ -103,7 +92,6 @@ Rig::Rig(const std::string& agent, const std::string& scripted, std::string_view
 Rig::~Rig() {
     if (const auto stop = reinterpret_cast<int (*)()>(dlsym(library_, "plugin_uninit"))) stop();
     g_rig = nullptr;
-    fs::remove_all(root_);
 }
 
 void Rig::publish(std::string_view document) {
@@ -129,8 +117,11 @@ int32_t Rig::attach(void** frame) {
     return 0;
 }
 
-void Rig::sent_one(uint32_t id) {
-    if (id == event_id::mem_detect) return;
+void Rig::sent_one(MbFrame::IEvent& event) {
+    if (event.GetEventId() == event_id::mem_detect) return;
+    ST_PB_EVENT native;
+    memcpy(&native, event.GetNativeEvent(), sizeof native);
+    last_size_.store(native.uSize, std::memory_order_release);
     last_sent_.store(Clock::now(), std::memory_order_release);
     const uint64_t count = sent_.fetch_add(1) + 1;
     if (on_sent) on_sent();

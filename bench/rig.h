@@ -1,7 +1,7 @@
 // The built plug-in between a bus and a trace module that cost next to nothing, so that what is measured is the
 // plug-in.
 //
-// The plug-in is loaded from a folder that mirrors a staged agent folder; bus and trace module are the scripted
+// The plug-in is loaded from a copy of a staged agent folder; bus and trace module are the scripted
 // library, which passes each call on to this program. One rig in a process: the plug-in attaches once in its life.
 #pragma once
 
@@ -13,7 +13,9 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "host/lib/agent_folder.h"
 #include "platform/event_ids.h"
 #include "platform/mbframe.h"
 #include "platform/native_payloads.h"
@@ -83,8 +85,9 @@ private:
 // with status 1 and one line.
 class Rig {
 public:
-    // `agent` is a staged agent folder, `scripted` the scripted library. `settings` is appended to zelreshdl.ini.
-    Rig(const std::string& agent, const std::string& scripted, std::string_view settings);
+    // `agent` is a staged agent folder, of which a copy is used, `scripted` the scripted library. A setting of
+    // zelreshdl.ini is SECTION:KEY=VALUE. Throws Failure when it has another form or the folder is none.
+    Rig(const std::string& agent, const std::string& scripted, const std::vector<std::string>& settings);
     ~Rig();
     Rig(const Rig&) = delete;
     Rig& operator=(const Rig&) = delete;
@@ -97,6 +100,8 @@ public:
     uint64_t sent() const { return sent_.load(std::memory_order_acquire); }
     // Waits, asleep, until that many were sent. Ends the program after a minute.
     void await_sent(uint64_t count);
+    // The size of its message.
+    uint64_t last_size() const { return last_size_.load(std::memory_order_acquire); }
     // When the last one was sent.
     Clock::time_point last_sent() const { return last_sent_.load(std::memory_order_acquire); }
 
@@ -107,13 +112,14 @@ public:
 
     // For the scripted library.
     int32_t attach(void** frame);
-    void sent_one(uint32_t id);
+    void sent_one(MbFrame::IEvent& event);
 
 private:
-    std::string root_;
+    zelhost::AgentFolder folder_;
     void* library_ = nullptr;
     std::atomic<uint64_t> sent_{0};
     std::atomic<Clock::time_point> last_sent_{};
+    std::atomic<uint64_t> last_size_{0};
     std::atomic<uint64_t> awaited_{UINT64_MAX};
     std::mutex mutex_;
     std::condition_variable reached_;

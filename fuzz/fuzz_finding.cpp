@@ -13,8 +13,8 @@ struct Message {
         ST_QUEQE_NODE node;
         node.uEventId = id;
         node.uSize = payload.size();
-        node.pData = zel::calloc_buffer(payload.size() + 1);
-        payload.copy(node.pData.get(), payload.size());
+        const std::string text(payload);
+        node.pData = zel::copy_bytes(text.c_str(), text.size() + 1);
         zel::MallocBuffer buffer;
         const uint64_t size = builder(node, buffer);
         FUZZ_CHECK(size > 0 && buffer != nullptr);

@@ -8,8 +8,6 @@
 
 namespace zel {
 
-MallocBuffer calloc_buffer(uint64_t size) { return MallocBuffer(static_cast<char*>(calloc(size > 0 ? size : 1, 1))); }
-
 MallocBuffer malloc_buffer(uint64_t size) { return MallocBuffer(static_cast<char*>(malloc(size > 0 ? size : 1))); }
 
 MallocBuffer copy_bytes(const char* data, uint64_t size) {

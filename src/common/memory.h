@@ -14,11 +14,8 @@ struct FreeDeleter {
 // Owns a buffer of the C library. A serialised message travels in it from its builder to the event that carries it.
 using MallocBuffer = std::unique_ptr<char, FreeDeleter>;
 
-// A zeroed buffer of `size` bytes, or null when there is no memory. For a size of 0 one byte is allocated, so that null
-// always means that memory ran out.
-MallocBuffer calloc_buffer(uint64_t size);
-
-// Likewise, but its bytes are undefined: for a caller that writes all of them.
+// A buffer of `size` bytes for a caller that writes all of them, or null when there is no memory. For a size of 0 one
+// byte is allocated, so that null always means that memory ran out.
 MallocBuffer malloc_buffer(uint64_t size);
 
 // A copy of `size` bytes, or null when there is no memory. With a size of 0 `data` may be null.

@@ -104,8 +104,14 @@ void keep_container(const ST_BUF_DATA& data) {
 // The tree of a larger document ends as soon as it is decoded: its blocks would not lie side by side for the next one.
 constexpr uint64_t kLargeDocument = 1 << 20;
 
-// How many elements a list will give. Records are large, and a list that grows moves them.
-size_t children(const cJSON& array) { return static_cast<size_t>(cJSON_GetArraySize(&array)); }
+// Room for the elements of a list: records are large, and a list that grows moves them. Bounded, since elements that
+// are no records are refused one by one, and two bytes of text must not ask for a whole record.
+size_t expected(const cJSON& array) {
+    constexpr size_t kMost = 1024;
+    size_t count = 0;
+    for (const cJSON* item = array.child; item != nullptr && count < kMost; item = item->next) ++count;
+    return count;
+}
 
 bool read_alert_type(const JsonObject& root, ST_BUF_DATA& data) {
     zel::Scratch& scratch = zel::decode_state().scratch;
@@ -212,7 +218,7 @@ bool CEventHandle::GetRuleInfo(const JsonObject& pjRoot, std::vector<ST_RULE>& v
 
 bool CEventHandle::GetRuleInfoEx(const cJSON* pjRule, std::vector<ST_RULE>& vecRule) {
     ZEL_ASSERT(pjRule);
-    vecRule.reserve(vecRule.size() + children(*pjRule));
+    vecRule.reserve(vecRule.size() + expected(*pjRule));
     for (const cJSON* item = pjRule->child; item != nullptr; item = item->next) {
         ST_RULE& stRule = vecRule.emplace_back();
         if (read_rule(item, stRule)) continue;
@@ -250,7 +256,7 @@ bool CEventHandle::GetRawEventInfo(const JsonObject& pjRuleArray, std::vector<ST
 
 bool CEventHandle::GetRawEventInfoEx(const cJSON* pjRawEvent, std::vector<ST_RAW_EVENT>& vecEvent) {
     ZEL_ASSERT(pjRawEvent);
-    zel::decode_state().spare_events.take(vecEvent, children(*pjRawEvent));
+    zel::decode_state().spare_events.take(vecEvent, expected(*pjRawEvent));
     for (const cJSON* item = pjRawEvent->child; item != nullptr; item = item->next) {
         if (read_event(item, vecEvent.emplace_back())) continue;
         vecEvent.pop_back();

@@ -138,7 +138,7 @@ TEST(DetectionResults, GetThisAgentsIdAndTheirCommand) {
     ST_QUEQE_NODE huge;
     huge.uEventId = event_id::credible_event;
     huge.uSize = 0x80000000;
-    huge.pData = zel::calloc_buffer(1);
+    huge.pData = zel::copy_bytes("", 1);
     EXPECT_EQ(build(CGetProtobuf::GetDetanalProtobuf, huge).lines, bad);
 }
 
