@@ -49,9 +49,9 @@ endif()
 target_compile_definitions(zel_options INTERFACE
   ZEL_ADDRESS_SANITIZER=${zel_address_sanitizer} ZEL_THREAD_SANITIZER=${zel_thread_sanitizer})
 
-# Generated message classes as an object library. "lite" code is hidden and goes into the plug-in, the trace module and
-# their tests; "full" code registers the schema process-wide and goes into the host and the end-to-end tests.
-function(zel_generated_library name kind)
+# Message classes generated from SCHEMA, as an object library. "lite" code is hidden and goes into the plug-in, the trace module
+# and their tests; "full" code registers the schema process-wide and goes into the host and the end-to-end tests.
+function(zel_generated_library name kind schema)
   set(dir ${PROJECT_BINARY_DIR}/gen/${kind})
   if(kind STREQUAL lite)
     set(out lite:${dir})
@@ -61,13 +61,14 @@ function(zel_generated_library name kind)
     set(runtime protobuf)
   endif()
   file(MAKE_DIRECTORY ${dir})
-  set(proto ${PROJECT_SOURCE_DIR}/src/trace/retrace.proto)
+  cmake_path(GET schema PARENT_PATH folder)
+  cmake_path(GET schema STEM file)
   add_custom_command(
-    OUTPUT ${dir}/retrace.pb.cc ${dir}/retrace.pb.h
-    COMMAND protobuf::protoc --proto_path=${PROJECT_SOURCE_DIR}/src/trace --cpp_out=${out} ${proto}
-    DEPENDS ${proto}
+    OUTPUT ${dir}/${file}.pb.cc ${dir}/${file}.pb.h
+    COMMAND protobuf::protoc --proto_path=${folder} --cpp_out=${out} ${schema}
+    DEPENDS ${schema}
     VERBATIM)
-  add_library(${name} OBJECT ${dir}/retrace.pb.cc ${dir}/retrace.pb.h)
+  add_library(${name} OBJECT ${dir}/${file}.pb.cc ${dir}/${file}.pb.h)
   # No debug information and no undefined-behaviour checks here: one copy would cost minutes and gigabytes.
   target_compile_options(${name} PRIVATE -w -g0)
   if(zel_sanitize_generated)
@@ -76,5 +77,6 @@ function(zel_generated_library name kind)
   target_include_directories(${name} SYSTEM PUBLIC ${dir} ${Protobuf_INCLUDE_DIRS})
   target_link_libraries(${name} PUBLIC ${runtime} Threads::Threads PRIVATE zel_hardening)
 endfunction()
-zel_generated_library(retrace_lite lite)
-zel_generated_library(retrace_full full)
+zel_generated_library(retrace_lite lite ${PROJECT_SOURCE_DIR}/src/trace/retrace.proto)
+zel_generated_library(retrace_full full ${PROJECT_SOURCE_DIR}/src/trace/retrace.proto)
+zel_generated_library(record full ${PROJECT_SOURCE_DIR}/host/record/record.proto)

@@ -1,0 +1,79 @@
+// Records of sessions as files. record.proto says what is in them and how a file is built.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "record.pb.h"
+
+namespace zelhost {
+
+// Writes a record. Any thread may add; the order of the calls is the order of the steps.
+class RecordWriter {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // Makes the file, or empties it, and writes its head. Throws Failure.
+    RecordWriter(std::string path, const record::Head& head);
+    // Writes what is left.
+    ~RecordWriter();
+    RecordWriter(const RecordWriter&) = delete;
+    RecordWriter& operator=(const RecordWriter&) = delete;
+
+    // Adds a step that happens now; its time is set here. Steps are written in batches, at least ten times a second as
+    // long as some come. A disk that is full ends the record and not the session: `error` tells it.
+    void add(record::Step step);
+    // Writes what waits.
+    void flush();
+    // Why nothing is written any more; empty while all is well.
+    std::string error() const;
+
+private:
+    void write_batch();
+    void write_entry(const google::protobuf::Message& entry);
+
+    const std::string path_;
+    mutable std::mutex mutex_;  // guards all below
+    std::unique_ptr<FILE, int (*)(FILE*)> file_;
+    record::Batch batch_;
+    size_t batch_bytes_ = 0;  // about so many
+    Clock::time_point last_step_, last_write_;
+    std::string error_;
+};
+
+// Reads a record from its start. One thread.
+class RecordReader {
+public:
+    // Throws Failure when the file cannot be opened, is no record, or is one of another version.
+    explicit RecordReader(const std::string& path);
+
+    const record::Head& head() const { return head_; }
+    // The next step; false at the end. Throws Failure where the file is damaged.
+    bool next(record::Step& step);
+    // When the last step happened, in microseconds since the record began.
+    int64_t at_us() const { return at_us_; }
+    // True at the end of a record whose writer was killed: its last entry is not complete.
+    bool cut_short() const { return cut_short_; }
+
+private:
+    bool read_entry(google::protobuf::Message& entry);
+
+    const std::string path_;
+    std::unique_ptr<FILE, int (*)(FILE*)> file_;
+    uint64_t file_size_ = 0;
+    uint64_t offset_ = 0;  // of the next entry
+    record::Head head_;
+    record::Batch batch_;
+    int next_in_batch_ = 0;
+    int64_t at_us_ = 0;
+    bool cut_short_ = false;
+};
+
+// Whether the file begins as a record does, of whatever version. False when it cannot be read.
+bool is_record(const std::string& path);
+
+}  // namespace zelhost
