@@ -264,14 +264,17 @@ OVERRIDE int32_t zel_mutex_lock(void* mutex) {
     return static_cast<int32_t>(outside->ask(record::LOCK, [mutex] { return Answer{g_mutex_lock(mutex)}; }).number);
 }
 
-// The functions of the trace module are replaced where the plug-in looks them up.
+// The functions of the trace module are replaced where the plug-in looks them up. It binds the module when it has the
+// last one, and from then on its workers see it.
 OVERRIDE int32_t zel_dll_get_addr(void* module, const char* name, void** out) {
     const int32_t result = g_dll_address(module, name, out);
-    if (result < 0 || outside_of(__builtin_return_address(0)) == nullptr) return result;
+    Outside* const outside = outside_of(__builtin_return_address(0));
+    if (result < 0 || outside == nullptr) return result;
     for (TraceFunction& function : g_trace_functions) {
         if (strcmp(function.name, name) != 0) continue;
         function.real = *out;
         *out = function.stand_in;
+        if (&function == std::end(g_trace_functions) - 1) outside->ask(record::TRACE_FOUND, [] { return Answer{}; });
     }
     return result;
 }

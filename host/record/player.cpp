@@ -35,7 +35,8 @@ constexpr const char* kQuestions[] = {"a mutex",
                                       "a chain",
                                       "the expansion of a chain",
                                       "the chain of an on-demand trace",
-                                      "the place of an event among others"};
+                                      "the place of an event among others",
+                                      "the functions of the trace module"};
 
 // Numbers of a newer record have no words.
 template <size_t count>
@@ -102,10 +103,14 @@ bool Player::is_wanted(const Want& want) const {
     return front_->what_case() == want.what && (!front_->has_answer() || front_->answer().question() == want.question);
 }
 
-// The flags of the plug-in that no mutex guards are set by what the host calls: limits, the reset period, and, behind
-// the first mutex of a stop, the workers' end.
+// The flags of the plug-in that no mutex guards are set by what the host calls: limits, the reset period, the trace
+// module that is bound, and, behind the first mutex of a stop, the workers' end.
 bool Player::is_flag_set_next() const {
-    if (front_->has_answer()) return stopping_ && front_->answer().question() == record::LOCK;
+    if (front_->has_answer()) {
+        const Question question = front_->answer().question();
+        return question == record::TRACE_FOUND || question == record::TRACE_UNINIT ||
+               (stopping_ && question == record::LOCK);
+    }
     return front_->has_input() && (front_->input().has_call() || front_->input().has_configure());
 }
 
@@ -262,7 +267,7 @@ Outside::Answer Player::late_answer(Role role, Question question, const Real& re
         return answer;
     }
     // The module is not asked: its results would be none of the record's.
-    if (question >= record::TRACE_COMPLETION) return {ZEL_TRC_DROPPED};
+    if (question >= record::TRACE_COMPLETION && question <= record::TRACE_DISPOSE) return {ZEL_TRC_DROPPED};
     return real();
 }
 
