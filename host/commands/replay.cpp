@@ -49,6 +49,7 @@ private:
 
     int32_t choose_next() override { return player_->next_of_bus(); }
     void on_delivery() override { player_->delivery(); }
+    void on_delivered() override { player_->delivered(); }
     void on_send(const std::function<void()>& enqueue) override { player_->send(enqueue); }
     void on_event(MbFrame::IEvent&, const ST_PB_EVENT& record) override {
         take(output_of(record), [&] { return lines_.event(record); });

@@ -17,9 +17,10 @@ using record::Step;
 
 // How long a thread may take to come for its step. It does so at once unless the plug-in does something else.
 constexpr auto kPatience = 10s;
-// How long the host is alone after it has begun something, and how long it waits for the others before. What has to
+// How long the host is alone after it has begun something, and how long it waits for the workers before. What has to
 // happen in that time takes microseconds.
 constexpr auto kHostFirst = 20ms;
+constexpr auto kWorkersCome = 1s;
 
 constexpr const char* kRoles[] = {"host", "bus", "alarm worker", "trace worker", "another thread"};
 constexpr const char* kQuestions[] = {"a mutex",
@@ -106,19 +107,22 @@ bool Player::is_wanted(const Want& want) const {
 // The flags of the plug-in that no mutex guards are set by what the host calls: limits, the reset period, the trace
 // module that is bound, and, behind the first mutex of a stop, the workers' end.
 bool Player::is_flag_set_next() const {
+    if (stop_ == Stop::done) return false;  // no worker is left
     if (front_->has_answer()) {
         const Question question = front_->answer().question();
         return question == record::TRACE_FOUND || question == record::TRACE_UNINIT ||
-               (stopping_ && question == record::LOCK);
+               (stop_ == Stop::begun && question == record::LOCK);
     }
     return front_->has_input() && (front_->input().has_call() || front_->input().has_configure());
 }
 
 // A worker that has taken its last step before the flag must have looked at the flag. It has when it waits for its
 // next.
-void Player::let_others_come(std::unique_lock<std::mutex>& lock) {
-    changed_.wait_until(lock, Clock::now() + kHostFirst, [this] {
-        return std::ranges::all_of(waiting_, [](const auto& role) { return role.second > 0; });
+void Player::let_workers_come(std::unique_lock<std::mutex>& lock) {
+    changed_.wait_until(lock, Clock::now() + kWorkersCome, [this] {
+        return !delivering_ && std::ranges::all_of(waiting_, [](const auto& role) {
+            return role.second > 0 || (role.first != record::ALARM && role.first != record::TRACE);
+        });
     });
 }
 
@@ -165,7 +169,7 @@ std::optional<Step> Player::take(const Want& want, const Real& act) {
     while (front_ && departure_.empty() && wait(want, lock)) {
     }
     const bool host = want.role == record::HOST;
-    if (front_ && departure_.empty() && host && is_flag_set_next()) let_others_come(lock);
+    if (front_ && departure_.empty() && host && is_flag_set_next()) let_workers_come(lock);
     if (act && front_ && departure_.empty()) {
         in_turn_ = true;
         lock.unlock();
@@ -176,8 +180,11 @@ std::optional<Step> Player::take(const Want& want, const Real& act) {
     --waiting_[want.role];
     if (!front_ || !departure_.empty()) return {};
     Step step = std::move(*front_);
-    if (step.has_input()) stopping_ = step.input().has_call() && step.input().call() == record::STOP;
-    if (host && step.has_answer() && step.answer().question() == record::LOCK) stopping_ = false;
+    if (step.has_delivery()) delivering_ = true;
+    if (step.has_input())
+        stop_ = step.input().has_call() && step.input().call() == record::STOP ? Stop::begun : Stop::no;
+    if (host && stop_ == Stop::begun && step.has_answer() && step.answer().question() == record::LOCK)
+        stop_ = Stop::done;
     last_taken_ = Clock::now();
     if (host) host_first_until_ = last_taken_ + kHostFirst;
     advance();
@@ -206,6 +213,12 @@ Outside::Answer Player::ask(Question question, const Real& real) {
 }
 
 void Player::delivery() { take({record::BUS, What::kDelivery}); }
+
+void Player::delivered() {
+    const std::lock_guard lock(mutex_);
+    delivering_ = false;
+    changed_.notify_all();
+}
 
 void Player::send(const std::function<void()>& enqueue) {
     ask(record::SEND, [&enqueue] {

@@ -37,8 +37,9 @@ public:
     // The bus's thread: whether it gave an event to the plug-in next, or one of the plug-in's to its readers. A code of
     // lummb_host.h.
     int32_t next_of_bus();
-    // The bus's thread, before the plug-in gets an event.
+    // The bus's thread, before the plug-in gets an event, and after it has had it.
     void delivery();
+    void delivered();
     // The thread that sends an event.
     void send(const std::function<void()>& enqueue);
     // The thread on which something came out: shows it in its turn. `show` gets what the record has there; null when
@@ -69,7 +70,7 @@ private:
     bool wait(const Want& want, std::unique_lock<std::mutex>& lock);
     void advance();
     bool is_flag_set_next() const;
-    void let_others_come(std::unique_lock<std::mutex>& lock);
+    void let_workers_come(std::unique_lock<std::mutex>& lock);
     void wait_for_others(std::unique_lock<std::mutex>& lock);
     void depart(const std::string& how);
     void keep(record::Step step);
@@ -91,7 +92,9 @@ private:
     // What the host has begun, others wait for until it asks again: nothing tells when the plug-in has set a flag of
     // its own. Not for long, since the host may be waiting for them.
     Clock::time_point host_first_until_{};
-    bool stopping_ = false;                  // the host has begun to stop
+    enum class Stop { no, begun, done };
+    Stop stop_ = Stop::no;                   // of the workers: `done` when they have been told
+    bool delivering_ = false;                // the plug-in has an event
     std::map<record::Role, int> waiting_;    // threads that wait for a turn, of each role that has come
     Clock::time_point last_taken_ = began_;  // when the last step was taken
     // The last answers, from which clocks run on.
