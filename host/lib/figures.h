@@ -67,6 +67,7 @@ std::span<const LogText> log_texts();
 struct LogLine {
     int32_t level = 0;
     std::string_view text;         // the whole line, prefix included
+    std::string_view body{};       // the plug-in's text, without the prefix; empty for the lines of others
     const LogText* row = nullptr;  // what it counts; null for nothing
     EVENT_ID event = 0;            // whose figure it is; 0 for no event's
     std::string_view rest{};       // what stands behind the row's text

@@ -1,4 +1,4 @@
-#include "longrun/checks.h"
+#include "host/load/checks.h"
 
 #include <fmt/format.h>
 
