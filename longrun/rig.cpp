@@ -94,13 +94,9 @@ void Rig::start() {
     ++phase_;
 }
 
-// What is on its way when the stop begins, and what the workers send while it goes on, may be released after the trace
-// module was unloaded.
 void Rig::stop() {
     ++phase_;
-    const lummb_counts before = session_.account().bus;
-    session_.stop();
-    outlived_ += before.sending + session_.account().bus.sent - before.sent;
+    outlived_ += session_.stop();
 }
 
 bool Rig::settle(const Left& discarded) {

@@ -214,6 +214,7 @@ Totals Figures::totals() const {
     const std::lock_guard lock(mutex_);
     Totals totals = totals_;
     totals.waiting_traces = pushed_.size();
+    totals.put_off_traces = put_off_.size();
     for (const auto& [guid, event] : put_off_) {
         totals.waiting_traces += pushed_.contains(guid) ? 0 : 1;
         totals.waiting_completions += event == event_id::kov;

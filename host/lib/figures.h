@@ -93,6 +93,7 @@ struct Totals {
     bool tracing_off = false;                      // by the settings
     uint64_t waiting_traces = 0;                   // handed to the trace stage, without an end
     uint64_t waiting_completions = 0;              // of these, KOV alerts before their report
+    uint64_t put_off_traces = 0;                   // of these, put off at least once
 
     uint64_t sum(Figure figure) const;        // over all kinds
     KindFigures of(uint32_t event_id) const;  // zeros for a kind that was not met

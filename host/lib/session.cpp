@@ -120,12 +120,14 @@ int Session::start() {
 
 // Also after a start that failed, as an agent does. The counter forgets the threads only when the bus has come to rest:
 // until then its thread may still be in the middle of an event.
-void Session::stop() {
-    if (!std::exchange(started_, false)) return;
+uint64_t Session::stop() {
+    if (!std::exchange(started_, false)) return 0;
+    const lummb_counts before = bus_.counts();
     plugin_.stop();
     plugin_.uninit();
     drain();
     figures_.workers_ended();
+    return before.sending + bus_.counts().sent - before.sent;
 }
 
 // --- what comes back ---

@@ -77,9 +77,10 @@ public:
 
     // Starts the plug-in; the result of plugin_init. Start and stop are called on one thread, in turn.
     int start();
-    // Stops the plug-in and drains the bus. Does nothing unless a start came before. Throws Failure when the bus does
-    // not come to rest.
-    void stop();
+    // Stops the plug-in and drains the bus. Does nothing unless a start came before. Answers how many outgoing events
+    // may have been released after the trace module was unloaded, at most: what was on its way when the stop began, and
+    // what the workers sent while it went on. Throws Failure when the bus does not come to rest.
+    uint64_t stop();
 
     enum class Published { accepted, not_subscribed, given_up };
     // Publish one event and count it; while the bus is full they try again. Any thread. Throw Failure when the bus
