@@ -54,7 +54,7 @@ private:
     void give_back(MbFrame::IEvent* event);
 
     Watcher watcher_;
-    QueuePeaks peaks_;  // written on the threads that log, one at a time
+    QueuePeaks peaks_;                    // written on the threads that log, one at a time
     std::atomic<uint64_t> checksum_ = 0;  // of all that was given out
     std::atomic<uint64_t> phase_ = 1;     // raised at each start and before each stop: odd while the plug-in is stopped
     std::atomic<uint64_t> outlived_ = 0;

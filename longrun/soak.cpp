@@ -42,7 +42,9 @@ struct RoundKind {
     Terms terms;
 };
 // Three threads publish in bursts beside all other calls. The rest leaves room for events to be handled, not only shed.
-LoadPlan usual_load() { return {.events = {}, .publishers = 3, .pace = {.per_second = 4000, .bursts = true}, .calls = true}; }
+LoadPlan usual_load() {
+    return {.events = {}, .publishers = 3, .pace = {.per_second = 4000, .bursts = true}, .calls = true};
+}
 LoadPlan load_with_resets(bool reports_at_any_time) {
     LoadPlan plan = usual_load();
     plan.resets = true;
@@ -77,7 +79,10 @@ const RoundKind kRounds[] = {
      load_with_resets(false),
      {.resets = true}},
     {"no tracing, which fills no queue", {"zelreshdl:config:trc_times=0"}, usual_load(), {}},
-    {"pure mode, in which nobody takes a trace", {"zel_pure_mode:advthreats_module:enable=0"}, usual_load(), {.settled = false}},
+    {"pure mode, in which nobody takes a trace",
+     {"zel_pure_mode:advthreats_module:enable=0"},
+     usual_load(),
+     {.settled = false}},
 };
 // The second half of a soak is one round of this kind, in one process. Nothing of it stays allocated on purpose, so its
 // memory must not grow.

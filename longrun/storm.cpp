@@ -187,7 +187,8 @@ bool Storm::sum_up() {
     check("waiting for a trace or in one, most at once", log.most_waiting, 2 * kQueueMax + 3 + 1);
     check("alerts published", alerts.in, publisher_.published(), true);
     check("alerts shed at the intake, by lines", log.full_lines, alerts.queue_full, true);
-    check("alerts shed at the intake and published as reports", alerts.queue_full + alerts.reported, publisher_.published(), true);
+    check("alerts shed at the intake and published as reports", alerts.queue_full + alerts.reported,
+          publisher_.published(), true);
     check("reports whose trace has an end", account_.count_ended(), alerts.reported, true);
     check("ends of traces, by lines", static_cast<uint64_t>(ended_traces(totals)), alerts.reported, true);
     // A shed alert ends when its turn comes, so after the settling both numbers are equal.
@@ -207,8 +208,8 @@ bool Storm::sum_up() {
     if (kMeasureMemory)
         check("growth of resident memory, KiB", static_cast<uint64_t>(std::max<int64_t>(growth_kib_, 0)),
               kMostGrowthKib);
-    const std::string failed = failed_text(
-        check_account(account, {.longest_event_queue = log.queues.event, .outlived = rig_.outlived()}));
+    const std::string failed =
+        failed_text(check_account(account, {.longest_event_queue = log.queues.event, .outlived = rig_.outlived()}));
     fmt::print("{}storm: {}\n", failed, good_ && failed.empty() ? "all holds" : "NOT all holds");
     return good_ && failed.empty();
 }

@@ -20,10 +20,11 @@ inline constexpr ExitCodeWords kExitCodes[] = {
     {kFailed, "a document does not come through", "check"},
     {kFailed, "a message is damaged", "decode"},
     {kFailed, "a start would fail", "status"},
+    {kFailed, "the account does not close", "load"},
     {kUsage, "a wrong command line"},
     {kUsage, "a file cannot be read", "check"},
     {kLinesSkipped, "lines of the input were skipped", "run graph"},
-    {kMaxWaitPassed, "--max-wait passed", "run"},
+    {kMaxWaitPassed, "--max-wait passed", "run load"},
 };
 
 }  // namespace zelhost

@@ -31,11 +31,8 @@ struct Load::Worker {
 };
 // Two threads reset, so that their reset periods overlap.
 const Load::Worker Load::kWorkers[] = {
-    {1, 20000, &Load::configure},
-    {2, 40000, &Load::trace},
-    {2, 30000, &Load::collect},
-    {2, 2000000, &Load::reset},
-    {1, 50000, &Load::call_plain},
+    {1, 20000, &Load::configure}, {2, 40000, &Load::trace},      {2, 30000, &Load::collect},
+    {2, 2000000, &Load::reset},   {1, 50000, &Load::call_plain},
 };
 
 // Mixtures have the numbers from 1 on. Each thread has random numbers of its own, so a load with one seed makes the
@@ -183,8 +180,7 @@ void Load::trace(Random& random) {
     static constexpr const char* kDocuments[] = {"{}", "no message", nullptr};
     if (plan_.file_traces && below(random, 4) != 0) {  // the builder's buffer of a file trace stays
         const char* const path = kPaths[below(random, std::size(kPaths))];
-        const int answer =
-            session_.file_trace(path, "key", static_cast<int>(below(random, 3)), below(random, 100));
+        const int answer = session_.file_trace(path, "key", static_cast<int>(below(random, 3)), below(random, 100));
         expect("reshdl_file_trace", answer, {path == nullptr ? -1 : 0, -2});
     } else {
         const char* const data = kDocuments[below(random, std::size(kDocuments))];

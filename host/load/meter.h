@@ -19,13 +19,13 @@ namespace zelhost {
 
 // What a load shows at one moment.
 struct LoadSample {
-    double at = 0;  // seconds since the meter began
+    double at = 0;                                                    // seconds since the meter began
     uint64_t in = 0, reports = 0, traces = 0, refused = 0, shed = 0;  // since the session began
     uint64_t inbox = 0;                                               // events that wait on the bus
     uint64_t event_queue = 0, trc_queue = 0, delay_queue = 0;         // the first is the longest since the last sample
     // Of the alerts that were reported since the last sample, if there were any.
-    std::optional<Histogram::Microseconds> median, slow, slowest;
-    std::optional<Backlog::Pair> backlog;  // likewise: a prediction and what came of it
+    std::optional<Histogram::Microseconds> median{}, slow{}, slowest{};
+    std::optional<Backlog::Pair> backlog{};  // likewise: a prediction and what came of it
     uint64_t resident_kib = 0;
 };
 

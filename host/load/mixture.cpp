@@ -219,7 +219,8 @@ void parse_part(std::string_view part, Mix& mix) {
     if (equals == std::string_view::npos) throw Failure("\"{}\" is not of the form KIND=SHARE", part);
     const std::string_view name = part.substr(0, equals);
     const std::string_view digits = part.substr(equals + 1);
-    const auto found = std::ranges::find(Mixture::kinds(), name, [](const auto& kind) { return std::string_view(kind.name); });
+    const auto found =
+        std::ranges::find(Mixture::kinds(), name, [](const auto& kind) { return std::string_view(kind.name); });
     if (found == Mixture::kinds().end()) throw Failure("\"{}\" is no kind of event", name);
     uint32_t share = 0;
     const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), share);
