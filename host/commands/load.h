@@ -45,6 +45,7 @@ struct LoadMeasures {
     ThreadTimes times;
     int64_t publishers_time = 0;
     uint64_t begun = 0, traces_ended = 0, on_bus = 0;
+    double others = 0;  // processors that other programs used meanwhile
     std::vector<LoadSample> samples;
 
     double in_rate() const { return static_cast<double>(in) / seconds; }

@@ -97,6 +97,7 @@ void write_machine(JsonWriter& out, const LoadEnd& end) {
     out.Key("machine");
     out.StartObject();
     number(out, "processors", std::thread::hardware_concurrency());
+    real(out, "used_by_others", end.measures.others);
     real(out, "load_average_before", end.load_before);
     real(out, "load_average_after", end.load_after);
     out.EndObject();

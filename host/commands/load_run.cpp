@@ -9,6 +9,7 @@
 #include "host/lib/failure.h"
 #include "host/lib/files.h"
 #include "host/lib/ticker.h"
+#include "host/load/machine.h"
 #include "host/load/process_memory.h"
 
 namespace zelhost {
@@ -23,11 +24,6 @@ constexpr auto kSettleStep = 2ms;
 constexpr auto kShortestTick = 200ms;
 constexpr int kMostTicks = 2000;
 constexpr std::chrono::milliseconds kUsual = 10s;
-
-double load_average() {
-    double averages[1] = {};
-    return getloadavg(averages, 1) == 1 ? averages[0] : 0;
-}
 
 // The logger reads these at its first line. The account needs no file: it reads the log at the logger's tap.
 const LoadOptions& prepared(const LoadOptions& options) {
@@ -142,6 +138,7 @@ LoadMeasures LoadRun::measure(double per_second, std::chrono::milliseconds time)
     const int64_t publishers_time = load_ ? load_->publishers_cpu_ns() : 0;
     LoadMeasures measures;
     measures.asked = per_second;
+    const double busy = machine_busy_seconds();
     meter_.begin();
     meter_.sample(before);
     const auto begin = Clock::now();
@@ -161,6 +158,8 @@ LoadMeasures LoadRun::measure(double per_second, std::chrono::milliseconds time)
     meter_.sample(after);
     count(measures, before, after);
     measures.times = difference(meter_.times(), times);
+    const double own = static_cast<double>(measures.times.process) / 1e9;
+    measures.others = std::max(machine_busy_seconds() - busy - own, 0.0) / Seconds(Clock::now() - begin).count();
     measures.publishers_time = load_->publishers_cpu_ns() - publishers_time;
     measures.published_late = load_->latest();
     measures.latencies = meter_.latencies();
@@ -208,6 +207,10 @@ ExitCode LoadRun::run() {
         console::say("stopping: not all has come to its end after {} s; --max-wait sets the longest wait",
                      options_.max_wait.count());
         return kMaxWaitPassed;
+    }
+    if (options_.find_capacity && !end_.capacity && !end_.stopped) {
+        console::message("no rate was borne; see the steps of the search, and what other programs used");
+        return kFailed;
     }
     return kDone;
 }

@@ -33,6 +33,7 @@ private:
     void tick(double share_done);
     // The search, in load_capacity.cpp. It needs the session started.
     void find_capacity();
+    bool is_borne(double per_second, std::chrono::milliseconds time);
     CapacityStep try_rate(double per_second, std::chrono::milliseconds time);
     void stop();
 

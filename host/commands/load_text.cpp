@@ -95,19 +95,19 @@ std::string step_text(const CapacityStep& step) {
 }
 
 std::string load_heading(const LoadOptions& options, const LoadEnd& end) {
-    const std::string how = fmt::format("seed {}, {} threads, mix {}", options.events.seed, options.threads,
-                                        options.mix.empty() ? "as usual" : options.mix);
+    std::string text = "load: as fast as it goes";
     if (options.find_capacity)
-        return fmt::format("capacity: {}; {}",
-                           end.capacity ? fmt::format("{:.0f} events a second", *end.capacity) : "none found", how);
-    return fmt::format("load: {}; {}",
-                       options.rate > 0 ? fmt::format("{} events a second", options.rate) : "as fast as it goes", how);
+        text = end.capacity ? fmt::format("capacity: {:.0f} events a second", *end.capacity) : "capacity: none found";
+    else if (options.rate > 0)
+        text = fmt::format("load: {} events a second", options.rate);
+    return fmt::format("{}; seed {}, {} threads, mix {}{}", text, options.events.seed, options.threads,
+                       options.mix.empty() ? "as usual" : options.mix, end.stopped ? "; stopped by a signal" : "");
 }
 
 std::string load_text(const LoadOptions& options, const LoadEnd& end) {
     Table table;
-    table.row("machine", "load average {:.2f} before, {:.2f} after, {} processors", end.load_before, end.load_after,
-              std::thread::hardware_concurrency());
+    table.row("machine", "other programs used {:.2f} of {} processors; load average {:.2f} before, {:.2f} after",
+              end.measures.others, std::thread::hardware_concurrency(), end.load_before, end.load_after);
     write_measures(table, end.measures, end.settings);
     table.row("resident memory", "{} MiB before, {} MiB at most, {} MiB after", mib(end.resident_before),
               mib(end.resident_peak), mib(end.resident_after));

@@ -82,7 +82,8 @@ void Mixture::trigger_alert() { send_alert({.status = "Trigger"}, event_id::ioa_
 // Levels and sizes follow from the number and do not keep step, so that each level has alerts of each size.
 void Mixture::graded_alert() {
     const uint64_t number = next_++;
-    const int events = 1 + static_cast<int>(number / std::size(kLevels) % 20);
+    const int drawn = 1 + static_cast<int>(number / std::size(kLevels) % 20);
+    const int events = events_ > 0 ? events_ : drawn;
     send(event_id::ioa_alert,
          alert_text({.number = number, .level = kLevels[number % std::size(kLevels)], .events = events}), number);
 }
