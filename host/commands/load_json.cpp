@@ -104,8 +104,12 @@ void write_machine(JsonWriter& out, const LoadEnd& end) {
 }
 
 void write_search(JsonWriter& out, const LoadEnd& end) {
-    out.Key("capacity");
-    end.capacity ? out.Double(*end.capacity) : out.Null();
+    if (end.capacity) {
+        real(out, "capacity", *end.capacity);
+    } else {
+        out.Key("capacity");
+        out.Null();
+    }
     out.Key("steps");
     out.StartArray();
     for (const CapacityStep& step : end.steps) {
