@@ -15,30 +15,27 @@ namespace zelhost {
 namespace {
 
 constexpr const char* kFooter =
-    R"(With a rate each event has its time, whether those before it were on time or not,
-and a thread that is late makes up for it. The latency of an alert counts from
-that time to its first report, so what waits before the bus counts, too. Without
-a rate the bus's inbox is the brake, and latency counts from the moment at which
-the alert is offered to the bus. It is that of alert documents, which are known by their
-GUIDs. A worker that has nothing to do sleeps for the setting "interval"; what of
-a latency is longer than that is "beyond the idle sleep".
-Refused are events that meet a full queue; shed are alerts that are filtered while
+    R"(At a rate each event has its time, whether those before it were on time or not.
+A thread that is late makes up for it. The latency of an alert counts from that
+time to its first report, so that a wait before the bus counts, too. Without a
+rate the bus's inbox is the brake, and the latency counts from the moment at which
+the alert is offered to the bus. Only alert documents are measured, because the
+plug-in gives other events GUIDs of its own.
+A worker that has nothing to do sleeps for the setting "interval". What of a
+latency is longer than that is "beyond the idle sleep".
+Refused are events that meet a full queue. Shed are alerts that are filtered while
 many traces wait, and traces that are dropped. A predicted backlog is the time
-that the plug-in gives its waiting traces, a measured one how long the last of
-them waited.
-The same seed and the same options give the same events, in each thread in the
-same order. The plug-in's log is read for the account, which costs the plug-in
-time: without a reader it is faster. The load average says who else uses the
-machine.)";
+that the plug-in gives its waiting traces, a measured one is how long the last of
+them really waited.
+The same seed and options give the same events, in each thread in the same order.
+The account is kept from the plug-in's log. That costs time: without a reader of
+its log the plug-in is faster.
+Kinds of events, with their usual shares:)";
 
-// Each kind with its share, as the option takes it, and what it is.
-std::string mix_help() {
-    std::string text = "Shares of the kinds of events; what is not named gets none. Kinds with their usual shares: ";
-    std::string_view separator;
-    for (const Mixture::Kind& kind : Mixture::kinds()) {
-        text += fmt::format("{}{}={} ({})", separator, kind.name, kind.share, kind.words);
-        separator = ", ";
-    }
+std::string footer() {
+    std::string text = kFooter;
+    for (const Mixture::Kind& kind : Mixture::kinds())
+        text += fmt::format("\n  {:<10} {:>2}  {}", kind.name, kind.share, kind.words);
     return text;
 }
 
@@ -66,7 +63,7 @@ void add_events(CLI::App& app, LoadOptions& options) {
                    throw CLI::ValidationError("--mix", e.what());
                }
            },
-           mix_help())
+           "Shares of the kinds of events, which stand below; what is not named gets none")
         ->type_name("KIND=SHARE,...");
     app.add_option("--events", options.events.per_rule,
                    "Events in each rule of an alert; as its kind says if not given")
@@ -78,7 +75,7 @@ void add_events(CLI::App& app, LoadOptions& options) {
 
 Action prepare_load(CLI::App& app) {
     const auto options = std::make_shared<LoadOptions>();
-    app.footer(kFooter);
+    app.footer(footer());
     add_root_option(app, options->root);
     add_events(app, *options);
     app.add_option_function<uint32_t>(
