@@ -25,7 +25,7 @@ trap 'rm -rf "$work"' EXIT
 row() {
     echo "capacity.sh: $1" >&2
     printf '%s\t' "$1" >>"$work/rows"
-    "$root/build/release/agent/bin/zelhost" load --find-capacity --seconds 1 --json "${@:2}" >>"$work/rows" || {
+    "$root/build/release/agent/bin/zelhost" load --find-capacity --no-log --seconds 1 --json "${@:2}" >>"$work/rows" || {
         echo "capacity.sh: the search of '$1' failed" >&2
         exit 1
     }

@@ -24,6 +24,7 @@ struct LoadOptions {
     std::string mix;  // as it was given, for people; empty: the usual one
     std::chrono::seconds max_wait{180};
     bool json = false;
+    bool no_log = false;
     std::string plot;  // empty: none
     bool find_capacity = false;
     std::vector<Setting> settings;
@@ -40,6 +41,7 @@ struct LoadMeasures {
     QueuePeaks queues;
     uint64_t inbox = 0;  // the most events that were seen to wait on the bus
     bool grows = false;  // what waits, while events were published
+    bool log = true;  // without it queues, backlog and what is shed are not known
     Backlog::Sums backlog;
     // Processor time, and by what it is divided.
     ThreadTimes times;

@@ -45,9 +45,11 @@ void write_latency(JsonWriter& out, const Histogram& latencies) {
 void write_queues(JsonWriter& out, const LoadMeasures& measures) {
     out.Key("longest_queues");
     out.StartObject();
-    number(out, "event", measures.queues.event);
-    number(out, "trc", measures.queues.trc);
-    number(out, "delay", measures.queues.delay);
+    if (measures.log) {
+        number(out, "event", measures.queues.event);
+        number(out, "trc", measures.queues.trc);
+        number(out, "delay", measures.queues.delay);
+    }
     number(out, "bus", measures.inbox);
     out.EndObject();
 }
@@ -75,7 +77,7 @@ void write_times(JsonWriter& out, const LoadMeasures& measures) {
     out.EndObject();
 }
 
-// The members of an object that is open.
+// The members of an object that is open. What only the log tells is left out without it.
 void write_measures(JsonWriter& out, const LoadMeasures& measures) {
     real(out, "asked_rate", measures.asked);
     real(out, "seconds", measures.seconds);
@@ -85,11 +87,13 @@ void write_measures(JsonWriter& out, const LoadMeasures& measures) {
     real(out, "trace_rate", static_cast<double>(measures.traces) / measures.seconds);
     time(out, "published_late_ms", measures.published_late);
     number(out, "refused", measures.refused);
-    number(out, "filtered", measures.filtered);
-    number(out, "dropped", measures.dropped);
     write_latency(out, measures.latencies);
     write_queues(out, measures);
-    write_backlog(out, measures.backlog);
+    if (measures.log) {
+        number(out, "filtered", measures.filtered);
+        number(out, "dropped", measures.dropped);
+        write_backlog(out, measures.backlog);
+    }
     write_times(out, measures);
 }
 

@@ -71,7 +71,9 @@ std::string ms(std::optional<Histogram::Microseconds> time) {
 }
 
 // One line a sample. Rates are those since the sample before, so the first sample has none and no line.
-std::string data_block(const std::vector<LoadSample>& samples) {
+std::string data_block(const LoadMeasures& measures) {
+    const std::vector<LoadSample>& samples = measures.samples;
+    const auto entries = [&](uint64_t count) { return measures.log ? fmt::format("{}", count) : number(NAN); };
     std::string text = "$load << END\n";
     for (size_t i = 1; i < samples.size(); ++i) {
         const LoadSample& before = samples[i - 1];
@@ -82,8 +84,9 @@ std::string data_block(const std::vector<LoadSample>& samples) {
         };
         fmt::format_to(std::back_inserter(text), "{:.3f} {} {} {} {} {} {} {} {} {} {} {} {}\n", now.at,
                        rate(&LoadSample::in), rate(&LoadSample::reports), rate(&LoadSample::traces),
-                       rate(&LoadSample::refused), ms(now.median), ms(now.slow), ms(now.slowest), now.event_queue,
-                       now.trc_queue, now.delay_queue, number(now.backlog ? now.backlog->predicted.count() : NAN),
+                       rate(&LoadSample::refused), ms(now.median), ms(now.slow), ms(now.slowest),
+                       entries(now.event_queue), entries(now.trc_queue), entries(now.delay_queue),
+                       number(now.backlog ? now.backlog->predicted.count() : NAN),
                        number(now.backlog ? now.backlog->measured.count() : NAN));
     }
     return text + "END\n";
@@ -145,7 +148,7 @@ void LoadPlot::draw(const LoadEnd& end, const std::string& title) {
                     fmt::arg("end", end.measures.seconds), fmt::arg("sleep", end.settings.idle_sleep.count()),
                     fmt::arg("limit", end.settings.queue_max), fmt::arg("backlog_axis", backlog ? kBacklogAxis : ""),
                     fmt::arg("backlog_lines", backlog ? kBacklogLines : ""));
-    file_.write(gnuplot(data_block(end.measures.samples) + script));
+    file_.write(gnuplot(data_block(end.measures) + script));
     file_.flush();
 }
 

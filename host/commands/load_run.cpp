@@ -20,6 +20,7 @@ using Clock = Meter::Clock;
 using Seconds = std::chrono::duration<double>;
 
 constexpr auto kSettleStep = 2ms;
+constexpr auto kQuiet = 300ms;
 // So many samples make a picture; a short load is looked at more often.
 constexpr auto kShortestTick = 200ms;
 constexpr int kMostTicks = 2000;
@@ -52,15 +53,18 @@ bool grows(const std::vector<LoadSample>& samples, uint64_t queue_max) {
 
 uint64_t first_reports(const Totals& totals) { return given_out().front().counted(totals); }
 
-// What was counted between two moments at which nothing ran.
+// What was counted between two moments at which nothing ran. The plug-in's own figures are those of its reports.
 void count(LoadMeasures& measures, const Account& before, const Account& after) {
     const auto since = [&](Figure figure) { return after.totals.sum(figure) - before.totals.sum(figure); };
+    const auto reported = [&](const char* key) { return after.reports.figure(key) - before.reports.figure(key); };
+    measures.log = after.log;
     measures.in = since(&KindFigures::in);
-    measures.refused = since(&KindFigures::queue_full);
+    measures.refused = after.log ? since(&KindFigures::queue_full) : reported("eventQueueOverflowCount");
     measures.filtered = since(&KindFigures::filtered);
     measures.dropped = since(&KindFigures::dropped);
-    measures.begun = since(&KindFigures::begun);
-    measures.traces_ended = static_cast<uint64_t>(ended_traces(after.totals) - ended_traces(before.totals));
+    measures.begun = after.log ? since(&KindFigures::begun) : reported("eventQueueTotalCount");
+    measures.traces_ended = after.log ? static_cast<uint64_t>(ended_traces(after.totals) - ended_traces(before.totals))
+                                      : since(&KindFigures::traces);
     measures.on_bus = after.bus.delivered + after.bus.sent - before.bus.delivered - before.bus.sent;
 }
 
@@ -83,17 +87,18 @@ LoadRun::LoadRun(const LoadOptions& options)
     if (!options_.plot.empty()) plot_.emplace(options_.plot);
 }
 
-// Without the stand-ins' counts there is no account.
+// Without the stand-ins' counts there is no account. The settings are read from the log in any case.
 void LoadRun::start() {
     session_.emplace(folder_, *this);
     if (session_->start() != 0) {
         const Totals totals = session_->account().totals;
-        throw Failure("the plug-in does not start; its log ends with the errors: {} / {}; zelhost status tells more",
-                      totals.last_errors[0], totals.last_errors[1]);
+        throw Failure("the plug-in does not start; the last error in its log is \"{}\"; zelhost status tells more",
+                      totals.last_errors[1]);
     }
     for (const std::string& sentence : session_->unknown())
         throw Failure("a load needs the stand-ins for its account: {}", sentence);
     end_.settings = meter_.settings();
+    if (options_.no_log) session_->leave_log();
     end_.resident_before = resident_kib(Trim::yes);
 }
 
@@ -111,13 +116,20 @@ void LoadRun::publish(double per_second, std::chrono::milliseconds time) {
     load_->pause();
 }
 
+// Without the log quiet is the only sign of the end, and the plug-in says only in a report what it refused.
 void LoadRun::settle() {
     const auto deadline = Clock::now() + options_.max_wait;
-    end_.settled &= session_->wait_until_settled({}, [&](const Session::Open&) {
+    const auto pause = [&](const Session::Open&) {
         if (Clock::now() < deadline && !stop_signal_.sleep(kSettleStep)) return true;
         end_.stopped |= stop_signal_.requested();
         return false;
-    });
+    };
+    if (options_.no_log) {
+        end_.settled &= session_->wait_until_idle(true, end_.settings.idle_sleep + kQuiet, pause);
+        session_->collect();
+    } else {
+        end_.settled &= session_->wait_until_settled({}, pause);
+    }
 }
 
 // On the ticker's thread.
@@ -179,7 +191,7 @@ void LoadRun::stop() {
     end_.load_after = load_average();
     end_.wrong_calls = load_->wrong_answers();
     load_.reset();
-    if (end_.settled) session_->collect();
+    if (end_.settled && !options_.no_log) session_->collect();
     const uint64_t outlived = session_->stop();
     end_.account = session_->account();
     end_.checks = check_account(end_.account, {.settled = end_.settled,

@@ -69,11 +69,17 @@ void write_measures(Table& table, const LoadMeasures& measures, const QueueSetti
               static_cast<double>(measures.reports) / measures.seconds,
               static_cast<double>(measures.traces) / measures.seconds);
     write_latency(table, measures, settings.idle_sleep);
-    table.row("longest queues", "event {}, trc {}, delay {}, limit {}; on the bus {}", measures.queues.event,
-              measures.queues.trc, measures.queues.delay, settings.queue_max, measures.inbox);
+    if (measures.log) {
+        table.row("longest queues", "event {}, trc {}, delay {}, limit {}; on the bus {}", measures.queues.event,
+                  measures.queues.trc, measures.queues.delay, settings.queue_max, measures.inbox);
+    } else {
+        table.row("longest queues", "on the bus {}; the others are not known without the log", measures.inbox);
+    }
     table.row("refused", "{} ({:.1f} %) by full queues", measures.refused, share(measures.refused, measures.in));
-    table.row("shed", "{} alerts filtered, {} traces dropped", measures.filtered, measures.dropped);
-    write_backlog(table, measures.backlog);
+    if (measures.log) {
+        table.row("shed", "{} alerts filtered, {} traces dropped", measures.filtered, measures.dropped);
+        write_backlog(table, measures.backlog);
+    }
     const ThreadTimes& times = measures.times;
     table.row("processor time",
               "alarm worker {:.1f} us an event, trace worker {:.1f} us a trace, bus {:.1f} us an event",
@@ -89,9 +95,10 @@ std::string mib(uint64_t kib) { return fmt::format("{:.1f}", static_cast<double>
 
 std::string step_text(const CapacityStep& step) {
     const LoadMeasures& measures = step.measures;
-    return fmt::format("  {:>8.0f} a second: {}; p99 {} ms, event queue {}, trc queue {}\n", step.rate,
-                       step.fault.empty() ? "borne" : step.fault, ms(measures.latencies.quantile(0.99)),
-                       measures.queues.event, measures.queues.trc);
+    const std::string queues =
+        measures.log ? fmt::format(", event queue {}, trc queue {}", measures.queues.event, measures.queues.trc) : "";
+    return fmt::format("  {:>8.0f} a second: {}; p99 {} ms{}\n", step.rate, step.fault.empty() ? "borne" : step.fault,
+                       ms(measures.latencies.quantile(0.99)), queues);
 }
 
 std::string load_heading(const LoadOptions& options, const LoadEnd& end) {

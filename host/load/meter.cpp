@@ -1,13 +1,12 @@
 #include "host/load/meter.h"
 
 #include <pthread.h>
-#include <sys/prctl.h>
 
 #include <algorithm>
 #include <charconv>
-#include <string>
 
 #include "host/lib/alert.h"
+#include "host/load/machine.h"
 #include "host/load/process_memory.h"
 
 namespace zelhost {
@@ -15,23 +14,13 @@ namespace {
 
 constexpr double kSlow = 0.99;
 
-// Asked once for each thread, because its name does not change.
-const std::string& name_of_this_thread() {
-    thread_local const std::string name = [] {
-        char text[16] = {};
-        prctl(PR_GET_NAME, text);
-        return std::string(text);
-    }();
-    return name;
-}
-
 clockid_t clock_of_this_thread() {
     clockid_t clock = CLOCK_THREAD_CPUTIME_ID;
     pthread_getcpuclockid(pthread_self(), &clock);
     return clock;
 }
 
-// 0 for a thread that was not seen.
+// 0 for a clock that is not there.
 int64_t time_of(std::optional<clockid_t> clock) {
     timespec time{};
     if (!clock || clock_gettime(*clock, &time) != 0) return 0;
@@ -61,17 +50,8 @@ void Meter::begin() {
     samples_.clear();
 }
 
-// The plug-in's workers have names of their own.
-void Meter::note_thread() {
-    if (alarm_worker_ && trace_worker_) return;
-    const std::string& name = name_of_this_thread();
-    if (!alarm_worker_ && name == "zelreshdl_alarm") alarm_worker_ = clock_of_this_thread();
-    if (!trace_worker_ && name == "zelreshdl_trc") trace_worker_ = clock_of_this_thread();
-}
-
 void Meter::on_log_line(const LogLine& line) {
     const std::lock_guard lock(mutex_);
-    note_thread();
     QueuePeaks told;
     if (told.line(line)) {
         queues_.line(line);
@@ -158,7 +138,8 @@ QueueSettings Meter::settings() const {
 
 ThreadTimes Meter::times() const {
     const std::lock_guard lock(mutex_);
-    return {time_of(CLOCK_PROCESS_CPUTIME_ID), time_of(alarm_worker_), time_of(trace_worker_), time_of(bus_thread_)};
+    return {time_of(CLOCK_PROCESS_CPUTIME_ID), thread_time_ns("zelreshdl_alarm"), thread_time_ns("zelreshdl_trc"),
+            time_of(bus_thread_)};
 }
 
 }  // namespace zelhost

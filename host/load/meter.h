@@ -72,8 +72,6 @@ public:
     ThreadTimes times() const;
 
 private:
-    void note_thread();
-
     mutable std::mutex mutex_;
     // All under the mutex.
     Clock::time_point begin_ = Clock::now();
@@ -85,7 +83,7 @@ private:
     uint64_t pairs_seen_ = 0;
     std::vector<LoadSample> samples_;
     QueueSettings settings_;
-    std::optional<clockid_t> alarm_worker_, trace_worker_, bus_thread_;
+    std::optional<clockid_t> bus_thread_;  // known from its first event
 };
 
 }  // namespace zelhost

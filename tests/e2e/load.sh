@@ -59,6 +59,11 @@ holds 'l["failed"] == [] and l["refused"] > 0 and l["queue_max"] == 50 and l["lo
 holds '[(e["event"], e["others"]["shed, queue full"]) for e in l["events"]] == [(1536, l["refused"])]'
 holds 'l["backlog_ms"]["count"] > 0 and l["backlog_ms"]["measured_highest"] >= l["backlog_ms"]["measured_mean"] > 0'
 
+# Without the log the plug-in's own figures say what was refused.
+measured --seconds 1 --mix graded=1 --events 30 --queue-max 50 --trace-cost 20 --no-log --json
+holds 'l["failed"] == [] and l["checks"] == 9 and l["refused"] > 0 and l["in"] == l["refused"] + l["given_out"]["first_reports"]'
+holds 'l["latency_ms"]["count"] > 0 and "backlog_ms" not in l and list(l["longest_queues"]) == ["bus"]'
+
 # The same, for people.
 measured --seconds 0.5 --rate 300
 printed 1 'load: 300 events a second; seed 1, 2 threads, mix as usual'

@@ -197,6 +197,7 @@ TEST(Backlog, FollowsAPredictionToItsEnd) {
 // An account that closes has no failed check; each fault is named.
 TEST(Checks, AFaultIsNamed) {
     Account sound;
+    sound.log = true;
     KindFigures& kind = sound.totals.kinds[event_id::port_scan];
     kind = {.in = 2, .got = 2, .queued = 2, .begun = 2, .reported = 2};
     sound.bus.published = 2;
@@ -220,6 +221,28 @@ TEST(Checks, AFaultIsNamed) {
     }
     // The plug-in's own figures are part of it when nothing was stopped under load.
     EXPECT_THAT(failed_text(check_account(sound, {})), HasSubstr("recvAlarmCount"));
+}
+
+TEST(Checks, WithoutTheLogTheBusAndTheReportsAreCompared) {
+    Account sound;
+    sound.totals.kinds[event_id::port_scan] = {.in = 2, .reported = 2};
+    sound.bus.published = 2;
+    sound.bus.sent = 2;
+    sound.bus.delivered = 2;
+    sound.reports.add(R"({"recvAlarmCount":2,"eventQueueTotalCount":1,"eventQueueOverflowCount":1})");
+    EXPECT_EQ(failed_text(check_account(sound, {})), "");
+    const std::pair<void (*)(Account&), const char*> faults_of_the_bus[] = {
+        {[](Account& a) { ++a.bus.published; }, "published by the host"},
+        {[](Account& a) { --a.bus.delivered; }, "delivered or discarded"},
+        {[](Account& a) { ++a.totals.kinds[event_id::ioa_alert].reported; }, "sentToMbCount"},
+        {[](Account& a) { a.reports.add(R"({"recvAlarmCount":1})"); }, "recvAlarmCount / events delivered"},
+        {[](Account& a) { a.reports.add(R"({"hotCacheHitCount":1})"); }, "queued, refused and merged"},
+    };
+    for (const auto& [spoil, words] : faults_of_the_bus) {
+        Account account = sound;
+        spoil(account);
+        EXPECT_THAT(failed_text(check_account(account, {})), HasSubstr(words));
+    }
 }
 
 }  // namespace
