@@ -71,9 +71,7 @@ std::string ms(std::optional<Histogram::Microseconds> time) {
 }
 
 // One line a sample. Rates are those since the sample before, so the first sample has none and no line.
-std::string data_block(const LoadMeasures& measures) {
-    const std::vector<LoadSample>& samples = measures.samples;
-    const auto entries = [&](uint64_t count) { return measures.log ? fmt::format("{}", count) : number(NAN); };
+std::string data_block(const std::vector<LoadSample>& samples) {
     std::string text = "$load << END\n";
     for (size_t i = 1; i < samples.size(); ++i) {
         const LoadSample& before = samples[i - 1];
@@ -82,12 +80,11 @@ std::string data_block(const LoadMeasures& measures) {
         const auto rate = [&](uint64_t LoadSample::* count) {
             return number(static_cast<double>(now.*count - before.*count) / time);
         };
-        fmt::format_to(std::back_inserter(text), "{:.3f} {} {} {} {} {} {} {} {} {} {} {} {}\n", now.at,
+        fmt::format_to(std::back_inserter(text), "{:.3f} {} {} {} {} {} {} {} {} {} {} {} {} {}\n", now.at,
                        rate(&LoadSample::in), rate(&LoadSample::reports), rate(&LoadSample::traces),
-                       rate(&LoadSample::refused), ms(now.median), ms(now.slow), ms(now.slowest),
-                       entries(now.event_queue), entries(now.trc_queue), entries(now.delay_queue),
-                       number(now.backlog ? now.backlog->predicted.count() : NAN),
-                       number(now.backlog ? now.backlog->measured.count() : NAN));
+                       rate(&LoadSample::refused), ms(now.median), ms(now.slow), ms(now.slowest), now.event_queue,
+                       now.trc_queue, now.delay_queue, number(now.backlog ? now.backlog->predicted.count() : NAN),
+                       number(now.backlog ? now.backlog->measured.count() : NAN), now.inbox);
     }
     return text + "END\n";
 }
@@ -113,7 +110,7 @@ set label 1 "publishing ends" at {end}, graph 0.06 right offset -0.6,0 tc rgb "#
 set yrange [0:*]
 set ylabel "events a second"
 plot $load using 1:2 ls 1 title "in", "" using 1:3 ls 2 title "first reports", \
-     "" using 1:4 ls 3 title "traces", "" using 1:5 ls 4 title "refused"
+     "" using 1:4 ls 3 title "traces"{refused}
 unset label 1
 set ylabel "ms to the first report"
 set yrange [*:*]
@@ -123,12 +120,17 @@ plot $load using 1:6 ls 1 title "median", "" using 1:7 ls 3 title "p99", "" usin
 unset logscale y
 set yrange [0:*]
 set xlabel "seconds"
-set ylabel "entries of a queue"
-{backlog_axis}
-plot $load using 1:9 ls 1 title "event queue", "" using 1:10 ls 2 title "trc queue", \
-     "" using 1:11 ls 3 title "delay queue", {limit} ls 5 title "limit"{backlog_lines}
+{queues}
 unset multiplot
 )";
+constexpr const char* kRefused = R"(, "" using 1:5 ls 4 title "refused")";
+constexpr const char* kQueues = R"(set ylabel "entries of a queue"
+{backlog_axis}
+plot $load using 1:9 ls 1 title "event queue", "" using 1:10 ls 2 title "trc queue", \
+     "" using 1:11 ls 3 title "delay queue", {limit} ls 5 title "limit"{backlog_lines})";
+// All that is known without the log.
+constexpr const char* kInbox = R"(set ylabel "events"
+plot $load using 1:14 ls 1 title "waiting on the bus")";
 // Where a prediction was followed, a second axis shows it beside what was measured.
 constexpr const char* kBacklogAxis = "set y2label \"ms of backlog\"\nset y2tics\nset y2range [0:*]\nset border 11";
 constexpr const char* kBacklogLines =
@@ -142,13 +144,16 @@ constexpr const char* kBacklogLines =
 LoadPlot::LoadPlot(const std::string& path) : file_((gnuplot(""), path)) {}
 
 void LoadPlot::draw(const LoadEnd& end, const std::string& title) {
-    const bool backlog = end.measures.backlog.count > 0;
+    const LoadMeasures& measures = end.measures;
+    const bool backlog = measures.backlog.count > 0;
+    const std::string queues = fmt::format(
+        fmt::runtime(measures.log ? kQueues : kInbox), fmt::arg("limit", end.settings.queue_max),
+        fmt::arg("backlog_axis", backlog ? kBacklogAxis : ""), fmt::arg("backlog_lines", backlog ? kBacklogLines : ""));
     const std::string script =
         fmt::format(fmt::runtime(kScript), fmt::arg("title", title), fmt::arg("right_margin", backlog ? 10 : 3),
-                    fmt::arg("end", end.measures.seconds), fmt::arg("sleep", end.settings.idle_sleep.count()),
-                    fmt::arg("limit", end.settings.queue_max), fmt::arg("backlog_axis", backlog ? kBacklogAxis : ""),
-                    fmt::arg("backlog_lines", backlog ? kBacklogLines : ""));
-    file_.write(gnuplot(data_block(end.measures) + script));
+                    fmt::arg("end", measures.seconds), fmt::arg("sleep", end.settings.idle_sleep.count()),
+                    fmt::arg("refused", measures.log ? kRefused : ""), fmt::arg("queues", queues));
+    file_.write(gnuplot(data_block(measures.samples) + script));
     file_.flush();
 }
 

@@ -229,14 +229,17 @@ TEST(Checks, WithoutTheLogTheBusAndTheReportsAreCompared) {
     sound.bus.published = 2;
     sound.bus.sent = 2;
     sound.bus.delivered = 2;
-    sound.reports.add(R"({"recvAlarmCount":2,"eventQueueTotalCount":1,"eventQueueOverflowCount":1})");
+    sound.reports.add(
+        R"("zelreshdl":{"figures":{"recvAlarmCount":2,"eventQueueTotalCount":1,"eventQueueOverflowCount":1}})");
     EXPECT_EQ(failed_text(check_account(sound, {})), "");
     const std::pair<void (*)(Account&), const char*> faults_of_the_bus[] = {
         {[](Account& a) { ++a.bus.published; }, "published by the host"},
         {[](Account& a) { --a.bus.delivered; }, "delivered or discarded"},
         {[](Account& a) { ++a.totals.kinds[event_id::ioa_alert].reported; }, "sentToMbCount"},
-        {[](Account& a) { a.reports.add(R"({"recvAlarmCount":1})"); }, "recvAlarmCount / events delivered"},
-        {[](Account& a) { a.reports.add(R"({"hotCacheHitCount":1})"); }, "queued, refused and merged"},
+        {[](Account& a) { a.reports.add(R"("zelreshdl":{"figures":{"recvAlarmCount":1}})"); },
+         "recvAlarmCount / events delivered"},
+        {[](Account& a) { a.reports.add(R"("zelreshdl":{"figures":{"hotCacheHitCount":1}})"); },
+         "queued, refused and merged"},
     };
     for (const auto& [spoil, words] : faults_of_the_bus) {
         Account account = sound;
