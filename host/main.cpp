@@ -37,6 +37,8 @@ constexpr Command kCommands[] = {
      "zelhost decode --pretty --hex 0a0464656d6f28014209180440a8979d83b632", prepare_decode},
     {"graph", "Draw the behaviour chain of a finished trace", "zelhost graph scenarios/demo_chain.jsonl -o chain.html",
      prepare_graph},
+    {"load", "Publish made-up events at a rate and measure how the plug-in bears it",
+     "zelhost load --rate 1000 --seconds 2", prepare_load},
     {"schema", "Print a JSON Schema of the alert document or of the lines that run reads and writes", "zelhost schema",
      prepare_schema},
     {"status", "Show what a start of the plug-in in an agent folder would do", "zelhost status", prepare_status},

@@ -26,6 +26,7 @@
 #include "host/lib/dns_event.h"
 #include "host/lib/failure.h"
 #include "host/lib/session.h"
+#include "host/load/process_memory.h"
 #include "longrun/counted_memory.h"
 #include "longrun/rig.h"
 #include "retrace.pb.h"
@@ -198,7 +199,7 @@ void Rounds::compare(int round, const Figures& before, const Memory& grown) {
 std::string Rounds::run(int rounds) {
     for (int round = 0; round < kWarmUp && hold(); ++round) play(round);
     const Figures before;
-    const auto resident = static_cast<int64_t>(resident_kib());
+    const auto resident = static_cast<int64_t>(resident_kib(Trim::yes));
     const Memory first = living_memory();
     Memory last = first;
     for (int round = kWarmUp; round < kWarmUp + rounds && hold(); ++round) {
@@ -208,7 +209,7 @@ std::string Rounds::run(int rounds) {
         last = now;
     }
     const int64_t left_bytes = (last - first).bytes;
-    const int64_t growth = static_cast<int64_t>(resident_kib()) - resident;
+    const int64_t growth = static_cast<int64_t>(resident_kib(Trim::yes)) - resident;
     if (left_bytes > rounds * kLeftBytes + kMostBytesBeside) wrong(kWarmUp + rounds, "{} bytes more", left_bytes);
     if (growth > kMostGrowthKib) wrong(kWarmUp + rounds, "{} KiB more are resident", growth);
     return fmt::format(

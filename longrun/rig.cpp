@@ -1,11 +1,7 @@
 #include "longrun/rig.h"
 
-#include <malloc.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <numeric>
 #include <thread>
 
@@ -21,7 +17,6 @@ constexpr auto kStep = 2ms;
 constexpr int kPatience = 15000;  // steps
 // Every sixteenth event is kept; enough to see a buffer that went too early.
 constexpr uint64_t kHoldEvery = 16;
-constexpr std::string_view kQueueCount = "[work queue count : ";
 
 // Sets the environment. The logger reads it at its first line, which comes from the plug-in. A value that is set
 // already stays.
@@ -48,13 +43,8 @@ Rig::Rig(const std::string& agent, const std::vector<Setting>& settings, Watcher
 
 Rig::~Rig() { release_held(); }
 
-// Only the log knows the longest queue; the plug-in reports just how often the queue overflowed.
-void Rig::on_log_line(const LogLine& logged) {
-    const std::string_view line = logged.text;
-    if (const size_t at = line.find(kQueueCount); at != std::string_view::npos) {
-        const uint64_t size = strtoul(line.data() + at + kQueueCount.size(), nullptr, 10);
-        if (size > longest_event_queue_) longest_event_queue_ = size;
-    }
+void Rig::on_log_line(const LogLine& line) {
+    peaks_.line(line);
     if (watcher_) watcher_(line);
 }
 
@@ -104,13 +94,9 @@ void Rig::start() {
     ++phase_;
 }
 
-// What is on its way when the stop begins, and what the workers send while it goes on, may be released after the trace
-// module was unloaded.
 void Rig::stop() {
     ++phase_;
-    const lummb_counts before = session_.account().bus;
-    session_.stop();
-    outlived_ += before.sending + session_.account().bus.sent - before.sent;
+    outlived_ += session_.stop();
 }
 
 bool Rig::settle(const Left& discarded) {
@@ -125,15 +111,6 @@ bool Rig::settle(const Left& discarded) {
         std::this_thread::sleep_for(kStep);
         return ++steps < kPatience;
     });
-}
-
-uint64_t resident_kib() {
-    // Otherwise freed memory that the allocator keeps would look like a leak.
-    malloc_trim(0);
-    uint64_t pages = 0;
-    uint64_t resident = 0;
-    std::ifstream("/proc/self/statm") >> pages >> resident;
-    return resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) / 1024;
 }
 
 }  // namespace zelhost

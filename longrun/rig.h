@@ -1,5 +1,5 @@
-// A session as a long run needs it: a plug-in in a private copy of an agent folder, a slow subscriber that keeps some
-// events for a while, and figures of memory. The session itself drives and counts.
+// A session as a long run needs it: a plug-in in a private copy of an agent folder, and a slow subscriber that keeps
+// some events for a while. The session itself drives and counts.
 #pragma once
 
 #include <atomic>
@@ -7,11 +7,11 @@
 #include <functional>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/lib/agent_folder.h"
 #include "host/lib/session.h"
+#include "host/load/queue_peaks.h"
 
 namespace zelhost {
 
@@ -19,7 +19,7 @@ namespace zelhost {
 class Rig : private Client {
 public:
     // Sees each line of the log, one at a time, on the thread that logs. It must be quick and must not log.
-    using Watcher = std::function<void(std::string_view line)>;
+    using Watcher = std::function<void(const LogLine& line)>;
 
     // `agent` is the folder that is copied; the settings are appended in the copy. Throws Failure.
     Rig(const std::string& agent, const std::vector<Setting>& settings, Watcher watcher = {});
@@ -39,7 +39,8 @@ public:
     // Releases the events that the slow subscriber still holds.
     void release_held();
 
-    uint64_t longest_event_queue() const { return longest_event_queue_; }
+    // When nothing runs.
+    uint64_t longest_event_queue() const { return peaks_.event; }
     // The most events that may have been released after the trace module was unloaded.
     uint64_t outlived() const { return outlived_; }
 
@@ -53,7 +54,7 @@ private:
     void give_back(MbFrame::IEvent* event);
 
     Watcher watcher_;
-    std::atomic<uint64_t> longest_event_queue_ = 0;
+    QueuePeaks peaks_;                    // written on the threads that log, one at a time
     std::atomic<uint64_t> checksum_ = 0;  // of all that was given out
     std::atomic<uint64_t> phase_ = 1;     // raised at each start and before each stop: odd while the plug-in is stopped
     std::atomic<uint64_t> outlived_ = 0;
@@ -65,10 +66,5 @@ private:
     AgentFolder folder_;
     Session session_;
 };
-
-// Resident memory of the process in KiB, after the allocator has given back what it can. A sanitizer keeps what was
-// freed, so that it says nothing there.
-uint64_t resident_kib();
-inline constexpr bool kMeasureMemory = ZEL_ADDRESS_SANITIZER == 0 && ZEL_THREAD_SANITIZER == 0;
 
 }  // namespace zelhost

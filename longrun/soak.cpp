@@ -20,8 +20,9 @@
 #include "host/lib/account_text.h"
 #include "host/lib/agent_folder.h"
 #include "host/lib/clocks.h"
-#include "longrun/checks.h"
-#include "longrun/load.h"
+#include "host/load/checks.h"
+#include "host/load/load.h"
+#include "host/load/process_memory.h"
 #include "longrun/rig.h"
 #include "longrun/slope.h"
 
@@ -37,35 +38,55 @@ using std::chrono::steady_clock;
 struct RoundKind {
     const char* name;
     std::vector<const char*> settings;
-    LoadOptions load;
+    LoadPlan load;
     Terms terms;
 };
+// Three threads publish in bursts beside all other calls. The rest leaves room for events to be handled, not only shed.
+LoadPlan usual_load() {
+    return {.events = {}, .publishers = 3, .pace = {.per_second = 4000, .bursts = true}, .calls = true};
+}
+LoadPlan load_with_resets(bool reports_at_any_time) {
+    LoadPlan plan = usual_load();
+    plan.resets = true;
+    plan.reports_at_any_time = reports_at_any_time;
+    return plan;
+}
+LoadPlan load_that_leaves_nothing() {
+    LoadPlan plan = usual_load();
+    plan.events.mix = mix_that_leaves_nothing();
+    plan.file_traces = false;
+    return plan;
+}
+
 // Each kind meets limits that the others do not meet.
 const RoundKind kRounds[] = {
     {"traces put off once, failed and dropped; every event to its end",
      {"zeltrc:standin:not_ready_times=1", "zeltrc:standin:cost_ms=1", "zeltrc:standin:fail_every=7",
       "zeltrc:standin:drop_every=11"},
-     {},
+     usual_load(),
      {}},
     {"resets and reports at any time, stopped under load",
      {"zeltrc:standin:cost_ms=3", "zelreshdl:cache:cache_size=50"},
-     {.resets = true, .reports_at_any_time = true},
+     load_with_resets(true),
      {.settled = false, .resets = true}},
     {"traces given up, partial results, stopped under load",
      {"zeltrc:standin:not_ready_times=3", "zeltrc:standin:fail_every=3", "zeltrc:standin:drop_every=5",
       "zeltrc:standin:partial_result=1", "zelreshdl:config:trc_times=3"},
-     {},
+     usual_load(),
      {.settled = false, .partial_results = true}},
     {"resets, every event to its end",
      {"zelreshdl:cache:die_num=100", "zelreshdl:cache:cache_size=10", "zelreshdl:config:trace_val=10"},
-     {.resets = true},
+     load_with_resets(false),
      {.resets = true}},
-    {"no tracing, which fills no queue", {"zelreshdl:config:trc_times=0"}, {}, {}},
-    {"pure mode, in which nobody takes a trace", {"zel_pure_mode:advthreats_module:enable=0"}, {}, {.settled = false}},
+    {"no tracing, which fills no queue", {"zelreshdl:config:trc_times=0"}, usual_load(), {}},
+    {"pure mode, in which nobody takes a trace",
+     {"zel_pure_mode:advthreats_module:enable=0"},
+     usual_load(),
+     {.settled = false}},
 };
 // The second half of a soak is one round of this kind, in one process. Nothing of it stays allocated on purpose, so its
 // memory must not grow.
-const RoundKind kSteady = {"nothing that stays allocated; memory over time", {}, {.leaves_nothing = true}, {}};
+const RoundKind kSteady = {"nothing that stays allocated; memory over time", {}, load_that_leaves_nothing(), {}};
 // The shortest ages that the cache allows, so that entries die out within a round.
 constexpr const char* kCommon[] = {"zelreshdl:config:interval=1", "zelreshdl:cache:die_check_time=1",
                                    "zelreshdl:cache:die_time_linux=1"};
@@ -143,7 +164,7 @@ void Round::rest(Load& load) {
     rig_.release_held();
     rig_.session().collect();
     const auto now = std::chrono::duration<double, std::ratio<60>>(machine_now().time_since_epoch());
-    resident_.push_back({now.count(), static_cast<double>(resident_kib())});
+    resident_.push_back({now.count(), static_cast<double>(resident_kib(Trim::yes))});
 }
 
 void Round::load_until(Load& load, steady_clock::time_point end) {
@@ -166,7 +187,10 @@ bool Round::run() {
     const auto end = machine_now() + length_;
     rig_.start();
     {
-        Load load(rig_, kind_.load, seed_);
+        LoadPlan plan = kind_.load;
+        plan.events.seed = seed_;
+        // A slow subscriber: references end on the threads that publish, too.
+        Load load(rig_.session(), plan, nullptr, [this] { rig_.release_held(); });
         load_until(load, end);
         if (kind_.terms.settled) rest(load);
         rests_under_load_ = resident_.size();
@@ -194,7 +218,7 @@ void Round::check_memory(const Totals& totals, std::vector<Check>& checks) const
     checks.push_back({"resident memory, KiB / allowed", static_cast<int64_t>(resident_.back().value),
                       static_cast<int64_t>(resident_.front().value) + static_cast<int64_t>(allowed_growth_kib(totals)),
                       true});
-    if (!kind_.load.leaves_nothing) return;
+    if (&kind_ != &kSteady) return;
     const Slope slope = slope_of(std::span(resident_).first(rests_under_load_).last(rests_under_load_ / 2));
     fmt::print("  slope of the resident memory over the last quarter: {:+.1f} KiB a minute, error {:.1f}, {} samples\n",
                slope.slope, slope.error, rests_under_load_ / 2);

@@ -19,8 +19,9 @@
 
 #include "host/lib/account_text.h"
 #include "host/lib/clocks.h"
-#include "longrun/checks.h"
-#include "longrun/incoming.h"
+#include "host/load/checks.h"
+#include "host/load/process_memory.h"
+#include "host/load/publisher.h"
 #include "longrun/rig.h"
 #include "longrun/storm_account.h"
 #include "platform/event_ids.h"
@@ -86,14 +87,6 @@ constexpr Phase kPhases[] = {
     {"flat out, up to 20 s a trace, an hour allowed", 20, 0, 0, 20000, "3600000"},
 };
 
-// The account reads the number back from the GUID.
-std::string storm_alert(uint64_t number) {
-    constexpr const char* kLevels[] = {"none", "Verbose", "Low", "Medium", "High", "Critical"};
-    // Levels and sizes do not keep step, so that each level has alerts of each size.
-    const int events = 1 + static_cast<int>(number / std::size(kLevels) % 20);
-    return alert_text({.number = number, .level = kLevels[number % std::size(kLevels)], .events = events});
-}
-
 // Owns the rig and the account of the eliminator. Runs on the main thread.
 class Storm {
 public:
@@ -103,7 +96,9 @@ public:
           rig_(ZEL_AGENT_DIR,
                {parse_setting("zelreshdl:config:queue_max=100"), parse_setting("zelreshdl:config:interval=1"),
                 parse_setting("zeltrc:standin:cost_ms=1"), parse_setting("zeltrc:trace_setting:skip_behavior_level=2")},
-               [this](std::string_view line) { account_.line(line); }) {}
+               [this](const LogLine& line) { account_.line(line); }),
+          // The account reads each alert's number back from the GUID, so the numbers begin at 0.
+          publisher_(rig_.session(), {.mix = parse_mix("graded=1")}, 0) {}
 
     bool run();
 
@@ -116,20 +111,16 @@ private:
     const uint64_t alerts_;
     StormAccount account_;
     Rig rig_;
-    uint64_t published_ = 0;
+    Publisher publisher_;
     bool good_ = true;
     int64_t growth_kib_ = 0;
 };
 
-// Publishes in groups of a hundred, because a sleep for each document would be too coarse.
 void Storm::blow(uint64_t alerts, int per_second) {
-    const auto begin = Clock::now();
-    for (uint64_t i = 0; i < alerts; ++i) {
-        if (per_second != 0 && i % 100 == 0)
-            std::this_thread::sleep_until(begin +
-                                          std::chrono::microseconds(i * 1000000 / static_cast<uint64_t>(per_second)));
-        const std::string text = storm_alert(published_++);
-        rig_.session().publish(event_id::ioa_alert, text.data(), text.size());
+    publisher_.begin({.per_second = static_cast<double>(per_second)});
+    while (alerts > 0) {
+        alerts -= publisher_.turn(alerts);
+        publisher_.rest();
     }
 }
 
@@ -152,7 +143,7 @@ bool Storm::run() {
     blow(kWarmUp, 0);
     settle();
     rig_.release_held();
-    const auto before = static_cast<int64_t>(resident_kib());
+    const auto before = static_cast<int64_t>(resident_kib(Trim::yes));
     // Each phase ends at rest, so its figures are its own.
     for (const Phase& phase : kPhases) {
         const std::string settings =
@@ -174,7 +165,7 @@ bool Storm::run() {
     }
     // Held events would count as growth.
     rig_.release_held();
-    growth_kib_ = static_cast<int64_t>(resident_kib()) - before;
+    growth_kib_ = static_cast<int64_t>(resident_kib(Trim::yes)) - before;
     fmt::print("resident memory {} KiB before, {} KiB more after\n", before, growth_kib_);
     // The figures of the plug-in are part of the checks.
     rig_.session().collect();
@@ -190,13 +181,14 @@ bool Storm::sum_up() {
     fmt::print("{}", account_text(account, End::quiet));
     // The limits of the queues count inclusive, so each queue may hold one more. The trc queue may also get all that
     // the event queue held, and one that the alarm worker had in hand.
-    check("event queue, longest", log.longest_event_queue, kQueueMax + 1);
-    check("trc queue, longest that the intake met", log.longest_trc_queue, 2 * kQueueMax + 3);
+    check("event queue, longest", log.queues.event, kQueueMax + 1);
+    check("trc queue, longest that the intake met", log.queues.trc, 2 * kQueueMax + 3);
     // The eliminator also counts the alert whose trace is running, which is one more.
     check("waiting for a trace or in one, most at once", log.most_waiting, 2 * kQueueMax + 3 + 1);
-    check("alerts published", alerts.in, published_, true);
+    check("alerts published", alerts.in, publisher_.published(), true);
     check("alerts shed at the intake, by lines", log.full_lines, alerts.queue_full, true);
-    check("alerts shed at the intake and published as reports", alerts.queue_full + alerts.reported, published_, true);
+    check("alerts shed at the intake and published as reports", alerts.queue_full + alerts.reported,
+          publisher_.published(), true);
     check("reports whose trace has an end", account_.count_ended(), alerts.reported, true);
     check("ends of traces, by lines", static_cast<uint64_t>(ended_traces(totals)), alerts.reported, true);
     // A shed alert ends when its turn comes, so after the settling both numbers are equal.
@@ -216,8 +208,8 @@ bool Storm::sum_up() {
     if (kMeasureMemory)
         check("growth of resident memory, KiB", static_cast<uint64_t>(std::max<int64_t>(growth_kib_, 0)),
               kMostGrowthKib);
-    const std::string failed = failed_text(
-        check_account(account, {.longest_event_queue = log.longest_event_queue, .outlived = rig_.outlived()}));
+    const std::string failed =
+        failed_text(check_account(account, {.longest_event_queue = log.queues.event, .outlived = rig_.outlived()}));
     fmt::print("{}storm: {}\n", failed, good_ && failed.empty() ? "all holds" : "NOT all holds");
     return good_ && failed.empty();
 }

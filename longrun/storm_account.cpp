@@ -20,12 +20,6 @@ constexpr std::string_view kPopped = ", pop from eliminator";
 // One thread writes the predictions and the drops. Lines of other threads come in between and do not end a pass.
 thread_local bool on_trace_worker = false;
 
-// The text behind the prefix; empty when the line has no prefix.
-std::string_view text_of(std::string_view line) {
-    const size_t at = line.find(")] ");
-    return at == std::string_view::npos ? std::string_view{} : line.substr(at + 3);
-}
-
 // The number behind a name at the start of the text. The lines are terminated, so strtoll stops.
 std::optional<int64_t> number_behind(std::string_view text, std::string_view name) {
     if (!text.starts_with(name)) return {};
@@ -42,8 +36,8 @@ void StormAccount::set_limit(int64_t milliseconds) {
     limit_ = milliseconds;
 }
 
-void StormAccount::line(std::string_view line) {
-    const std::string_view text = text_of(line);
+void StormAccount::line(const LogLine& line) {
+    const std::string_view text = line.body;
     if (text.empty()) return;
     const std::lock_guard lock(mutex_);
 
@@ -75,26 +69,11 @@ void StormAccount::line(std::string_view line) {
                         : text.find("dropped") != std::string_view::npos ? End::dropped
                                                                          : End::failed;
         end_alert(guid_number(text.substr(text.find("guid:") + 5)), end);
-    } else if (const auto count = number_behind(text, "[work queue count : ")) {
-        figures_.longest_event_queue = std::max(figures_.longest_event_queue, static_cast<uint64_t>(*count));
-    } else if (text.starts_with("The queue reached the threshold.")) {
-        queue_sizes(text.data());
+    } else if (figures_.queues.line(line)) {
+        figures_.full_lines += line.row->figure == &KindFigures::queue_full;
     } else if (text.starts_with("drop trace will decrease: ")) {
         ++figures_.savings_lines;
     }
-}
-
-// The line of the intake is the only one that shows all three queues.
-void StormAccount::queue_sizes(const char* text) {
-    size_t event = 0;
-    size_t trc = 0;
-    size_t delay = 0;
-    sscanf(text, "The queue reached the threshold. Event queue:%zu, trc queue:%zu, delay queue:%zu", &event, &trc,
-           &delay);
-    ++figures_.full_lines;
-    figures_.longest_event_queue = std::max<uint64_t>(figures_.longest_event_queue, event);
-    figures_.longest_trc_queue = std::max<uint64_t>(figures_.longest_trc_queue, trc);
-    figures_.longest_delay_queue = std::max<uint64_t>(figures_.longest_delay_queue, delay);
 }
 
 void StormAccount::push(const Alert& alert) {

@@ -9,8 +9,9 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "host/load/queue_peaks.h"
 
 namespace zelhost {
 
@@ -24,9 +25,7 @@ struct StormFigures {
     uint64_t older_severe = 0;  // drops of an alert while a milder one, younger, was left
     uint64_t settled = 0;       // drops whose alert the trace stage has reported as dropped
     int64_t largest_prediction = 0;
-    uint64_t longest_event_queue = 0;
-    uint64_t longest_trc_queue = 0;  // as the intake met it
-    uint64_t longest_delay_queue = 0;
+    QueuePeaks queues;
     uint64_t most_waiting = 0;  // alerts in the account at once
     uint64_t full_lines = 0;    // of the intake
     uint64_t savings_lines = 0;
@@ -39,7 +38,7 @@ public:
     StormAccount(uint64_t alerts, int skip_level);
 
     // Takes a line of the log, on the thread that logs.
-    void line(std::string_view line);
+    void line(const LogLine& line);
     // The limit for the passes to come. No pass may be under way.
     void set_limit(int64_t milliseconds);
 
@@ -78,7 +77,6 @@ private:
     void drop(uint64_t number);
     void end_pass(std::string_view text);
     void end_alert(uint64_t number, End end);
-    void queue_sizes(const char* text);
     int64_t predict(const PerLevel& counts) const;
     PerLevel quotas(int64_t excess, const PerLevel& counts) const;
     int64_t cost(int level) const { return level <= skip_level_ ? trunk_ : full_; }

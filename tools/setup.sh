@@ -23,6 +23,7 @@ packages=(
     rapidjson-dev       # input lines of zelhost
     libgraphviz-dev     # pictures of behaviour chains
     prometheus-cpp-dev  # metrics of a run
+    gnuplot-nox         # zelhost load --plot: rates, latencies and queues over time
     libgtest-dev        # tests
     libgmock-dev        # matchers of the tests
     librapidcheck-dev   # random tests against a model

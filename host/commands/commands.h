@@ -17,6 +17,7 @@ using Action = std::function<ExitCode()>;
 // Each adds the options and the help text of its command to `app` and returns the action, which owns the options.
 Action prepare_completion(CLI::App& app);
 Action prepare_man(CLI::App& app);
+Action prepare_load(CLI::App& app);
 Action prepare_graph(CLI::App& app);
 Action prepare_run(CLI::App& app);
 Action prepare_replay(CLI::App& app);

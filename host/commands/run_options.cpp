@@ -4,9 +4,9 @@
 #include <memory>
 #include <span>
 
+#include "host/commands/agent_options.h"
 #include "host/commands/commands.h"
 #include "host/commands/run.h"
-#include "host/lib/failure.h"
 #include "host/lib/severity.h"
 
 namespace zelhost {
@@ -29,50 +29,6 @@ With --pretty a line has time, kind, severity, rule (and how many more), process
 what became of it, and the start of the GUID. Events that were lost on the alarm
 worker and traces without a chain have lines, too; --limit does not count those.
 An output that nobody reads any more ends the run without a message.)";
-
-// An option that is short for one setting.
-struct Shorthand {
-    const char* option;
-    const char* help;
-    Setting setting;  // without its value
-};
-// The values that are changed most often; their limits are the plug-in's, which takes its default outside of them.
-const Shorthand kShorthands[] = {
-    {"--not-ready",
-     "How often the trace module puts an alert off: zeltrc:standin:not_ready_times",
-     {"zeltrc", "standin", "not_ready_times", ""}},
-    {"--trace-cost", "How long a trace takes, in ms: zeltrc:standin:cost_ms", {"zeltrc", "standin", "cost_ms", ""}},
-    {"--queue-max",
-     "Limit of each queue, 50 to 500: zelreshdl:config:queue_max",
-     {"zelreshdl", "config", "queue_max", ""}},
-    {"--trc-times",
-     "Most tries of a trace, 0 to 16, 0 for no traces: zelreshdl:config:trc_times",
-     {"zelreshdl", "config", "trc_times", ""}},
-};
-
-// Settings do not change the agent folder: the run plays in a copy that has them.
-void add_settings(CLI::App& app, RunOptions& options) {
-    app.add_option_function<std::vector<std::string>>(
-           "--set",
-           [&options](const std::vector<std::string>& texts) {
-               for (const std::string& text : texts) try {
-                       options.settings.push_back(parse_setting(text));
-                   } catch (const Failure& e) {
-                       throw CLI::ValidationError("--set", e.what());
-                   }
-           },
-           "One value of an ini file, in a temporary copy of the agent folder; FILE is zelreshdl, zeltrc or "
-           "zel_pure_mode. May be repeated")
-        ->type_name("FILE:SECTION:KEY=VALUE");
-    for (const Shorthand& shorthand : kShorthands)
-        app.add_option_function<uint32_t>(
-               shorthand.option,
-               [&options, setting = shorthand.setting](const uint32_t& value) {
-                   options.settings.push_back({setting.file, setting.section, setting.key, std::to_string(value)});
-               },
-               shorthand.help)
-            ->type_name("N");
-}
 
 // An option with one of several words. `words` begins with that of the value `first`.
 template <class Value>
@@ -120,8 +76,7 @@ void add_output_options(CLI::App& app, RunOptions& options) {
 
 // Each help text names its default, because the parser does not know what an empty value stands for.
 void add_options(CLI::App& app, RunOptions& options) {
-    app.add_option("--root", options.root, "Agent folder; the one that zelhost stands in if not given")
-        ->type_name("DIR");
+    add_root_option(app, options.root);
     app.add_option("--input", options.input, "Script to play, - for standard input (default)")->type_name("FILE");
     app.add_option("--output", options.output, "Where the JSON lines go, - for standard output (default)")
         ->type_name("FILE");
@@ -138,7 +93,7 @@ void add_options(CLI::App& app, RunOptions& options) {
            "Longest wait for open traces, in seconds (180)")
         ->type_name("S");
     add_output_options(app, options);
-    add_settings(app, options);
+    add_settings(app, options.settings);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "host/commands/agent_options.h"
 #include "host/commands/commands.h"
 #include "host/lib/agent_folder.h"
 #include "host/lib/console.h"
@@ -138,8 +139,7 @@ Action prepare_status(CLI::App& app) {
         "Settings with where each comes from, subscription and mode, libraries and their functions, flag files and "
         "environment. Nothing is started and nothing is written. When a start would fail, the log lines that would say "
         "so come first, and the exit code is 1.");
-    app.add_option("--root", options->root, "Agent folder; the one that zelhost stands in if not given")
-        ->type_name("DIR");
+    add_root_option(app, options->root);
     app.add_flag("--json", options->json, "One JSON object on one line, for programs");
     add_color_option(app, options->color);
     return [options] { return show_status(*options); };

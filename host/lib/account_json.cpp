@@ -1,8 +1,5 @@
 #include "host/lib/account_json.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <cmath>
 
 #include "host/lib/event_names.h"
@@ -12,7 +9,7 @@
 namespace zelhost {
 namespace {
 
-using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+using Writer = JsonWriter;
 
 void number(Writer& out, const char* key, int64_t value) {
     out.Key(key);
@@ -99,12 +96,7 @@ void write_statistics(Writer& out, const Account& account, bool collected) {
 
 }  // namespace
 
-std::string account_json(const Account& account, const RunEnd& run, bool collected) {
-    rapidjson::StringBuffer buffer;
-    Writer out(buffer);
-    out.StartObject();
-    write_run(out, run);
-    write_log(out, account, run.log_place);
+void write_account(JsonWriter& out, const Account& account, bool collected) {
     out.Key("events");
     out.StartArray();
     for (const auto& [id, kind] : account.totals.kinds)
@@ -116,6 +108,15 @@ std::string account_json(const Account& account, const RunEnd& run, bool collect
     out.EndObject();
     write_traces(out, account);
     write_statistics(out, account, collected);
+}
+
+std::string account_json(const Account& account, const RunEnd& run, bool collected) {
+    rapidjson::StringBuffer buffer;
+    Writer out(buffer);
+    out.StartObject();
+    write_run(out, run);
+    write_log(out, account, run.log_place);
+    write_account(out, account, collected);
     out.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize()) + '\n';
 }

@@ -1,6 +1,9 @@
 // The account as programs read it.
 #pragma once
 
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
 #include <string>
 
 #include "host/lib/account.h"
@@ -14,6 +17,11 @@ struct RunEnd {
     uint64_t lines = 0, skipped = 0, shown = 0;
     std::string log_place;
 };
+
+using JsonWriter = rapidjson::Writer<rapidjson::StringBuffer>;
+
+// The members "events", "given_out", "traces" and "statistics" of an object that is open. What is null is as below.
+void write_account(JsonWriter& out, const Account& account, bool collected);
 
 // One object on one line, with its end. What only the log tells is null where the log is not read, and the plug-in's
 // own statistics are null where nobody collects them.

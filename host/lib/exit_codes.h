@@ -21,10 +21,11 @@ inline constexpr ExitCodeWords kExitCodes[] = {
     {kFailed, "a message is damaged", "decode"},
     {kFailed, "a start would fail", "status"},
     {kFailed, "what came out is not what the record has", "replay"},
+    {kFailed, "the account does not close", "load"},
     {kUsage, "a wrong command line"},
     {kUsage, "a file cannot be read", "check"},
     {kLinesSkipped, "lines of the input were skipped", "run graph"},
-    {kMaxWaitPassed, "--max-wait passed", "run"},
+    {kMaxWaitPassed, "--max-wait passed", "run load"},
 };
 
 }  // namespace zelhost

@@ -99,7 +99,7 @@ LogLine Figures::log_line(uint64_t thread, int32_t level, std::string_view line)
     last_sign_ = Clock::now();
     const std::string_view text = text_of(line);
     const LogText* const row = find_row(text);
-    if (text == kNoAgentIdText) return {.level = level, .text = line, .advice = true};
+    if (text == kNoAgentIdText) return {.level = level, .text = line, .body = text, .advice = true};
 
     const std::lock_guard lock(mutex_);
     totals_.errors += level == ZEL_LOG_ERROR;
@@ -115,7 +115,7 @@ LogLine Figures::log_line(uint64_t thread, int32_t level, std::string_view line)
         const size_t guid = text.rfind(kGuidText) + kGuidText.size();
         pushed_.emplace(text.substr(guid, text.size() - kPushedText.size() - guid));
     }
-    if (row == nullptr) return {.level = level, .text = line};
+    if (row == nullptr) return {.level = level, .text = line, .body = text};
 
     if (row->begins != nothing)
         in_hand_[thread] = row->begins == numbered ? number_at(text.substr(row->text.size())) : row->begins;
@@ -130,7 +130,7 @@ LogLine Figures::log_line(uint64_t thread, int32_t level, std::string_view line)
         if (in_hand == event_id::kov) ended_since_.emplace();
     }
     if (text.starts_with(kTraceAnswer)) trace_line(row->figure, in_hand, std::string(rest));
-    return {.level = level, .text = line, .row = row, .event = event, .rest = rest};
+    return {.level = level, .text = line, .body = text, .row = row, .event = event, .rest = rest};
 }
 
 // Called between a stop and the next start, when no thread of the plug-in runs.
@@ -214,6 +214,7 @@ Totals Figures::totals() const {
     const std::lock_guard lock(mutex_);
     Totals totals = totals_;
     totals.waiting_traces = pushed_.size();
+    totals.put_off_traces = put_off_.size();
     for (const auto& [guid, event] : put_off_) {
         totals.waiting_traces += pushed_.contains(guid) ? 0 : 1;
         totals.waiting_completions += event == event_id::kov;

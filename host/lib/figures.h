@@ -67,6 +67,7 @@ std::span<const LogText> log_texts();
 struct LogLine {
     int32_t level = 0;
     std::string_view text;         // the whole line, prefix included
+    std::string_view body{};       // the plug-in's text, without the prefix; empty for the lines of others
     const LogText* row = nullptr;  // what it counts; null for nothing
     EVENT_ID event = 0;            // whose figure it is; 0 for no event's
     std::string_view rest{};       // what stands behind the row's text
@@ -92,6 +93,7 @@ struct Totals {
     bool tracing_off = false;                      // by the settings
     uint64_t waiting_traces = 0;                   // handed to the trace stage, without an end
     uint64_t waiting_completions = 0;              // of these, KOV alerts before their report
+    uint64_t put_off_traces = 0;                   // of these, put off at least once
 
     uint64_t sum(Figure figure) const;        // over all kinds
     KindFigures of(uint32_t event_id) const;  // zeros for a kind that was not met

@@ -92,6 +92,7 @@ Session::Session(const AgentFolder& folder, Client& client, int visibility)
 void Session::watch_log() {
     if (!support_.set_log_tap) return;
     support_.set_log_tap(take_log_line, this);
+    reads_log_ = true;
     undo_.add([this] { support_.set_log_tap(nullptr, nullptr); });
 }
 
@@ -141,13 +142,21 @@ int Session::start() {
 
 // Also after a start that failed, as an agent does. The counter forgets the threads only when the bus has come to rest:
 // until then its thread may still be in the middle of an event.
-void Session::stop() {
-    if (!std::exchange(started_, false)) return;
+uint64_t Session::stop() {
+    if (!std::exchange(started_, false)) return 0;
     const Told told(client_, {.kind = Input::stop});
+    const lummb_counts before = bus_.counts();
     plugin_.stop();
     plugin_.uninit();
     drain();
     figures_.workers_ended();
+    return before.sending + bus_.counts().sent - before.sent;
+}
+
+// The plug-in formats no line then, unless its logger writes it.
+void Session::leave_log() {
+    support_.set_log_tap(nullptr, nullptr);
+    reads_log_ = false;
 }
 
 // --- what comes back ---
@@ -322,7 +331,7 @@ std::optional<zeltrc_counts> Session::trace_counts() const {
 uint64_t Session::open_traces() const {
     const std::optional<zeltrc_counts> counts = trace_counts();
     if (!counts) return figures_.totals().waiting_traces;
-    const uint64_t put_off = support_.set_log_tap ? figures_.put_off_traces() : counts->waiting;
+    const uint64_t put_off = reads_log_ ? figures_.put_off_traces() : counts->waiting;
     return std::max(figures_.pushed_traces(), counts->running + std::min(counts->waiting, put_off));
 }
 
@@ -358,7 +367,7 @@ Account Session::account() const {
     account.bus = bus_.counts();
     account.trace = trace_counts();
     account.trace_module = trace_module_;
-    account.log = static_cast<bool>(support_.set_log_tap);
+    account.log = reads_log_;
     account.totals = figures_.totals();
     account.left = left_of(account.totals);
     const std::lock_guard lock(mutex_);

@@ -113,9 +113,14 @@ public:
 
     // Starts the plug-in; the result of plugin_init. Start and stop are called on one thread, in turn.
     int start();
-    // Stops the plug-in and drains the bus. Does nothing unless a start came before. Throws Failure when the bus does
-    // not come to rest.
-    void stop();
+    // Stops the plug-in and drains the bus. Does nothing unless a start came before. Answers how many outgoing events
+    // may have been released after the trace module was unloaded, at most: what was on its way when the stop began, and
+    // what the workers sent while it went on. Throws Failure when the bus does not come to rest.
+    uint64_t stop();
+
+    // From now on the log is not read: the plug-in is as fast as in an agent, and the account holds only what crosses
+    // the bus and what the plug-in reports. Before anything is published.
+    void leave_log();
 
     enum class Published { accepted, not_subscribed, given_up };
     // Publish one event and count it; while the bus is full they try again. Any thread. Throw Failure when the bus
@@ -182,6 +187,7 @@ private:
     Figures figures_;
     bool started_ = false;
     bool trace_module_ = false;  // the plug-in had loaded one after its start
+    bool reads_log_ = false;
 
     mutable std::mutex mutex_;  // guards the next four
     Reports reports_;

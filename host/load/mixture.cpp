@@ -1,54 +1,18 @@
-#include "longrun/incoming.h"
+#include "host/load/mixture.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <charconv>
 #include <iterator>
-#include <string_view>
+#include <numeric>
 
 #include "host/lib/alert.h"
+#include "host/lib/failure.h"
 #include "platform/event_ids.h"
 
 namespace zelhost {
 namespace {
-
-// The objects of the event types that a document mixes, with the keys that the decoder of each type asks for.
-struct Object {
-    int type;
-    const char* keys;
-};
-constexpr Object kObjects[] = {
-    {1,
-     R"("ObjectPid":4711,"ObjectTid":4711,"ObjectImage":"/usr/bin/curl","ObjectCmd":"curl -o /tmp/.x","ObjectCreateTime":1715000002000,"ObjectUser":"root","ObjectGuid":"6f1b2c3d-0000-4000-8000-000000000002","ObjectMd5":"m","ObjectSha256":"s","DecodedObjectCmd":"","PostOpr":[{"Type":1,"Name":["SubjectPid","ObjectPid"]}])"},
-    {6, R"("FileType":"elf","FilePath":"/tmp/.x/kworker")"},
-    {14, R"("DstPort":4444,"SrcPort":50022,"DstIp":"198.51.100.9","Protocol":"tcp","SrcIp":"192.0.2.10")"},
-    {26, R"("FilePath":"/etc/shadow","FileType":"text")"},
-    {8, R"("FileType":"script","OldFilePath":"/tmp/.x/job","NewFilePath":"/etc/cron.hourly/job")"},
-};
-constexpr const char* kRuleKeys = R"("internal_id":"i","tags":["linux","shell"],"risk_tag":"r","confidence":80)";
-
-// Pids and images repeat within a document, as they do in a real one.
-AlertEvent event(uint64_t number, int index) {
-    const Object& object = kObjects[static_cast<size_t>(index) % std::size(kObjects)];
-    return {.type = object.type,
-            .pid = 1000 + static_cast<uint64_t>(index),
-            .image = fmt::format("/usr/bin/tool-{}", index % 7),
-            .keys = object.keys,
-            .op_time = 1715000000000 + index,
-            .command = fmt::format("tool -d {}", number),
-            .guid = guid_text(number % 64)};
-}
-
-// Scores differ from rule to rule, so that the best rule is not always the first.
-AlertRule rule(const AlertForm& form, int index) {
-    AlertRule rule{
-        .id = index == 0 && !form.rule_id.empty() ? form.rule_id : fmt::format("R-{}-{}", form.number, index),
-        .status = form.status,
-        .events = {},
-        .keys = kRuleKeys,
-        .score = 5 + index};
-    for (int i = 0; i < form.events; ++i) rule.events.push_back(event(form.number, index * form.events + i));
-    return rule;
-}
 
 // One field of a serialised message: its number, which must be below 16, and its bytes. Written by hand, because a long
 // run must also send what a protobuf library would not.
@@ -63,33 +27,39 @@ std::string field(uint32_t number, std::string_view bytes) {
 // In vorn_trace_info and threat_alert.
 constexpr uint32_t kAgentId = 1, kTaskId = 2, kThreat = 8, kAlertGuid = 2;
 
+constexpr const char* kLevels[] = {"none", "Verbose", "Low", "Medium", "High", "Critical"};
+
 }  // namespace
 
-std::string alert_text(const AlertForm& form) {
-    Alert alert{.number = static_cast<int64_t>(form.number),
-                .type = form.type,
-                .container = form.container,
-                .rules = {},
-                .level = form.level};
-    for (int i = 0; i < form.rules; ++i) alert.rules.push_back(rule(form, i));
-    if (form.type == 2) alert.process_set = {event(form.number, 0)};
-    return alert.text();
+// The number tells the two mixtures of one seed apart.
+Mixture::Mixture(EventSink& sink, uint32_t seed, uint32_t number, const Mix& mix, int events)
+    : sink_(sink),
+      next_(uint64_t{number} << 32),
+      mix_(mix),
+      shares_(std::accumulate(mix.begin(), mix.end(), 0u)),
+      events_(events) {
+    std::seed_seq both{seed, number};
+    random_.seed(both);
 }
 
-void Mixture::send(uint32_t id, const std::string& data) { session_.publish(id, data.data(), data.size()); }
+void Mixture::send(uint32_t id, const std::string& data, uint64_t number) {
+    sink_.take(id, data.data(), data.size(), number);
+}
 
 void Mixture::send_alert(AlertForm form, uint32_t id) {
-    constexpr const char* kLevels[] = {"none", "Verbose", "Low", "Medium", "High", "Critical"};
     // The number makes the GUID, so no two alerts have the same one.
     form.number = next_++;
     form.level = kLevels[below(random_, std::size(kLevels))];
-    send(id, alert_text(form));
+    if (events_ > 0) form.events = events_;
+    send(id, alert_text(form), form.number);
 }
 
 void Mixture::fresh_alert() {
     const int rules = 1 + static_cast<int>(below(random_, 3));
     send_alert({.rules = rules, .events = 1 + static_cast<int>(below(random_, 3))}, event_id::ioa_alert);
 }
+
+void Mixture::huge_alert() { send_alert({.events = 1000}, event_id::ioa_alert); }
 
 // There are eight rules in all, so most of these alerts come within a minute of one like them.
 void Mixture::repeated_alert() {
@@ -108,6 +78,15 @@ void Mixture::busy_rule_alert() {
 }
 
 void Mixture::trigger_alert() { send_alert({.status = "Trigger"}, event_id::ioa_alert); }
+
+// Levels and sizes follow from the number and do not keep step, so that each level has alerts of each size.
+void Mixture::graded_alert() {
+    const uint64_t number = next_++;
+    const int drawn = 1 + static_cast<int>(number / std::size(kLevels) % 20);
+    const int events = events_ > 0 ? events_ : drawn;
+    send(event_id::ioa_alert,
+         alert_text({.number = number, .level = kLevels[number % std::size(kLevels)], .events = events}), number);
+}
 
 void Mixture::memory_alert() { send_alert({.events = 2}, event_id::memory_trojan); }
 
@@ -157,7 +136,7 @@ void Mixture::garbage() {
 void Mixture::no_data() {
     constexpr uint32_t kIds[] = {event_id::ioa_alert,    event_id::memory_trojan, event_id::port_scan,
                                  event_id::event_detect, event_id::kov,           event_id::trc_ex};
-    session_.publish(kIds[below(random_, std::size(kIds))], nullptr, below(random_, 2) * 100);
+    sink_.take(kIds[below(random_, std::size(kIds))], nullptr, below(random_, 2) * 100, EventSink::kNoNumber);
 }
 
 void Mixture::fresh_hit() { hit(next_++, below(random_, 5)); }
@@ -183,48 +162,86 @@ void Mixture::hit(uint64_t number, uint32_t kind) {
     record.ullHead[12] = 1715000000000 + below(random_, 100000);
     record.pszText[0] = "repository";
     record.pVariant = variants[kind];
-    session_.publish(record, domain.c_str());
+    sink_.take(record, domain.c_str());
 }
 
-struct Mixture::Kind {
-    uint32_t share;
-    void (Mixture::*publish)();
-    bool stays = false;  // a node, a tree or a record of it may stay allocated
-};
-// Each kind with its share. The kinds of which something stays are rare, so that memory does not grow with the length
-// of a run.
+// Each kind with its share. The kinds of which something stays are rare in the usual mix, so that memory does not grow
+// with the length of a run. Those without a share there are for whoever asks for them.
 const Mixture::Kind Mixture::kKinds[] = {
-    {30, &Mixture::fresh_alert},
-    {12, &Mixture::repeated_alert},
-    {6, &Mixture::container_alert},
-    {8, &Mixture::scenario_alert},
-    {6, &Mixture::busy_rule_alert},
-    {3, &Mixture::trigger_alert},
-    {10, &Mixture::memory_alert},
-    {4, &Mixture::bad_document, true},
-    {6, &Mixture::finding},
-    {6, &Mixture::detection},
-    {6, &Mixture::kov},
-    {3, &Mixture::expand},
-    {1, &Mixture::ignored, true},
-    {3, &Mixture::garbage, true},
-    {1, &Mixture::no_data},
-    {10, &Mixture::fresh_hit},
-    {10, &Mixture::repeated_hit},
+    {"alert", "alerts with 1 to 3 rules, each of 1 to 3 events", 30, &Mixture::fresh_alert},
+    {"huge", "alerts with 1000 events", 0, &Mixture::huge_alert},
+    {"repeat", "alerts like an earlier one: there are 8 of them", 12, &Mixture::repeated_alert},
+    {"container", "alerts from a container, which are not traced", 6, &Mixture::container_alert},
+    {"scenario", "alerts whose processes are to be checked", 8, &Mixture::scenario_alert},
+    {"busy", "alerts that are filtered while many traces wait", 6, &Mixture::busy_rule_alert},
+    {"trigger", "alerts whose rules are all triggers", 3, &Mixture::trigger_alert},
+    {"graded", "alerts of all levels and of 1 to 20 events, in turn", 0, &Mixture::graded_alert},
+    {"memory", "memory Trojans", 10, &Mixture::memory_alert},
+    {"bad", "alert documents that cannot be used", 4, &Mixture::bad_document, true},
+    {"finding", "port scans, brute force and abnormal logins", 6, &Mixture::finding},
+    {"detection", "detection results, cut anywhere", 6, &Mixture::detection},
+    {"kov", "KOV alerts", 6, &Mixture::kov},
+    {"expand", "requests to expand a chain", 3, &Mixture::expand},
+    {"ignored", "events that are taken and ignored", 1, &Mixture::ignored, true},
+    {"garbage", "random bytes under any event id", 3, &Mixture::garbage, true},
+    {"no-data", "events without data", 1, &Mixture::no_data},
+    {"dns", "DNS hits", 10, &Mixture::fresh_hit},
+    {"dns-repeat", "DNS hits like an earlier one: there are 20 of them", 10, &Mixture::repeated_hit},
 };
 
-void Mixture::publish_one() {
-    // The sum of all shares.
-    constexpr uint32_t kShares = 125;
-    uint32_t at = below(random_, kShares);
-    // A kind gets as many of the numbers as its share says.
-    for (const Kind& kind : kKinds) {
-        if (at < kind.share) {
-            if (!leaves_nothing_ || !kind.stays) (this->*kind.publish)();
-            return;
-        }
-        at -= kind.share;
+std::span<const Mixture::Kind> Mixture::kinds() { return kKinds; }
+
+// A kind gets as many of the numbers as its share says.
+void Mixture::make_one() {
+    uint32_t at = below(random_, shares_);
+    for (size_t kind = 0; kind < mix_.size(); ++kind) {
+        if (at < mix_[kind]) return (this->*kKinds[kind].make)();
+        at -= mix_[kind];
     }
+}
+
+Mix usual_mix() {
+    Mix mix;
+    for (const Mixture::Kind& kind : Mixture::kinds()) mix.push_back(kind.share);
+    return mix;
+}
+
+Mix mix_that_leaves_nothing() {
+    Mix mix;
+    for (const Mixture::Kind& kind : Mixture::kinds()) mix.push_back(kind.stays ? 0 : kind.share);
+    return mix;
+}
+
+namespace {
+
+// One kind and its share go to their place in the mix.
+void parse_part(std::string_view part, Mix& mix) {
+    const size_t equals = part.find('=');
+    if (equals == std::string_view::npos) throw Failure("\"{}\" is not of the form KIND=SHARE", part);
+    const std::string_view name = part.substr(0, equals);
+    const std::string_view digits = part.substr(equals + 1);
+    const auto found =
+        std::ranges::find(Mixture::kinds(), name, [](const auto& kind) { return std::string_view(kind.name); });
+    if (found == Mixture::kinds().end()) throw Failure("\"{}\" is no kind of event", name);
+    uint32_t share = 0;
+    const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), share);
+    constexpr uint32_t kMost = 1'000'000;  // so that the sum of all shares fits
+    if (end.ec != std::errc() || end.ptr != digits.data() + digits.size() || share > kMost)
+        throw Failure("the share of {} is a whole number from 0 to {}, not \"{}\"", name, kMost, digits);
+    mix[static_cast<size_t>(found - Mixture::kinds().begin())] = share;
+}
+
+}  // namespace
+
+Mix parse_mix(std::string_view text) {
+    Mix mix(Mixture::kinds().size(), 0);
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find(',', begin), text.size());
+        parse_part(text.substr(begin, end - begin), mix);
+        begin = end + 1;
+    }
+    if (std::ranges::count(mix, 0u) == std::ssize(mix)) throw Failure("at least one share must be above 0");
+    return mix;
 }
 
 }  // namespace zelhost

@@ -32,6 +32,7 @@ struct Check {
 
     bool holds() const { return at_most ? left <= right : left == right; }
 };
+// Without the log there are fewer, and when the run was not settled only those of the bus.
 // All checks, those that hold included, so that a run can say how many there were.
 std::vector<Check> check_account(const Account& account, const Terms& terms);
 

@@ -1,0 +1,23 @@
+// Alerts of a load: documents in which a few properties vary.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace zelhost {
+
+// What a load varies in an alert.
+struct AlertForm {
+    uint64_t number = 0;         // makes the GUID
+    int type = 3;                // 2: with processes in its scenario, which are to be checked
+    const char* level = "High";  // Verbose, Low, Medium, High, Critical, or another for none
+    const char* container = "host";
+    std::string rule_id = {};  // of the first rule; empty: made from the number, so that no alert repeats another
+    const char* status = "Enable";
+    int rules = 1;
+    int events = 1;  // of each rule
+};
+// The alert as a JSON document. The same form gives the same text.
+std::string alert_text(const AlertForm& form);
+
+}  // namespace zelhost
