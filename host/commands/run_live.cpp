@@ -148,10 +148,7 @@ void Run::show_from_now_on() {
 void Run::tick() {
     output_->look();
     const Account account = session_->account();
-    if (status_shown_) {
-        const std::string text = status_line_.text(std::chrono::steady_clock::now(), lines_read_, account);
-        console::progress(text.substr(0, console::columns(STDERR_FILENO) - 1));
-    }
+    if (status_shown_) console::progress(status_line_.text(std::chrono::steady_clock::now(), lines_read_, account));
     if (!metrics_ || ++ticks_ % kTicksOfMetrics != 0) return;
     try {
         metrics_->replace(metrics_text(account, progress_of_run()));

@@ -27,10 +27,11 @@ void message(const std::string& text) { write_line(std::string(program_invocatio
 
 void block(const std::string& text) { write_line(text); }
 
-// The same text again costs no output.
-void progress(const std::string& text) {
+// The same text again costs no output. A line that wrapped could not be taken away.
+void progress(const std::string& whole) {
     static const bool terminal = isatty(STDERR_FILENO) == 1;
     if (!terminal) return;
+    const std::string text = whole.substr(0, columns(STDERR_FILENO) - 1);
     const std::lock_guard lock(mutex);
     if (text == shown) return;
     fputs(("\r\033[K" + text).c_str(), stderr);

@@ -21,7 +21,8 @@ void say(fmt::format_string<T...> text, T&&... values) {
 // Writes text of several lines as it stands.
 void block(const std::string& text);
 
-// Replaces the progress line; does nothing unless standard error is a terminal. An empty text takes the line away.
+// Replaces the progress line, as far as it fits; does nothing unless standard error is a terminal. An empty text takes
+// the line away.
 void progress(const std::string& text);
 
 // Writes to a terminal that may be the same one: the progress line goes away before `write` and comes back after it.
