@@ -19,6 +19,7 @@
 #include "host/lib/payload.h"
 #include "host/lib/pretty_lines.h"
 #include "host/lib/session.h"
+#include "host/lib/sink.h"
 #include "host/lib/status_line.h"
 #include "host/lib/stop_signal.h"
 #include "host/lib/ticker.h"
@@ -45,6 +46,7 @@ struct RunOptions {
     bool pretty = false;
     ColorMode color = ColorMode::automatic;
     std::string metrics;  // empty: none
+    SinkOptions sink;
     Summary summary = Summary::text;
     std::vector<Setting> settings;
 };
@@ -69,6 +71,7 @@ private:
     void collect_last_reports();
     // Teardown: all of it, whatever happened before.
     void stop();
+    void close_sink();
     void end_showing();
     void check_output();
     void sum_up();
@@ -141,6 +144,7 @@ private:
     std::optional<Output> output_;
     std::optional<LineReader> input_;
     std::optional<MetricsFile> metrics_;
+    std::optional<Sink> sink_;
     std::optional<Session> session_;
     const bool status_shown_;
     std::atomic<bool> running_ = false;  // from the start of the ticker to its end

@@ -97,6 +97,16 @@ void write_statistics(Writer& out, const Account& account, bool collected) {
     out.EndObject();
 }
 
+void write_sink(Writer& out, const SinkAccount& sink) {
+    out.Key("sink");
+    out.StartObject();
+    for (const SinkFigure& figure : kSinkFigures) number(out, figure.key, sink.*figure.value);
+    out.Key("oldest_seconds");
+    out.Double(sink.oldest_seconds);
+    number(out, "difference", sink.difference());
+    out.EndObject();
+}
+
 }  // namespace
 
 std::string account_json(const Account& account, const RunEnd& run, bool collected) {
@@ -116,6 +126,7 @@ std::string account_json(const Account& account, const RunEnd& run, bool collect
     out.EndObject();
     write_traces(out, account);
     write_statistics(out, account, collected);
+    if (run.sink) write_sink(out, *run.sink);
     out.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize()) + '\n';
 }

@@ -1,0 +1,17 @@
+// The options with which a command makes itself known to a message server.
+#pragma once
+
+#include <string>
+
+#include "host/lib/nats_server.h"
+
+namespace CLI {
+class App;
+}
+
+namespace zelhost {
+
+// Each name begins with `prefix`.
+void add_server_options(CLI::App& app, const std::string& prefix, NatsAccess& access);
+
+}  // namespace zelhost
