@@ -38,7 +38,6 @@ std::string new_inbox() {
 
 // {"stream":NAME,"seq":N} with "duplicate":true, or with "error":{"err_code":N,"description":TEXT}.
 LinkNews read_answer(int64_t number, natsMsg* answer) {
-    if (natsMsg_IsNoResponders(answer)) return {Kind::later, number, false, "no stream takes its subject"};
     try {
         const JsonText text({natsMsg_GetData(answer), static_cast<size_t>(natsMsg_GetDataLength(answer))});
         if (const JsonText::Member* error = text.find("error")) {
@@ -132,13 +131,18 @@ void NatsLink::publish(natsConnection* connection, const std::string& inbox, con
         tell_({Kind::refused, message.number, false, "a message is larger than the server takes"});
 }
 
-// The number of a message is the last part of the subject that its answer comes on.
+// The number of a message is the last part of the subject that its answer comes on. The library keeps an answer for
+// itself that says that nobody listens.
 void NatsLink::hear(const std::stop_token& stop, natsSubscription* answers) {
     while (!stop.stop_requested()) {
         natsMsg* taken = nullptr;
         const natsStatus status = natsSubscription_NextMsg(&taken, answers, kHearMs);
         const Nats<natsMsg> answer(taken);
         if (status == NATS_TIMEOUT) continue;
+        if (status == NATS_NO_RESPONDERS) {
+            tell_({Kind::later, 0, false, fmt::format("no stream takes {}.*.*", subject_)});
+            continue;
+        }
         if (status != NATS_OK && status != NATS_SLOW_CONSUMER) break;
         if (answer == nullptr) continue;
         const std::string_view subject = natsMsg_GetSubject(answer.get());

@@ -35,6 +35,10 @@ void SinkKeeper::say(const std::string& reason) {
     console::say("sink: {}; messages go to the buffer {}", reason, store_.file().string());
 }
 
+void SinkKeeper::say_refusal(const std::string& reason) {
+    if (std::exchange(refusal_, reason) != reason) console::say("sink: {}; it is given up", reason);
+}
+
 template <class Act>
 bool SinkKeeper::try_store(Act act) {
     try {
@@ -143,13 +147,13 @@ void SinkKeeper::hear(const LinkNews& news, Now now) {
         say(news.reason);
         spill();
     } else if (news.kind == Kind::later) {
-        if (window_.contains(news.number)) pause(news.reason, now);
+        if (news.number == 0 ? !window_.empty() : window_.contains(news.number)) pause(news.reason, now);
     } else if (close(news.number)) {
         const bool taken = news.kind == Kind::acknowledged;
         ++(taken ? account_.acknowledged : account_.refused);
         account_.known += news.known ? 1 : 0;
         probing_ = probing_ && !taken;
-        if (!taken) return say(news.reason);
+        if (!taken) return say_refusal(news.reason);
         if (!said_.empty()) console::say("sink: the server takes messages again, {} wait", unsent());
         said_.clear();
     }

@@ -64,6 +64,7 @@ private:
     void remove_ended();
     void look_after_time(Now now);
     void say(const std::string& reason);
+    void say_refusal(const std::string& reason);
     // Does something with the store, and says why it failed; false then.
     template <class Act>
     bool try_store(Act act);
@@ -82,6 +83,7 @@ private:
     int64_t cursor_ = 0;             // in the buffer all below this was sent
     std::vector<int64_t> removals_;  // in the buffer, but at their end
     std::string said_;               // the last trouble, until it is over
+    std::string refusal_;            // the last one
     SinkAccount account_;
 };
 

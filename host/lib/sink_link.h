@@ -8,7 +8,7 @@
 
 namespace zelhost {
 
-// What a link has to tell. A number is that of the message that it is about.
+// What a link has to tell. A number is that of the message that it is about, 0 for one that is not known.
 struct LinkNews {
     enum class Kind {
         up,            // connected; nothing is on its way
