@@ -53,10 +53,15 @@ void set_credentials(natsOptions* options, const std::string& file) {
 
 }  // namespace
 
+// The library puts its own source line before the text, in brackets.
 std::string nats_reason(natsStatus status) {
+    if (status == NATS_NO_SERVER) return "no server answers";
     natsStatus last = NATS_OK;
-    const char* const text = nats_GetLastError(&last);
-    return visible(last == status && text != nullptr && *text != '\0' ? text : natsStatus_GetText(status));
+    const char* const error = nats_GetLastError(&last);
+    std::string_view text = last == status && error != nullptr ? error : "";
+    if (const size_t end = text.find("): "); text.starts_with('(') && end != std::string_view::npos)
+        text.remove_prefix(end + 3);
+    return visible(text.empty() ? natsStatus_GetText(status) : text);
 }
 
 std::string NatsAddress::place() const { return fmt::format("{}", fmt::join(servers, ",")); }

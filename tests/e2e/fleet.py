@@ -5,7 +5,7 @@ on disk fills up, agents are killed, the server stands still, and TLS with crede
 
 What must hold each time: the account of each run closes, the reader gets all that was not counted as lost, and nothing twice.
 
-  fleet.py ZELHOST STREAM_JSON
+  fleet.py ZELHOST STREAM_JSON [TEST...]
 """
 import json
 import os
@@ -23,6 +23,7 @@ WORK = tempfile.mkdtemp()
 LONGEST = 60  # seconds for anything that is waited for
 ENDS = ("acknowledged", "refused", "shed_full", "shed_size", "shed_age", "shed_disk", "in_memory", "buffered")
 servers = []
+agents = []
 
 
 def check(holds, what):
@@ -118,11 +119,12 @@ class Agent:
         self.errors = open(os.path.join(WORK, f"err-{name}-{time.monotonic_ns()}"), "w+")
         self.process = subprocess.Popen(
             [ZELHOST, "run", "--sink", address, "--sink-buffer", self.buffer, "--summary", "json", "--log", "/dev/null",
-             "--log-level", "error", "--idle-ms", "5", "--queue-max", "500", *options],
+             "--log-level", "error", "--idle-ms", "20", "--queue-max", "500", *options],
             env={**os.environ, "agentid": name}, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=self.errors, text=True)
         self.guids = []  # of what the plug-in gave out, in its order
         self.lines = threading.Condition()
-        self.reader = threading.Thread(target=self.read)
+        agents.append(self)
+        self.reader = threading.Thread(target=self.read, daemon=True)
         self.reader.start()
 
     def read(self):
@@ -138,9 +140,10 @@ class Agent:
         self.process.stdin.flush()
 
     def play_reports(self, count, size=1000):
-        """The plug-in sheds what comes faster than it works, so it may finish some before the next."""
-        for begin in range(0, count, 400):
-            self.play(*[{"event": 1541, "text": "x" * size}] * min(400, count - begin), {"do": "wait"})
+        """The plug-in sheds what comes faster than it works, so it may finish some before the next. Its queue holds two
+        such parts, should the machine be so busy that a worker's pause is taken for idleness."""
+        for begin in range(0, count, 240):
+            self.play(*[{"event": 1541, "text": "x" * size}] * min(240, count - begin), {"do": "wait"})
 
     def wait_for_lines(self, count):
         with self.lines:
@@ -198,24 +201,24 @@ def total(sinks, key):
 def server_killed_under_load():
     server = Server("killed")
     watch(server.address(), "--create-stream", STREAM, "--once")
-    agents = [Agent(name, server.address()) for name in ("web.1", "web 2", "db\xe9")]
-    for agent in agents:
-        threading.Thread(target=agent.play_reports, args=(8000,)).start()
-    for lines in (1500, 4000):
-        agents[0].wait_for_lines(lines)
+    fleet = [Agent(name, server.address()) for name in ("web.1", "web 2", "db\xe9")]
+    for agent in fleet:
+        threading.Thread(target=agent.play_reports, args=(4000,), daemon=True).start()
+    for lines in (800, 2200):
+        fleet[0].wait_for_lines(lines)
         server.kill()
-        agents[0].wait_for_lines(lines + 1500)
+        fleet[0].wait_for_lines(lines + 800)
         server.start()
-    for agent in agents:
-        agent.wait_for_lines(8000)
-    sinks = [agent.finish() for agent in agents]
+    for agent in fleet:
+        agent.wait_for_lines(4000)
+    sinks = [agent.finish() for agent in fleet]
     check(total(sinks, "spilled") > 0, "the buffer was not used")
-    for agent in agents:
+    for agent in fleet:
         sinks += send_the_rest(agent.name, server.address())
-    check(total(sinks, "acknowledged") == 24000, f"not all is acknowledged: {sinks}")
-    check_reader(server.address(), [(agent.name, guid) for agent in agents for guid in agent.guids], 24000)
+    check(total(sinks, "acknowledged") == 12000, f"not all is acknowledged: {sinks}")
+    check_reader(server.address(), [(agent.name, guid) for agent in fleet for guid in agent.guids], 12000)
     server.kill()
-    return f"24000 messages of 3 agents, {total(sinks, 'spilled')} through the buffer, {total(sinks, 'known')} known already"
+    return f"12000 messages of 3 agents, {total(sinks, 'spilled')} through the buffer, {total(sinks, 'known')} known already"
 
 
 def connections_cut():
@@ -259,7 +262,7 @@ def buffer_full():
     check(sink["buffer_bytes"] <= 2 << 20, f"the buffer is too large: {sink}")
     size = sum(entry.stat().st_size for entry in os.scandir(buffer))
     check(size <= 16 << 20, f"the folder holds {size} bytes")
-    check("messages go to the buffer" in agent.said() and "Connection refused" in agent.said(), agent.said())
+    check("messages go to the buffer" in agent.said() and "no server answers" in agent.said(), agent.said())
     server.start()
     watch(server.address(), "--create-stream", STREAM, "--once")
     sinks = send_the_rest("full", server.address())
@@ -297,16 +300,16 @@ def server_stands_still():
     agent.play_reports(400)
     agent.wait_for_lines(400)
     server.process.send_signal(signal.SIGSTOP)
-    agent.play_reports(20000)
-    agent.wait_for_lines(20400)
+    agent.play_reports(10000)
+    agent.wait_for_lines(10400)
     sinks = [agent.finish()]
     server.process.send_signal(signal.SIGCONT)
     check(total(sinks, "buffered") > 0, f"{sinks}")
     sinks += send_the_rest("still", server.address())
-    check(total(sinks, "acknowledged") == 20400, f"{sinks}")
-    check_reader(server.address(), [("still", guid) for guid in agent.guids], 20400)
+    check(total(sinks, "acknowledged") == 10400, f"{sinks}")
+    check_reader(server.address(), [("still", guid) for guid in agent.guids], 10400)
     server.kill()
-    return f"20000 messages while the server stood still, {sinks[0]['buffered']} of them left to the next run"
+    return f"10000 messages while the server stood still, {sinks[0]['buffered']} of them left to the next run"
 
 
 def what_a_server_refuses():
@@ -314,8 +317,8 @@ def what_a_server_refuses():
     server = Server("picky", "max_payload: 65536")
     agent = Agent("picky", server.address())
     agent.play({"event": 1541, "text": "a"}, {"event": 1541, "text": "b" * 70000}, {"event": 1541, "text": "c"})
-    sink = agent.finish()
-    check(sink["buffered"] == 3 and sink["connections"] == 1, f"{sink}")
+    sinks = [agent.finish()]
+    check(sinks[0]["acknowledged"] == 0 and sinks[0]["connections"] == 1, f"{sinks}: {agent.said()}")
     check("no stream takes fleet.*.*" in agent.said(), agent.said())
     small = os.path.join(WORK, "small.json")
     with open(STREAM) as file, open(small, "w") as out:
@@ -324,9 +327,10 @@ def what_a_server_refuses():
     watch(server.address(), "--create-stream", small, "--once")
     agent2 = Agent("picky", server.address())
     agent2.play({"event": 1541, "text": "d" * 5000}, {"event": 1541, "text": "e"})
-    sink = agent2.finish()
-    check(sink["refused"] == 2 and sink["acknowledged"] == 3, f"{sink}: {agent2.said()}")
-    check("larger than the server takes" in agent2.said() and "message size exceeds" in agent2.said(), agent2.said())
+    sinks.append(agent2.finish())
+    check(total(sinks, "refused") == 2 and total(sinks, "acknowledged") == 3, f"{sinks}: {agent2.said()}")
+    said = agent.said() + agent2.said()
+    check("larger than the server takes" in said and "message size exceeds" in said, said)
     check_reader(server.address(), [("picky", guid) for guid in [agent.guids[0], agent.guids[2], agent2.guids[1]]], 3)
     server.kill()
     return "2 too large, 3 kept"
@@ -373,6 +377,7 @@ def tls_and_credentials():
         sink = agent.finish()
         check(sink["acknowledged"] == 0 and sink["buffered"] == number + 1, f"{words}: {sink}")
         check("messages go to the buffer" in agent.said(), agent.said())
+        print(agent.said().splitlines()[0])
         guids += agent.guids
     sinks = send_the_rest("safe", address, *options("sink-"))
     check(total(sinks, "acknowledged") == len(wrongs), f"{sinks}")
@@ -411,18 +416,21 @@ def follow():
     return "5 lines over a restart"
 
 
+TESTS = (server_killed_under_load, connections_cut, buffer_full, agent_killed, server_stands_still, what_a_server_refuses,
+         tls_and_credentials, follow)
+
+
 def main():
     if shutil.which("nats-server") is None:
         print("nats-server is not installed; tools/setup.sh installs it", file=sys.stderr)
         return 77
     try:
-        for test in (server_killed_under_load, connections_cut, buffer_full, agent_killed, server_stands_still,
-                     what_a_server_refuses, tls_and_credentials, follow):
+        for test in TESTS if len(sys.argv) == 3 else [test for test in TESTS if test.__name__ in sys.argv[3:]]:
             began = time.monotonic()
             print(f"{test.__name__}: {test()}; {time.monotonic() - began:.1f} s", flush=True)
     finally:
-        for server in servers:
-            server.process.kill()
+        for each in servers + agents:
+            each.process.kill()
         shutil.rmtree(WORK, ignore_errors=True)
     return 0
 
