@@ -122,7 +122,8 @@ void add_sink_options(CLI::App& app, SinkOptions& sink) {
     CLI::Option* const address = app.add_option("--sink", sink.address,
                                                 "Publish each outgoing event to a message server; several HOST:PORT "
                                                 "with commas between are the servers of one cluster")
-                                     ->type_name("nats://HOST:PORT/SUBJECT");
+                                     ->type_name("nats://HOST:PORT/SUBJECT")
+                                     ->check(check_address);
     add_server_options(app, "--sink-", sink.access);
     app.add_option("--sink-buffer", sink.buffer,
                    "Folder that keeps messages while the server is away; sink/AGENT in the agent folder if not given")

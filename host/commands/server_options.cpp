@@ -2,7 +2,16 @@
 
 #include <CLI/CLI.hpp>
 
+#include "host/lib/failure.h"
+
 namespace zelhost {
+
+std::string check_address(const std::string& text) try {
+    parse_nats_address(text);
+    return {};
+} catch (const Failure& e) {
+    return e.what();
+}
 
 void add_server_options(CLI::App& app, const std::string& prefix, NatsAccess& access) {
     const auto add = [&](const char* name, const char* help, std::string& file) {

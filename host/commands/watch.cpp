@@ -124,6 +124,7 @@ Action prepare_watch(CLI::App& app) {
     app.footer(kFooter);
     app.add_option("ADDRESS", options->address, "Where run --sink publishes: nats://HOST:PORT/SUBJECT")
         ->required()
+        ->check(check_address)
         ->type_name("");
     app.add_flag("--once", options->once, "End after what the stream holds now, with one line for each alert");
     app.add_option("--limit", options->limit, "End after so many lines")->type_name("N")->check(CLI::PositiveNumber);

@@ -1,0 +1,167 @@
+#!/usr/bin/env python3
+"""Figures of the sink for docs/fleet.md, against a message server of its own on loopback. Speed is not judged.
+
+  bench/fleet.py rate      at which rate one agent's sink begins to use its buffer, for several sizes of a message
+  bench/fleet.py cost      what a message costs an agent: without a sink, with one, and while the server is away
+  bench/fleet.py drain     how fast a full buffer is sent after the server has come back
+  bench/fleet.py server    what a message and a connection cost the server
+"""
+import json
+import os
+import shutil
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
+ZELHOST = os.path.join(ROOT, "build/release/agent/bin/zelhost")
+STREAM = os.path.join(ROOT, "scenarios/fleet_stream.json")
+WORK = tempfile.mkdtemp()
+TICK = 0.01  # seconds between two bursts of the input
+
+
+class Server:
+    def __init__(self, streams=True):
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            self.port = listener.getsockname()[1]
+        self.store = tempfile.mkdtemp(dir=WORK)
+        self.process = subprocess.Popen(["nats-server", "-a", "127.0.0.1", "-p", str(self.port), "-js", "-sd", self.store],
+                                        stderr=subprocess.DEVNULL)
+        self.address = f"nats://127.0.0.1:{self.port}/fleet"
+        while streams and subprocess.run([ZELHOST, "watch", "--create-stream", STREAM, "--once", self.address],
+                                         capture_output=True).returncode != 0:
+            time.sleep(0.05)
+
+    def resident(self):
+        with open(f"/proc/{self.process.pid}/status") as status:
+            return next(int(line.split()[1]) * 1024 for line in status if line.startswith("VmRSS"))
+
+    def end(self):
+        self.process.kill()
+        self.process.wait()
+
+
+def run(lines, rate, address, buffer=None, *options):
+    """Plays lines at a rate, all at once when it is 0: the summary, and the processor time of the run in seconds."""
+    command = [ZELHOST, "run", "--events", "771", "--summary", "json", "--log", "/dev/null", "--log-level", "error",
+               "--queue-max", "500", *options]
+    if address:
+        command += ["--sink", address, "--sink-buffer", buffer or tempfile.mkdtemp(dir=WORK)]
+    process = subprocess.Popen(command, env={**os.environ, "agentid": "bench"}, stdin=subprocess.PIPE,
+                               stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+    burst = max(1, int(rate * TICK)) if rate else max(len(lines), 1)
+    begin = time.monotonic()
+    for number in range(0, len(lines), burst):
+        process.stdin.write("".join(lines[number:number + burst]))
+        process.stdin.flush()
+        if rate:
+            time.sleep(max(0.0, begin + (number + burst) / rate - time.monotonic()))
+    took = time.monotonic() - begin
+    process.stdin.close()
+    words = process.stderr.read()
+    _, _, usage = os.wait4(process.pid, 0)
+    summary = json.loads(words.splitlines()[-1])
+    return summary, usage.ru_utime + usage.ru_stime, len(lines) / took if took > 0 else 0
+
+
+def report_lines(count, size):
+    return [json.dumps({"event": 1541, "text": "x" * size}) + "\n"] * count
+
+
+def load():
+    return "load average " + " ".join(f"{value:.1f}" for value in os.getloadavg())
+
+
+def rate():
+    for size in (1000, 3400, 16000):
+        for wanted in (500, 1000, 2000, 4000, 6000, 8000, 12000, 16000, 20000, 25000, 30000):
+            server = Server()
+            summary, _, got = run(report_lines(wanted * 3, size), wanted, server.address)
+            sink = summary["sink"]
+            server.end()
+            print(f"{size} bytes, {wanted}/s wanted, {got:.0f}/s played: {sink['handed_over']} handed over, "
+                  f"{sink['spilled']} through the buffer, {sum(sink[k] for k in sink if k.startswith('shed'))} shed; {load()}",
+                  flush=True)
+            if sink["spilled"] > sink["handed_over"] / 20 or got < wanted * 0.9:
+                break
+
+
+def alert_lines(count):
+    """The first alert of the demo with a GUID of its own each time, so that each has a message."""
+    with open(os.path.join(ROOT, "scenarios/demo.jsonl")) as demo:
+        alert = next(line for line in demo if '"alert_type"' in line or '"alert"' in line)
+    document = json.loads(alert)
+    inner = document.get("alert", document)
+    lines = []
+    for number in range(count):
+        inner["Guid"] = f"00000000-0000-4000-8000-{number:012d}"
+        lines.append(json.dumps(document) + "\n")
+    return lines
+
+
+def cost():
+    server, away = Server(), Server()
+    away.end()
+    inputs = {"1541, 1000 bytes": report_lines(6000, 1000), "the demo's first alert": alert_lines(6000)}
+    for name, lines in inputs.items():
+        best = {}
+        for _ in range(5):
+            for kind, address in (("no sink", None), ("server there", server.address), ("server away", away.address)):
+                summary, seconds, _ = run(lines, 2000, address)
+                out = sum(summary["given_out"][key] for key in ("first_reports", "traces", "memory_checks"))
+                best[kind] = min(best.get(kind, (1e9, 0)), (seconds / len(lines) * 1e6, out))
+        base = best["no sink"][0]
+        for kind, (micros, out) in best.items():
+            print(f"{name}, 2000/s, {kind}: {micros:.1f} us of processor time for an event, {micros / base:.2f} of that "
+                  f"without a sink, {out / len(lines):.2f} messages for an event; {load()}", flush=True)
+    server.end()
+
+
+def drain():
+    for size in (1000, 3400):
+        away = Server()
+        away.end()
+        buffer = tempfile.mkdtemp(dir=WORK)
+        summary, _, _ = run(report_lines(40000, size), 8000, away.address, buffer)
+        left = summary["sink"]["buffered"]
+        server = Server()
+        begin, sent = time.monotonic(), 0
+        while left > sent:
+            summary, _, _ = run([], 0, server.address, buffer, "--idle-ms", "1")
+            sent += summary["sink"]["acknowledged"]
+        took = time.monotonic() - begin
+        server.end()
+        print(f"{size} bytes: {left} messages in {took:.1f} s, {left / took:.0f}/s; {load()}", flush=True)
+
+
+def server_cost():
+    server = Server()
+    time.sleep(1)
+    before = server.resident()
+    count = 60000
+    for size in (1000,):
+        run(report_lines(count, size), 6000, server.address)
+    stored = sum(os.path.getsize(os.path.join(folder, file)) for folder, _, files in os.walk(server.store) for file in files)
+    print(f"{count} messages of 1000 bytes and more: {stored / count:.0f} bytes each on the server's disk, its memory grew by "
+          f"{(server.resident() - before) / 1e6:.1f} MB")
+    server.end()
+    server = Server()
+    time.sleep(1)
+    before, connections = server.resident(), []
+    for _ in range(2000):
+        each = socket.create_connection(("127.0.0.1", server.port))
+        each.sendall(b'CONNECT {"verbose":false}\r\nSUB inbox.* 1\r\nPING\r\n')
+        connections.append(each)
+    for each in connections:
+        while b"PONG" not in each.recv(4096):
+            pass
+    print(f"2000 idle connections: {(server.resident() - before) / 2000 / 1e3:.1f} kB each; {load()}")
+    server.end()
+
+
+try:
+    {"rate": rate, "cost": cost, "drain": drain, "server": server_cost}[sys.argv[1]]()
+finally:
+    shutil.rmtree(WORK, ignore_errors=True)
