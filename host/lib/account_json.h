@@ -15,7 +15,7 @@ struct RunEnd {
     double seconds = 0;
     uint64_t lines = 0, skipped = 0, shown = 0;
     std::string log_place;
-    std::optional<SinkAccount> sink;
+    std::optional<SinkAccount> sink{};
 };
 
 // One object on one line, with its end. What only the log tells is null where the log is not read, and the plug-in's

@@ -14,7 +14,7 @@ struct RunProgress {
     double start_time = 0;  // seconds since 1970
     bool running = false;
     uint64_t lines = 0, skipped = 0, shown = 0;
-    std::optional<SinkAccount> sink;  // none without a sink
+    std::optional<SinkAccount> sink{};  // none without a sink
 };
 
 // In the text format. What only the log tells is left out where the log is not read.

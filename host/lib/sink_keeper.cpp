@@ -45,7 +45,7 @@ bool SinkKeeper::try_store(Act act) {
         act();
         return true;
     } catch (const Failure& e) {
-        if (std::exchange(said_, e.what()) != e.what()) console::say("sink: {}", e.what());
+        if (std::exchange(store_said_, e.what()) != e.what()) console::say("sink: {}", e.what());
         return false;
     }
 }

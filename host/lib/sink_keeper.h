@@ -83,6 +83,7 @@ private:
     int64_t cursor_ = 0;             // in the buffer all below this was sent
     std::vector<int64_t> removals_;  // in the buffer, but at their end
     std::string said_;               // the last trouble, until it is over
+    std::string store_said_;         // the last trouble with the buffer
     std::string refusal_;            // the last one
     SinkAccount account_;
 };

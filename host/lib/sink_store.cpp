@@ -36,7 +36,9 @@ void bind_text(sqlite3_stmt* statement, int column, const std::string& text) {
 
 std::filesystem::path make_folder(const std::filesystem::path& folder) {
     std::error_code error;
-    std::filesystem::create_directories(folder, error);
+    // What is in it is nobody else's business. A folder that was there before keeps its permissions.
+    if (std::filesystem::create_directories(folder, error))
+        std::filesystem::permissions(folder, std::filesystem::perms::owner_all, error);
     if (error)
         throw Failure("cannot make the folder of the sink's buffer {}: {}; --sink-buffer names another",
                       folder.string(), error.message());
@@ -54,7 +56,7 @@ SinkStore::SinkStore(const std::filesystem::path& folder, uint64_t limit_bytes)
     const int opened = sqlite3_open_v2(file_.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     database_.reset(database);
     if (opened != SQLITE_OK) fail("open");
-    run(kSetUp);
+    run(kSetUp, "set up");
     insert_ = prepare("INSERT INTO message VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7)");
     select_ = prepare("SELECT * FROM message WHERE number >= ?1 ORDER BY number LIMIT ?2");
     delete_ = prepare("DELETE FROM message WHERE number = ?1");
@@ -84,8 +86,8 @@ void SinkStore::fail(const char* what) const {
     throw Failure("cannot {} the sink's buffer {}: {}", what, file_.string(), sqlite3_errmsg(database_.get()));
 }
 
-void SinkStore::run(const char* sql) {
-    if (sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) fail("set up");
+void SinkStore::run(const char* sql, const char* what) {
+    if (sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) fail(what);
 }
 
 SinkStore::Statement SinkStore::prepare(const char* sql) const {
@@ -120,10 +122,10 @@ void SinkStore::step(const Statement& statement, const char* what) {
 template <class Act>
 void SinkStore::change(Act act) {
     const uint64_t count = count_;
-    run("BEGIN IMMEDIATE");
+    run("BEGIN IMMEDIATE", "write");
     try {
         act();
-        run("COMMIT");
+        run("COMMIT", "write");
     } catch (...) {
         count_ = count;
         if (sqlite3_get_autocommit(database_.get()) == 0)

@@ -51,7 +51,7 @@ private:
     using Statement = std::unique_ptr<sqlite3_stmt, Close>;
 
     [[noreturn]] void fail(const char* what) const;
-    void run(const char* sql);
+    void run(const char* sql, const char* what);
     Statement prepare(const char* sql) const;
     // The first column of the first row, 0 without one. The statement can be used again.
     int64_t number(const Statement& statement);
