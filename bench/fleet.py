@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Figures of the sink for docs/fleet.md, against a message server of its own on loopback. Speed is not judged.
 
-  bench/fleet.py rate      at which rate one agent's sink begins to use its buffer, for several sizes of a message
+  bench/fleet.py rate      at which rate one sink begins to use its buffer, for several sizes of a message
   bench/fleet.py cost      what a message costs an agent: without a sink, with one, and while the server is away
   bench/fleet.py drain     how fast a full buffer is sent after the server has come back
   bench/fleet.py server    what a message and a connection cost the server
@@ -17,6 +17,7 @@ import time
 
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
 ZELHOST = os.path.join(ROOT, "build/release/agent/bin/zelhost")
+SINK_RATE = os.path.join(ROOT, "build/release/bench/sink_rate")
 STREAM = os.path.join(ROOT, "scenarios/fleet_stream.json")
 WORK = tempfile.mkdtemp()
 TICK = 0.01  # seconds between two bursts of the input
@@ -75,17 +76,22 @@ def load():
 
 
 def rate():
+    """Up to the rate at which one message in a hundred goes through the buffer."""
     for size in (1000, 3400, 16000):
-        for wanted in (500, 1000, 2000, 4000, 6000, 8000, 12000, 16000, 20000, 25000, 30000):
+        wanted = 1000
+        while True:
             server = Server()
-            summary, _, got = run(report_lines(wanted * 3, size), wanted, server.address)
-            sink = summary["sink"]
+            line = subprocess.run([SINK_RATE, server.address, str(size), str(wanted), "3"], capture_output=True, text=True).stdout
             server.end()
-            print(f"{size} bytes, {wanted}/s wanted, {got:.0f}/s played: {sink['handed_over']} handed over, "
-                  f"{sink['spilled']} through the buffer, {sum(sink[k] for k in sink if k.startswith('shed'))} shed; {load()}",
-                  flush=True)
-            if sink["spilled"] > sink["handed_over"] / 20 or got < wanted * 0.9:
+            print(f"{line.strip()}; {load()}", flush=True)
+            if float(line.split("(")[1].split(" %")[0]) > 1 or wanted > 200_000:
                 break
+            wanted = int(wanted * 1.5)
+    for size in (1000, 3400):
+        server = Server()
+        server.end()
+        line = subprocess.run([SINK_RATE, server.address, str(size), "2000", "3"], capture_output=True, text=True).stdout
+        print(f"without a server: {line.strip()}; {load()}", flush=True)
 
 
 def alert_lines(count):

@@ -17,6 +17,7 @@ using namespace std::chrono_literals;
 
 // What may wait for the sink's thread: that thread waits for the disk at times.
 constexpr uint64_t kMostWaitingBytes = 64 << 20;
+constexpr size_t kManyNews = 100;
 constexpr auto kTick = 200ms;
 constexpr auto kCloseWait = 5s;
 constexpr size_t kLongestAgent = 512;
@@ -98,10 +99,13 @@ void Sink::hand_over(uint32_t kind, uint32_t source, std::string_view guid, std:
     if (messages_.size() == 1) wake_.notify_one();
 }
 
+// Nobody waits for a single acknowledgement, and to wake a thread costs more than all else about it. Many of them make
+// room for other messages.
 void Sink::tell(LinkNews news) {
     const std::lock_guard lock(mutex_);
+    urgent_news_ = urgent_news_ || closing_ || news.kind != LinkNews::Kind::acknowledged || news_.size() >= kManyNews;
     news_.push_back(std::move(news));
-    if (news_.size() == 1) wake_.notify_one();
+    if (urgent_news_) wake_.notify_one();
 }
 
 void Sink::work() {
@@ -112,10 +116,11 @@ void Sink::work() {
         std::vector<LinkNews> news;
         {
             std::unique_lock lock(mutex_);
-            wake_.wait_for(lock, kTick, [&] { return !messages_.empty() || !news_.empty() || closing_ != closing; });
+            wake_.wait_for(lock, kTick, [&] { return !messages_.empty() || urgent_news_ || closing_ != closing; });
             messages.swap(messages_);
             news.swap(news_);
             message_bytes_ = 0;
+            urgent_news_ = false;
             taken_ = messages.size();
             if (!std::exchange(closing, closing_) && closing) deadline = now().steady + kCloseWait;
         }

@@ -69,6 +69,7 @@ private:
     std::vector<SharedMessage> messages_;
     uint64_t message_bytes_ = 0;
     std::vector<LinkNews> news_;
+    bool urgent_news_ = false;
     int64_t next_number_;
     uint64_t handed_over_ = 0, shed_full_ = 0;
     uint64_t taken_ = 0;  // by the sink's thread, and not yet in its account
