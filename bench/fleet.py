@@ -4,7 +4,8 @@
   bench/fleet.py rate      at which rate one sink begins to use its buffer, for several sizes of a message
   bench/fleet.py cost      what a message costs an agent: without a sink, with one, and while the server is away
   bench/fleet.py drain     how fast a full buffer is sent after the server has come back
-  bench/fleet.py server    what a message and a connection cost the server
+  bench/fleet.py server    what a message, a subject and a connection cost the server
+  bench/fleet.py cluster   the rate again with three servers that all keep each message, and one of them killed
 """
 import json
 import os
@@ -23,13 +24,17 @@ WORK = tempfile.mkdtemp()
 TICK = 0.01  # seconds between two bursts of the input
 
 
+def free_port():
+    with socket.create_server(("127.0.0.1", 0)) as listener:
+        return listener.getsockname()[1]
+
+
 class Server:
-    def __init__(self, streams=True):
-        with socket.create_server(("127.0.0.1", 0)) as listener:
-            self.port = listener.getsockname()[1]
+    def __init__(self, streams=True, options=()):
+        self.port = free_port()
         self.store = tempfile.mkdtemp(dir=WORK)
-        self.process = subprocess.Popen(["nats-server", "-a", "127.0.0.1", "-p", str(self.port), "-js", "-sd", self.store],
-                                        stderr=subprocess.DEVNULL)
+        self.process = subprocess.Popen(["nats-server", "-a", "127.0.0.1", "-p", str(self.port), "-js", "-sd", self.store,
+                                         *options], stderr=subprocess.DEVNULL)
         self.address = f"nats://127.0.0.1:{self.port}/fleet"
         while streams and subprocess.run([ZELHOST, "watch", "--create-stream", STREAM, "--once", self.address],
                                          capture_output=True).returncode != 0:
@@ -113,7 +118,7 @@ def cost():
     inputs = {"1541, 1000 bytes": report_lines(6000, 1000), "the demo's first alert": alert_lines(6000)}
     for name, lines in inputs.items():
         best = {}
-        for _ in range(5):
+        for _ in range(4):
             for kind, address in (("no sink", None), ("server there", server.address), ("server away", away.address)):
                 summary, seconds, _ = run(lines, 2000, address)
                 out = sum(summary["given_out"][key] for key in ("first_reports", "traces", "memory_checks"))
@@ -153,6 +158,20 @@ def server_cost():
     print(f"{count} messages of 1000 bytes and more: {stored / count:.0f} bytes each on the server's disk, its memory grew by "
           f"{(server.resident() - before) / 1e6:.1f} MB")
     server.end()
+    for subjects in (1, 100_000):
+        server = Server()
+        time.sleep(1)
+        before = server.resident()
+        with socket.create_connection(("127.0.0.1", server.port)) as client:
+            client.sendall(b'CONNECT {"verbose":false}\r\n')
+            client.sendall(b"".join(b"PUB fleet.769.agent-%d 4\r\ntext\r\n" % (number % subjects) for number in range(100_000)))
+            client.sendall(b"PING\r\n")
+            while b"PONG" not in client.recv(65536):
+                pass
+        time.sleep(3)
+        print(f"100000 short messages on {subjects} subjects: the server's memory grew by "
+              f"{(server.resident() - before) / 1e6:.1f} MB")
+        server.end()
     server = Server()
     time.sleep(1)
     before, connections = server.resident(), []
@@ -167,7 +186,47 @@ def server_cost():
     server.end()
 
 
+def cluster():
+    routes = [free_port() for _ in range(3)]
+    listed = ",".join(f"nats://127.0.0.1:{port}" for port in routes)
+    servers = [Server(False, ["--name", f"n{port}", "--cluster_name", "fleet", "--cluster", f"nats://127.0.0.1:{port}",
+                              "--routes", listed]) for port in routes]
+    address = "nats://" + ",".join(f"127.0.0.1:{server.port}" for server in servers) + "/fleet"
+    stream = os.path.join(WORK, "replicas.json")
+    with open(STREAM) as one, open(stream, "w") as three:
+        json.dump({**json.load(one), "num_replicas": 3}, three)
+    while subprocess.run([ZELHOST, "watch", "--create-stream", stream, "--once", address], capture_output=True).returncode != 0:
+        time.sleep(0.2)
+    for wanted in (1000, 2000, 3000, 4500, 6750, 10000, 15000):
+        line = subprocess.run([SINK_RATE, address, "3400", str(wanted), "3"], capture_output=True, text=True).stdout
+        print(f"three replicas: {line.strip()}; {load()}", flush=True)
+        if float(line.split("(")[1].split(" %")[0]) > 1:
+            break
+    buffer = tempfile.mkdtemp(dir=WORK)
+    agent = subprocess.Popen([ZELHOST, "run", "--sink", address, "--sink-buffer", buffer, "--summary", "json", "--events", "771",
+                              "--log", "/dev/null", "--log-level", "error"], stdin=subprocess.PIPE, stderr=subprocess.PIPE,
+                             text=True, env={**os.environ, "agentid": "bench"})
+    for number in range(60):
+        agent.stdin.write("".join(report_lines(50, 3400)))
+        agent.stdin.flush()
+        time.sleep(0.05)
+        if number == 20:
+            servers[0].end()
+    agent.stdin.close()
+    sinks = [json.loads(agent.stderr.read().splitlines()[-1])["sink"]]
+    agent.wait()
+    while sinks[-1]["buffered"] > 0:
+        sinks.append(run([], 0, address, buffer)[0]["sink"])
+    words = ""
+    while "alerts" not in words:  # a new leader may have to be found first
+        words = subprocess.run([ZELHOST, "watch", "--once", address], capture_output=True, text=True).stderr.strip()
+    print(f"one of three killed: {sinks[0]['handed_over']} handed over, {sum(sink['acknowledged'] for sink in sinks)} acknowledged, "
+          f"{sinks[0]['spilled']} through the buffer, {sinks[0]['connections']} connections; {words}")
+    for server in servers:
+        server.end()
+
+
 try:
-    {"rate": rate, "cost": cost, "drain": drain, "server": server_cost}[sys.argv[1]]()
+    {"cluster": cluster, "rate": rate, "cost": cost, "drain": drain, "server": server_cost}[sys.argv[1]]()
 finally:
     shutil.rmtree(WORK, ignore_errors=True)
