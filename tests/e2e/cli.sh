@@ -90,7 +90,8 @@ for command in "${commands[@]}"; do
     [ "$(grep -c '^Example' "$work/help")" -eq 1 ] || fail "the help of $command has examples beside that of its row"
     (cd "$work/project" && bash -c "$example") >"$work/out" 2>"$work/err" </dev/null
     got=$?
-    [ $got -eq 0 ] || [ $got -eq 1 -a -s "$work/out" ] || [ $command = watch ] && grep -q 'no server answers$' "$work/err" || fail "exit status $got of $example"
+    [ $got -eq 0 ] || [ $got -eq 1 -a -s "$work/out" ] ||
+        { [ "$command" = watch ] && grep -q 'no server answers$' "$work/err"; } || fail "exit status $got of $example"
 done
 
 # completes LINE WORDS: what bash offers at the end of the line, sorted. Bash hands over "=" as a word of its own.
