@@ -8,6 +8,8 @@ pkg_check_modules(GVC REQUIRED IMPORTED_TARGET libgvc libcgraph)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 pkg_check_modules(INIH REQUIRED IMPORTED_TARGET inih)
 pkg_check_modules(PROMETHEUS REQUIRED IMPORTED_TARGET prometheus-cpp-core)
+pkg_check_modules(NATS REQUIRED IMPORTED_TARGET libnats)
+pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
 find_package(GTest REQUIRED)
 
 find_program(CCACHE ccache)

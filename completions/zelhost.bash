@@ -45,6 +45,14 @@ _zelhost() {
         'run --metrics') _zelhost_paths -f; return ;;
         'run --record') _zelhost_paths -f; return ;;
         'run --summary') _zelhost_words 'text json none'; return ;;
+        'run --sink') return ;;
+        'run --sink-creds') _zelhost_paths -f; return ;;
+        'run --sink-ca') _zelhost_paths -f; return ;;
+        'run --sink-cert') _zelhost_paths -f; return ;;
+        'run --sink-key') _zelhost_paths -f; return ;;
+        'run --sink-buffer') _zelhost_paths -d; return ;;
+        'run --sink-buffer-mb') return ;;
+        'run --sink-buffer-hours') return ;;
         'run --set') return ;;
         'run --not-ready') return ;;
         'run --trace-cost') return ;;
@@ -79,11 +87,17 @@ _zelhost() {
         'schema -o' | 'schema --output') _zelhost_paths -f; return ;;
         'status --root') _zelhost_paths -d; return ;;
         'status --color') _zelhost_words 'auto always never'; return ;;
+        'watch --limit') return ;;
+        'watch --creds') _zelhost_paths -f; return ;;
+        'watch --ca') _zelhost_paths -f; return ;;
+        'watch --cert') _zelhost_paths -f; return ;;
+        'watch --key') _zelhost_paths -f; return ;;
+        'watch --create-stream') _zelhost_paths -f; return ;;
         'man --format') _zelhost_words 'roff markdown'; return ;;
     esac
     case $command in
-        '') _zelhost_words 'run replay check decode graph load schema status man completion --version -h --help' ;;
-        run) _zelhost_words '--root --input --output --log --log-level --idle-ms --max-wait --follow --events --level --limit --pretty --color --metrics --record --summary --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
+        '') _zelhost_words 'run replay check decode graph load schema status watch man completion --version -h --help' ;;
+        run) _zelhost_words '--root --input --output --log --log-level --idle-ms --max-wait --follow --events --level --limit --pretty --color --metrics --record --summary --sink --sink-creds --sink-ca --sink-cert --sink-key --sink-buffer --sink-buffer-mb --sink-buffer-hours --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
         replay) if [[ $cur == -* ]]; then _zelhost_words '--compare --speed --root --output --log -h --help'; else _zelhost_paths -f; fi ;;
         check) if [[ $cur == -* ]]; then _zelhost_words '--strict --quiet --format --log-level --color -h --help'; else _zelhost_paths -f; fi ;;
         decode) if [[ $cur == -* ]]; then _zelhost_words '--hex --base64 --pretty --all --sizes --color -h --help'; else _zelhost_paths -f; fi ;;
@@ -91,7 +105,8 @@ _zelhost() {
         load) _zelhost_words '--root --rate --seconds --threads --seed --mix --events --max-wait --json --no-log --plot --find-capacity --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
         schema) if [[ $cur == -* ]]; then _zelhost_words '-o --output -h --help'; else _zelhost_words 'document input output'; fi ;;
         status) _zelhost_words '--root --json --color -h --help' ;;
-        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run replay check decode graph load schema status man completion'; fi ;;
+        watch) _zelhost_words '--once --limit --creds --ca --cert --key --create-stream -h --help' ;;
+        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run replay check decode graph load schema status watch man completion'; fi ;;
         completion) if [[ $cur == -* ]]; then _zelhost_words '-h --help'; else _zelhost_words 'bash zsh fish'; fi ;;
     esac
 }

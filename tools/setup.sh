@@ -24,6 +24,10 @@ packages=(
     libgraphviz-dev     # pictures of behaviour chains
     prometheus-cpp-dev  # metrics of a run
     gnuplot-nox         # zelhost load --plot: rates, latencies and queues over time
+    libnats-dev         # zelhost run --sink: client of the message server
+    libsqlite3-dev      # the sink's buffer on disk
+    nats-server         # tests: the message server itself
+    openssl             # tests: certificates of that server
     libgtest-dev        # tests
     libgmock-dev        # matchers of the tests
     librapidcheck-dev   # random tests against a model

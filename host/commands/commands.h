@@ -25,5 +25,6 @@ Action prepare_decode(CLI::App& app);
 Action prepare_check(CLI::App& app);
 Action prepare_status(CLI::App& app);
 Action prepare_schema(CLI::App& app);
+Action prepare_watch(CLI::App& app);
 
 }  // namespace zelhost

@@ -42,6 +42,7 @@ void Run::open_files() {
     output_.emplace(options_.output, options_.limit, [this] { stop_signal_.request(); });
     input_.emplace(options_.input, options_.follow ? LineReader::Mode::follow : LineReader::Mode::to_the_end,
                    stop_signal_);
+    if (!options_.sink.address.empty()) sink_.emplace(options_.sink, agent_root(options_.root));
     if (!options_.metrics.empty())
         metrics_.emplace(options_.metrics).replace(metrics_text(Account{}, progress_of_run()));
     if (!options_.record.empty()) recorder_.emplace(options_.record, head_of(*folder_, getenv("agentid")));
@@ -122,6 +123,11 @@ void Run::end_record() {
     if (recorder_) recorder_->finish();
 }
 
+// After the last event, before the last figures.
+void Run::close_sink() {
+    if (sink_) sink_->close();
+}
+
 // After the bus has come to rest, so that nothing is written any more. An output that nobody reads any more is no
 // failure: its reader has what it wanted.
 void Run::check_output() {
@@ -144,7 +150,8 @@ void Run::sum_up() {
     const Account account = session_->account();
     const std::chrono::duration<double> took = Clock::now() - begin_;
     if (options_.summary == Summary::json) {
-        const RunEnd end{how_it_ended(), took.count(), lines_read_, lines_skipped_, output_->shown(), log_place_};
+        RunEnd end{how_it_ended(), took.count(), lines_read_, lines_skipped_, output_->shown(), log_place_, {}};
+        if (sink_) end.sink = sink_->account();
         return console::block(account_json(account, end, session_->can_collect()));
     }
     std::string text = fmt::format("zelhost: {} after {:.1f} s; {} lines read, {} skipped; log: {}", how_it_ended(),
@@ -152,6 +159,7 @@ void Run::sum_up() {
     if (account.log) text += fmt::format(" ({} errors, {} warnings)", account.totals.errors, account.totals.warnings);
     text += "\n" + account_text(account, cut_short() ? End::under_load : End::quiet);
     if (session_->can_collect()) text += statistics_text(account);
+    if (sink_) text += sink_text(sink_->account());
     console::block(text + leftover_text(account));
 }
 
@@ -171,13 +179,10 @@ const Run::Step Run::kSteps[] = {
     {"collect the last reports", &Run::collect_last_reports},
 };
 const Run::Step Run::kTeardown[] = {
-    {"stop the plug-in", &Run::stop},
-    {"end the record", &Run::end_record},
-    {"write the last figures", &Run::end_showing},
-    {"write the output", &Run::check_output},
-    {"sum up", &Run::sum_up},
-    {"unload the libraries", &Run::unload},
-    {"remove the temporary agent folder", &Run::remove_copy},
+    {"stop the plug-in", &Run::stop},         {"end the record", &Run::end_record},
+    {"close the sink", &Run::close_sink},     {"write the last figures", &Run::end_showing},
+    {"write the output", &Run::check_output}, {"sum up", &Run::sum_up},
+    {"unload the libraries", &Run::unload},   {"remove the temporary agent folder", &Run::remove_copy},
 };
 
 // A Failure says all by itself. Any other exception, as of the file system, gets the name of the step.

@@ -20,6 +20,7 @@
 #include "host/lib/payload.h"
 #include "host/lib/pretty_lines.h"
 #include "host/lib/session.h"
+#include "host/lib/sink.h"
 #include "host/lib/status_line.h"
 #include "host/lib/stop_signal.h"
 #include "host/lib/ticker.h"
@@ -48,6 +49,7 @@ struct RunOptions {
     ColorMode color = ColorMode::automatic;
     std::string metrics;  // empty: none
     std::string record;   // likewise
+    SinkOptions sink;
     Summary summary = Summary::text;
     std::vector<Setting> settings;
 };
@@ -73,6 +75,7 @@ private:
     // Teardown: all of it, whatever happened before.
     void stop();
     void end_record();
+    void close_sink();
     void end_showing();
     void check_output();
     void sum_up();
@@ -153,6 +156,7 @@ private:
     std::optional<Recorder> recorder_;
     std::mutex showing_;                   // so that what is shown comes in the order of the record
     std::optional<OutsideGuard> outside_;  // ends when the plug-in has stopped
+    std::optional<Sink> sink_;
     std::optional<Session> session_;
     const bool status_shown_;
     std::atomic<bool> running_ = false;  // from the start of the ticker to its end

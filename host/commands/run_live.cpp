@@ -94,12 +94,18 @@ void Run::on_log_line(const LogLine& line) {
 void Run::on_event(MbFrame::IEvent&, const ST_PB_EVENT& record) {
     const std::lock_guard lock(showing_);
     if (recorder_) recorder_->event(record);
+    if (sink_) sink_->hand_over(record);
     if (options_.filter.wants(record)) output_->show(lines_.event(record));
 }
 
 void Run::on_memory_check(const ST_MEM_DETECT_INFO& info) {
     const std::lock_guard lock(showing_);
     if (recorder_) recorder_->memory_check(info);
+    if (sink_) {
+        std::string line = json_lines_.memory_check(info);
+        line.pop_back();  // the end of the line
+        sink_->hand_over(event_id::mem_detect, line);
+    }
     if (options_.filter.wants_memory_check()) output_->show(lines_.memory_check(info));
 }
 
@@ -129,7 +135,8 @@ RunProgress Run::progress_of_run() const {
             .running = running_,
             .lines = lines_read_,
             .skipped = lines_skipped_,
-            .shown = output_->shown()};
+            .shown = output_->shown(),
+            .sink = sink_ ? std::optional(sink_->account()) : std::nullopt};
 }
 
 void Run::progress(const std::string& text) const {

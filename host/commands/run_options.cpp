@@ -7,6 +7,7 @@
 #include "host/commands/agent_options.h"
 #include "host/commands/commands.h"
 #include "host/commands/run.h"
+#include "host/commands/server_options.h"
 #include "host/lib/severity.h"
 
 namespace zelhost {
@@ -74,6 +75,28 @@ void add_output_options(CLI::App& app, RunOptions& options) {
     add_choice(app, "--summary", "FORM", "The summary at the end (text)", {"text", "json", "none"}, 0, options.summary);
 }
 
+// Where what comes out is published.
+void add_sink_options(CLI::App& app, SinkOptions& sink) {
+    CLI::Option* const address = app.add_option("--sink", sink.address,
+                                                "Publish each outgoing event to a message server; several HOST:PORT "
+                                                "with commas between are the servers of one cluster")
+                                     ->type_name("nats://HOST:PORT/SUBJECT")
+                                     ->check(check_address);
+    add_server_options(app, "--sink-", sink.access);
+    app.add_option("--sink-buffer", sink.buffer,
+                   "Folder that keeps messages while the server is away; sink/AGENT in the agent folder if not given")
+        ->type_name("DIR");
+    app.add_option("--sink-buffer-mb", sink.buffer_mb,
+                   "Most room in it, in MiB, 1 to 1000000; the oldest go first (256)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1'000'000));
+    app.add_option("--sink-buffer-hours", sink.buffer_hours, "Longest time in it, 1 to 100000 (168)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 100'000));
+    for (CLI::Option* const option : app.get_options())
+        if (option->get_name().starts_with("--sink-")) option->needs(address);
+}
+
 // Each help text names its default, because the parser does not know what an empty value stands for.
 void add_options(CLI::App& app, RunOptions& options) {
     add_root_option(app, options.root);
@@ -93,6 +116,7 @@ void add_options(CLI::App& app, RunOptions& options) {
            "Longest wait for open traces, in seconds (180)")
         ->type_name("S");
     add_output_options(app, options);
+    add_sink_options(app, options.sink);
     add_settings(app, options.settings);
 }
 

@@ -94,6 +94,16 @@ void write_statistics(Writer& out, const Account& account, bool collected) {
     out.EndObject();
 }
 
+void write_sink(Writer& out, const SinkAccount& sink) {
+    out.Key("sink");
+    out.StartObject();
+    for (const SinkFigure& figure : kSinkFigures) number(out, figure.key, sink.*figure.value);
+    out.Key("oldest_seconds");
+    out.Double(sink.oldest_seconds);
+    number(out, "difference", sink.difference());
+    out.EndObject();
+}
+
 }  // namespace
 
 void write_account(JsonWriter& out, const Account& account, bool collected) {
@@ -117,6 +127,7 @@ std::string account_json(const Account& account, const RunEnd& run, bool collect
     write_run(out, run);
     write_log(out, account, run.log_place);
     write_account(out, account, collected);
+    if (run.sink) write_sink(out, *run.sink);
     out.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize()) + '\n';
 }

@@ -107,6 +107,51 @@ MetricFamily log_lines_by_level(const Totals& totals) {
     return lines;
 }
 
+// One row for each metric of a sink with a single value.
+struct SinkSingle {
+    const char* name;
+    const char* help;
+    MetricType type;
+    double (*value)(const SinkAccount& sink);
+};
+constexpr SinkSingle kSinkSingles[] = {
+    {"zelhost_sink_left_before", "Messages that earlier runs had left in the sink's buffer.", MetricType::Gauge,
+     [](const SinkAccount& s) { return real(s.left_before); }},
+    {"zelhost_sink_handed_over_total", "Messages handed to the sink.", MetricType::Counter,
+     [](const SinkAccount& s) { return real(s.handed_over); }},
+    {"zelhost_sink_acknowledged_total", "Messages that the server keeps.", MetricType::Counter,
+     [](const SinkAccount& s) { return real(s.acknowledged); }},
+    {"zelhost_sink_known_total", "Acknowledged messages that the server had already.", MetricType::Counter,
+     [](const SinkAccount& s) { return real(s.known); }},
+    {"zelhost_sink_refused_total", "Messages that the server will never take.", MetricType::Counter,
+     [](const SinkAccount& s) { return real(s.refused); }},
+    {"zelhost_sink_spilled_total", "Messages written into the sink's buffer.", MetricType::Counter,
+     [](const SinkAccount& s) { return real(s.spilled); }},
+    {"zelhost_sink_in_memory", "Messages of the sink that are in memory alone.", MetricType::Gauge,
+     [](const SinkAccount& s) { return real(s.in_memory); }},
+    {"zelhost_sink_buffered", "Messages in the sink's buffer.", MetricType::Gauge,
+     [](const SinkAccount& s) { return real(s.buffered); }},
+    {"zelhost_sink_buffer_bytes", "Room that the sink's buffer takes.", MetricType::Gauge,
+     [](const SinkAccount& s) { return real(s.buffer_bytes); }},
+    {"zelhost_sink_oldest_seconds", "Age of the oldest message in the sink's buffer.", MetricType::Gauge,
+     [](const SinkAccount& s) { return s.oldest_seconds; }},
+    {"zelhost_sink_connected", "1 while the sink is connected.", MetricType::Gauge,
+     [](const SinkAccount& s) { return s.connected ? 1.0 : 0.0; }},
+    {"zelhost_sink_connections_total", "Connections that the sink has made.", MetricType::Counter,
+     [](const SinkAccount& s) { return real(s.connections); }},
+};
+
+void add_sink(std::vector<MetricFamily>& families, const SinkAccount& sink) {
+    for (const SinkSingle& row : kSinkSingles) {
+        families.push_back(family(row.name, row.help, row.type));
+        add(families.back(), row.value(sink));
+    }
+    MetricFamily shed = family("zelhost_sink_shed_total", "Messages that the sink gave up.", MetricType::Counter);
+    for (const SinkFigure& figure : kSinkFigures)
+        if (figure.shed != nullptr) add(shed, real(sink.*figure.value), {{"reason", figure.shed}});
+    families.push_back(std::move(shed));
+}
+
 }  // namespace
 
 std::string metrics_text(const Account& account, const RunProgress& run) {
@@ -128,6 +173,7 @@ std::string metrics_text(const Account& account, const RunProgress& run) {
         families.push_back(traces_by_result(totals));
         families.push_back(log_lines_by_level(totals));
     }
+    if (run.sink) add_sink(families, *run.sink);
     return prometheus::TextSerializer().Serialize(families);
 }
 

@@ -1,9 +1,11 @@
 // The figures of a run as Prometheus reads them, in a file that a collector of text files takes up.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "host/lib/account.h"
+#include "host/lib/sink_account.h"
 
 namespace zelhost {
 
@@ -12,6 +14,7 @@ struct RunProgress {
     double start_time = 0;  // seconds since 1970
     bool running = false;
     uint64_t lines = 0, skipped = 0, shown = 0;
+    std::optional<SinkAccount> sink{};  // none without a sink
 };
 
 // In the text format. What only the log tells is left out where the log is not read.

@@ -168,7 +168,8 @@ TEST(StatusLine, TellsRatesOfTheLastSecond) {
 
 // Each family has its HELP and its TYPE before its samples, and a sample is a name, labels and a number.
 TEST(Metrics, FollowTheTextFormat) {
-    const std::string text = metrics_text(account_of(50, 8), {.running = true, .lines = 12});
+    const SinkAccount sink{.acknowledged = 7, .shed_size = 2};
+    const std::string text = metrics_text(account_of(50, 8), {.running = true, .lines = 12, .sink = sink});
     std::istringstream lines(text);
     std::string family, kind;
     for (std::string line; std::getline(lines, line);) {
@@ -191,7 +192,8 @@ TEST(Metrics, FollowTheTextFormat) {
     }
     for (const char* line : {"zelhost_running 1", "zelhost_input_lines_total 12", "zelhost_event_queue_events 41",
                              "zelhost_events_published_total{event=\"1536\"} 50", "zelhost_traces_waiting 3",
-                             "zelhost_events_unreported_total{event=\"1536\",reason=\"shed, queue full\"} 8"})
+                             "zelhost_events_unreported_total{event=\"1536\",reason=\"shed, queue full\"} 8",
+                             "zelhost_sink_acknowledged_total 7", "zelhost_sink_shed_total{reason=\"size\"} 2"})
         EXPECT_NE(text.find(std::string("\n") + line + "\n"), std::string::npos) << line;
     EXPECT_EQ(metrics_text({}, {}).find("zelhost_event_queue_events"), std::string::npos) << "known only by the log";
 }

@@ -1,0 +1,28 @@
+#include "host/commands/server_options.h"
+
+#include <CLI/CLI.hpp>
+
+#include "host/lib/failure.h"
+
+namespace zelhost {
+
+std::string check_address(const std::string& text) try {
+    parse_nats_address(text);
+    return {};
+} catch (const Failure& e) {
+    return e.what();
+}
+
+void add_server_options(CLI::App& app, const std::string& prefix, NatsAccess& access) {
+    const auto add = [&](const char* name, const char* help, std::string& file) {
+        return app.add_option(prefix + name, file, help)->type_name("FILE");
+    };
+    add("creds", "Credentials for the server: a file of its tools, or one line NAME:PASSWORD", access.creds);
+    add("ca", "Certificates that the server's one is checked with; asks for TLS", access.ca);
+    CLI::Option* const cert = add("cert", "This client's certificate", access.cert);
+    CLI::Option* const key = add("key", "The key of this client's certificate", access.key);
+    cert->needs(key);
+    key->needs(cert);
+}
+
+}  // namespace zelhost
