@@ -66,10 +66,10 @@ void ProcessStories::settle(const Sending& sending, bool by_alarm_worker) {
     if (!by_alarm_worker) {
         if (sending.of_trace == nullptr || sending.of_trace->chain_sent) return;
         if (sending.of_trace == trace_hand_) trace_may_send_ = false;
-        if (sending.of_trace->reported)
-            send_chain(*sending.of_trace, sending);
-        else
+        if (sending.of_trace->event == event_id::kov && !sending.of_trace->reported)
             report(*sending.of_trace, sending);
+        else
+            send_chain(*sending.of_trace, sending);
         return;
     }
     if (sending.batch && batch_may_come_) {

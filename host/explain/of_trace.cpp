@@ -112,7 +112,9 @@ bool ProcessStories::answer(const Told& told) {
     // A KOV alert that the alarm worker has in hand is sent by that worker.
     if (&story != hand_ || story.event != event_id::kov || story.stage != Stage::on_alarm_worker) {
         trace_hand_ = &story;
-        trace_may_send_ = told.row().says != Says::retry && !story.marked_shed;
+        trace_may_send_ = told.row().says != Says::retry && !story.marked_shed && !story.on_demand;
+        // Only a KOV alert is traced before its report.
+        if (story.event != event_id::kov) story.reported = !story.on_demand;
     }
     switch (told.row().says) {
         case Says::retry:

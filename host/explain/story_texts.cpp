@@ -238,24 +238,33 @@ constexpr std::string_view kSilent[] = {
 // A line holds what stands before a line end in its format.
 constexpr std::string_view first_line(std::string_view format) { return format.substr(0, format.find_first_of("\r\n")); }
 
-}  // namespace
-
-std::span<const StoryText> story_texts() { return kTexts; }
-std::span<const std::string_view> silent_texts() { return kSilent; }
-
-Reading read_text(std::string_view text, std::string_view file) {
-    text = first_line(text);
-    for (const StoryText& row : kTexts) {
+// By the first row that can have written the text.
+Reading read_with(std::span<const StoryText> rows, std::string_view text, std::string_view file) {
+    for (const StoryText& row : rows) {
         const std::string_view format = first_line(row.format);
         if (!text.starts_with(head_of(format)) || file.find(row.file) == std::string_view::npos) continue;
         auto values = values_of(text, format, row.guid);
         if (!values || (!row.first.empty() && values->front() != row.first)) continue;
         return {&row, true, std::move(*values)};
     }
+    return {};
+}
+
+}  // namespace
+
+std::span<const StoryText> story_texts() { return kTexts; }
+std::span<const std::string_view> silent_texts() { return kSilent; }
+
+// The last row takes every text of the files that it names, so the silent ones come before it.
+Reading read_text(std::string_view text, std::string_view file) {
+    text = first_line(text);
+    const std::span<const StoryText> rows(kTexts);
+    if (Reading reading = read_with(rows.first(rows.size() - 1), text, file); reading.known) return reading;
     const bool silent = std::ranges::any_of(kSilent, [&](std::string_view format) {
         return text.starts_with(head_of(format)) && values_of(text, format).has_value();
     });
-    return {nullptr, silent, {}};
+    if (silent) return {nullptr, true, {}};
+    return read_with(rows.last(1), text, file);
 }
 
 }  // namespace zelhost
