@@ -20,8 +20,8 @@ bool ProcessStories::of_sending(const Told& told) {
 bool ProcessStories::begin_sending(const Told& told) {
     const bool alarm = told.entry.worker != Worker::trace;
     const bool trace = told.entry.worker != Worker::alarm;
-    const Sending sending{alarm && alarm_may_send() ? hand_ : nullptr,
-                          trace && trace_may_send_ ? trace_hand_ : nullptr,
+    const Sending sending{alarm && alarm_may_send(told.entry.worker) ? hand_ : nullptr,
+                          trace && trace_may_send() ? trace_hand_ : nullptr,
                           alarm && batch_may_come_,
                           static_cast<uint64_t>(told.number(0)),
                           told.entry.at_us,
@@ -35,6 +35,7 @@ bool ProcessStories::begin_sending(const Told& told) {
 // With two messages on their way, both end the same way, so the order of their ends says nothing.
 bool ProcessStories::end_sending(const Told& told, bool made) {
     const auto is_of = [&](const Sending& sending) {
+        if (sending.settled) return true;
         if (told.entry.worker == Worker::alarm) return sending.of_alarm != nullptr || sending.batch;
         if (told.entry.worker == Worker::trace) return sending.of_trace != nullptr;
         return true;
@@ -42,7 +43,7 @@ bool ProcessStories::end_sending(const Told& told, bool made) {
     const auto found = std::ranges::find_if(sending_, is_of);
     if (found == sending_.end()) {
         // A message that there is none of gets no further than this line.
-        Story* const story = told.entry.worker == Worker::trace || !alarm_may_send() ? trace_hand_ : hand_;
+        Story* const story = told.entry.worker == Worker::trace || !alarm_may_send(told.entry.worker) ? trace_hand_ : hand_;
         if (!made && story != nullptr) story->complaints.push_back(told.entry.text);
         return !made && story != nullptr;
     }
@@ -55,6 +56,7 @@ bool ProcessStories::end_sending(const Told& told, bool made) {
             if (story != nullptr) story->complaints.push_back(told.entry.text);
         return true;
     }
+    if (sending.settled) return true;
     if (sending.of_trace != nullptr && (sending.of_alarm != nullptr || sending.batch))
         undecided_.push_back(sending);
     else
@@ -80,18 +82,43 @@ void ProcessStories::settle(const Sending& sending, bool by_alarm_worker) {
     report(*sending.of_alarm, sending);
 }
 
-// The alarm worker has done with sending its event. If nothing else was its message, the last of the undecided ones is:
-// its next line follows upon that at once. All others are of the trace worker.
+// The alarm worker is still before its report, so all that was sent until now is of the other.
+void ProcessStories::settle_others() {
+    std::vector<Sending> settled;
+    settled.swap(undecided_);
+    for (const Sending& sending : settled) settle(sending, sending.batch && batch_may_come_);
+    for (Sending& sending : sending_)
+        if (sending.of_trace != nullptr) sending.of_alarm = nullptr;
+}
+
+// The alarm worker has done with its event. A trace sends one chain, so where one of them seems to have sent two, one of
+// the two was the alarm worker's, and the sizes do not tell which: the later one is taken, whose place in time is right.
+// All other messages were chains.
 void ProcessStories::settle_hand(bool has_sent) {
     std::vector<Sending> settled;
     settled.swap(undecided_);
-    const bool is_owed = has_sent && hand_ != nullptr && !hand_->reported;
-    for (size_t i = 0; i < settled.size(); ++i) {
-        // Which of several sizes is whose is not known.
-        if (settled.size() > 1) settled[i].size = 0;
-        const bool is_last = i + 1 == settled.size();
-        settle(settled[i], (is_owed && is_last) || (settled[i].batch && batch_may_come_));
+    size_t mine = settled.size();
+    if (has_sent && hand_ != nullptr && !hand_->reported && !settled.empty()) {
+        mine = settled.size() - 1;
+        for (size_t i = 1; i < settled.size(); ++i) {
+            const auto same = std::ranges::find(settled.begin(), settled.begin() + static_cast<ptrdiff_t>(i),
+                                                settled[i].of_trace, &Sending::of_trace);
+            if (same == settled.begin() + static_cast<ptrdiff_t>(i)) continue;
+            mine = i;
+            same->size = 0;
+        }
+        settled[mine].size = 0;
     }
+    // Its message has ended by now, so the end that was taken for that of a chain was this one.
+    for (Sending& sending : sending_) {
+        if (!has_sent || sending.of_alarm != hand_ || hand_ == nullptr) continue;
+        if (sending.of_trace == nullptr) {
+            settle(sending, true);
+            sending.settled = true;
+        }
+        sending.of_alarm = nullptr;
+    }
+    for (size_t i = 0; i < settled.size(); ++i) settle(settled[i], i == mine || (settled[i].batch && batch_may_come_));
 }
 
 // The line is only written behind a report that was sent.
@@ -101,11 +128,19 @@ void ProcessStories::confirm_report(Story& story, const Told& told) {
 }
 
 // An event sends one message of its own. One that is on its way and can be of no other is this one.
-bool ProcessStories::alarm_may_send() const {
+bool ProcessStories::alarm_may_send(Worker writer) const {
     if (hand_ == nullptr || hand_->stage != Stage::on_alarm_worker || hand_->reported) return false;
+    // The trace module builds the messages of these two. Where the writer is known, its lines may have been left out.
+    if (!hand_->builds && writer != Worker::alarm && hand_->event != event_id::kov && hand_->event != event_id::trc_ex) return false;
     return std::ranges::none_of(sending_, [&](const Sending& sending) {
         return sending.of_alarm == hand_ && sending.of_trace == nullptr && !sending.batch;
     });
+}
+
+bool ProcessStories::trace_may_send() const {
+    return trace_may_send_ && std::ranges::none_of(sending_, [&](const Sending& sending) {
+               return sending.of_trace == trace_hand_ && sending.of_alarm == nullptr && !sending.batch;
+           });
 }
 
 // The lines of the report are the last ones of a finding and of an expansion.
@@ -140,7 +175,7 @@ void ProcessStories::send_chain(Story& story, const Sending& sending) {
 // What an alert is told that was reported before is about its chain.
 bool ProcessStories::fail_sending(const Told& told) {
     const bool kov_line = told.entry.file == "reshdlwork_trace.cpp" && (hand_ == nullptr || hand_->event != event_id::kov);
-    Story* story = told.entry.worker == Worker::trace || kov_line || !alarm_may_send() ? trace_hand_ : hand_;
+    Story* story = told.entry.worker == Worker::trace || kov_line || !alarm_may_send(told.entry.worker) ? trace_hand_ : hand_;
     if (told.row().says == Says::unsent_named) {
         story = find(told.guid());
         if (story == nullptr || !story->reported) story = in_hand(told);

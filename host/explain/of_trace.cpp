@@ -51,7 +51,7 @@ bool ProcessStories::of_trace(const Told& told) {
         }
         default: break;
     }
-    Story* const story = told.entry.worker == Worker::alarm ? hand_ : trace_hand_;
+    Story* const story = told.entry.worker == Worker::alarm || trace_hand_ == nullptr ? hand_ : trace_hand_;
     if (story == nullptr) return false;
     switch (told.row().says) {
         case Says::cost:

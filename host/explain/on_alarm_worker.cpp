@@ -50,7 +50,10 @@ bool ProcessStories::on_alarm_worker(const Told& told) {
     Story* const found = told.row().writer == Writer::either_worker ? of_kov(told) : in_hand(told);
     if (found == nullptr) return false;
     Story& story = *found;
+    const bool before_report = told.row().says < Says::goes_to_trace || told.row().says == Says::entered_cache;
+    if (before_report && &story == hand_) settle_others();
     switch (told.row().says) {
+        case Says::builds: story.builds = true; return true;
         case Says::bad_text:
             story.complaints.push_back(fmt::format("the text \"{}\" holds bytes that no message may carry", told.value(0)));
             return true;

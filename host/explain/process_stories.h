@@ -58,6 +58,7 @@ private:
         uint64_t size;
         int64_t at_us;
         uint64_t order;
+        bool settled = false;  // its end was taken for that of the other message
     };
     struct Published {
         EVENT_ID event;
@@ -99,9 +100,11 @@ private:
     bool begin_sending(const Told& told);
     bool end_sending(const Told& told, bool made);
     void settle(const Sending& sending, bool by_alarm_worker);
+    void settle_others();
     void settle_hand(bool has_sent);
     void confirm_report(Story& story, const Told& told);
-    bool alarm_may_send() const;
+    bool alarm_may_send(Worker writer) const;
+    bool trace_may_send() const;
     void report(Story& story, const Sending& sending);
     void send_chain(Story& story, const Sending& sending);
     bool fail_sending(const Told& told);

@@ -80,6 +80,7 @@ struct Story {
 
     // How far it has come.
     bool decoded = false;
+    bool builds = false;  // its message
     bool reported = false;
     bool repeated = false;
     bool chain_sent = false;

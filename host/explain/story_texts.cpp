@@ -92,6 +92,8 @@ constexpr StoryText kTexts[] = {
     {"The alert has been repeated. guid:%s", alarm, repeated, 0},
 
     // Building.
+    {"get cwpp agentid[%s]", alarm, builds},
+    {"get agentid from env error !", alarm, builds, no_guid, End::waiting, {}, "getprotobuf.cpp"},
     {"[ds]str: %s not Ascii", alarm, nothing},
     {"[ds]str: %s not utf-8", alarm, bad_text},
     {"SetSubjectInfo failed!", alarm, complaint},
@@ -109,6 +111,7 @@ constexpr StoryText kTexts[] = {
 
     // The hot cache.
     {"New data is inserted into the cache.hash:%llu, alert_guid:%s, key:%s, time:%llu", alarm, entered_cache, 1},
+    {"hot cache current size:%d", alarm, nothing},
     {"hot cache queue:%d, die out size:%d", alarm, sheds_from_cache},
     {"die out size:%d, queue size:%d", alarm, ages_cache},
     {"report data:alert_id:%s, count:%u, hash:%llu, begin:%llu, end:%llu, key:%s", alarm, batch_of_repeats, 0},
@@ -138,7 +141,7 @@ constexpr StoryText kTexts[] = {
     // Traces.
     {"zeltrc comp function is null.", either, lost, no_guid, End::no_function},
     {"Failed to complete the alarm information.", either, not_completed},
-    {"GetKovAlarm failed!", either, nothing},
+    {"GetKovAlarm failed!", either, trace_note},
     {"GetComResult failed!", trace, trace_note},
     {"Try more than %d times, discard! guid:%s", either, tries_over, 1},
     {"alert trace retry, guid:%s", either, retry, 0},
@@ -191,9 +194,7 @@ constexpr std::string_view kSilent[] = {
     "get %s file path %s",
     "get agentid %s",
     "get agentid from env error !",
-    "get cwpp agentid[%s]",
     "getZelreshdlDataInfo:%s",
-    "hot cache current size:%d",
     "ini_file_get failed!",
     "ini_file_get section : %s , key : %s failed",
     "ini_file_load failed!",

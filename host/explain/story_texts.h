@@ -46,6 +46,7 @@ enum class Says : uint8_t {
     begun_named,
     ignored,
     nothing,  // it belongs to that event and adds nothing to its story
+    builds,   // its message begins to be built
     complaint,
     bad_text,
     container,
