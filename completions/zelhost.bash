@@ -43,12 +43,17 @@ _zelhost() {
         'run --limit') return ;;
         'run --color') _zelhost_words 'auto always never'; return ;;
         'run --metrics') _zelhost_paths -f; return ;;
+        'run --record') _zelhost_paths -f; return ;;
         'run --summary') _zelhost_words 'text json none'; return ;;
         'run --set') return ;;
         'run --not-ready') return ;;
         'run --trace-cost') return ;;
         'run --queue-max') return ;;
         'run --trc-times') return ;;
+        'replay --speed') return ;;
+        'replay --root') _zelhost_paths -d; return ;;
+        'replay --output') _zelhost_paths -f; return ;;
+        'replay --log') _zelhost_paths -f; return ;;
         'check --format') _zelhost_words 'text json sarif'; return ;;
         'check --log-level') _zelhost_words 'error warn info debug'; return ;;
         'check --color') _zelhost_words 'auto always never'; return ;;
@@ -63,14 +68,15 @@ _zelhost() {
         'man --format') _zelhost_words 'roff markdown'; return ;;
     esac
     case $command in
-        '') _zelhost_words 'run check decode graph schema status man completion --version -h --help' ;;
-        run) _zelhost_words '--root --input --output --log --log-level --idle-ms --max-wait --follow --events --level --limit --pretty --color --metrics --summary --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
+        '') _zelhost_words 'run replay check decode graph schema status man completion --version -h --help' ;;
+        run) _zelhost_words '--root --input --output --log --log-level --idle-ms --max-wait --follow --events --level --limit --pretty --color --metrics --record --summary --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
+        replay) if [[ $cur == -* ]]; then _zelhost_words '--compare --speed --root --output --log -h --help'; else _zelhost_paths -f; fi ;;
         check) if [[ $cur == -* ]]; then _zelhost_words '--strict --quiet --format --log-level --color -h --help'; else _zelhost_paths -f; fi ;;
         decode) if [[ $cur == -* ]]; then _zelhost_words '--hex --base64 --pretty --all --sizes --color -h --help'; else _zelhost_paths -f; fi ;;
         graph) if [[ $cur == -* ]]; then _zelhost_words '-o --output --guid -h --help'; else _zelhost_paths -f; fi ;;
         schema) if [[ $cur == -* ]]; then _zelhost_words '-o --output -h --help'; else _zelhost_words 'document input output'; fi ;;
         status) _zelhost_words '--root --json --color -h --help' ;;
-        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run check decode graph schema status man completion'; fi ;;
+        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run replay check decode graph schema status man completion'; fi ;;
         completion) if [[ $cur == -* ]]; then _zelhost_words '-h --help'; else _zelhost_words 'bash zsh fish'; fi ;;
     esac
 }

@@ -14,6 +14,7 @@ end
 
 complete -c zelhost -f
 complete -c zelhost -n "__zelhost_in ''" -a run -d 'Play a script of events to the plug-in of an agent folder'
+complete -c zelhost -n "__zelhost_in ''" -a replay -d 'Play a record of a run again, and compare what comes out'
 complete -c zelhost -n "__zelhost_in ''" -a check -d 'Tell whether alert documents come through, and where one is wrong'
 complete -c zelhost -n "__zelhost_in ''" -a decode -d 'Show what serialised messages hold'
 complete -c zelhost -n "__zelhost_in ''" -a graph -d 'Draw the behaviour chain of a finished trace'
@@ -37,6 +38,7 @@ complete -c zelhost -n "__zelhost_in run" -l limit -r -d 'End after so many show
 complete -c zelhost -n "__zelhost_in run" -l pretty -d 'Lines for people instead of JSON, and on a terminal a line that tells how it goes'
 complete -c zelhost -n "__zelhost_in run" -l color -r -f -a 'auto always never' -d 'Colours: auto (on a terminal, unless NO_COLOR is set), always or never'
 complete -c zelhost -n "__zelhost_in run" -l metrics -r -F -d 'Replace this file with Prometheus metrics every second and at the end'
+complete -c zelhost -n "__zelhost_in run" -l record -r -F -d 'Keep the session in this file, for zelhost replay and zelhost explain'
 complete -c zelhost -n "__zelhost_in run" -l summary -r -f -a 'text json none' -d 'The summary at the end (text)'
 complete -c zelhost -n "__zelhost_in run" -l set -r -d 'One value of an ini file, in a temporary copy of the agent folder; FILE is zelreshdl, zeltrc or zel_pure_mode. May be repeated'
 complete -c zelhost -n "__zelhost_in run" -l not-ready -r -d 'How often the trace module puts an alert off: zeltrc:standin:not_ready_times'
@@ -44,6 +46,13 @@ complete -c zelhost -n "__zelhost_in run" -l trace-cost -r -d 'How long a trace 
 complete -c zelhost -n "__zelhost_in run" -l queue-max -r -d 'Limit of each queue, 50 to 500: zelreshdl:config:queue_max'
 complete -c zelhost -n "__zelhost_in run" -l trc-times -r -d 'Most tries of a trace, 0 to 16, 0 for no traces: zelreshdl:config:trc_times'
 complete -c zelhost -n "__zelhost_in run" -s h -l help -d 'Print this help message and exit'
+complete -c zelhost -n "__zelhost_in replay" -F
+complete -c zelhost -n "__zelhost_in replay" -l compare -d 'Compare with the record instead of showing what comes out'
+complete -c zelhost -n "__zelhost_in replay" -l speed -r -d 'How many times as fast as the session went; max, as fast as it goes (max)'
+complete -c zelhost -n "__zelhost_in replay" -l root -r -f -a '(__fish_complete_directories)' -d 'Agent folder; the one that zelhost stands in if not given'
+complete -c zelhost -n "__zelhost_in replay" -l output -r -F -d 'Where the JSON lines go, - for standard output (default)'
+complete -c zelhost -n "__zelhost_in replay" -l log -r -F -d 'The plug-in\'s log, at level debug; none if not given'
+complete -c zelhost -n "__zelhost_in replay" -s h -l help -d 'Print this help message and exit'
 complete -c zelhost -n "__zelhost_in check" -F
 complete -c zelhost -n "__zelhost_in check" -l strict -d 'A warning refuses the document'
 complete -c zelhost -n "__zelhost_in check" -l quiet -d 'Print refusals only'
@@ -70,7 +79,7 @@ complete -c zelhost -n "__zelhost_in status" -l root -r -f -a '(__fish_complete_
 complete -c zelhost -n "__zelhost_in status" -l json -d 'One JSON object on one line, for programs'
 complete -c zelhost -n "__zelhost_in status" -l color -r -f -a 'auto always never' -d 'Colours: auto (on a terminal, unless NO_COLOR is set), always or never'
 complete -c zelhost -n "__zelhost_in status" -s h -l help -d 'Print this help message and exit'
-complete -c zelhost -n "__zelhost_in man" -f -a 'run check decode graph schema status man completion'
+complete -c zelhost -n "__zelhost_in man" -f -a 'run replay check decode graph schema status man completion'
 complete -c zelhost -n "__zelhost_in man" -l format -r -f -a 'roff markdown' -d 'roff for man (default), or markdown for the tables of options and exit statuses'
 complete -c zelhost -n "__zelhost_in man" -s h -l help -d 'Print this help message and exit'
 complete -c zelhost -n "__zelhost_in completion" -f -a 'bash zsh fish'

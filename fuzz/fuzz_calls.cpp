@@ -63,7 +63,7 @@ struct Folder {
 
 class Player final : zelhost::Client {
 public:
-    explicit Player(const std::string& root) : agent_(root, {}), session_(agent_, *this) {}
+    explicit Player(const std::string& root) : agent_(root, std::vector<zelhost::Setting>{}), session_(agent_, *this) {}
 
     void play(fuzz::Bytes input) {
         start();

@@ -29,6 +29,8 @@ struct Command {
 constexpr Command kCommands[] = {
     {"run", "Play a script of events to the plug-in of an agent folder", "zelhost run --input scenarios/demo.jsonl",
      prepare_run},
+    {"replay", "Play a record of a run again, and compare what comes out",
+     "zelhost replay scenarios/records/demo.record --compare", prepare_replay},
     {"check", "Tell whether alert documents come through, and where one is wrong", "zelhost check scenarios/demo.jsonl",
      prepare_check},
     {"decode", "Show what serialised messages hold",

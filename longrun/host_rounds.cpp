@@ -300,8 +300,8 @@ int main_of(int argc, char** argv) {
     setenv("ZEL_LOG_FILE", "/dev/null", 1);
     setenv("ZEL_LOG_LEVEL", "error", 1);
     const std::string_view first = argc == 3 ? argv[1] : "";
-    if (first == "exit") exit_without_a_stop(AgentFolder(argv[2], {}));
-    if (first == "fork") return fork_in_mid_work(AgentFolder(argv[2], {}));
+    if (first == "exit") exit_without_a_stop(AgentFolder(argv[2], std::vector<Setting>{}));
+    if (first == "fork") return fork_in_mid_work(AgentFolder(argv[2], std::vector<Setting>{}));
     int rounds = 0;
     const auto [end, error] = std::from_chars(first.data(), first.data() + first.size(), rounds);
     if (error != std::errc() || end != first.data() + first.size() || rounds < 1) {

@@ -19,6 +19,7 @@ Action prepare_completion(CLI::App& app);
 Action prepare_man(CLI::App& app);
 Action prepare_graph(CLI::App& app);
 Action prepare_run(CLI::App& app);
+Action prepare_replay(CLI::App& app);
 Action prepare_decode(CLI::App& app);
 Action prepare_check(CLI::App& app);
 Action prepare_explain(CLI::App& app);

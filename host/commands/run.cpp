@@ -44,11 +44,15 @@ void Run::open_files() {
                    stop_signal_);
     if (!options_.metrics.empty())
         metrics_.emplace(options_.metrics).replace(metrics_text(Account{}, progress_of_run()));
+    if (!options_.record.empty()) recorder_.emplace(options_.record, head_of(*folder_, getenv("agentid")));
     if (options_.input == "-" && isatty(STDIN_FILENO) == 1)
         console::say("reading events from the terminal, one a line; Ctrl-D ends, zelhost run --help shows their form");
 }
 
-void Run::load() { session_.emplace(*folder_, *this); }
+void Run::load() {
+    if (recorder_) outside_.emplace(folder_->plugin(), *recorder_);
+    session_.emplace(*folder_, *this);
+}
 
 // A start that fails has said why in the log, and only there: its last errors are repeated for the reader. What cannot
 // be known is said here, once, because only a start shows whether the trace module counts. The log would repeat with
@@ -112,6 +116,12 @@ void Run::stop() {
     if (session_) session_->stop();
 }
 
+// A record that lacks something must not look like one that is whole.
+void Run::end_record() {
+    outside_.reset();
+    if (recorder_) recorder_->finish();
+}
+
 // After the bus has come to rest, so that nothing is written any more. An output that nobody reads any more is no
 // failure: its reader has what it wanted.
 void Run::check_output() {
@@ -161,9 +171,13 @@ const Run::Step Run::kSteps[] = {
     {"collect the last reports", &Run::collect_last_reports},
 };
 const Run::Step Run::kTeardown[] = {
-    {"stop the plug-in", &Run::stop},         {"write the last figures", &Run::end_showing},
-    {"write the output", &Run::check_output}, {"sum up", &Run::sum_up},
-    {"unload the libraries", &Run::unload},   {"remove the temporary agent folder", &Run::remove_copy},
+    {"stop the plug-in", &Run::stop},
+    {"end the record", &Run::end_record},
+    {"write the last figures", &Run::end_showing},
+    {"write the output", &Run::check_output},
+    {"sum up", &Run::sum_up},
+    {"unload the libraries", &Run::unload},
+    {"remove the temporary agent folder", &Run::remove_copy},
 };
 
 // A Failure says all by itself. Any other exception, as of the file system, gets the name of the step.

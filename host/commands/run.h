@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,6 +23,7 @@
 #include "host/lib/status_line.h"
 #include "host/lib/stop_signal.h"
 #include "host/lib/ticker.h"
+#include "host/record/recorder.h"
 
 namespace zelhost {
 
@@ -45,6 +47,7 @@ struct RunOptions {
     bool pretty = false;
     ColorMode color = ColorMode::automatic;
     std::string metrics;  // empty: none
+    std::string record;   // likewise
     Summary summary = Summary::text;
     std::vector<Setting> settings;
 };
@@ -69,6 +72,7 @@ private:
     void collect_last_reports();
     // Teardown: all of it, whatever happened before.
     void stop();
+    void end_record();
     void end_showing();
     void check_output();
     void sum_up();
@@ -120,7 +124,12 @@ private:
     // Nothing where the status line stands.
     void progress(const std::string& text) const;
 
-    // Of Client: write what comes back as lines.
+    // Of Client: keep what goes in, and write what comes back as lines.
+    void on_input(const Input& input) override;
+    void on_input_done(const Input& input) override;
+    void on_delivery() override;
+    void on_delivered() override;
+    void on_send(const std::function<void()>& enqueue) override;
     void on_log_line(const LogLine& line) override;
     void on_event(MbFrame::IEvent& event, const ST_PB_EVENT& record) override;
     void on_memory_check(const ST_MEM_DETECT_INFO& info) override;
@@ -141,6 +150,9 @@ private:
     std::optional<Output> output_;
     std::optional<LineReader> input_;
     std::optional<MetricsFile> metrics_;
+    std::optional<Recorder> recorder_;
+    std::mutex showing_;                   // so that what is shown comes in the order of the record
+    std::optional<OutsideGuard> outside_;  // ends when the plug-in has stopped
     std::optional<Session> session_;
     const bool status_shown_;
     std::atomic<bool> running_ = false;  // from the start of the ticker to its end

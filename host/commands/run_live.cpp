@@ -60,7 +60,31 @@ void Run::prepare_log() {
 
 // These run on the threads that Client names, while the main thread plays or waits. Output takes lines from any thread.
 // It is made before the session and so is there for all of them.
+void Run::on_input(const Input& input) {
+    if (recorder_) recorder_->input(input);
+}
+
+void Run::on_input_done(const Input& input) {
+    if (recorder_) recorder_->input_done(input);
+}
+
+void Run::on_delivery() {
+    if (recorder_) recorder_->delivery();
+}
+
+void Run::on_delivered() {
+    if (recorder_) recorder_->delivered();
+}
+
+void Run::on_send(const std::function<void()>& enqueue) {
+    if (recorder_)
+        recorder_->send(enqueue);
+    else
+        enqueue();
+}
+
 void Run::on_log_line(const LogLine& line) {
+    if (recorder_) recorder_->log_line(line);
     if (line.level <= console_log_level_ && !line.advice)
         console::block(fmt::format("{} {}\n", local_time(true), line.text));
     if (line.row == nullptr || !options_.filter.wants_the_rest()) return;
@@ -68,20 +92,29 @@ void Run::on_log_line(const LogLine& line) {
 }
 
 void Run::on_event(MbFrame::IEvent&, const ST_PB_EVENT& record) {
+    const std::lock_guard lock(showing_);
+    if (recorder_) recorder_->event(record);
     if (options_.filter.wants(record)) output_->show(lines_.event(record));
 }
 
 void Run::on_memory_check(const ST_MEM_DETECT_INFO& info) {
+    const std::lock_guard lock(showing_);
+    if (recorder_) recorder_->memory_check(info);
     if (options_.filter.wants_memory_check()) output_->show(lines_.memory_check(info));
 }
 
 void Run::on_answer(int code, uint32_t context, const char* buffer, uint32_t size) {
+    const std::lock_guard lock(showing_);
+    if (recorder_) recorder_->answer(code, context, buffer, size);
     if (options_.filter.wants_answer(buffer, size)) output_->show(lines_.answer(code, context, buffer, size));
 }
 
 void Run::on_report(std::string_view module, int32_t result, std::string_view text) {
     if (result != 1) console::say("{} gave no report; the log says why", module);
-    if (print_reports_ && !text.empty() && options_.filter.wants_the_rest()) output_->show(lines_.report(module, text));
+    const bool shown = print_reports_ && !text.empty() && options_.filter.wants_the_rest();
+    const std::lock_guard lock(showing_);
+    if (recorder_) recorder_->report(module, result, text, shown);
+    if (shown) output_->show(lines_.report(module, text));
 }
 
 // A signal ends the wait for room on the bus, and with it the run.

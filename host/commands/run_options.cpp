@@ -113,6 +113,8 @@ void add_output_options(CLI::App& app, RunOptions& options) {
     app.add_option("--metrics", options.metrics,
                    "Replace this file with Prometheus metrics every second and at the end")
         ->type_name("FILE");
+    app.add_option("--record", options.record, "Keep the session in this file, for zelhost replay and zelhost explain")
+        ->type_name("FILE");
     add_choice(app, "--summary", "FORM", "The summary at the end (text)", {"text", "json", "none"}, 0, options.summary);
 }
 

@@ -9,6 +9,7 @@
 
 #include "host/lib/console.h"
 #include "host/lib/failure.h"
+#include "host/lib/files.h"
 
 namespace zelhost {
 namespace {
@@ -26,18 +27,31 @@ constexpr IniFile kIniFiles[] = {
     {"zel_pure_mode", "config/zel_pure_mode.ini"},
 };
 
+// Not an ini file, and read by the plug-in alone.
+constexpr const char* kAgentFile = "config/agent_cfg.json";
+
+std::vector<const char*> settings_paths() {
+    std::vector<const char*> paths{kAgentFile};
+    for (const IniFile& file : kIniFiles) paths.push_back(file.path);
+    return paths;
+}
+
 // Null for a name that is none of these.
 const IniFile* find_ini_file(std::string_view name) {
     const auto found = std::ranges::find(kIniFiles, name, &IniFile::name);
     return found == std::end(kIniFiles) ? nullptr : found;
 }
 
+void write_file(const fs::path& path, const std::string& text, std::ios::openmode mode = std::ios::trunc) {
+    fs::create_directories(path.parent_path());
+    std::ofstream out(path, std::ios::out | mode);
+    out << text;
+    if (!out.flush()) throw Failure("cannot write {}: {}", path.string(), strerror(errno));
+}
+
 // Appends a section of its own: the last of several values counts.
 void write_setting(const fs::path& path, const Setting& setting) {
-    fs::create_directories(path.parent_path());
-    std::ofstream out(path, std::ios::app);
-    out << "\n[" << setting.section << "]\n" << setting.key << '=' << setting.value << '\n';
-    if (!out.flush()) throw Failure("cannot write {}: {}", path.string(), strerror(errno));
+    write_file(path, fmt::format("\n[{}]\n{}={}\n", setting.section, setting.key, setting.value), std::ios::app);
 }
 
 }  // namespace
@@ -63,16 +77,39 @@ Setting parse_setting(const std::string& text) {
     return setting;
 }
 
-// The plug-in is the one file without which nothing works; other libraries are missed when they are opened.
 AgentFolder::AgentFolder(const std::string& root, const std::vector<Setting>& settings) {
+    find(root);
+    if (settings.empty()) return;
+    copy();
+    for (const Setting& setting : settings) write_setting(root_ / find_ini_file(setting.file)->path, setting);
+}
+
+AgentFolder::AgentFolder(const std::string& root, const SettingsFiles& files) {
+    find(root);
+    copy();
+    for (const char* path : settings_paths()) {
+        const auto file = files.find(path);
+        if (file == files.end())
+            fs::remove(root_ / path);
+        else
+            write_file(root_ / path, file->second);
+    }
+}
+
+// The plug-in is the one file without which nothing works; other libraries are missed when they are opened.
+void AgentFolder::find(const std::string& root) {
     std::error_code error;
     root_ = agent_root(root);
     if (!fs::exists(plugin(), error))
         throw Failure("{} is no agent folder, {} is not there; name one with --root", root_.string(),
                       plugin().string());
-    if (settings.empty()) return;
-    copy();
-    for (const Setting& setting : settings) write_setting(root_ / find_ini_file(setting.file)->path, setting);
+}
+
+SettingsFiles AgentFolder::settings_files() const {
+    SettingsFiles files;
+    for (const char* path : settings_paths())
+        if (fs::exists(root_ / path)) files[path] = read_file((root_ / path).string());
+    return files;
 }
 
 // Everything but bin/: zelhost runs from where it is. A copy that fails half-way is removed here, since no destructor

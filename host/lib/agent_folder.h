@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,9 @@ Setting parse_setting(const std::string& text);
 // executable.
 std::filesystem::path agent_root(const std::string& root);
 
+// What an agent's settings files hold, by their paths from the root. A file that is not there has no entry.
+using SettingsFiles = std::map<std::string, std::string>;
+
 // Owns the copy, if there is one, and removes it at its end. Everything that is loaded from the folder must be closed
 // by then.
 class AgentFolder {
@@ -29,6 +33,8 @@ public:
     // `root` as of agent_root. With settings the folder is copied first, since a library finds its files from the place
     // it was loaded from. Throws Failure when it is no agent folder.
     AgentFolder(const std::string& root, const std::vector<Setting>& settings);
+    // The same with these settings files in a copy, and no others.
+    AgentFolder(const std::string& root, const SettingsFiles& files);
     ~AgentFolder();
     AgentFolder(const AgentFolder&) = delete;
     AgentFolder& operator=(const AgentFolder&) = delete;
@@ -38,7 +44,11 @@ public:
     std::filesystem::path plugin() const { return root_ / "reshdl/bin/libzelreshdl.so"; }
     std::filesystem::path library(const char* name) const { return root_ / "reshdl/lib" / name; }
 
+    // Throws Failure when one cannot be read.
+    SettingsFiles settings_files() const;
+
 private:
+    void find(const std::string& root);
     void copy();
 
     std::filesystem::path root_;

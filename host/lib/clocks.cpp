@@ -32,6 +32,7 @@ Course g_courses[3];
 std::atomic<int64_t> g_longest_sleep_us{std::numeric_limits<int64_t>::max()};
 std::atomic<void (*)(uint32_t)> g_watch{nullptr};
 std::atomic<uint64_t (*)()> g_ticks{nullptr};
+std::atomic<Watch*> g_clock_watch{nullptr};
 
 int64_t machine_ns(clockid_t clock) {
     timespec now{};
@@ -74,6 +75,16 @@ void watch_sleeps(void (*watch)(uint32_t)) { g_watch = watch; }
 
 void replace_ticks(uint64_t (*ticks)()) { g_ticks = ticks; }
 
+void set_watch(Watch* watch) { g_clock_watch = watch; }
+
+void sleep(uint32_t microseconds) {
+    int64_t us = microseconds;
+    if (us >= kLongSleepUs) us /= std::max<int64_t>(g_courses[monotonic].speed, 1);
+    us = std::min<int64_t>(us, g_longest_sleep_us);
+    const timespec wanted{us / 1'000'000, us % 1'000'000 * 1000};
+    syscall(SYS_nanosleep, &wanted, nullptr);
+}
+
 std::chrono::steady_clock::time_point machine_now() {
     return std::chrono::steady_clock::time_point(std::chrono::nanoseconds(machine_ns(CLOCK_MONOTONIC)));
 }
@@ -84,31 +95,35 @@ using namespace zelhost::clocks;
 
 // Other clocks, as those of processor time, are the machine's.
 OVERRIDE int clock_gettime(clockid_t clock, timespec* now) noexcept {
-    const int64_t ns = clock == CLOCK_MONOTONIC  ? shown_ns(monotonic)
-                       : clock == CLOCK_REALTIME ? shown_ns(realtime)
-                                                 : machine_ns(clock);
+    int64_t ns = clock == CLOCK_MONOTONIC  ? shown_ns(monotonic)
+                 : clock == CLOCK_REALTIME ? shown_ns(realtime)
+                                           : machine_ns(clock);
+    if (Watch* const watch = g_clock_watch; watch != nullptr && clock == CLOCK_MONOTONIC)
+        ns = watch->monotonic_ns(ns, __builtin_return_address(0));
     *now = {ns / kSecond, ns % kSecond};
     return 0;
 }
 
 OVERRIDE time_t time(time_t* out) noexcept {
-    const time_t now = shown_ns(whole_seconds) / kSecond;
+    int64_t now = shown_ns(whole_seconds) / kSecond;
+    if (Watch* const watch = g_clock_watch) now = watch->seconds(now, __builtin_return_address(0));
     if (out != nullptr) *out = now;
     return now;
 }
 
-// The watch sees what was asked for, not how long the sleep takes.
+// The watch of sleeps sees what was asked for, not how long the sleep takes.
 OVERRIDE int usleep(useconds_t microseconds) {
     if (void (*const watch)(uint32_t) = g_watch) watch(microseconds);
-    int64_t us = microseconds;
-    if (us >= kLongSleepUs) us /= std::max<int64_t>(g_courses[monotonic].speed, 1);
-    us = std::min<int64_t>(us, g_longest_sleep_us);
-    const timespec wanted{us / 1'000'000, us % 1'000'000 * 1000};
-    syscall(SYS_nanosleep, &wanted, nullptr);
+    if (Watch* const watch = g_clock_watch)
+        watch->sleep(microseconds, __builtin_return_address(0));
+    else
+        zelhost::clocks::sleep(microseconds);
     return 0;
 }
 
 uint64_t zel_time_get_tick_cout() {
     if (uint64_t (*const ticks)() = g_ticks) return ticks();
-    return static_cast<uint64_t>(shown_ns(monotonic)) / 1'000'000;
+    const uint64_t now = static_cast<uint64_t>(shown_ns(monotonic)) / 1'000'000;
+    if (Watch* const watch = g_clock_watch) return watch->ticks(now, __builtin_return_address(0));
+    return now;
 }

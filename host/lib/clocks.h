@@ -30,6 +30,23 @@ void watch_sleeps(void (*watch)(uint32_t microseconds));
 // From now on zel_time_get_tick_cout answers what this function says, on the calling thread.
 void replace_ticks(uint64_t (*ticks)());
 
+// Sees what each caller asks of the clocks, and may answer something else. The caller is the address behind the call.
+class Watch {
+public:
+    virtual ~Watch() = default;
+
+    // What the caller sees, in nanoseconds; `shown` is what it would see without the watch.
+    virtual int64_t monotonic_ns(int64_t shown, const void* caller) = 0;
+    virtual int64_t seconds(int64_t shown, const void* caller) = 0;  // of time()
+    virtual uint64_t ticks(uint64_t shown, const void* caller) = 0;  // milliseconds of zel_time_get_tick_cout
+    // Sleeps, or does not.
+    virtual void sleep(uint32_t microseconds, const void* caller) = 0;
+};
+// Null takes the watch off.
+void set_watch(Watch* watch);
+// Sleeps as usleep does without a watch.
+void sleep(uint32_t microseconds);
+
 // The machine's own clock, which nothing above moves; for deadlines.
 std::chrono::steady_clock::time_point machine_now();
 

@@ -20,6 +20,7 @@ inline constexpr ExitCodeWords kExitCodes[] = {
     {kFailed, "a document does not come through", "check"},
     {kFailed, "a message is damaged", "decode"},
     {kFailed, "a start would fail", "status"},
+    {kFailed, "what came out is not what the record has", "replay"},
     {kUsage, "a wrong command line"},
     {kUsage, "a file cannot be read", "check"},
     {kLinesSkipped, "lines of the input were skipped", "run graph"},

@@ -1,6 +1,8 @@
 // RTLD_NOW, so that a library that lacks something is found out here and not in the middle of a run.
 #include "host/lib/libraries.h"
 
+#include <atomic>
+
 #include "host/lib/failure.h"
 
 namespace zelhost {
@@ -8,6 +10,8 @@ namespace {
 
 // A leak report names no function of a library that is gone.
 constexpr int kOpenFlags = RTLD_NOW | (ZEL_ADDRESS_SANITIZER != 0 ? RTLD_NODELETE : 0);
+
+std::atomic<void*> g_support = nullptr;
 
 }  // namespace
 
@@ -33,6 +37,12 @@ void* find_function(const Library& library, const char* name, Need need) {
         throw Failure("{} has no function {}; is it of another version?", library.path(), name);
     return found;
 }
+
+SupportInUse::SupportInUse(const Support& support) { g_support = support.library.handle(); }
+
+SupportInUse::~SupportInUse() { g_support = nullptr; }
+
+void* support_library() { return g_support; }
 
 lummb_counts Bus::counts() const {
     lummb_counts counts{};

@@ -31,6 +31,7 @@ public:
 
     // Null when there is none.
     void* symbol(const char* name) const { return dlsym(handle_, name); }
+    void* handle() const { return handle_; }
     const std::string& path() const { return path_; }
     // From now on the library stays in the process for good, since something may still call into it.
     void keep() { handle_ = nullptr; }
@@ -71,6 +72,18 @@ struct Support {
     Function<decltype(&zel_log_set_tap)> set_log_tap{library, "zel_log_set_tap", Need::optional};
 };
 
+// Tells which support library a session uses, for as long as this lives: who stands before its functions has to find
+// them.
+class SupportInUse {
+public:
+    explicit SupportInUse(const Support& support);
+    ~SupportInUse();
+    SupportInUse(const SupportInUse&) = delete;
+    SupportInUse& operator=(const SupportInUse&) = delete;
+};
+// Its handle; null without one. Any thread.
+void* support_library();
+
 // The bus. The plug-in opens the same file, so both talk to one instance.
 struct Bus {
     lummb_counts counts() const;
@@ -80,6 +93,7 @@ struct Bus {
     Function<lummb_publish_dns_t> publish_dns{library, "lummb_publish_dns"};
     Function<lummb_subscribe_t> subscribe{library, "lummb_subscribe"};
     Function<lummb_unsubscribe_t> unsubscribe{library, "lummb_unsubscribe"};
+    Function<lummb_set_order_t> set_order{library, "lummb_set_order"};
     Function<lummb_get_counts_t> get_counts{library, "lummb_get_counts"};
 };
 

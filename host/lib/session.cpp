@@ -41,6 +41,19 @@ void open_if_there(std::optional<Record>& record, const std::filesystem::path& p
     if (std::filesystem::exists(path)) record.emplace(path);
 }
 
+// Tells the client of what goes in for as long as this lives.
+class Told {
+public:
+    Told(Client& client, const Input& input) : client_(client), input_(input) { client_.on_input(input_); }
+    ~Told() { client_.on_input_done(input_); }
+    Told(const Told&) = delete;
+    Told& operator=(const Told&) = delete;
+
+private:
+    Client& client_;
+    const Input input_;
+};
+
 // What is delivered at this moment counts as waiting.
 bool at_rest(const lummb_counts& bus) { return bus.waiting == 0 && bus.sending == 0; }
 
@@ -60,15 +73,13 @@ Session::Session(const AgentFolder& folder, Client& client, int visibility)
     : folder_(folder),
       client_(client),
       support_{Library(folder_.root() / "lib/liblumutil.so", RTLD_GLOBAL)},
+      support_in_use_(support_),
       bus_{folder_.library("liblummb.so")},
       plugin_{{folder_.plugin(), visibility}} {
     Session* none = nullptr;
     if (!current.compare_exchange_strong(none, this)) throw Failure("there is a session already in this process");
     undo_.add([] { current = nullptr; });
-    if (support_.set_log_tap) {
-        support_.set_log_tap(take_log_line, this);
-        undo_.add([this] { support_.set_log_tap(nullptr, nullptr); });
-    }
+    watch_log();
     open_if_there(trace_, folder_.library("libzelcount.so"));
     if (trace_ && trace_->set_explainer) {
         trace_->set_explainer(explain_buffer, this);
@@ -76,6 +87,12 @@ Session::Session(const AgentFolder& folder, Client& client, int visibility)
     }
     open_if_there(manager_, folder_.library("libzelbpmgr.so"));
     subscribe();
+}
+
+void Session::watch_log() {
+    if (!support_.set_log_tap) return;
+    support_.set_log_tap(take_log_line, this);
+    undo_.add([this] { support_.set_log_tap(nullptr, nullptr); });
 }
 
 // The subscriptions stay over restarts of the plug-in, so that what it sends while it stops is seen, too.
@@ -87,6 +104,9 @@ void Session::subscribe() {
     for (const uint32_t id : {event_id::first_report, event_id::finished_trace, event_id::credible_report})
         take(id, take_event);
     take(event_id::mem_detect, take_memory_check);
+    const lummb_order order{this, take_choice, take_delivery, take_delivered, take_sending};
+    bus_.set_order(&order);
+    undo_.add([this] { bus_.set_order(static_cast<const lummb_order*>(nullptr)); });
 }
 
 // An event that is still on the bus may call into the plug-in, which then has to stay.
@@ -111,6 +131,7 @@ std::vector<std::string> Session::unknown() const {
 
 // Whether there is a trace module is looked up once, since a reset period unloads it for a while.
 int Session::start() {
+    const Told told(client_, {.kind = Input::start});
     started_ = true;
     const int answer = plugin_.init();
     trace_module_ = trace_module_ || is_loaded(folder_.library("libzeltrc.so"));
@@ -122,6 +143,7 @@ int Session::start() {
 // until then its thread may still be in the middle of an event.
 void Session::stop() {
     if (!std::exchange(started_, false)) return;
+    const Told told(client_, {.kind = Input::stop});
     plugin_.stop();
     plugin_.uninit();
     drain();
@@ -136,6 +158,25 @@ void Session::take_log_line(void* session, int32_t level, const char* text) {
         auto& self = *static_cast<Session*>(session);
         self.client_.on_log_line(self.figures_.log_line(static_cast<uint64_t>(pthread_self()), level, text));
     });
+}
+
+int32_t Session::take_choice(void* session) {
+    int32_t choice = LUMMB_EITHER;
+    guarded("choose an event", [&] { choice = static_cast<Session*>(session)->client_.choose_next(); });
+    return choice;
+}
+
+void Session::take_delivery(void* session) {
+    guarded("follow an event", [&] { static_cast<Session*>(session)->client_.on_delivery(); });
+}
+
+void Session::take_delivered(void* session) {
+    guarded("follow an event", [&] { static_cast<Session*>(session)->client_.on_delivered(); });
+}
+
+void Session::take_sending(void* session, void (*enqueue)(void*), void* argument) {
+    guarded("send an event",
+            [&] { static_cast<Session*>(session)->client_.on_send([enqueue, argument] { enqueue(argument); }); });
 }
 
 void Session::take_event(void* session, MbFrame::IEvent* event) {
@@ -202,27 +243,39 @@ Session::Published Session::publish_when_room(uint32_t event_id, Act publish) {
 }
 
 Session::Published Session::publish(uint32_t event_id, const char* data, uint64_t size) {
+    const Told told(client_, {.kind = Input::publish, .number = event_id, .data = data, .size = size});
     return publish_when_room(event_id, [&] { return bus_.publish(event_id, data, size); });
 }
 
 Session::Published Session::publish(const ST_DNS_NATIVE& record, const char* query_name) {
+    const Told told(client_,
+                    {.kind = Input::dns, .number = event_id::ioc, .record = &record, .query_name = query_name});
     return publish_when_room(event_id::ioc, [&] { return bus_.publish_dns(&record, query_name); });
 }
 
 int Session::file_trace(const char* path, const char* file_key, int kind, uint32_t context) {
+    const Told told(
+        client_, {.kind = Input::file_trace, .number = context, .data = path, .file_key = file_key, .file_kind = kind});
     const int result = plugin_.file_trace(take_answer, path, file_key, kind, context);
     if (result == 0) figures_.file_trace();
     return result;
 }
 
 int Session::process_trace(const char* data, uint32_t size, uint32_t context) {
+    const Told told(client_, {.kind = Input::process_trace, .number = context, .data = data, .size = size});
     const int result = plugin_.process_trace(take_answer, data, size, context);
     if (result == 0) figures_.process_trace();
     return result;
 }
 
+int Session::configure(const char* data, uint32_t size) {
+    const Told told(client_, {.kind = Input::configure, .data = data, .size = size});
+    return plugin_.configuration_update(data, size);
+}
+
 // The count of deliveries is taken before the plug-in closes its gate, and at the end after it has opened it again.
 void Session::reset_begin() {
+    const Told told(client_, {.kind = Input::reset_begin});
     {
         const std::lock_guard lock(mutex_);
         if (resets_open_++ == 0) delivered_at_reset_ = bus_.counts().delivered;
@@ -233,6 +286,7 @@ void Session::reset_begin() {
 // What is delivered while any such bracket is open may have been released unhandled, and so may the event that is on
 // its way at the end.
 void Session::reset_end() {
+    const Told told(client_, {.kind = Input::reset_end});
     plugin_.end_reset();
     const std::lock_guard lock(mutex_);
     if (resets_open_ == 0) return;
@@ -247,6 +301,7 @@ bool Session::reset_open() const {
 
 void Session::collect(uint32_t buffer_size) {
     if (!can_collect()) throw Failure("the agent has no libzelbpmgr.so that a host could ask for a report");
+    const Told told(client_, {.kind = Input::collect, .number = buffer_size});
     manager_->collect(ZELBPMGR_OWN_THREAD, buffer_size, take_report, static_cast<void*>(this));
 }
 

@@ -24,12 +24,48 @@
 
 namespace zelhost {
 
+// What goes into a session. The pointers are those of the caller, and what a kind does not need is null or 0.
+struct Input {
+    enum Kind : uint8_t {
+        start,
+        stop,
+        publish,
+        dns,
+        configure,
+        file_trace,
+        process_trace,
+        reset_begin,
+        reset_end,
+        collect
+    };
+
+    Kind kind;
+    uint32_t number = 0;         // of the event; of a trace its context; of a collection the size of its buffer
+    const char* data = nullptr;  // of an event, a configuration or a process trace; of a file trace its path
+    uint64_t size = 0;
+    const char* file_key = nullptr;         // of a file trace
+    int file_kind = 0;                      // likewise
+    const ST_DNS_NATIVE* record = nullptr;  // of a DNS hit
+    const char* query_name = nullptr;       // likewise
+};
+
 // Sees what a session sees, after it has been counted. A function that is not overridden ignores what it is told. Each
 // says on which thread it runs; none may call the session. An exception is said on standard error and goes no further.
 class Client {
 public:
     virtual ~Client() = default;
 
+    // The caller's thread, before the plug-in or the bus gets it, and after it has had it.
+    virtual void on_input(const Input&) {}
+    virtual void on_input_done(const Input&) {}
+    // The bus's thread: what is to go next, of what was published and what was sent; a code of lummb_host.h.
+    virtual int32_t choose_next() { return LUMMB_EITHER; }
+    // The bus's thread, before the plug-in gets an event, and after it has had it.
+    virtual void on_delivery() {}
+    virtual void on_delivered() {}
+    // A worker's thread, or the caller's: puts an event that the plug-in sends behind those that were sent before,
+    // which has to be done once.
+    virtual void on_send(const std::function<void()>& enqueue) { enqueue(); }
     // The thread that logs, one line at a time. Must be quick and must not log.
     virtual void on_log_line(const LogLine&) {}
     // The bus's thread: events 769, 770 and 771. AddRef keeps the event, Release gives it back.
@@ -90,7 +126,7 @@ public:
     // The plug-in's exports; the result is theirs. Answers to traces are counted and go to the client. Any thread.
     int file_trace(const char* path, const char* file_key, int kind, uint32_t context);
     int process_trace(const char* data, uint32_t size, uint32_t context);
-    int configure(const char* data, uint32_t size) { return plugin_.configuration_update(data, size); }
+    int configure(const char* data, uint32_t size);
     // Open and close a reset period of the data store. Calls of several threads may overlap.
     void reset_begin();
     void reset_end();
@@ -123,12 +159,17 @@ public:
 private:
     // C call-backs of the libraries. `session` is the object.
     static void take_log_line(void* session, int32_t level, const char* text);
+    static int32_t take_choice(void* session);
+    static void take_delivery(void* session);
+    static void take_delivered(void* session);
+    static void take_sending(void* session, void (*enqueue)(void*), void* argument);
     static void take_event(void* session, MbFrame::IEvent* event);
     static void take_memory_check(void* session, MbFrame::IEvent* event);
     static void take_report(void* session, const char* module, int32_t result, const char* text);
     static int take_answer(int code, uint32_t context, const char* buffer, uint32_t size);
     static int32_t explain_buffer(void* session, const char* buffer);
-    // Part of the constructor.
+    // Parts of the constructor.
+    void watch_log();
     void subscribe();
     // None when the trace module does not count, or when there is none.
     std::optional<zeltrc_counts> trace_counts() const;
@@ -150,6 +191,7 @@ private:
 
     // Closed in the opposite order, after everything was undone.
     Support support_;
+    SupportInUse support_in_use_;
     Bus bus_;
     std::optional<TraceModule> trace_;      // none when the agent has no such library
     std::optional<ReportManager> manager_;  // likewise

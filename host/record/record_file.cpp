@@ -21,11 +21,15 @@ namespace io = google::protobuf::io;
 constexpr std::string_view kMark = "zelreshdl record ";
 constexpr int kVersion = 1;
 
-// A batch is written when it is as large or as old as that. A kill costs no more than the last one.
+// A batch is written when it is as large or as old as that. A kill costs no more than the last one. Workers that poll
+// empty queues take most of the steps of a quiet session; longer batches of them are packed to half the size.
 constexpr size_t kBatchBytes = 256 * 1024;
 constexpr auto kBatchAge = 100ms;
+constexpr auto kQuietBatchAge = 2s;
 // What one step takes beside its data.
 constexpr size_t kStepBytes = 12;
+
+bool is_poll(const record::Step& step) { return step.has_answer() && step.answer().question() <= record::TICKS; }
 
 size_t about_size(const record::Step& step) {
     return kStepBytes + (step.has_answer() ? step.answer().data().size() : step.ByteSizeLong());
@@ -76,8 +80,10 @@ void RecordWriter::add(record::Step step) {
     last_step_ += after;  // what is less than a microsecond stays for the next one
     step.set_after_us(static_cast<uint64_t>(after.count()));
     batch_bytes_ += about_size(step);
+    batch_is_quiet_ = batch_is_quiet_ && is_poll(step);
     *batch_.add_steps() = std::move(step);
-    if (batch_bytes_ >= kBatchBytes || now - last_write_ >= kBatchAge) write_batch();
+    if (batch_bytes_ >= kBatchBytes || now - last_write_ >= (batch_is_quiet_ ? kQuietBatchAge : kBatchAge))
+        write_batch();
 }
 
 void RecordWriter::flush() {
@@ -93,6 +99,7 @@ std::string RecordWriter::error() const {
 void RecordWriter::write_batch() {
     last_write_ = Clock::now();
     batch_bytes_ = 0;
+    batch_is_quiet_ = true;
     if (batch_.steps_size() > 0) write_entry(batch_);
     batch_.clear_steps();
 }
@@ -125,13 +132,14 @@ RecordReader::RecordReader(const std::string& path) : path_(path), file_(fopen(p
         throw Failure("{} is a record of version {}, and this zelhost reads version {}: {}", path_, version, kVersion,
                       version < kVersion ? "record it again" : "take a newer zelhost");
     offset_ = mark.size();
-    if (!read_entry(head_)) throw Failure("{} is a record without its head: it was cut at once", path_);
+    if (!read_entry(head_)) throw Failure("{} is a record without its head: its writer was killed at once", path_);
 }
 
 bool RecordReader::next(record::Step& step) {
     while (next_in_batch_ == batch_.steps_size()) {
         next_in_batch_ = 0;
-        if (!read_entry(batch_)) {
+        batch_.clear_steps();
+        if (cut_short_ || !read_entry(batch_)) {
             batch_.clear_steps();
             return false;
         }
@@ -153,13 +161,13 @@ bool RecordReader::read_entry(google::protobuf::Message& entry) {
     if (got == sizeof size && end <= file_size_) {
         bytes.resize(length);
         if (fread(bytes.data(), 1, length, file_.get()) == length) {
-            if (!parse_gzipped(bytes, entry)) throw Failure("the record {} is damaged at byte {}", path_, offset_);
-            offset_ = end;
-            return true;
+            damaged_ = cut_short_ = !parse_gzipped(bytes, entry);
+            if (!damaged_) offset_ = end;
+            return !damaged_;
         }
     }
-    if (ferror(file_.get()) != 0) throw Failure("cannot read the record {}: {}", path_, strerror(errno));
-    cut_short_ = got > 0;
+    damaged_ = ferror(file_.get()) != 0;
+    cut_short_ = got > 0 || damaged_;
     return false;
 }
 

@@ -24,8 +24,9 @@ public:
     RecordWriter(const RecordWriter&) = delete;
     RecordWriter& operator=(const RecordWriter&) = delete;
 
-    // Adds a step that happens now; its time is set here. Steps are written in batches, at least ten times a second as
-    // long as some come. A disk that is full ends the record and not the session: `error` tells it.
+    // Adds a step that happens now; its time is set here. Steps are written in batches: at the latest with the first
+    // step after a tenth of a second, or after two seconds when all of them are polls of idle workers. A disk that is
+    // full ends the record and not the session: `error` tells it.
     void add(record::Step step);
     // Writes what waits.
     void flush();
@@ -40,7 +41,8 @@ private:
     mutable std::mutex mutex_;  // guards all below
     std::unique_ptr<FILE, int (*)(FILE*)> file_;
     record::Batch batch_;
-    size_t batch_bytes_ = 0;  // about so many
+    size_t batch_bytes_ = 0;      // about so many
+    bool batch_is_quiet_ = true;  // it holds nothing but polls of idle workers
     Clock::time_point last_step_, last_write_;
     std::string error_;
 };
@@ -52,12 +54,16 @@ public:
     explicit RecordReader(const std::string& path);
 
     const record::Head& head() const { return head_; }
-    // The next step; false at the end. Throws Failure where the file is damaged.
+    // The next step; false at the end, and where the file is damaged.
     bool next(record::Step& step);
     // When the last step happened, in microseconds since the record began.
     int64_t at_us() const { return at_us_; }
-    // True at the end of a record whose writer was killed: its last entry is not complete.
+    // True at the end of a record that does not end as it was written: its last entry is not complete, since its writer
+    // was killed, or an entry is damaged, which is not the same for whoever looks for the reason.
     bool cut_short() const { return cut_short_; }
+    bool damaged() const { return damaged_; }
+    // How far it could be read, in bytes.
+    uint64_t read_bytes() const { return offset_; }
 
 private:
     bool read_entry(google::protobuf::Message& entry);
@@ -71,6 +77,7 @@ private:
     int next_in_batch_ = 0;
     int64_t at_us_ = 0;
     bool cut_short_ = false;
+    bool damaged_ = false;
 };
 
 // Whether the file begins as a record does, of whatever version. False when it cannot be read.

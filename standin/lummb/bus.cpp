@@ -3,11 +3,16 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <utility>
 
 #include "bus_codes.h"
 #include "frame.h"
+
+using namespace std::chrono_literals;
+
+constexpr auto kChoiceStep = 1ms;
 
 // Collects the subscription table during OnAdvised. advise puts it in force afterwards, so no event overtakes the end
 // of OnAdvised.
@@ -95,6 +100,17 @@ void Bus::deliver_later(IncomingEvent* event) {
 
 void Bus::send_later(MbFrame::IEvent* event) {
     event->AddRef();
+    lummb_order order;
+    {
+        const Lock lock(mutex_);
+        order = order_;
+    }
+    if (order.send == nullptr) return enqueue(event);
+    order.send(
+        order.context, [](void* argument) { instance().enqueue(static_cast<MbFrame::IEvent*>(argument)); }, event);
+}
+
+void Bus::enqueue(MbFrame::IEvent* event) {
     const Lock lock(mutex_);
     outbox_.push_back(event);
     ++counts_.sent;
@@ -116,6 +132,11 @@ void Bus::unsubscribe(uint64_t token) {
     sinks_.erase(found);
     sink->active = false;
     wait_until_left(sink.get(), lock);
+}
+
+void Bus::set_order(const lummb_order& order) {
+    const Lock lock(mutex_);
+    order_ = order;
 }
 
 void Bus::set_inbox_limit(uint64_t limit) {
@@ -140,7 +161,7 @@ void Bus::dispatch() {
     dispatch_thread_ = std::this_thread::get_id();
     for (;;) {
         work_.wait(lock, [this] { return !outbox_.empty() || !inbox_.empty(); });
-        if (!outbox_.empty()) {
+        if (is_sent_next(lock)) {
             MbFrame::IEvent* const event = outbox_.front();
             outbox_.pop_front();
             send(event, lock);
@@ -150,6 +171,21 @@ void Bus::dispatch() {
             deliver(event, lock);
         }
     }
+}
+
+// The host may choose what will come in a moment. It is asked again meanwhile, since it may change its mind.
+bool Bus::is_sent_next(Lock& lock) {
+    while (order_.choose != nullptr) {
+        const lummb_order order = order_;
+        lock.unlock();
+        const int32_t choice = order.choose(order.context);
+        lock.lock();
+        if (choice != LUMMB_INCOMING && choice != LUMMB_SENT) break;
+        const bool sent = choice == LUMMB_SENT;
+        if (sent ? !outbox_.empty() : !inbox_.empty()) return sent;
+        work_.wait_for(lock, kChoiceStep);
+    }
+    return !outbox_.empty();
 }
 
 // Each plug-in gets a reference of its own and releases it. The bus's reference keeps the event until all have had it.
@@ -163,9 +199,12 @@ void Bus::deliver(IncomingEvent* event, Lock& lock) {
         if (!plugin->wants(id)) continue;
         // Tells wait_until_left where the thread is.
         running_ = plugin.get();
+        const lummb_order order = order_;
         lock.unlock();
+        if (order.before_delivery != nullptr) order.before_delivery(order.context);
         event->AddRef();
         plugin->object->OnEvent(event, nullptr);
+        if (order.after_delivery != nullptr) order.after_delivery(order.context);
         lock.lock();
         running_ = nullptr;
         delivered = true;

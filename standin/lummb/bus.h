@@ -43,6 +43,7 @@ public:
     uint64_t subscribe(uint32_t event_id, lummb_sink_t call, void* context);
     void unsubscribe(uint64_t token);
 
+    void set_order(const lummb_order& order);
     void set_inbox_limit(uint64_t limit);
     lummb_counts counts();
 
@@ -69,8 +70,10 @@ private:
 
     Bus();
     [[noreturn]] void dispatch();
+    bool is_sent_next(Lock& lock);
     void deliver(IncomingEvent* event, Lock& lock);
     void send(MbFrame::IEvent* event, Lock& lock);
+    void enqueue(MbFrame::IEvent* event);
     bool wanted(uint32_t event_id) const;
     void discard_unwanted(Lock& lock);
     void wait_until_left(const void* receiver, Lock& lock);
@@ -84,6 +87,7 @@ private:
     // What waits for plug-ins, and what plug-ins have sent. Each element is one reference.
     std::deque<IncomingEvent*> inbox_;
     std::deque<MbFrame::IEvent*> outbox_;
+    lummb_order order_{};
     lummb_counts counts_{};
     uint64_t inbox_limit_ = 1024;
     uint64_t last_token_ = 0;

@@ -40,6 +40,10 @@ LUMMB_EXPORT uint64_t lummb_subscribe(uint32_t event_id, lummb_sink_t sink, void
 
 LUMMB_EXPORT void lummb_unsubscribe(uint64_t token) noexcept { Bus::instance().unsubscribe(token); }
 
+LUMMB_EXPORT void lummb_set_order(const lummb_order* order) noexcept {
+    Bus::instance().set_order(order == nullptr ? lummb_order{} : *order);
+}
+
 LUMMB_EXPORT void lummb_set_inbox_limit(uint64_t limit) noexcept { Bus::instance().set_inbox_limit(limit); }
 
 LUMMB_EXPORT void lummb_get_counts(lummb_counts* counts) noexcept { *counts = Bus::instance().counts(); }
@@ -50,5 +54,6 @@ static_assert(std::is_convertible_v<decltype(&lummb_publish), lummb_publish_t>);
 static_assert(std::is_convertible_v<decltype(&lummb_publish_dns), lummb_publish_dns_t>);
 static_assert(std::is_convertible_v<decltype(&lummb_subscribe), lummb_subscribe_t>);
 static_assert(std::is_convertible_v<decltype(&lummb_unsubscribe), lummb_unsubscribe_t>);
+static_assert(std::is_convertible_v<decltype(&lummb_set_order), lummb_set_order_t>);
 static_assert(std::is_convertible_v<decltype(&lummb_set_inbox_limit), lummb_set_inbox_limit_t>);
 static_assert(std::is_convertible_v<decltype(&lummb_get_counts), lummb_get_counts_t>);

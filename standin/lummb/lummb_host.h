@@ -34,6 +34,23 @@ typedef uint64_t (*lummb_subscribe_t)(uint32_t event_id, lummb_sink_t sink, void
 // When this returns, no call of the sink is running and none will come. A sink must not call it.
 typedef void (*lummb_unsubscribe_t)(uint64_t token);
 
+// Lets a host put events in order. A function that is null leaves the bus as it is.
+struct lummb_order {
+    void* context;
+    // On the dispatch thread, when something waits: what goes next, LUMMB_INCOMING or LUMMB_SENT. The bus waits for it.
+    // LUMMB_EITHER leaves the choice to the bus, which takes what plug-ins have sent first.
+    int32_t (*choose)(void* context);
+    // On the dispatch thread, before a plug-in gets an event and after it has had it.
+    void (*before_delivery)(void* context);
+    void (*after_delivery)(void* context);
+    // On the thread of a plug-in that sends an event. It has to call `enqueue(argument)` once, which puts the event
+    // behind those that were sent before.
+    void (*send)(void* context, void (*enqueue)(void* argument), void* argument);
+};
+enum : int32_t { LUMMB_EITHER = 0, LUMMB_INCOMING = 1, LUMMB_SENT = 2 };
+// A host sets the functions while nothing is published or sent; null takes them off.
+typedef void (*lummb_set_order_t)(const struct lummb_order* order);
+
 // Sets how many events may wait for plug-ins; 1024 at first. Events that plug-ins send are never refused.
 typedef void (*lummb_set_inbox_limit_t)(uint64_t limit);
 

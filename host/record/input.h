@@ -1,0 +1,15 @@
+// What goes into a session, as a record keeps it.
+#pragma once
+
+#include "host/lib/session.h"
+#include "record.pb.h"
+
+namespace zelhost {
+
+record::Input input_to_record(const Input& input);
+
+// Does again what a record says. What the plug-in answers is not looked at: its log and what it gives out tell enough.
+// Throws Failure when the record asks for something that no session does.
+void play(const record::Input& input, Session& session);
+
+}  // namespace zelhost
