@@ -19,7 +19,8 @@ bool has_document(EVENT_ID event) { return event == event_id::ioa_alert || event
 // Empty for a text that is no document.
 std::string guid_in(const std::string& document) {
     try {
-        const std::string* const guid = JsonText(document).text("Guid");
+        const JsonText json(document);
+        const std::string* const guid = json.text("Guid");
         if (guid != nullptr) return guid->substr(0, kGuidSize);
     } catch (const Failure&) {
     }

@@ -41,6 +41,17 @@ Entry MergedEntries::Head::take() {
     return entry;
 }
 
+// What is no line has the process of the lines around it, which is one in all of a record.
+Entry MergedEntries::Head::take_of_process() {
+    const auto is_line = [](const Entry& entry) { return entry.kind == Entry::Kind::line; };
+    while (process == 0 && std::ranges::none_of(ahead, is_line) && read()) {
+    }
+    if (const auto line = std::ranges::find_if(ahead, is_line); line != ahead.end()) process = line->process;
+    Entry entry = take();
+    entry.process = process;
+    return entry;
+}
+
 MergedEntries::MergedEntries(const std::vector<std::string>& paths, const StopSignal& stop) {
     for (const std::string& path : paths) {
         Head head{open_source(path, stop), {}};
@@ -71,27 +82,22 @@ bool MergedEntries::next(Entry& entry) {
     Head* const record = earliest(records_);
     if (log == nullptr && record == nullptr) return false;
     if (log == nullptr) {
-        entry = record->take();
-        entry.process = record->process;
+        entry = record->take_of_process();
         return true;
     }
     const Entry& line = log->ahead.front();
     if (record != nullptr && line.kind == Entry::Kind::line) {
         for (Head& told : records_) {
             if (!tells_of(told, line)) continue;
-            told.process = line.process;
-            Entry from_record = told.take();
+            Entry from_record = told.take_of_process();
             const bool same = from_record.kind == Entry::Kind::line && from_record.text == line.text;
             entry = same ? log->take() : std::move(from_record);
-            entry.process = told.process;
             if (same) entry.worker = from_record.worker;
             return true;
         }
     }
     const bool record_lags = record != nullptr && record->ahead.front().at_us + kApartUs < line.at_us;
-    Head& first = record_lags ? *record : *log;
-    entry = first.take();
-    if (record_lags) entry.process = record->process;
+    entry = record_lags ? record->take_of_process() : log->take();
     return true;
 }
 

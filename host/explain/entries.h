@@ -27,7 +27,7 @@ struct Entry {
     Kind kind = Kind::line;
     int64_t at_us = kNoTime;  // microseconds since 1970
     Worker worker = Worker::unknown;
-    int64_t process = 0;  // 0 where only a record tells
+    int64_t process = 0;
     int32_t level = 0;
     std::string text;  // of a line
     std::string file;  // the source file that logged it; empty in a record
@@ -61,7 +61,7 @@ std::unique_ptr<EntrySource> open_source(const std::string& path, const StopSign
 
 // Brings several sources into one order. A source keeps its own order even where its times step back by a moment: a
 // logger takes the time before it writes. Where a record and a log tell of the same line, the line comes once, with the
-// thread from the record and the process from the log, and the record's other entries stand around it as they did.
+// thread from the record, and the record's other entries stand around it as they did.
 class MergedEntries {
 public:
     MergedEntries(const std::vector<std::string>& paths, const StopSignal& stop);
@@ -76,12 +76,13 @@ private:
         std::deque<Entry> ahead;
         std::unordered_map<std::string, uint32_t> texts = {};  // lines among them
         int64_t read_us = kNoTime;                              // time of the last entry that was read
-        int64_t process = 0;   // of a record: that of the log which tells of the same lines
+        int64_t process = 0;  // of a record: that of its lines
         bool ended = false;
 
         bool read();
         bool reads_to(int64_t at_us);
         Entry take();
+        Entry take_of_process();
     };
     static Head* earliest(std::vector<Head>& heads);
     static bool tells_of(Head& record, const Entry& line);

@@ -16,7 +16,8 @@ namespace {
 // The new limit of the queues in the text of a live configuration. What cannot be read there the plug-in refuses, too.
 std::optional<int64_t> queue_size_in(std::string_view configuration) {
     try {
-        const std::string* const text = JsonText(configuration).text("queue_size");
+        const JsonText json(configuration);
+        const std::string* const text = json.text("queue_size");
         if (text != nullptr) return static_cast<uint32_t>(strtol(text->c_str(), nullptr, 10));
     } catch (const Failure&) {
     }

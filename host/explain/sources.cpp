@@ -115,10 +115,7 @@ private:
     // False for a step that tells nothing of an alert.
     bool fill(Entry& entry, record::Step& step) {
         if (step.has_line()) {
-            entry.text = std::move(*step.mutable_line()->mutable_text());
-            // As in a log file, where what is behind a line end is a line of its own.
-            entry.text.resize(std::min(entry.text.find_first_of("\r\n"), entry.text.size()));
-            entry.level = static_cast<int32_t>(step.line().level());
+            fill_line(entry, step.line());
             ++lines_;
             highest_level_ = std::max(highest_level_, entry.level);
             return true;
@@ -148,6 +145,18 @@ private:
             return true;
         }
         return false;
+    }
+
+    // What stands behind a line end is a line of its own in a log file, and adds nothing here.
+    static void fill_line(Entry& entry, const record::Line& line) {
+        const std::string_view whole = std::string_view(line.text()).substr(0, line.text().find_first_of("\r\n"));
+        entry.level = static_cast<int32_t>(line.level());
+        entry.text = whole;
+        const auto parsed = parse_log_line(whole);
+        if (!parsed) return;
+        entry.process = parsed->process;
+        entry.file = parsed->file;
+        entry.text = parsed->text;
     }
 
     const std::string path_;

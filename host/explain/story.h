@@ -70,7 +70,7 @@ enum class Stage : uint8_t { at_intake, in_event_queue, on_alarm_worker, before_
 struct Story {
     std::string guid;  // empty: nothing that was read names it
     EVENT_ID event = 0;
-    int64_t process = 0;  // its id; 0 when only a record tells of it
+    int64_t process = 0;  // its id
     int64_t taken_us = kNoTime;
     std::vector<Step> steps;
     Stage stage = Stage::at_intake;
