@@ -19,6 +19,7 @@
 #include "common/statistics.h"
 #include "pipeline/reshdlwork.h"
 #include "platform/native_payloads.h"
+#include "suppress/alert_filter.h"
 
 using zel::check::Explanation;
 using zel::check::Finding;
@@ -156,7 +157,10 @@ int32_t zelcheck_open(int32_t log_level, zelcheck** out) {
 }
 
 void zelcheck_close(zelcheck* checker) {
-    if (checker != nullptr) google::protobuf::SetLogHandler(checker->log_handler);
+    if (checker == nullptr) return;
+    google::protobuf::SetLogHandler(checker->log_handler);
+    // What the checker has seen is forgotten with it.
+    ResHdlAlert::AlertFilter::place().reset();
     delete checker;
 }
 

@@ -37,6 +37,8 @@ constexpr Command kCommands[] = {
      "zelhost decode --pretty --hex 0a0464656d6f28014209180440a8979d83b632", prepare_decode},
     {"graph", "Draw the behaviour chain of a finished trace", "zelhost graph scenarios/demo_chain.jsonl -o chain.html",
      prepare_graph},
+    {"explain", "Tell what happened to an alert, by a log or a record",
+     "zelhost explain acd93dde scenarios/shed.log", prepare_explain},
     {"load", "Publish made-up events at a rate and measure how the plug-in bears it",
      "zelhost load --rate 1000 --seconds 2", prepare_load},
     {"schema", "Print a JSON Schema of the alert document or of the lines that run reads and writes", "zelhost schema",

@@ -2,13 +2,13 @@
 // that of the plug-in's own code in libzelcheck.so.
 #include "host/commands/check.h"
 
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <chrono>
 
 #include "host/commands/commands.h"
+#include "host/lib/checker.h"
 #include "host/lib/console.h"
 #include "host/lib/failure.h"
 #include "platform/zel_support.h"
@@ -28,29 +28,6 @@ CheckFinding located(const Document& document, const zelcheck_finding& finding) 
     return {finding.reason, finding.path, finding.offset, document.place(finding.offset),
             document.width(finding.offset, finding.size)};
 }
-
-// The library's checker. Where the agent has its id from, the check has a stand-in: a missing id would be an error line
-// for each document, and is none of the document's faults.
-class Checker {
-public:
-    explicit Checker(int32_t log_level) {
-        setenv("agentid", "check", 0);
-        if (zelcheck_open(log_level, &checker_) != 0) throw Failure("no memory for a checker");
-    }
-    ~Checker() { zelcheck_close(checker_); }
-    Checker(const Checker&) = delete;
-    Checker& operator=(const Checker&) = delete;
-
-    const zelcheck_result& check(const Document& document) {
-        const zelcheck_result* result = nullptr;
-        if (zelcheck_document(checker_, document.event_id, document.text.data(), document.text.size(), &result) != 0)
-            throw std::bad_alloc();
-        return *result;
-    }
-
-private:
-    zelcheck* checker_ = nullptr;
-};
 
 // A bar that tells how much of a file has been read.
 std::string progress_text(std::string_view source, int percent, uint64_t documents) {
@@ -110,7 +87,7 @@ private:
     void judge(const Document& document) {
         const zelcheck_result* result = nullptr;
         try {
-            result = &checker_.check(document);
+            result = &checker_.check(document.event_id, document.text);
         } catch (const std::bad_alloc&) {
             throw Failure("{}: no memory for the document on line {}", source_, document.first_line);
         }

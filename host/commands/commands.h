@@ -23,6 +23,7 @@ Action prepare_run(CLI::App& app);
 Action prepare_replay(CLI::App& app);
 Action prepare_decode(CLI::App& app);
 Action prepare_check(CLI::App& app);
+Action prepare_explain(CLI::App& app);
 Action prepare_status(CLI::App& app);
 Action prepare_schema(CLI::App& app);
 Action prepare_watch(CLI::App& app);

@@ -1,0 +1,38 @@
+#include "host/explain/story_book.h"
+
+#include <algorithm>
+
+namespace zelhost {
+
+ProcessStories& StoryBook::of(int64_t process) {
+    return processes_.try_emplace(process, process, stories_, wanted_).first->second;
+}
+
+void StoryBook::take(const Entry& entry) {
+    switch (entry.kind) {
+        case Entry::Kind::published: of(entry.process).published(entry); return;
+        case Entry::Kind::delivered: of(entry.process).delivered(); return;
+        case Entry::Kind::sent: of(entry.process).sent(entry, lines_); return;
+        default: break;
+    }
+    ++lines_;
+    if (entry.kind == Entry::Kind::line && place(entry)) return;
+    if (unplaced_++ == 0) unplaced_example_ = (entry.place.empty() ? "" : entry.place + ": ") + entry.text;
+}
+
+// A process that starts takes the place of those before it, whose lines may stand in the same file.
+bool StoryBook::place(const Entry& entry) {
+    const Reading reading = read_text(entry.text, entry.file);
+    if (reading.row == nullptr) return reading.known;
+    if (reading.row->says == Says::started)
+        for (auto& [id, process] : processes_)
+            if (id != entry.process) process.end(true);
+    return of(entry.process).line({entry, lines_, reading});
+}
+
+void StoryBook::end() {
+    for (auto& [id, process] : processes_) process.end(false);
+    for (Story& story : stories_) std::ranges::stable_sort(story.steps, {}, &Step::order);
+}
+
+}  // namespace zelhost

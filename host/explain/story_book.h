@@ -1,0 +1,42 @@
+// All stories that logs and records tell.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+
+#include "host/explain/entries.h"
+#include "host/explain/process_stories.h"
+#include "host/explain/story.h"
+
+namespace zelhost {
+
+class StoryBook {
+public:
+    explicit StoryBook(Wanted wanted) : wanted_(std::move(wanted)) {}
+
+    void take(const Entry& entry);
+    // After the last entry: what has no end yet still waits. Steps stand in order then.
+    void end();
+
+    // In the order in which they began.
+    const std::deque<Story>& stories() const { return stories_; }
+    uint64_t lines() const { return lines_; }
+    // Lines that could not be placed, and the first of them.
+    uint64_t unplaced() const { return unplaced_; }
+    const std::string& unplaced_example() const { return unplaced_example_; }
+
+private:
+    ProcessStories& of(int64_t process);
+    bool place(const Entry& entry);
+
+    const Wanted wanted_;
+    std::deque<Story> stories_;
+    std::map<int64_t, ProcessStories> processes_;
+    uint64_t lines_ = 0;
+    uint64_t unplaced_ = 0;
+    std::string unplaced_example_;
+};
+
+}  // namespace zelhost
