@@ -19,6 +19,10 @@ for round in 1 2 3; do
     cmp -s "$work/out" "$work/demo.out" || fail "round $round: other bytes"
     [ ! -s "$work/err" ] || fail "round $round: departed"
 done
+expect 0 "" replay "$work/demo.record" --speed 20 --output "$work/slow.out" --log "$work/slow.log"
+cmp -s "$work/slow.out" "$work/demo.out" || fail "other bytes at another speed"
+grep -q "start handle kov!" "$work/slow.log" || fail "no log of a replay"
+expect 0 "" replay "$work/demo.record"
 grep -q '"agent_id":"A-7"' "$work/out" || fail "not the agent id of the record"
 
 # A difference is found: one digit of a GUID that the plug-in made, in the message of a port scan.

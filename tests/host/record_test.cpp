@@ -7,12 +7,15 @@
 
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <sstream>
+#include <thread>
 
 #include "host/lib/failure.h"
 #include "host/record/comparison.h"
 #include "host/record/input.h"
 #include "host/record/player.h"
+#include "host/record/recorder.h"
 
 namespace zelhost {
 namespace {
@@ -212,6 +215,37 @@ TEST(Comparison, CountsWhatIsMissingAndWhatIsTooMuch) {
     EXPECT_TRUE(comparison.equal(true));
 }
 
+TEST(Comparison, ShowsTheMembersOfAMemoryCheckThatDiffer) {
+    Comparison comparison;
+    comparison.expect(output_of(R"({"event":2305,"memory_check":{"pid":7,"path":"/a","user":null}})"), 0);
+    comparison.take(output_of(R"({"event":2305,"memory_check":{"pid":8,"path":"/a","user":"root"}})"));
+    EXPECT_THAT(comparison.text(false), HasSubstr("  pid: 7 -> 8\n  user: null -> \"root\"\n"));
+}
+
+TEST(Comparison, ComparesBytesWhereMessagesAreEqualFieldByField) {
+    record::Output once = event(769, 1536, "a");
+    record::Output again = once;
+    // The same field twice: the last one counts.
+    again.mutable_event()->set_message(once.event().message() + once.event().message());
+    Comparison comparison;
+    comparison.expect(once, 0);
+    comparison.take(again);
+    EXPECT_FALSE(comparison.equal(false));
+    EXPECT_THAT(comparison.text(false), HasSubstr("which differ from byte"));
+}
+
+TEST(Comparison, TellsBatchesOfRepeatsAndExpansionsFromChains) {
+    record::Output batch = event(770, 1281, "a");
+    batch.mutable_event()->clear_guid();
+    Comparison comparison;
+    for (const record::Output& output : {batch, event(770, 1794, "a"), event(770, 1281, "a")}) {
+        comparison.expect(output, 0);
+        comparison.take(output);
+    }
+    EXPECT_THAT(comparison.text(false),
+                testing::AllOf(HasSubstr("alarm worker, 770: 2 equal"), HasSubstr("trace worker, 770: 1 equal")));
+}
+
 // --- the order of a replay; this thread is the host's ---
 
 class Playing : public Record {
@@ -241,6 +275,66 @@ TEST_F(Playing, GivesTheAnswersOfTheRecord) {
     // Behind the end the outside is asked itself, and clocks go on.
     EXPECT_EQ(ask(record::GUID), -5);
     EXPECT_GE(ask(record::SECONDS), 1700000000);
+}
+
+// The alarm worker comes later than the host and is the first all the same.
+TEST_F(Playing, LetsThreadsHoldAMutexInTheOrderOfTheRecord) {
+    play({answer(record::ALARM, record::LOCK, 0), answer(record::HOST, record::LOCK, 0),
+          answer(record::ALARM, record::TICKS, 7), answer(record::HOST, record::TICKS, 8)});
+    std::mutex mutex;
+    std::vector<record::Role> holders;
+    const auto hold = [&] {
+        player_->ask(record::LOCK, [&] {
+            const std::lock_guard lock(mutex);
+            holders.push_back(role_of_this_thread());
+            return Outside::Answer{};
+        });
+    };
+    int64_t worker_ticks = 0;
+    std::thread worker([&] {
+        pthread_setname_np(pthread_self(), "zelreshdl_alarm");
+        hold();
+        worker_ticks = ask(record::TICKS);
+    });
+    hold();
+    EXPECT_EQ(ask(record::TICKS), 8);
+    worker.join();
+    EXPECT_EQ(worker_ticks, 7);
+    EXPECT_THAT(holders, testing::ElementsAre(record::ALARM, record::HOST));
+    EXPECT_EQ(player_->departure(), "");
+}
+
+TEST_F(Playing, TellsTheBusWhichEventIsNext) {
+    record::Step delivery;
+    delivery.set_role(record::BUS);
+    delivery.mutable_delivery();
+    record::Step output;
+    output.set_role(record::BUS);
+    *output.mutable_output() = event(769, 1536, "a");
+    play({delivery, output, answer(record::BUS, record::LOCK, 0)});
+    std::thread bus([&] {
+        pthread_setname_np(pthread_self(), "lummb_dispatch");
+        EXPECT_EQ(player_->next_of_bus(), LUMMB_INCOMING);
+        player_->delivery();
+        player_->delivered();
+        EXPECT_EQ(player_->next_of_bus(), LUMMB_SENT);
+        player_->output([](const record::Output* then) {
+            ASSERT_NE(then, nullptr);
+            EXPECT_EQ(then->event().event_id(), 769);
+        });
+        EXPECT_EQ(ask(record::LOCK), 0);
+        EXPECT_EQ(player_->next_of_bus(), LUMMB_EITHER);  // the record has ended
+        player_->output([](const record::Output* then) { EXPECT_EQ(then, nullptr); });
+    });
+    bus.join();
+    EXPECT_EQ(player_->departure(), "");
+}
+
+TEST_F(Playing, PutsAnEmptyFileInThePlaceOfOneThatOpens) {
+    play({});
+    EXPECT_EQ(player_->place_of_file(0), "/dev/null");
+    EXPECT_EQ(player_->place_of_file(-2), "/dev/null");
+    EXPECT_EQ(player_->place_of_file(-1), "/dev/null/none");
 }
 
 TEST_F(Playing, GoesOnWithoutOrderWhenThePluginAsksForSomethingElse) {
