@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <memory>
 
 #include "host/commands/agent_options.h"
@@ -40,10 +41,22 @@ std::string footer() {
     return text;
 }
 
+// A number within these limits, which are allowed themselves.
+CLI::Validator from_to(double lowest, double highest) {
+    const auto check = [=](const std::string& text) -> std::string {
+        double number = 0;
+        const char* const end = text.data() + text.size();
+        const auto read = std::from_chars(text.data(), end, number);
+        if (read.ec == std::errc() && read.ptr == end && number >= lowest && number <= highest) return {};
+        return fmt::format("\"{}\" is not a number from {} to {}", text, lowest, highest);
+    };
+    return CLI::Validator(check, "");
+}
+
 void add_events(CLI::App& app, LoadOptions& options) {
     app.add_option("--rate", options.rate, "Events a second, of all threads together; as fast as they go if not given")
         ->type_name("N")
-        ->check(CLI::Range(0.001, 1e6));
+        ->check(from_to(0.001, 1e6));
     app.add_option_function<double>(
            "--seconds",
            [&options](const double& seconds) {
@@ -51,8 +64,8 @@ void add_events(CLI::App& app, LoadOptions& options) {
            },
            "How long events are published (10), or with --find-capacity how long at each rate (3)")
         ->type_name("S")
-        ->check(CLI::Range(0.1, 1e6));
-    app.add_option("--threads", options.threads, "Threads that publish (2)")->type_name("N")->check(CLI::Range(1, 64));
+        ->check(from_to(0.1, 1e6));
+    app.add_option("--threads", options.threads, "Threads that publish (2)")->type_name("N")->check(from_to(1, 64));
     app.add_option("--seed", options.events.seed, "Number that the events are made from (1)")->type_name("N");
     app.add_option_function<std::string>(
            "--mix",
@@ -69,7 +82,7 @@ void add_events(CLI::App& app, LoadOptions& options) {
     app.add_option("--events", options.events.per_rule,
                    "Events in each rule of an alert; as its kind says if not given")
         ->type_name("N")
-        ->check(CLI::Range(1, 10000));
+        ->check(from_to(1, 10000));
 }
 
 }  // namespace

@@ -12,9 +12,9 @@ says() {
 says '--mix: "alerts" is no kind of event' --mix alerts=1
 says '--mix: "alert" is not of the form KIND=SHARE' --mix alert
 says '--mix: at least one share must be above 0' --mix alert=0
-says '--rate: ' --rate 0
+says '--rate: "0" is not a number from 0.001 to 1000000' --rate 0
 says '--seconds: ' --seconds 0
-says '--threads: ' --threads 65
+says '--threads: "65" is not a number from 1 to 64' --threads 65
 says '--events: ' --events 0
 says '--plot: the name must end with .svg' --plot picture.png
 says '--set: ' --set nonsense
