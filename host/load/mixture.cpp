@@ -194,10 +194,9 @@ std::span<const Mixture::Kind> Mixture::kinds() { return kKinds; }
 // A kind gets as many of the numbers as its share says.
 void Mixture::make_one() {
     uint32_t at = below(random_, shares_);
-    for (size_t kind = 0; kind < mix_.size(); ++kind) {
-        if (at < mix_[kind]) return (this->*kKinds[kind].make)();
-        at -= mix_[kind];
-    }
+    const Kind* kind = std::begin(kKinds);
+    for (auto share = mix_.begin(); share != mix_.end() - 1 && at >= *share; ++share, ++kind) at -= *share;
+    (this->*kind->make)();
 }
 
 Mix usual_mix() {
