@@ -82,7 +82,7 @@ _zelhost() {
         check) if [[ $cur == -* ]]; then _zelhost_words '--strict --quiet --format --log-level --color -h --help'; else _zelhost_paths -f; fi ;;
         decode) if [[ $cur == -* ]]; then _zelhost_words '--hex --base64 --pretty --all --sizes --color -h --help'; else _zelhost_paths -f; fi ;;
         graph) if [[ $cur == -* ]]; then _zelhost_words '-o --output --guid -h --help'; else _zelhost_paths -f; fi ;;
-        load) _zelhost_words '--root --rate --seconds --threads --seed --mix --events --max-wait --json --plot --find-capacity --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
+        load) _zelhost_words '--root --rate --seconds --threads --seed --mix --events --max-wait --json --no-log --plot --find-capacity --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
         schema) if [[ $cur == -* ]]; then _zelhost_words '-o --output -h --help'; else _zelhost_words 'document input output'; fi ;;
         status) _zelhost_words '--root --json --color -h --help' ;;
         man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run check decode graph load schema status man completion'; fi ;;

@@ -73,6 +73,7 @@ complete -c zelhost -n "__zelhost_in load" -l mix -r -d 'Shares of the kinds of 
 complete -c zelhost -n "__zelhost_in load" -l events -r -d 'Events in each rule of an alert; as its kind says if not given'
 complete -c zelhost -n "__zelhost_in load" -l max-wait -r -d 'Longest wait for the end of all events and traces, in seconds (180)'
 complete -c zelhost -n "__zelhost_in load" -l json -d 'One JSON object on one line, for programs'
+complete -c zelhost -n "__zelhost_in load" -l no-log -d 'Do not read the plug-in\'s log: it is as fast as in an agent then, but the account has few checks'
 complete -c zelhost -n "__zelhost_in load" -l plot -r -F -d 'Picture of rates, latencies and queues over time, drawn by gnuplot; its name ends with .svg'
 complete -c zelhost -n "__zelhost_in load" -l find-capacity -d 'Search the highest rate at which nothing is refused and what waits does not grow; --rate is the first'
 complete -c zelhost -n "__zelhost_in load" -l set -r -d 'One value of an ini file, in a temporary copy of the agent folder; FILE is zelreshdl, zeltrc or zel_pure_mode. May be repeated'
