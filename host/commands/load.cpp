@@ -30,8 +30,9 @@ that the plug-in gives its waiting traces, a measured one is how long the last o
 them really waited.
 The same seed and options give the same events, in each thread in the same order.
 The account is kept from the plug-in's log. Its lines are formatted for that, which
-makes the alarm worker slower by half for large alerts. With --no-log only the plug-in's own
-figures say what was refused, and queues, backlog and what is shed are not known.
+makes the alarm worker slower by half for large alerts. With --no-log only the
+plug-in's own figures say what was refused, and queues, backlog and what is shed
+are not known.
 Kinds of events, with their usual shares:)";
 
 std::string footer() {
