@@ -45,7 +45,7 @@ constexpr Command kCommands[] = {
      prepare_schema},
     {"status", "Show what a start of the plug-in in an agent folder would do", "zelhost status", prepare_status},
     {"watch", "Join what the sinks of many agents have published into one view of each alert",
-     "zelhost watch nats://127.0.0.1:4222/fleet", prepare_watch},
+     "zelhost watch --once nats://127.0.0.1:4222/fleet", prepare_watch},
     {"man", "Print a manual page, of zelhost or of a command", "zelhost man run >zelhost-run.1", prepare_man},
     {"completion", "Print what a shell reads to complete commands and options", "source <(zelhost completion bash)",
      prepare_completion},

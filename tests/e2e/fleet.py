@@ -20,7 +20,7 @@ import time
 
 ZELHOST, STREAM = sys.argv[1:3]
 WORK = tempfile.mkdtemp()
-LONGEST = 60  # seconds for anything that is waited for
+LONGEST = 120  # seconds for anything that is waited for
 ENDS = ("acknowledged", "refused", "shed_full", "shed_size", "shed_age", "shed_disk", "in_memory", "buffered")
 servers = []
 agents = []
