@@ -65,7 +65,10 @@ private:
     // Says what an answer from this file cannot hold.
     void look_at(const FileFacts& file) const {
         if (file.is_record) {
-            if (file.cut_short) console::say("{}: the end of the record is missing; its writer was killed", file.path);
+            if (file.damaged)
+                console::say("{}: the record is damaged; what stands behind the damage is not told", file.path);
+            else if (file.cut_short)
+                console::say("{}: the end of the record is missing; its writer was killed", file.path);
             return;
         }
         if (file.lines == 0)

@@ -42,7 +42,8 @@ struct Entry {
 struct FileFacts {
     std::string path;
     bool is_record = false;
-    bool cut_short = false;     // a record whose writer was killed
+    bool cut_short = false;     // a record that does not end as it was written
+    bool damaged = false;       // a record that could not be read to its end
     uint64_t lines = 0;         // of the plug-in
     int32_t highest_level = 0;  // of these
 };

@@ -26,7 +26,7 @@ public:
     bool next(Entry& entry) override {
         std::string_view line;
         while (reader_.next(line)) {
-            if (line.ends_with('\r')) line.remove_suffix(1);
+            while (line.ends_with('\r')) line.remove_suffix(1);
             const auto parsed = parse_log_line(line);
             const bool continues = std::exchange(continues_, parsed && goes_on_behind(parsed->text));
             // One format of the plug-in ends with an empty line.
@@ -107,6 +107,7 @@ public:
         return {.path = path_,
                 .is_record = true,
                 .cut_short = reader_.cut_short(),
+                .damaged = reader_.damaged(),
                 .lines = lines_,
                 .highest_level = highest_level_};
     }
