@@ -47,13 +47,13 @@ public:
         return false;
     }
 
-    FileFacts facts() const override {
-        return {.path = name_, .lines = lines_, .highest_level = highest_level_};
-    }
+    FileFacts facts() const override { return {.path = name_, .lines = lines_, .highest_level = highest_level_}; }
 
 private:
     // The payload of a finding stands on a line of its own.
-    static bool goes_on_behind(std::string_view text) { return text.starts_with("event_id:") && text.ends_with("data:"); }
+    static bool goes_on_behind(std::string_view text) {
+        return text.starts_with("event_id:") && text.ends_with("data:");
+    }
 
     void fill(Entry& entry, const LogFileLine& line) {
         ++lines_;

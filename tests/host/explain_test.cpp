@@ -66,7 +66,8 @@ std::string pushed(const std::string& guid) {
 }
 const std::string kSent = "- invoke buf size:30|- invoke event succeed!|";
 const std::string kBuilds = "- get cwpp agentid[a]|";
-const std::string kReported = on_queue("1536") + "- start handle 1536!|" + kBuilds + kSent + "- host alert,trace|" + pushed("G");
+const std::string kReported =
+    on_queue("1536") + "- start handle 1536!|" + kBuilds + kSent + "- host alert,trace|" + pushed("G");
 
 TEST(Stories, HaveEachEnd) {
     const std::tuple<const char*, std::string, std::string> rows[] = {
@@ -89,8 +90,9 @@ TEST(Stories, HaveEachEnd) {
         {"trigger rules", on_queue("1536") + "- start handle 1536!|- Trigger rule only, skip. guid:G",
          "G 1536 trigger rules only"},
         {"a repeat",
-         on_queue("1536") + "- start handle 1536!|- repeat alert event! guid: G|- The alert has been repeated. guid:G|" +
-             kBuilds + kSent + "- container alert, not trace. guid:G",
+         on_queue("1536") +
+             "- start handle 1536!|- repeat alert event! guid: G|- The alert has been repeated. guid:G|" + kBuilds +
+             kSent + "- container alert, not trace. guid:G",
          "G 1536 reported as a repeat, without a trace"},
         {"from a container",
          on_queue("1538") + "- start handle 1538!|- jsonparse_strContainerId:c1, strImageId:i, strContainerName:n|" +
@@ -116,24 +118,29 @@ TEST(Stories, HaveEachEnd) {
          "- 1536 reported, trace lost for want of memory"},
         {"it waits for its trace", kReported, "G 1536 still waiting"},
         {"traced", kReported + "- alert trace success, guid:G|" + kSent, "G 1536 reported and traced"},
-        {"put off and traced", kReported + "- alert trace retry, guid:G|- GetComResult failed!|- alert trace success, guid:G",
+        {"put off and traced",
+         kReported + "- alert trace retry, guid:G|- GetComResult failed!|- alert trace success, guid:G",
          "G 1536 reported and traced"},
         {"failed", kReported + "- alert trace failed, guid:G", "G 1536 reported, trace failed"},
-        {"all tries", kReported + "- alert trace retry, guid:G|- Try more than 1 times, discard! guid:G|- alert trace failed, guid:G",
+        {"all tries",
+         kReported +
+             "- alert trace retry, guid:G|- Try more than 1 times, discard! guid:G|- alert trace failed, guid:G",
          "G 1536 reported, trace given up after its last try"},
         {"dropped by the module", kReported + "- alert trace dropped, guid:G",
          "G 1536 reported, trace dropped by the trace module"},
-        {"shed, before its turn", kReported + "- predict delay time: 60001|- drop alarm: G", "G 1536 reported, trace shed"},
-        {"shed, in its turn",
-         kReported + "- predict delay time: 60001|- drop alarm: G|- alert trace dropped, guid:G",
+        {"shed, before its turn", kReported + "- predict delay time: 60001|- drop alarm: G",
+         "G 1536 reported, trace shed"},
+        {"shed, in its turn", kReported + "- predict delay time: 60001|- drop alarm: G|- alert trace dropped, guid:G",
          "G 1536 reported, trace shed"},
         {"the chain is not sent", kReported + "- alert trace success, guid:G|- event invoke failed! guid:G",
          "G 1536 reported, chain not sent"},
         {"a KOV alert",
-         on_queue("1793") + "- start handle kov!|- alert trace success, guid:K|" + kSent + "- alert trace success, guid:K|" + kSent,
+         on_queue("1793") + "- start handle kov!|- alert trace success, guid:K|" + kSent +
+             "- alert trace success, guid:K|" + kSent,
          "K 1793 reported and traced"},
         {"a KOV alert that is put off first",
-         on_queue("1793") + "- start handle kov!|- alert trace retry, guid:K|- GetKovAlarm failed!", "K 1793 still waiting"},
+         on_queue("1793") + "- start handle kov!|- alert trace retry, guid:K|- GetKovAlarm failed!",
+         "K 1793 still waiting"},
         {"a KOV alert that is not completed",
          on_queue("1793") + "- start handle kov!|- alert trace failed, guid:K|" + kSent +
              "- Failed to complete the alarm information.",
@@ -168,7 +175,8 @@ TEST(Stories, TellWhoseMessageIsOnItsWay) {
     const std::string end = "- host alert,trace|" + pushed("H");
     const std::string big = "- invoke buf size:99|- invoke event succeed!|";
     const std::tuple<const char*, std::string, std::string, std::string> rows[] = {
-        {"the alarm worker has nothing to send", waiting + "- alert trace success, guid:G|" + big, "event 770, 99 bytes", ""},
+        {"the alarm worker has nothing to send", waiting + "- alert trace success, guid:G|" + big,
+         "event 770, 99 bytes", ""},
         {"it still decodes when the chain goes out",
          waiting + "- start handle 1536!|- alert trace success, guid:G|" + big + kBuilds + kSent + end,
          "event 770, 99 bytes", "reported, event 769, 30 bytes"},
@@ -180,8 +188,10 @@ TEST(Stories, TellWhoseMessageIsOnItsWay) {
          waiting + "- start handle 1536!|" + kBuilds + "- alert trace success, guid:G|" + big + kSent + end,
          "event 770", "reported, event 769"},
         {"a record tells who",
-         waiting + "A start handle 1536!|A get cwpp agentid[a]|T alert trace success, guid:G|T invoke buf size:99|A invoke "
-                   "buf size:30|A invoke event succeed!|T invoke event succeed!|A host alert,trace|" + pushed("H"),
+         waiting +
+             "A start handle 1536!|A get cwpp agentid[a]|T alert trace success, guid:G|T invoke buf size:99|A invoke "
+             "buf size:30|A invoke event succeed!|T invoke event succeed!|A host alert,trace|" +
+             pushed("H"),
          "event 770, 99 bytes", "reported, event 769, 30 bytes"},
         {"the end that came first was that of the other",
          waiting + "- start handle 1536!|- alert trace success, guid:G|- invoke buf size:99|" + kBuilds +
@@ -212,12 +222,14 @@ TEST(Stories, CountLinesThatFitNoAlert) {
 }
 
 TEST(Stories, OfAShedAlertNameThePrediction) {
-    const StoryBook book = told(kReported +
-                                "- set max delay second to: 70000|- current predict time, truck trace: 300, full trace: 900|"
-                                "- predict delay time: 71000|- drop alarm: G");
-    EXPECT_EQ(book.stories().front().steps.back().text,
-              "shed: all waiting traces together were predicted to take 71000 ms, and the limit is 70000 ms; its own would "
-              "have taken 1800 ms, 2 processes at 900 ms (full trace for risk level 3)");
+    const StoryBook book =
+        told(kReported +
+             "- set max delay second to: 70000|- current predict time, truck trace: 300, full trace: 900|"
+             "- predict delay time: 71000|- drop alarm: G");
+    EXPECT_EQ(
+        book.stories().front().steps.back().text,
+        "shed: all waiting traces together were predicted to take 71000 ms, and the limit is 70000 ms; its own would "
+        "have taken 1800 ms, 2 processes at 900 ms (full trace for risk level 3)");
 }
 
 TEST(LogFormat, GivesTheValues) {
@@ -251,8 +263,9 @@ TEST(LogLine, IsReadWhateverStandsAroundIt) {
     EXPECT_EQ(line->text, "text (b)] c");
     EXPECT_EQ(line->at_us.value_or(0) % 1'000'000, 906'000);
     EXPECT_FALSE(parse_log_line("9999-99-99 19:41:03.906 " + prefix)->at_us.has_value());
-    for (const char* const other : {"", "[PID:7", "[PID:x]\t[WARN]\t[zelreshdl] [a(1)] t", "[PID:7]\t[WARN]\t[other] [a(1)] t",
-                                    "[PID:7]\t[NOTE]\t[zelreshdl] [a(1)] t", "[PID:7]\t[WARN]\t[zelreshdl] [a(1) t"})
+    for (const char* const other :
+         {"", "[PID:7", "[PID:x]\t[WARN]\t[zelreshdl] [a(1)] t", "[PID:7]\t[WARN]\t[other] [a(1)] t",
+          "[PID:7]\t[NOTE]\t[zelreshdl] [a(1)] t", "[PID:7]\t[WARN]\t[zelreshdl] [a(1) t"})
         EXPECT_FALSE(parse_log_line(other).has_value()) << other;
 }
 
@@ -287,7 +300,8 @@ TEST(StoryTexts, AreThoseOfThePlugIn) {
     for (const StoryText& row : story_texts()) known.emplace(row.format);
     for (const std::string_view text : silent_texts()) known.emplace(text);
     for (const std::string& format : logged) EXPECT_TRUE(known.contains(format)) << "no row for: " << format;
-    for (const std::string& format : known) EXPECT_TRUE(logged.contains(format)) << "the plug-in does not log: " << format;
+    for (const std::string& format : known)
+        EXPECT_TRUE(logged.contains(format)) << "the plug-in does not log: " << format;
 }
 
 // A row that another one before it hides is never found.
@@ -305,8 +319,9 @@ TEST(StoryTexts, AreFoundByTheirOwnLines) {
 TEST(StoryTexts, HaveTheWordsOfTheSummary) {
     for (const LogText& text : log_texts()) {
         if (text.words == nullptr || text.text.empty()) continue;
-        EXPECT_TRUE(std::ranges::any_of(end_words(), [&](const EndWords& end) { return end.words == std::string_view(text.words); }))
-            << text.words;
+        EXPECT_TRUE(std::ranges::any_of(end_words(), [&](const EndWords& end) {
+            return end.words == std::string_view(text.words);
+        })) << text.words;
     }
     for (size_t i = 0; i < end_words().size(); ++i) EXPECT_EQ(static_cast<size_t>(end_words()[i].end), i);
 }
