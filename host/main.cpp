@@ -38,7 +38,7 @@ constexpr Command kCommands[] = {
     {"graph", "Draw the behaviour chain of a finished trace", "zelhost graph scenarios/demo_chain.jsonl -o chain.html",
      prepare_graph},
     {"explain", "Tell what happened to an alert, by a log or a record",
-     "zelhost explain acd93dde scenarios/shed.log", prepare_explain},
+     "zelhost explain 5ed002b6 scenarios/records/shed.record", prepare_explain},
     {"load", "Publish made-up events at a rate and measure how the plug-in bears it",
      "zelhost load --rate 1000 --seconds 2", prepare_load},
     {"schema", "Print a JSON Schema of the alert document or of the lines that run reads and writes", "zelhost schema",

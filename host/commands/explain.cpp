@@ -29,8 +29,9 @@ constexpr size_t kMostNamed = 5;
 // GUIDs are compared without regard to case.
 bool begins(std::string_view guid, std::string_view beginning) {
     return guid.size() >= beginning.size() &&
-           std::ranges::equal(guid.substr(0, beginning.size()), beginning,
-                              [](char a, char b) { return CLI::detail::to_lower(std::string(1, a)) == CLI::detail::to_lower(std::string(1, b)); });
+           std::ranges::equal(guid.substr(0, beginning.size()), beginning, [](char a, char b) {
+               return CLI::detail::to_lower(std::string(1, a)) == CLI::detail::to_lower(std::string(1, b));
+           });
 }
 
 // What is missing when lines of a level were not written.
@@ -65,7 +66,10 @@ private:
     // Says what an answer from this file cannot hold.
     void look_at(const FileFacts& file) const {
         if (file.is_record) {
-            if (file.cut_short) console::say("{}: the end of the record is missing; its writer was killed", file.path);
+            if (file.damaged)
+                console::say("{}: the record is damaged; what stands behind the damage is not told", file.path);
+            else if (file.cut_short)
+                console::say("{}: the end of the record is missing; its writer was killed", file.path);
             return;
         }
         if (file.lines == 0)
@@ -85,8 +89,8 @@ private:
         std::set<std::string> guids;
         for (const Story& story : book_.stories())
             if (begins(story.guid, options_.guid)) guids.insert(story.guid);
-        const auto whole = std::ranges::find_if(
-            guids, [&](const std::string& guid) { return guid.size() == options_.guid.size(); });
+        const auto whole =
+            std::ranges::find_if(guids, [&](const std::string& guid) { return guid.size() == options_.guid.size(); });
         if (whole != guids.end()) guids = {*whole};
         if (guids.empty()) throw Failure("{}", nowhere_text());
         if (guids.size() > 1) {

@@ -26,9 +26,7 @@ std::string since_text(int64_t at_us, int64_t from_us) {
     return fmt::format("{:+.3f} s", static_cast<double>(at_us - from_us) / 1e6);
 }
 
-std::string guid_or_note(const Story& story) {
-    return story.guid.empty() ? "no GUID is told" : visible(story.guid);
-}
+std::string guid_or_note(const Story& story) { return story.guid.empty() ? "no GUID is told" : visible(story.guid); }
 
 Tint tint_of(End end) {
     if (words_of(end).loss) return Tint::error;
@@ -38,14 +36,16 @@ Tint tint_of(End end) {
 }  // namespace
 
 std::string story_text(const Story& story, const Paint& paint) {
-    std::string text = paint(Tint::bold, fmt::format("{}: {}{}", guid_or_note(story), kind_text(story),
-                                                     story.process == 0 ? "" : fmt::format(", process {}", story.process)));
+    std::string text =
+        paint(Tint::bold, fmt::format("{}: {}{}", guid_or_note(story), kind_text(story),
+                                      story.process == 0 ? "" : fmt::format(", process {}", story.process)));
     text += '\n';
     const int64_t from_us = story.steps.empty() ? kNoTime : story.steps.front().at_us;
     std::string date;
     for (const Step& step : story.steps)
-        text += fmt::format("  {}  {:>10}  {}\n", paint(Tint::faint, fmt::format("{:>23}", clock_text(step.at_us, date))),
-                            since_text(step.at_us, from_us), visible(step.text));
+        text +=
+            fmt::format("  {}  {:>10}  {}\n", paint(Tint::faint, fmt::format("{:>23}", clock_text(step.at_us, date))),
+                        since_text(step.at_us, from_us), visible(step.text));
     const char* const words = words_of(story.end).words;
     text += fmt::format("end: {}", paint(tint_of(story.end), words));
     // What waits says where.
@@ -60,14 +60,16 @@ std::string counts_text(const EndCounts& counts, const StoryBook& book, const Pa
         text += " (";
         const char* comma = "";
         for (const auto& [event, count] : end.events) {
-            text += fmt::format("{}{}: {}", std::exchange(comma, ", "), event == 0 ? "unknown event" : std::to_string(event), count);
+            text += fmt::format("{}{}: {}", std::exchange(comma, ", "),
+                                event == 0 ? "unknown event" : std::to_string(event), count);
         }
         text += ")\n";
     }
     text += counts.reasons.empty() ? "nothing was lost\n" : "most frequent reasons of a loss\n";
     for (const EndCount* reason : counts.reasons) {
         const Story& example = *reason->example;
-        text += fmt::format("{:>8}  {}, for example {}", reason->count, words_of(reason->end).words, guid_or_note(example));
+        text +=
+            fmt::format("{:>8}  {}, for example {}", reason->count, words_of(reason->end).words, guid_or_note(example));
         if (example.guid.empty() && !example.steps.empty() && example.steps.front().at_us != kNoTime)
             text += " of the one taken at " + local_time(example.steps.front().at_us, true);
         text += (example.why.empty() ? "" : ": " + visible(example.why)) + "\n";

@@ -38,7 +38,8 @@ bool ProcessStories::at_intake(const Told& told) {
         Story* const first = find(told.guid());
         if (first != nullptr)
             step(*first, told,
-                 fmt::format("the same hit came again; the hot cache counts it and lets it go: {} so far", told.value(4)));
+                 fmt::format("the same hit came again; the hot cache counts it and lets it go: {} so far",
+                             told.value(4)));
         if (at_door_ != nullptr) at_door_->why = fmt::format("it repeats the hit {}", told.guid());
         return first != nullptr || at_door_ != nullptr;
     }

@@ -29,9 +29,9 @@ struct Entry {
     Worker worker = Worker::unknown;
     int64_t process = 0;
     int32_t level = 0;
-    std::string text;  // of a line
-    std::string file;  // the source file that logged it; empty in a record
-    std::string place;  // "FILE:LINE", for a line of a log file
+    std::string text;    // of a line
+    std::string file;    // the source file that logged it; empty in a record
+    std::string place;   // "FILE:LINE", for a line of a log file
     EVENT_ID event = 0;  // published, sent
     std::string guid;    // sent
     std::string data;    // published: the payload
@@ -42,7 +42,8 @@ struct Entry {
 struct FileFacts {
     std::string path;
     bool is_record = false;
-    bool cut_short = false;     // a record whose writer was killed
+    bool cut_short = false;     // a record that does not end as it was written
+    bool damaged = false;       // a record that could not be read to its end
     uint64_t lines = 0;         // of the plug-in
     int32_t highest_level = 0;  // of these
 };
@@ -75,8 +76,8 @@ private:
         std::unique_ptr<EntrySource> source;
         std::deque<Entry> ahead;
         std::unordered_map<std::string, uint32_t> texts = {};  // lines among them
-        int64_t read_us = kNoTime;                              // time of the last entry that was read
-        int64_t process = 0;  // of a record: that of its lines
+        int64_t read_us = kNoTime;                             // time of the last entry that was read
+        int64_t process = 0;                                   // of a record: that of its lines
         bool ended = false;
 
         bool read();

@@ -43,7 +43,8 @@ bool ProcessStories::end_sending(const Told& told, bool made) {
     const auto found = std::ranges::find_if(sending_, is_of);
     if (found == sending_.end()) {
         // A message that there is none of gets no further than this line.
-        Story* const story = told.entry.worker == Worker::trace || !alarm_may_send(told.entry.worker) ? trace_hand_ : hand_;
+        Story* const story =
+            told.entry.worker == Worker::trace || !alarm_may_send(told.entry.worker) ? trace_hand_ : hand_;
         if (!made && story != nullptr) story->complaints.push_back(told.entry.text);
         return !made && story != nullptr;
     }
@@ -91,9 +92,9 @@ void ProcessStories::settle_others() {
         if (sending.of_trace != nullptr) sending.of_alarm = nullptr;
 }
 
-// The alarm worker has done with its event. A trace sends one chain, so where one of them seems to have sent two, one of
-// the two was the alarm worker's, and the sizes do not tell which: the later one is taken, whose place in time is right.
-// All other messages were chains.
+// The alarm worker has done with its event. A trace sends one chain, so where one of them seems to have sent two, one
+// of the two was the alarm worker's, and the sizes do not tell which: the later one is taken, whose place in time is
+// right. All other messages were chains.
 void ProcessStories::settle_hand(bool has_sent) {
     std::vector<Sending> settled;
     settled.swap(undecided_);
@@ -131,7 +132,8 @@ void ProcessStories::confirm_report(Story& story, const Told& told) {
 bool ProcessStories::alarm_may_send(Worker writer) const {
     if (hand_ == nullptr || hand_->stage != Stage::on_alarm_worker || hand_->reported) return false;
     // The trace module builds the messages of these two. Where the writer is known, its lines may have been left out.
-    if (!hand_->builds && writer != Worker::alarm && hand_->event != event_id::kov && hand_->event != event_id::trc_ex) return false;
+    if (!hand_->builds && writer != Worker::alarm && hand_->event != event_id::kov && hand_->event != event_id::trc_ex)
+        return false;
     return std::ranges::none_of(sending_, [&](const Sending& sending) {
         return sending.of_alarm == hand_ && sending.of_trace == nullptr && !sending.batch;
     });
@@ -167,15 +169,17 @@ void ProcessStories::report(Story& story, const Sending& sending) {
 
 void ProcessStories::send_chain(Story& story, const Sending& sending) {
     story.chain_sent = true;
-    story.steps.push_back(
-        {sending.order, sending.at_us,
-         fmt::format("its chain is sent, event 770{}", sending.size == 0 ? "" : fmt::format(", {} bytes", sending.size))});
+    story.steps.push_back({sending.order, sending.at_us,
+                           fmt::format("its chain is sent, event 770{}",
+                                       sending.size == 0 ? "" : fmt::format(", {} bytes", sending.size))});
 }
 
 // What an alert is told that was reported before is about its chain.
 bool ProcessStories::fail_sending(const Told& told) {
-    const bool kov_line = told.entry.file == "reshdlwork_trace.cpp" && (hand_ == nullptr || hand_->event != event_id::kov);
-    Story* story = told.entry.worker == Worker::trace || kov_line || !alarm_may_send(told.entry.worker) ? trace_hand_ : hand_;
+    const bool kov_line =
+        told.entry.file == "reshdlwork_trace.cpp" && (hand_ == nullptr || hand_->event != event_id::kov);
+    Story* story =
+        told.entry.worker == Worker::trace || kov_line || !alarm_may_send(told.entry.worker) ? trace_hand_ : hand_;
     if (told.row().says == Says::unsent_named) {
         story = find(told.guid());
         if (story == nullptr || !story->reported) story = in_hand(told);

@@ -28,7 +28,8 @@ bool ProcessStories::of_trace(const Told& told) {
             story->level = static_cast<int32_t>(told.number(2));
             story->reported = true;
             step(*story, told,
-                 fmt::format("waits for its trace, with {} processes and risk level {}", story->processes, story->level));
+                 fmt::format("waits for its trace, with {} processes and risk level {}", story->processes,
+                             story->level));
             if (story->stage != Stage::before_next_try) await_first_try(*story);
             return true;
         }
@@ -39,12 +40,14 @@ bool ProcessStories::of_trace(const Told& told) {
             if (story == nullptr) return false;
             if (told.row().says == Says::shed) {
                 story->marked_shed = true;
-                story->why = fmt::format("all waiting traces together were predicted to take {} ms, and the limit is {} ms",
-                                         prediction_ms_, limit_ms_);
+                story->why =
+                    fmt::format("all waiting traces together were predicted to take {} ms, and the limit is {} ms",
+                                prediction_ms_, limit_ms_);
                 step(*story, told, "shed: " + shed_text(*story));
             } else if (told.row().says == Says::tries_over) {
                 ++story->tries;
-                step(*story, told, fmt::format("not ready at try {} of {}, the last one", told.value(0), told.value(0)));
+                step(*story, told,
+                     fmt::format("not ready at try {} of {}, the last one", told.value(0), told.value(0)));
                 story->end = End::tries_over;
             }
             return true;
@@ -58,7 +61,8 @@ bool ProcessStories::of_trace(const Told& told) {
             if (!story->steps.empty()) story->steps.back().text += fmt::format(", in {} ms", told.value(3));
             return true;
         case Says::not_completed: {
-            Story& kov = hand_ != nullptr && hand_->event == event_id::kov && hand_->stage != Stage::over ? *hand_ : *story;
+            Story& kov =
+                hand_ != nullptr && hand_->event == event_id::kov && hand_->stage != Stage::over ? *hand_ : *story;
             finish(kov, End::not_completed);
             return true;
         }
@@ -75,9 +79,9 @@ bool ProcessStories::of_trace(const Told& told) {
 std::string ProcessStories::shed_text(const Story& story) const {
     if (story.level < 0) return story.why;
     const bool trunk = story.level <= trunk_level_;
-    return fmt::format("{}; its own would have taken {} ms, {} processes at {} ms ({} trace for risk level {})", story.why,
-                       story.processes * (trunk ? trunk_ms_ : full_ms_), story.processes, trunk ? trunk_ms_ : full_ms_,
-                       trunk ? "trunk" : "full", story.level);
+    return fmt::format("{}; its own would have taken {} ms, {} processes at {} ms ({} trace for risk level {})",
+                       story.why, story.processes * (trunk ? trunk_ms_ : full_ms_), story.processes,
+                       trunk ? trunk_ms_ : full_ms_, trunk ? "trunk" : "full", story.level);
 }
 
 void ProcessStories::await_first_try(Story& story) {
@@ -94,8 +98,10 @@ std::string ProcessStories::try_text(const Story& story) const {
 // The first answer of a KOV alert comes on the alarm worker, and no line has named the alert before it.
 Story* ProcessStories::of_answer(const Told& told) {
     Story* const known = find(told.guid());
-    const bool kov_in_hand = hand_ != nullptr && hand_->event == event_id::kov && hand_->stage == Stage::on_alarm_worker;
-    if (known == nullptr && kov_in_hand && hand_->guid.empty() && told.entry.worker != Worker::trace) return in_hand(told);
+    const bool kov_in_hand =
+        hand_ != nullptr && hand_->event == event_id::kov && hand_->stage == Stage::on_alarm_worker;
+    if (known == nullptr && kov_in_hand && hand_->guid.empty() && told.entry.worker != Worker::trace)
+        return in_hand(told);
     if (known != nullptr || is_cut(told.guid())) return known;
     Story& story = *find_or_open(told.guid());
     if (file_traces_ > 0) {

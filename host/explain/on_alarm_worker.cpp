@@ -28,7 +28,8 @@ bool ProcessStories::on_alarm_worker(const Told& told) {
     switch (told.row().says) {
         case Says::begun: return begin(told, static_cast<EVENT_ID>(told.number(0)));
         case Says::begun_named: {
-            const auto named = std::ranges::find(kNamedEvents, told.value(0), &std::pair<std::string_view, EVENT_ID>::first);
+            const auto named =
+                std::ranges::find(kNamedEvents, told.value(0), &std::pair<std::string_view, EVENT_ID>::first);
             return named != std::end(kNamedEvents) && begin(told, named->second);
         }
         case Says::ignored: {
@@ -55,7 +56,8 @@ bool ProcessStories::on_alarm_worker(const Told& told) {
     switch (told.row().says) {
         case Says::builds: story.builds = true; return true;
         case Says::bad_text:
-            story.complaints.push_back(fmt::format("the text \"{}\" holds bytes that no message may carry", told.value(0)));
+            story.complaints.push_back(
+                fmt::format("the text \"{}\" holds bytes that no message may carry", told.value(0)));
             return true;
         // What may be missing is told at other levels; it is no reason for anything.
         case Says::complaint:
@@ -67,9 +69,9 @@ bool ProcessStories::on_alarm_worker(const Told& told) {
         case Says::memory_check:
             decode(story, told);
             step(story, told,
-                 told.value(1).empty()
-                     ? fmt::format("a memory check of pid {} was not sent", told.value(0))
-                     : fmt::format("a memory check of {}, pid {}, is asked for, event 2305", told.value(1), told.value(0)));
+                 told.value(1).empty() ? fmt::format("a memory check of pid {} was not sent", told.value(0))
+                                       : fmt::format("a memory check of {}, pid {}, is asked for, event 2305",
+                                                     told.value(1), told.value(0)));
             return true;
         case Says::braked:
             decode(story, told);
@@ -78,7 +80,8 @@ bool ProcessStories::on_alarm_worker(const Told& told) {
         case Says::repeated:
             decode(story, told);
             enter_filter(story);
-            if (!std::exchange(story.repeated, true)) step(story, told, "a repeat: it is reported, marked, and not traced");
+            if (!std::exchange(story.repeated, true))
+                step(story, told, "a repeat: it is reported, marked, and not traced");
             return true;
         case Says::goes_to_trace:
             confirm_report(story, told);
@@ -144,7 +147,8 @@ void ProcessStories::leave_hand() {
 void ProcessStories::decode(Story& story, const Told& told) {
     const bool has_document = story.event == event_id::ioa_alert || story.event == event_id::memory_trojan;
     if (!has_document || std::exchange(story.decoded, true)) return;
-    step(story, told, story.container.empty() ? "decoded" : fmt::format("decoded: an alert from container {}", story.container));
+    step(story, told,
+         story.container.empty() ? "decoded" : fmt::format("decoded: an alert from container {}", story.container));
 }
 
 void ProcessStories::enter_filter(Story& story) {
@@ -170,8 +174,8 @@ void ProcessStories::lose(Story& story, const Told& told) {
         case End::filtered:
             why = "all its rules are XDR-IOA- rules, and many traces wait";
             if (trace_percent_ && queue_limit_)
-                why += fmt::format(": {} or more, trace_val {} % of queue_max {}", *trace_percent_ * *queue_limit_ / 100,
-                                   *trace_percent_, *queue_limit_);
+                why += fmt::format(": {} or more, trace_val {} % of queue_max {}",
+                                   *trace_percent_ * *queue_limit_ / 100, *trace_percent_, *queue_limit_);
             decode(story, told);
             break;
         case End::trigger_only:

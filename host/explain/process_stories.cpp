@@ -136,7 +136,8 @@ void ProcessStories::end(bool gone) {
         else if (story->end == End::untold)
             story->stage = Stage::over;
         else if (stopping_ || gone)
-            finish(*story, stopping_ ? End::stopped : End::process_gone, "until then it waited " + waiting_text(*story));
+            finish(*story, stopping_ ? End::stopped : End::process_gone,
+                   "until then it waited " + waiting_text(*story));
         else
             story->why = waiting_text(*story);
     }

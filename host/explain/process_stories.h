@@ -28,7 +28,9 @@ struct Told {
     const StoryText& row() const { return *reading.row; }
     std::string_view value(size_t i) const { return reading.values[i]; }
     int64_t number(size_t i) const;
-    std::string_view guid() const { return row().guid < 0 ? std::string_view{} : value(static_cast<size_t>(row().guid)); }
+    std::string_view guid() const {
+        return row().guid < 0 ? std::string_view{} : value(static_cast<size_t>(row().guid));
+    }
 };
 
 // Follows the threads of the process: each has one event in hand. What a line does not say, such as its alert or which
@@ -127,10 +129,10 @@ private:
     std::map<std::string, std::vector<Story*>, std::less<>> by_guid_;
 
     // The threads.
-    Story* at_door_ = nullptr;      // bus thread
-    std::deque<Story*> in_queue_;   // between bus thread and alarm worker
-    Story* hand_ = nullptr;         // alarm worker
-    Story* trace_hand_ = nullptr;   // trace worker; the trace that has its answer
+    Story* at_door_ = nullptr;     // bus thread
+    std::deque<Story*> in_queue_;  // between bus thread and alarm worker
+    Story* hand_ = nullptr;        // alarm worker
+    Story* trace_hand_ = nullptr;  // trace worker; the trace that has its answer
     bool trace_may_send_ = false;
     bool batch_may_come_ = false;
     std::vector<Sending> sending_;    // begun, without an end

@@ -5,8 +5,8 @@
 
 namespace zelhost {
 
-// The oldest alert that has the same rules and images, by the plug-in's own code; null when the documents are not there,
-// as in a log, or none of them is the one.
+// The oldest alert that has the same rules and images, by the plug-in's own code; null when the documents are not
+// there, as in a log, or none of them is the one.
 const Story* repeated_by(const Story& repeat);
 
 }  // namespace zelhost

@@ -26,7 +26,7 @@ public:
     bool next(Entry& entry) override {
         std::string_view line;
         while (reader_.next(line)) {
-            if (line.ends_with('\r')) line.remove_suffix(1);
+            while (line.ends_with('\r')) line.remove_suffix(1);
             const auto parsed = parse_log_line(line);
             const bool continues = std::exchange(continues_, parsed && goes_on_behind(parsed->text));
             // One format of the plug-in ends with an empty line.
@@ -47,13 +47,13 @@ public:
         return false;
     }
 
-    FileFacts facts() const override {
-        return {.path = name_, .lines = lines_, .highest_level = highest_level_};
-    }
+    FileFacts facts() const override { return {.path = name_, .lines = lines_, .highest_level = highest_level_}; }
 
 private:
     // The payload of a finding stands on a line of its own.
-    static bool goes_on_behind(std::string_view text) { return text.starts_with("event_id:") && text.ends_with("data:"); }
+    static bool goes_on_behind(std::string_view text) {
+        return text.starts_with("event_id:") && text.ends_with("data:");
+    }
 
     void fill(Entry& entry, const LogFileLine& line) {
         ++lines_;
@@ -107,6 +107,7 @@ public:
         return {.path = path_,
                 .is_record = true,
                 .cut_short = reader_.cut_short(),
+                .damaged = reader_.damaged(),
                 .lines = lines_,
                 .highest_level = highest_level_};
     }

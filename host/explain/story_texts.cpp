@@ -130,7 +130,8 @@ constexpr StoryText kTexts[] = {
     // On the way to the trace.
     {"host alert,trace", alarm, goes_to_trace},
     {"container alert, not trace. guid:%s", alarm, goes_nowhere, 0},
-    {"node event id: %d, process count: %d, risk level: %d, guid: %s, push into eliminator", alarm, queued_for_trace, 3},
+    {"node event id: %d, process count: %d, risk level: %d, guid: %s, push into eliminator", alarm, queued_for_trace,
+     3},
     {"new(std::nothrow)ST_DELAY_QUEQE_NODE failed!", alarm, trace_lost},
     {"new(std::nothrow)ST_DELAY_QUEQE_NODE", alarm, trace_lost},
     {"new(std::nothrow)ST_QUEQE_NODE", alarm, trace_lost},
@@ -237,7 +238,9 @@ constexpr std::string_view kSilent[] = {
 };
 
 // A line holds what stands before a line end in its format.
-constexpr std::string_view first_line(std::string_view format) { return format.substr(0, format.find_first_of("\r\n")); }
+constexpr std::string_view first_line(std::string_view format) {
+    return format.substr(0, format.find_first_of("\r\n"));
+}
 
 // By the first row that can have written the text.
 Reading read_with(std::span<const StoryText> rows, std::string_view text, std::string_view file) {

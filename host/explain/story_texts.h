@@ -1,8 +1,8 @@
 // The texts of the plug-in's log, and what each of them says about one alert.
 //
-// A log line names neither its thread nor, as a rule, the alert that it speaks of. Which thread writes a text follows from
-// the plug-in's sources, and each thread has one event in hand at a time. A test holds this table against the sources:
-// every text that the plug-in logs has a row here or stands among those that say nothing of one alert.
+// A log line names neither its thread nor, as a rule, the alert that it speaks of. Which thread writes a text follows
+// from the plug-in's sources, and each thread has one event in hand at a time. A test holds this table against the
+// sources: every text that the plug-in logs has a row here or stands among those that say nothing of one alert.
 #pragma once
 
 #include <cstdint>
