@@ -70,6 +70,7 @@ _zelhost() {
         'decode --color') _zelhost_words 'auto always never'; return ;;
         'graph -o' | 'graph --output') _zelhost_paths -f; return ;;
         'graph --guid') return ;;
+        'explain --color') _zelhost_words 'auto always never'; return ;;
         'load --root') _zelhost_paths -d; return ;;
         'load --rate') return ;;
         'load --seconds') return ;;
@@ -96,17 +97,18 @@ _zelhost() {
         'man --format') _zelhost_words 'roff markdown'; return ;;
     esac
     case $command in
-        '') _zelhost_words 'run replay check decode graph load schema status watch man completion --version -h --help' ;;
+        '') _zelhost_words 'run replay check decode graph explain load schema status watch man completion --version -h --help' ;;
         run) _zelhost_words '--root --input --output --log --log-level --idle-ms --max-wait --follow --events --level --limit --pretty --color --metrics --record --summary --sink --sink-creds --sink-ca --sink-cert --sink-key --sink-buffer --sink-buffer-mb --sink-buffer-hours --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
         replay) if [[ $cur == -* ]]; then _zelhost_words '--compare --speed --root --output --log -h --help'; else _zelhost_paths -f; fi ;;
         check) if [[ $cur == -* ]]; then _zelhost_words '--strict --quiet --format --log-level --color -h --help'; else _zelhost_paths -f; fi ;;
         decode) if [[ $cur == -* ]]; then _zelhost_words '--hex --base64 --pretty --all --sizes --color -h --help'; else _zelhost_paths -f; fi ;;
         graph) if [[ $cur == -* ]]; then _zelhost_words '-o --output --guid -h --help'; else _zelhost_paths -f; fi ;;
+        explain) _zelhost_words '--all --json --color -h --help' ;;
         load) _zelhost_words '--root --rate --seconds --threads --seed --mix --events --max-wait --json --no-log --plot --find-capacity --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
         schema) if [[ $cur == -* ]]; then _zelhost_words '-o --output -h --help'; else _zelhost_words 'document input output'; fi ;;
         status) _zelhost_words '--root --json --color -h --help' ;;
         watch) _zelhost_words '--once --limit --creds --ca --cert --key --create-stream -h --help' ;;
-        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run replay check decode graph load schema status watch man completion'; fi ;;
+        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run replay check decode graph explain load schema status watch man completion'; fi ;;
         completion) if [[ $cur == -* ]]; then _zelhost_words '-h --help'; else _zelhost_words 'bash zsh fish'; fi ;;
     esac
 }
