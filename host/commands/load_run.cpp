@@ -53,6 +53,18 @@ bool grows(const std::vector<LoadSample>& samples, uint64_t queue_max) {
 
 uint64_t first_reports(const Totals& totals) { return given_out().front().counted(totals); }
 
+// Whether more came after publishing had ended than an idle sleep explains. A queue may swallow all events of a short
+// period without refusing one, and without the log nobody sees how long it is.
+bool ends_late(const LoadMeasures& measures, const Account& before, const Account& after,
+               const QueueSettings& settings) {
+    const uint64_t reports = first_reports(after.totals) - first_reports(before.totals) - measures.reports;
+    const uint64_t traces =
+        after.totals.sum(&KindFigures::traces) - before.totals.sum(&KindFigures::traces) - measures.traces;
+    const double in_a_sleep = measures.asked * Seconds(settings.idle_sleep).count();
+    return static_cast<double>(std::max(reports, traces)) >
+           static_cast<double>(settings.queue_max) / 10 + 2 * in_a_sleep;
+}
+
 // What was counted between two moments at which nothing ran. The plug-in's own figures are those of its reports.
 void count(LoadMeasures& measures, const Account& before, const Account& after) {
     const auto since = [&](Figure figure) { return after.totals.sum(figure) - before.totals.sum(figure); };
@@ -169,6 +181,7 @@ LoadMeasures LoadRun::measure(double per_second, std::chrono::milliseconds time)
     const Account after = session_->account();
     meter_.sample(after);
     count(measures, before, after);
+    measures.grows |= ends_late(measures, before, after, end_.settings);
     measures.times = difference(meter_.times(), times);
     const double own = static_cast<double>(measures.times.process) / 1e9;
     measures.others = std::max(machine_busy_seconds() - busy - own, 0.0) / Seconds(Clock::now() - begin).count();
