@@ -32,8 +32,11 @@ record::Output output_of(const ST_PB_EVENT& event) {
     record::Event& out = *output.mutable_event();
     out.set_event_id(event.uEventId);
     out.set_source(event.uSourceEventId);
-    if (event.pszGuid != nullptr) out.set_guid(event.pszGuid);
-    if (event.pData != nullptr) out.set_message(event.pData, event.uSize);
+    // By value: the record is packed, and a reference to a member could be misaligned.
+    const char* const guid = event.pszGuid;
+    const char* const data = event.pData;
+    if (guid != nullptr) out.set_guid(guid);
+    if (data != nullptr) out.set_message(data, static_cast<size_t>(event.uSize));
     return output;
 }
 

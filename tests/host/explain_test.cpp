@@ -255,7 +255,8 @@ TEST(LogFormat, GivesTheValues) {
 
 TEST(LogLine, IsReadWhateverStandsAroundIt) {
     const std::string prefix = "[PID:7    ]\t[WARN]\t[zelreshdl] [a.cpp(3)] ";
-    const auto line = parse_log_line("2026-11-25 19:41:03.906 " + prefix + "text (b)] c");
+    const std::string whole = "2026-11-25 19:41:03.906 " + prefix + "text (b)] c";
+    const auto line = parse_log_line(whole);
     ASSERT_TRUE(line.has_value());
     EXPECT_EQ(line->process, 7);
     EXPECT_EQ(line->level, ZEL_LOG_WARN);
