@@ -62,21 +62,23 @@ _zelhost() {
         'decode --color') _zelhost_words 'auto always never'; return ;;
         'graph -o' | 'graph --output') _zelhost_paths -f; return ;;
         'graph --guid') return ;;
+        'explain --color') _zelhost_words 'auto always never'; return ;;
         'schema -o' | 'schema --output') _zelhost_paths -f; return ;;
         'status --root') _zelhost_paths -d; return ;;
         'status --color') _zelhost_words 'auto always never'; return ;;
         'man --format') _zelhost_words 'roff markdown'; return ;;
     esac
     case $command in
-        '') _zelhost_words 'run replay check decode graph schema status man completion --version -h --help' ;;
+        '') _zelhost_words 'run replay check decode graph explain schema status man completion --version -h --help' ;;
         run) _zelhost_words '--root --input --output --log --log-level --idle-ms --max-wait --follow --events --level --limit --pretty --color --metrics --record --summary --set --not-ready --trace-cost --queue-max --trc-times -h --help' ;;
         replay) if [[ $cur == -* ]]; then _zelhost_words '--compare --speed --root --output --log -h --help'; else _zelhost_paths -f; fi ;;
         check) if [[ $cur == -* ]]; then _zelhost_words '--strict --quiet --format --log-level --color -h --help'; else _zelhost_paths -f; fi ;;
         decode) if [[ $cur == -* ]]; then _zelhost_words '--hex --base64 --pretty --all --sizes --color -h --help'; else _zelhost_paths -f; fi ;;
         graph) if [[ $cur == -* ]]; then _zelhost_words '-o --output --guid -h --help'; else _zelhost_paths -f; fi ;;
+        explain) _zelhost_words '--all --json --color -h --help' ;;
         schema) if [[ $cur == -* ]]; then _zelhost_words '-o --output -h --help'; else _zelhost_words 'document input output'; fi ;;
         status) _zelhost_words '--root --json --color -h --help' ;;
-        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run replay check decode graph schema status man completion'; fi ;;
+        man) if [[ $cur == -* ]]; then _zelhost_words '--format -h --help'; else _zelhost_words 'run replay check decode graph explain schema status man completion'; fi ;;
         completion) if [[ $cur == -* ]]; then _zelhost_words '-h --help'; else _zelhost_words 'bash zsh fish'; fi ;;
     esac
 }
