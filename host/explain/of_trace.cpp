@@ -126,7 +126,6 @@ bool ProcessStories::answer(const Told& told) {
         case Says::retry:
             step(story, told, fmt::format("not ready at {}; the next one is 15 seconds later", try_text(story)));
             ++story.tries;
-            story.last_try_us = told.entry.at_us;
             story.stage = Stage::before_next_try;
             break;
         case Says::success: answer_success(story, told); break;

@@ -87,7 +87,6 @@ struct Story {
     bool marked_shed = false;
     bool on_demand = false;  // a trace that the host asked for
     uint32_t tries = 0;      // of the trace, or of a completion before the report
-    int64_t last_try_us = kNoTime;
     int32_t processes = 0;
     int32_t level = -1;
     std::string container;                // empty on the host
