@@ -41,7 +41,7 @@ struct LoadMeasures {
     QueuePeaks queues;
     uint64_t inbox = 0;  // the most events that were seen to wait on the bus
     bool grows = false;  // what waits, while events were published
-    bool log = true;  // without it queues, backlog and what is shed are not known
+    bool log = true;     // without it queues, backlog and what is shed are not known
     Backlog::Sums backlog;
     // Processor time, and by what it is divided.
     ThreadTimes times;

@@ -14,8 +14,6 @@
 
 #include "host/lib/failure.h"
 
-extern char** environ;
-
 namespace zelhost {
 namespace {
 
@@ -27,9 +25,14 @@ File temporary_file() {
     return file;
 }
 
+void to_the_start(FILE* file) {
+    if (fseek(file, 0, SEEK_SET) != 0)
+        throw Failure("cannot use a temporary file for the picture: {}", strerror(errno));
+}
+
 std::string content(FILE* file) {
     std::string text;
-    rewind(file);
+    to_the_start(file);
     char buffer[4096];
     while (const size_t size = fread(buffer, 1, sizeof buffer, file)) text.append(buffer, size);
     return text;
@@ -41,7 +44,7 @@ std::string gnuplot(const std::string& script) {
     const File out = temporary_file();
     const File errors = temporary_file();
     fwrite(script.data(), 1, script.size(), in.get());
-    rewind(in.get());
+    to_the_start(in.get());
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, fileno(in.get()), 0);

@@ -27,11 +27,10 @@ constexpr int kMostTicks = 2000;
 constexpr std::chrono::milliseconds kUsual = 10s;
 
 // The logger reads these at its first line. The account needs no file: it reads the log at the logger's tap.
-const LoadOptions& prepared(const LoadOptions& options) {
+void prepare_log() {
     setenv("agentid", "load", 0);
     setenv("ZEL_LOG_FILE", "/dev/null", 0);
     setenv("ZEL_LOG_LEVEL", "error", 0);
-    return options;
 }
 
 // --set may ask the trace module for results of traces that are not complete.
@@ -95,12 +94,13 @@ bool LoadEnd::closes() const {
 }
 
 LoadRun::LoadRun(const LoadOptions& options)
-    : options_(prepared(options)), meter_(options.threads), folder_(options.root, options.settings) {
+    : options_(options), meter_(options.threads), folder_(options.root, options.settings) {
     if (!options_.plot.empty()) plot_.emplace(options_.plot);
 }
 
 // Without the stand-ins' counts there is no account. The settings are read from the log in any case.
 void LoadRun::start() {
+    prepare_log();
     session_.emplace(folder_, *this);
     if (session_->start() != 0) {
         const Totals totals = session_->account().totals;
