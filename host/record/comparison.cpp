@@ -2,13 +2,13 @@
 
 #include <fmt/format.h>
 #include <google/protobuf/util/message_differencer.h>
-#include <rapidjson/document.h>
 #include <retrace.pb.h>
 
 #include <algorithm>
 #include <string_view>
 
-#include "host/lib/message.h"
+#include "host/lib/failure.h"
+#include "host/lib/json_text.h"
 #include "host/lib/visible.h"
 #include "platform/event_ids.h"
 
@@ -52,28 +52,23 @@ void compare_messages(const std::string& record, const std::string& now, Lines& 
         fmt::format("message: {} bytes -> {} bytes, which differ from byte {} on", record.size(), now.size(), at));
 }
 
-// The lines of memory checks are objects in an object, with members of plain values.
+// The line of a memory check is an object in an object, with members of plain values.
 void compare_checks(const std::string& record, const std::string& now, Lines& lines) {
-    rapidjson::Document first;
-    rapidjson::Document second;
-    first.Parse(record.data(), record.size());
-    second.Parse(now.data(), now.size());
-    const auto value = [](const rapidjson::Value& member) {
-        return member.IsString()  ? shown({member.GetString(), member.GetStringLength()})
-               : member.IsInt64() ? std::to_string(member.GetInt64())
-                                  : std::string("null");
-    };
-    if (first.HasParseError() || second.HasParseError() || !first.HasMember("memory_check") ||
-        !second.HasMember("memory_check"))
-        return compare_texts("memory_check", record, now, lines);
-    const rapidjson::Value& other = second["memory_check"];
-    for (const auto& member : first["memory_check"].GetObject()) {
-        const auto found = other.FindMember(member.name);
-        if (found != other.MemberEnd() && found->value == member.value) continue;
-        lines.push_back(fmt::format("{}: {} -> {}", member.name.GetString(), value(member.value),
-                                    found == other.MemberEnd() ? "nothing" : value(found->value)));
+    constexpr const char* kCheck = "memory_check";
+    try {
+        const JsonText first(record);
+        const JsonText second(now);
+        const JsonText then(first.find(kCheck) == nullptr ? "{}" : first.find(kCheck)->raw);
+        const JsonText today(second.find(kCheck) == nullptr ? "{}" : second.find(kCheck)->raw);
+        for (const JsonText::Member& member : then.members()) {
+            const JsonText::Member* const other = today.find(member.key);
+            const std::string_view value = other == nullptr ? "nothing" : other->raw;
+            if (member.raw != value)
+                lines.push_back(visible(fmt::format("{}: {} -> {}", member.key, member.raw, value)));
+        }
+    } catch (const Failure&) {  // no line of a memory check; it is shown whole
     }
-    if (lines.empty()) compare_texts("memory_check", record, now, lines);
+    if (lines.empty()) compare_texts(kCheck, record, now, lines);
 }
 
 Lines differences(const record::Output& record, const record::Output& now) {
