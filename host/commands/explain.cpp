@@ -182,7 +182,10 @@ EndCounts::EndCounts(const StoryBook& book) : stories(book.stories().size()) {
     }
     for (const EndCount& end : ends)
         if (words_of(end.end).loss) reasons.push_back(&end);
-    std::ranges::stable_sort(reasons, std::ranges::greater(), &EndCount::count);
+    // Of equal ones the first in the list of ends.
+    std::ranges::sort(reasons, [](const EndCount* one, const EndCount* other) {
+        return one->count != other->count ? one->count > other->count : one < other;
+    });
     reasons.resize(std::min(reasons.size(), kMostReasons));
 }
 

@@ -32,7 +32,11 @@ bool StoryBook::place(const Entry& entry) {
 
 void StoryBook::end() {
     for (auto& [id, process] : processes_) process.end(false);
-    for (Story& story : stories_) std::ranges::stable_sort(story.steps, {}, &Step::order);
+    // Nearly in order, and few. Those of one line stay as they are.
+    for (Story& story : stories_)
+        for (auto step = story.steps.begin(); step != story.steps.end(); ++step)
+            std::rotate(std::ranges::upper_bound(story.steps.begin(), step, step->order, {}, &Step::order), step,
+                        step + 1);
 }
 
 }  // namespace zelhost
