@@ -15,7 +15,7 @@ failed=0
 clang-format-19 --dry-run -Werror "${sources[@]}" || failed=1
 
 # The generated message classes are part of what is compiled.
-tools/build.sh fuzz gen/lite/retrace.pb.h gen/full/retrace.pb.h
+tools/build.sh fuzz gen/lite/retrace.pb.h gen/full/retrace.pb.h gen/full/record.pb.h
 printf '%s\n' "${sources[@]}" | grep -E '^(src|check|standin|host)/.*\.cpp$' |
     xargs -P "$(nproc)" -n 4 clang-tidy-19 -p build/fuzz --quiet --warnings-as-errors='*' 2> >(grep -vE 'warnings? generated|^\[[0-9]+/[0-9]+] ' >&2) || failed=1
 

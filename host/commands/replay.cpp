@@ -56,7 +56,7 @@ private:
     }
     void on_memory_check(const ST_MEM_DETECT_INFO& info) override {
         const std::string line = lines_.memory_check(info);
-        take(output_of(line), [&] { return line; });
+        take(output_of(line), [&]() -> const std::string& { return line; });
     }
     void on_answer(int code, uint32_t context, const char* buffer, uint32_t size) override {
         take(output_of(code, context, buffer, size), [&] { return lines_.answer(code, context, buffer, size); });
@@ -82,6 +82,7 @@ private:
     std::optional<Output> output_;
     std::optional<Player> player_;
     std::optional<Session> session_;
+    bool whole_ = false;  // the record ends with the stop
 };
 
 // The agent id is that of the record, and the log is nobody's unless it is asked for.
@@ -103,11 +104,14 @@ std::string Replay::empty_file() const {
     return path;
 }
 
-// A record that was cut has no stop.
+// A record whose writer was killed has no stop, also when it ends with a complete entry.
 void Replay::play_all() {
     const OutsideGuard guard(folder_.plugin(), *player_);
     session_.emplace(folder_, *this);
-    while (const auto input = player_->next_input()) play(*input, *session_);
+    while (const auto input = player_->next_input()) {
+        whole_ = input->has_call() && input->call() == record::STOP;
+        play(*input, *session_);
+    }
     session_->stop();
 }
 
@@ -116,13 +120,13 @@ ExitCode Replay::tell() const {
     if (!departure.empty())
         console::say("the plug-in has departed from the record: {}; from there on its threads ran as they liked",
                      departure);
-    if (reader_.cut_short())
+    if (!whole_)
         console::say("{} {}: it was played up to byte {}", options_.record,
                      reader_.damaged() ? "is damaged" : "was cut, since its writer was killed", reader_.read_bytes());
     if (output_ && output_->state() == Output::State::failed) throw Failure("{}", output_->error());
     if (!options_.compare) return kDone;
-    const bool equal = comparison_.equal(reader_.cut_short());
-    print(comparison_.text(reader_.cut_short()) +
+    const bool equal = comparison_.equal(!whole_);
+    print(comparison_.text(!whole_) +
           (equal ? "all that came out is what the record has\n" : "NOT all that came out is what the record has\n"));
     return equal ? kDone : kFailed;
 }

@@ -24,7 +24,7 @@ constexpr auto kLook = 200ms;  // how late a signal may be noticed
 constexpr auto kFirstWait = 500ms;
 constexpr auto kLongestWait = 10s;
 constexpr uint64_t kRoom = 256 << 20;
-constexpr size_t kMostOfStream = 64 * 1024;
+constexpr size_t kMostOfStream = size_t{64} * 1024;
 
 // What the command line asks for.
 struct WatchOptions {

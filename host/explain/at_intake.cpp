@@ -21,10 +21,10 @@ std::string guid_in(const std::string& document) {
     try {
         const JsonText json(document);
         const std::string* const guid = json.text("Guid");
-        if (guid != nullptr) return guid->substr(0, kGuidSize);
+        return guid == nullptr ? std::string() : guid->substr(0, kGuidSize);
     } catch (const Failure&) {
+        return {};
     }
-    return {};
 }
 
 }  // namespace

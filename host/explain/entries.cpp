@@ -91,8 +91,12 @@ bool MergedEntries::next(Entry& entry) {
             if (!tells_of(told, line)) continue;
             Entry from_record = told.take_of_process();
             const bool same = from_record.kind == Entry::Kind::line && from_record.text == line.text;
-            entry = same ? log->take() : std::move(from_record);
-            if (same) entry.worker = from_record.worker;
+            if (same) {
+                entry = log->take();
+                entry.worker = from_record.worker;
+            } else {
+                entry = std::move(from_record);
+            }
             return true;
         }
     }

@@ -7,7 +7,7 @@ namespace zelhost {
 namespace {
 
 // 37 characters, each of which a logger may have written as an escape of four.
-constexpr size_t kLongestGuid = 37 * 4;
+constexpr size_t kLongestGuid = size_t{37} * 4;
 constexpr std::string_view kConversions = "sduxc";
 
 // What follows at a place of a format: literal text, and then a value or the end.

@@ -57,7 +57,7 @@ std::optional<int64_t> time_of(std::string_view before) {
     stamp.remove_prefix(kSecondsEnd);
     uint32_t milliseconds = 0;
     if (!second || !skip(stamp, ".") || !read_number(stamp, milliseconds) || stamp != " ") return std::nullopt;
-    return *second * 1'000'000 + milliseconds * 1000;
+    return *second * 1'000'000 + int64_t{milliseconds} * 1000;
 }
 
 }  // namespace

@@ -18,10 +18,11 @@ std::optional<int64_t> queue_size_in(std::string_view configuration) {
     try {
         const JsonText json(configuration);
         const std::string* const text = json.text("queue_size");
-        if (text != nullptr) return static_cast<uint32_t>(strtol(text->c_str(), nullptr, 10));
+        if (text == nullptr) return std::nullopt;
+        return static_cast<uint32_t>(strtol(text->c_str(), nullptr, 10));
     } catch (const Failure&) {
+        return std::nullopt;
     }
-    return std::nullopt;
 }
 
 }  // namespace

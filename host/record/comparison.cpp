@@ -66,7 +66,8 @@ void compare_checks(const std::string& record, const std::string& now, Lines& li
             if (member.raw != value)
                 lines.push_back(visible(fmt::format("{}: {} -> {}", member.key, member.raw, value)));
         }
-    } catch (const Failure&) {  // no line of a memory check; it is shown whole
+    } catch (const Failure&) {
+        lines.clear();  // no line of a memory check; it is shown whole
     }
     if (lines.empty()) compare_texts(kCheck, record, now, lines);
 }

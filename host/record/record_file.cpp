@@ -23,7 +23,7 @@ constexpr int kVersion = 1;
 
 // A batch is written when it is as large or as old as that. A kill costs no more than the last one. Workers that poll
 // empty queues take most of the steps of a quiet session; longer batches of them are packed to half the size.
-constexpr size_t kBatchBytes = 256 * 1024;
+constexpr size_t kBatchBytes = size_t{256} * 1024;
 constexpr auto kBatchAge = 100ms;
 constexpr auto kQuietBatchAge = 2s;
 // What one step takes beside its data.

@@ -59,7 +59,7 @@ done
 kill -9 $run
 wait $run 2>/dev/null || true
 exec 3>&-
-expect 0 "" replay "$work/killed.record" --compare
+expect 0 "was cut" replay "$work/killed.record" --compare
 printed 1 "all that came out is what the record has"
 head -c 3000 "$work/demo.record" >"$work/cut.record"
 expect 0 "was cut" replay "$work/cut.record" --compare
