@@ -128,9 +128,10 @@ void Player::let_workers_come(std::unique_lock<std::mutex>& lock) {
 
 // Waits until a step was taken. A thread that does not come for its step ends the order.
 void Player::wait_for_others(std::unique_lock<std::mutex>& lock) {
+    // Whoever reads what comes out may take any time.
+    if (in_turn_ && front_->has_output()) return changed_.wait(lock);
     changed_.wait_until(lock, std::max(last_taken_, due()) + kPatience);
-    if (!front_ || !departure_.empty() || in_turn_) return;
-    if (Clock::now() >= std::max(last_taken_, due()) + kPatience)
+    if (front_ && departure_.empty() && Clock::now() >= std::max(last_taken_, due()) + kPatience)
         depart(fmt::format("the {} does not come for {}", words(kRoles, front_->role()), words(*front_)));
 }
 
