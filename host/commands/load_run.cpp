@@ -38,10 +38,11 @@ bool partial_results(const std::vector<Setting>& settings) {
     return std::ranges::any_of(settings, [](const Setting& s) { return s.key == "partial_result" && s.value != "0"; });
 }
 
-// Whether more waits in the second half of the samples than in the first, by a tenth of what the queues hold.
-bool grows(const std::vector<LoadSample>& samples, uint64_t queue_max) {
-    const auto waiting = [](double sum, const LoadSample& s) {
-        return sum + static_cast<double>(s.inbox + s.trc_queue + s.delay_queue);
+// Whether more waits in the second half of the samples than in the first, by a tenth of what the queues hold. Without
+// the log nobody knows which traces have ended without a chain, so that only the bus is looked at.
+bool grows(const std::vector<LoadSample>& samples, uint64_t queue_max, bool log) {
+    const auto waiting = [log](double sum, const LoadSample& s) {
+        return sum + static_cast<double>(s.inbox + (log ? s.trc_queue + s.delay_queue : 0));
     };
     const auto half = static_cast<std::ptrdiff_t>(samples.size() / 2);
     if (half == 0) return false;
@@ -174,7 +175,7 @@ LoadMeasures LoadRun::measure(double per_second, std::chrono::milliseconds time)
         const Totals totals = session_->account().totals;
         measures.reports = first_reports(totals) - first_reports(before.totals);
         measures.traces = totals.sum(&KindFigures::traces) - before.totals.sum(&KindFigures::traces);
-        measures.grows = grows(meter_.samples(), end_.settings.queue_max);
+        measures.grows = grows(meter_.samples(), end_.settings.queue_max, !options_.no_log);
         settle();
     }
     console::progress("");
