@@ -165,7 +165,7 @@ void Bus::dispatch() {
             MbFrame::IEvent* const event = outbox_.front();
             outbox_.pop_front();
             send(event, lock);
-        } else {
+        } else if (!inbox_.empty()) {  // a plug-in that has left meanwhile has taken its events along
             IncomingEvent* const event = inbox_.front();
             inbox_.pop_front();
             deliver(event, lock);
