@@ -8,7 +8,7 @@
 
 namespace zelhost {
 
-// A file that gets a picture at the end of a load. gnuplot draws it, in a process of its own.
+// A file that gets a picture at the end of a load. gnuplot draws it, in a process of its own. One thread.
 class LoadPlot {
 public:
     // Before the load begins, so that a picture that cannot be drawn costs no load. Throws Failure.

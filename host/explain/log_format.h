@@ -1,4 +1,4 @@
-// Lines of a log against the formats that wrote them.
+// Lines of a log against the formats that wrote them. Any thread; the values are views into the line.
 #pragma once
 
 #include <optional>

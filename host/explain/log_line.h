@@ -1,4 +1,4 @@
-// One line of a log file of the plug-in.
+// One line of a log file of the plug-in. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace zelhost {
 
-// Views into the line.
+// Views into the line, which has to outlive them.
 struct LogFileLine {
     std::optional<int64_t> at_us;  // microseconds since 1970; nothing when no time stands there
     int64_t process = 0;

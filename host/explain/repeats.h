@@ -1,4 +1,4 @@
-// Which alert a repeat repeats.
+// Which alert a repeat repeats. One thread at a time: the checker behind it keeps state.
 #pragma once
 
 #include "host/explain/story.h"

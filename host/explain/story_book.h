@@ -1,4 +1,4 @@
-// All stories that logs and records tell.
+// All stories that logs and records tell. The book owns them; one thread fills it and reads it afterwards.
 #pragma once
 
 #include <cstdint>

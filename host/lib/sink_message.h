@@ -1,4 +1,5 @@
-// A message on its way from a run to a message server.
+// A message on its way from a run to a message server. It is shared by the threads of the sink and does not change
+// once it was handed over.
 #pragma once
 
 #include <cstdint>

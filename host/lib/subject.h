@@ -1,4 +1,5 @@
 // Texts of an agent as parts of a subject or a message id, where a dot separates and some characters are not allowed.
+// Any thread.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,4 @@
-// Alerts of a load: documents in which a few properties vary.
+// Alerts of a load: documents in which a few properties vary. Any thread.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// What goes into a session, as a record keeps it.
+// What goes into a session, as a record keeps it. input_to_record copies what the pointers lead to and is called on the
+// thread that acts; play is called on the host's thread.
 #pragma once
 
 #include "host/lib/session.h"
