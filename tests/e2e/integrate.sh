@@ -19,12 +19,12 @@ block() { sed -n "/^<!-- $1 -->\$/,/^<!-- end $1 -->\$/s/^    //p" "$root/docs/i
 # The texts of a log as the page shows them: without time, process and place, and with the folder of the page.
 texts() { sed -E "s/^.*\[zelreshdl\] \[[^]]*\] //; s|$2|/opt/agent|" "$1"; }
 
-# Every line of the block comes in standard input, in the order of the page.
+# comes_in_order BLOCK FILE: every line of the block is in the file, in the order of the page.
 comes_in_order() {
     block "$1" >"$work/page"
     [ -s "$work/page" ] || fail "the page has no block '$1'"
     awk 'FNR == NR { page[++lines] = $0; next } $0 == page[next_line + 1] { next_line++ }
-        END { if (next_line < lines) { print "no line: " page[next_line + 1]; exit 1 } }' "$work/page" - >&2 ||
+        END { if (next_line < lines) { print "no line: " page[next_line + 1]; exit 1 } }' "$work/page" "$2" >&2 ||
         fail "the block '$1' is not what comes out"
 }
 
@@ -36,16 +36,19 @@ ZEL_LOG_FILE=$work/log "$work/smallest_host" "$work/agent" </dev/null || fail "t
 texts "$work/log" "$work/agent" | sed '/^start handled event/q' >"$work/started"
 block "log of a good start" | diff - "$work/started" >&2 || fail "the log of a good start (>) is not that of the page (<)"
 tail -n 1 "$work/log" | grep -q 'stop work thread!$' || fail "the smallest host does not stop the plug-in"
-"$agent/bin/zelhost" status --root "$work/agent" 2>&1 | sed "s|$work/agent|/opt/agent|" | comes_in_order "whole folder"
+"$agent/bin/zelhost" status --root "$work/agent" 2>&1 | sed "s|$work/agent|/opt/agent|" >"$work/out"
+comes_in_order "whole folder" "$work/out"
 
 grep -m 1 '^{"event":1536,' "$root/scenarios/demo.jsonl" >"$work/alert.jsonl"
 "$agent/bin/zelhost" run --root "$work/agent" --input "$work/alert.jsonl" --log "$work/run.log" --log-level info >"$work/out" 2>&1 ||
     fail "a run with one alert answers $?"
-texts "$work/run.log" "$work/agent" | comes_in_order "log of an alert"
+texts "$work/run.log" "$work/agent" >"$work/out"
+comes_in_order "log of an alert" "$work/out"
 
 rm "$work/agent/reshdl/lib/libzeltrc.so"
 "$agent/bin/zelhost" status --root "$work/agent" >"$work/out" 2>&1 && fail "status takes a folder without the trace module for whole"
-sed "s|$work/agent|/opt/agent|" "$work/out" | comes_in_order "folder without the trace module"
+sed -i "s|$work/agent|/opt/agent|" "$work/out"
+comes_in_order "folder without the trace module" "$work/out"
 ZEL_LOG_FILE=$work/broken.log "$work/smallest_host" "$work/agent" </dev/null
 [ $? -eq 1 ] || fail "the smallest host starts without the trace module"
 "$work/smallest_host" "$work/nothing" </dev/null 2>"$work/err"
