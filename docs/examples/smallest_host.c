@@ -1,4 +1,5 @@
-/* The smallest host: loads the plug-in from an agent folder, starts it, waits for the end of standard input and stops it.
+/* The smallest host: loads the plug-in from an agent folder, starts it, waits for the end of standard input and stops
+ * it.
  *
  *     cc -o smallest_host docs/examples/smallest_host.c
  *     ./smallest_host AGENT_FOLDER
