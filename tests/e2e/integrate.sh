@@ -28,6 +28,9 @@ comes_in_order() {
         fail "the block '$1' is not what comes out"
 }
 
+nm -D --undefined-only "$agent/reshdl/bin/libzelreshdl.so" | awk '$2 ~ /^(zel_|get_agent_path)/ { print $2 }' | sort >"$work/needed"
+block "support functions" | tr -s ' ' '\n' | sort | diff - "$work/needed" >&2 || fail "the plug-in needs other functions (>) than the page says (<)"
+
 cp -a "$agent" "$work/agent"
 find "$work/agent" -name '*.debug' -delete
 cc -std=c11 -Wall -Wextra -Werror -o "$work/smallest_host" "$root/docs/examples/smallest_host.c" || exit 1
