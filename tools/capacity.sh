@@ -6,7 +6,7 @@
 #   tools/capacity.sh            builds zelhost and writes the table
 #   tools/capacity.sh --print    prints it instead
 set -euo pipefail
-root="$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 
 page="$root/docs/performance.md"
 case "${1-}" in
@@ -25,7 +25,7 @@ trap 'rm -rf "$work"' EXIT
 row() {
     echo "capacity.sh: $1" >&2
     printf '%s\t' "$1" >>"$work/rows"
-    "$root/build/release/agent/bin/zelhost" load --find-capacity --no-log --seconds 1 --json "${@:2}" >>"$work/rows" || {
+    "$build/release/agent/bin/zelhost" load --find-capacity --no-log --seconds 1 --json "${@:2}" >>"$work/rows" || {
         echo "capacity.sh: the search of '$1' failed" >&2
         exit 1
     }

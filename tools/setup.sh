@@ -45,6 +45,8 @@ ci_packages=(
     libjemalloc2        # allocators that a host may have, for tools/host_rounds.sh
     libtcmalloc-minimal4
     libmimalloc2.0
+    graphviz            # tools/draw_docs: pictures of roads, classes and locks
+    msc-generator-nox   # tools/draw_docs: pictures of sequences
 )
 coverage_packages=(
     gcovr               # tools/coverage.sh
