@@ -130,7 +130,7 @@ done
 # What is committed agrees with the parser; a file that does not, and marks that are missing, are noticed.
 "$root/tools/update_docs" --check "$host" >"$work/err" 2>&1 || fail "what is made from the options is not up to date"
 mkdir -p "$work/copy/tools"
-cp "$root/tools/update_docs" "$work/copy/tools/"
+cp "$root/tools/update_docs" "$root/tools/common.sh" "$work/copy/tools/"
 cp -r "$root/README.md" "$root/docs" "$root/completions" "$work/copy/"
 echo stale >>"$work/copy/docs/man/zelhost-run.1"
 "$work/copy/tools/update_docs" --check "$host" >"$work/err" 2>&1
