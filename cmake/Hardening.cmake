@@ -53,7 +53,8 @@ function(zel_split_debug target)
   if(CMAKE_BUILD_TYPE STREQUAL Release)
     add_custom_command(TARGET ${target} POST_BUILD
       COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE_NAME:${target}> $<TARGET_FILE_NAME:${target}>.debug
-      COMMAND ${CMAKE_OBJCOPY} --strip-unneeded --remove-section=.comment --add-gnu-debuglink=$<TARGET_FILE_NAME:${target}>.debug $<TARGET_FILE_NAME:${target}>
+      COMMAND ${CMAKE_OBJCOPY} --strip-unneeded --remove-section=.comment --add-gnu-debuglink=$<TARGET_FILE_NAME:${target}>.debug
+        $<TARGET_FILE_NAME:${target}>
       WORKING_DIRECTORY $<TARGET_FILE_DIR:${target}>
       VERBATIM)
   endif()
