@@ -23,6 +23,11 @@ for package in zelreshdl zelreshdl-standins zelhost; do
 done
 mapfile -t sources < <(compgen -G '/etc/apt/sources.list.d/debian*.sources' || ls /etc/apt/sources.list)
 
+# The commands that lead to the picture are those of the page, as they stand there.
+page="$project/docs/install.md"
+mapfile -t commands < <(sed -n '/^<!-- three commands -->$/,/^<!-- end three commands -->$/s/^    //p' "$page")
+[ ${#commands[@]} -eq 3 ] || fail 1 "$page has ${#commands[@]} commands between the marks 'three commands' instead of 3"
+
 mkdir -p "$project/build"
 work="$(mktemp -d "$project/build/packages_root.XXXXXX")"
 root="$work/root"
@@ -54,14 +59,12 @@ state() {
 
 step "a minimal system" mmdebstrap --mode=root --variant=apt bookworm "$root" "${sources[@]}"
 step "lists of its packages" inside "apt-get update"
-mkdir "$root/root/packages"
-cp "$folder"/zelreshdl_*.deb "$folder"/zelreshdl-standins_*.deb "$folder"/zelhost_*.deb "$root/root/packages/"
+cp "$folder"/zelreshdl_*.deb "$folder"/zelreshdl-standins_*.deb "$folder"/zelhost_*.deb "$root/root/"
+echo 'APT::Get::Assume-Yes "yes";' >"$root/etc/apt/apt.conf.d/yes"
 before="$(state)"
-
-# The three commands of docs/install.md.
-step "apt install" inside "apt install -y ./packages/*.deb"
-step "zelhost run" inside "zelhost run --input /usr/share/zelhost/scenarios/demo.jsonl >demo.jsonl"
-step "zelhost graph" inside "zelhost graph demo.jsonl -o chain.html"
+for command in "${commands[@]}"; do
+    step "$command" inside "$command"
+done
 for text in '<svg' 'class="node ' 'class="edge'; do
     grep -q "$text" "$root/root/chain.html" || fail 1 "the page of the chain has no $text"
 done
@@ -78,9 +81,9 @@ inside "ldd /usr/lib/zelreshdl/bin/* /usr/lib/zelreshdl/lib/*.so /usr/lib/zelres
 
 # Settings that somebody changed stay until they are purged.
 echo '; changed' >>"$root/etc/zelreshdl/zelreshdl.ini"
-step "apt remove" inside "apt remove -y zelhost zelreshdl zelreshdl-standins"
+step "apt remove" inside "apt remove zelhost zelreshdl zelreshdl-standins"
 grep -q '^; changed' "$root/etc/zelreshdl/zelreshdl.ini" 2>/dev/null || fail 1 "apt remove took changed settings with it"
-step "apt purge" inside "apt purge -y --autoremove zelhost zelreshdl zelreshdl-standins"
+step "apt purge" inside "apt purge --autoremove zelhost zelreshdl zelreshdl-standins"
 left="$(diff <(echo "$before") <(state) | grep '^[<>]' || true)"
 [ -z "$left" ] || fail 1 "a purge leaves (>) or takes (<): $left"
 echo "packages of version $installed: installed, used and removed, in $SECONDS s"

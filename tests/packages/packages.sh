@@ -36,19 +36,21 @@ contents() {
         done
         dpkg-deb --ctrl-tarfile "$package" | tar -xO ./conffiles 2>/dev/null | sed "s/^/$name: settings: /"
         dpkg-deb --fsys-tarfile "$package" | tar -tv |
-            sed -E "/^d/d; s|^([^ ]+) ([^ ]+) +[0-9]+ +[^ ]+ [^ ]+ \./|$name: \1 \2 /|; s|/[0-9a-f]{2}/[0-9a-f]{38}\.|/BUILD_ID.|; s|(/docs/(images/)?)[a-z_]+\.|\1NAME.|"
+            sed -E "/^d/d; s|^([^ ]+) ([^ ]+) +[0-9]+ +[^ ]+ [^ ]+ \./|$name: \1 \2 /|
+                s|/[0-9a-f]{2}/[0-9a-f]{38}\.|/BUILD_ID.|; s|(/docs/(images/)?)[a-z_]+\.|\1NAME.|"
     done | LC_ALL=C sort -u
 }
 contents >"$work/contents.txt"
 if [ -n "$update" ]; then
     cp "$work/contents.txt" "$here/contents.txt"
 elif ! diff -u "$here/contents.txt" "$work/contents.txt" >&2; then
-    fail "the packages hold something else (+) than contents.txt says (-); tests/packages/packages.sh --update BUILD writes it"
+    fail "contents.txt (-) is not what the packages hold (+); tests/packages/packages.sh --update BUILD writes it anew"
 fi
 
 # One version everywhere, and one time: that of the version.
 root="$work/root"
-times="$(for package in "${packages[@]}"; do dpkg-deb --fsys-tarfile "$package" | tar -tv --full-time; done | awk '{ print $4, $5 }' | sort -u)"
+times="$(for package in "${packages[@]}"; do dpkg-deb --fsys-tarfile "$package" | tar -tv --full-time; done |
+    awk '{ print $4, $5 }' | sort -u)"
 [ "$(wc -l <<<"$times")" -eq 1 ] || fail "the files have more than one time, so two builds would differ: $(tr '\n' ' ' <<<"$times")"
 for package in "${packages[@]}"; do
     [ "$(dpkg-deb -f "$package" Version)" = "$version" ] || fail "${package##*/} has not the version $version of the project"
