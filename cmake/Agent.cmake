@@ -12,7 +12,7 @@ function(zel_standin name folder)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_library(${name} SHARED ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
-  target_link_libraries(${name} PRIVATE zel_options ${arg_LIBRARIES})
+  target_link_libraries(${name} PRIVATE zel_options zel_version ${arg_LIBRARIES})
   target_link_options(${name} PRIVATE
     -Wl,-Bsymbolic-functions -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/standin.map)
   set_target_properties(${name} PROPERTIES

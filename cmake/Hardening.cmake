@@ -47,13 +47,14 @@ if(CMAKE_BUILD_TYPE STREQUAL Release)
   target_compile_options(zel_hardening INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
 endif()
 
-# Moves debug information and local symbols of a release build into a file beside TARGET's own, FILE.debug. Debuggers find it
-# by its name and check sum, or by the build id.
+# Moves debug information, local symbols and the compiler's name of a release build into a file beside TARGET's own, FILE.debug.
+# Debuggers find it by its name and check sum, or by the build id.
 function(zel_split_debug target)
   if(CMAKE_BUILD_TYPE STREQUAL Release)
     add_custom_command(TARGET ${target} POST_BUILD
       COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE_NAME:${target}> $<TARGET_FILE_NAME:${target}>.debug
-      COMMAND ${CMAKE_OBJCOPY} --strip-unneeded --add-gnu-debuglink=$<TARGET_FILE_NAME:${target}>.debug $<TARGET_FILE_NAME:${target}>
+      COMMAND ${CMAKE_OBJCOPY} --strip-unneeded --remove-section=.comment --add-gnu-debuglink=$<TARGET_FILE_NAME:${target}>.debug
+        $<TARGET_FILE_NAME:${target}>
       WORKING_DIRECTORY $<TARGET_FILE_DIR:${target}>
       VERBATIM)
   endif()

@@ -1,0 +1,8 @@
+// The version as text in each library, for whoever has a file alone: strings FILE | grep '^zelreshdl '.
+
+namespace {
+
+// Nothing reads it, so compiler and linker are told to keep it. Inside an unnamed namespace it is no symbol that others see.
+[[gnu::used, gnu::retain]] constexpr char kVersion[] = "zelreshdl " ZEL_VERSION;
+
+}  // namespace
