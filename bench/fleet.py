@@ -17,8 +17,9 @@ import tempfile
 import time
 
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
-ZELHOST = os.path.join(ROOT, "build/release/agent/bin/zelhost")
-SINK_RATE = os.path.join(ROOT, "build/release/bench/sink_rate")
+BUILD = os.environ.get("ZEL_BUILD_DIR", os.path.join(ROOT, "build"))
+ZELHOST = os.path.join(BUILD, "release/agent/bin/zelhost")
+SINK_RATE = os.path.join(BUILD, "release/bench/sink_rate")
 STREAM = os.path.join(ROOT, "scenarios/fleet_stream.json")
 WORK = tempfile.mkdtemp()
 TICK = 0.01  # seconds between two bursts of the input

@@ -81,7 +81,7 @@ complete -c zelhost -n "__zelhost_in decode" -l color -r -f -a 'auto always neve
 complete -c zelhost -n "__zelhost_in decode" -s h -l help -d 'Print this help message and exit'
 complete -c zelhost -n "__zelhost_in graph" -F
 complete -c zelhost -n "__zelhost_in graph" -s o -l output -r -F -d 'Picture to write; its ending says which: .dot .gv .svg .png .html .htm. DOT on standard output if not given'
-complete -c zelhost -n "__zelhost_in graph" -l guid -r -d 'The trace of this alert; the first one if not given'
+complete -c zelhost -n "__zelhost_in graph" -l guid -r -d 'The trace of this alert; the first one that has a chain if not given'
 complete -c zelhost -n "__zelhost_in graph" -s h -l help -d 'Print this help message and exit'
 complete -c zelhost -n "__zelhost_in explain" -F
 complete -c zelhost -n "__zelhost_in explain" -l all -d 'Count how all alerts ended, and name the most frequent reasons of a loss'

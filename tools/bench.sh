@@ -7,8 +7,8 @@
 #   tools/bench.sh MEASURE[=N]...   some of them, as in tools/bench.sh hits latency=5
 #   tools/bench.sh text             single functions on texts
 set -euo pipefail
-root="$(dirname "$(readlink -f "$0")")/.."
-build="$root/build/release"
+source "$(dirname "$(readlink -f "$0")")/common.sh"
+build="$build/release"
 all=(road rate latency hits refused recovery full_queues long_run log_off)
 
 # What road / baseline may be at so many events. The distance to the measured ratio is for a machine that others share.

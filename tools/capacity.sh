@@ -1,17 +1,17 @@
 #!/bin/bash
 # Searches how many events a second the built plug-in bears on this machine, for several loads, and puts the table between the
-# marks of README.md. Takes some four minutes. Only on a machine with nobody else on it are the figures those of the plug-in: the
+# marks of docs/performance.md. Takes some four minutes. Only on a machine with nobody else on it are the figures those of the plug-in: the
 # last column says how much of it other programs used.
 #
 #   tools/capacity.sh            builds zelhost and writes the table
 #   tools/capacity.sh --print    prints it instead
 set -euo pipefail
-root="$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 
-readme="$root/README.md"
+page="$root/docs/performance.md"
 case "${1-}" in
     '') ;;
-    --print) readme=- ;;
+    --print) page=- ;;
     *)
         echo "capacity.sh: unknown argument '$1' (usage: tools/capacity.sh [--print])" >&2
         exit 2
@@ -25,7 +25,7 @@ trap 'rm -rf "$work"' EXIT
 row() {
     echo "capacity.sh: $1" >&2
     printf '%s\t' "$1" >>"$work/rows"
-    "$root/build/release/agent/bin/zelhost" load --find-capacity --no-log --seconds 1 --json "${@:2}" >>"$work/rows" || {
+    "$build/release/agent/bin/zelhost" load --find-capacity --no-log --seconds 1 --json "${@:2}" >>"$work/rows" || {
         echo "capacity.sh: the search of '$1' failed" >&2
         exit 1
     }
@@ -38,7 +38,7 @@ row 'alerts of 15 events, none traced' --mix graded=1 --events 15 --trc-times 0
 row 'alerts of 15 events, 10 ms a trace' --mix graded=1 --events 15 --trace-cost 10
 row 'alerts of 500 events' --mix graded=1 --events 500
 
-python3 - "$work/rows" "$readme" <<'END'
+python3 - "$work/rows" "$page" <<'END'
 import json, sys
 
 lines = ["| Load | Events a second | Latency, median and p99 | Alarm worker, an event | Trace worker, a trace | Other programs used |",
@@ -59,7 +59,7 @@ begin, end = "<!-- capacity -->\n", "<!-- end capacity -->\n"
 with open(sys.argv[2]) as file:
     text = file.read()
 if text.count(begin) != 1 or text.count(end) != 1 or text.index(begin) > text.index(end):
-    sys.exit(f"capacity.sh: README.md needs the lines '{begin.strip()}' and '{end.strip()}', once each")
+    sys.exit(f"capacity.sh: docs/performance.md needs the lines '{begin.strip()}' and '{end.strip()}', once each")
 with open(sys.argv[2], "w") as file:
     file.write(text[:text.index(begin)] + begin + table + text[text.index(end):])
 END

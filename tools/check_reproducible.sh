@@ -22,7 +22,7 @@ for source in "${sources[@]}"; do
         echo "check_reproducible.sh: cannot read the last commit of $root" >&2
         exit 2
     }
-    "$source/tools/build.sh" release "${targets[@]}" || {
+    ZEL_BUILD_DIR= "$source/tools/build.sh" release "${targets[@]}" || {
         echo "check_reproducible.sh: the build from a copy of the last commit fails; what it printed is above" >&2
         exit 1
     }

@@ -10,7 +10,8 @@
 #
 #   tools/coverage.sh
 set -euo pipefail
-cd "$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
+cd "$root"
 
 if [ $# -ne 0 ]; then
     echo "coverage.sh: unknown argument '$1' (usage: tools/coverage.sh)" >&2
@@ -19,7 +20,7 @@ fi
 tools/setup.sh --coverage
 tools/build.sh coverage
 
-build="build/coverage"
+build="$build/coverage"
 report="$build/report"
 find "$build" -name '*.gcda' -delete
 rm -rf "$report"
@@ -36,7 +37,7 @@ gcovr --root . --filter 'src/' --object-directory "$build" -j "${ZEL_JOBS:-$(npr
     --html-details "$report/index.html" --html-title zelreshdl --json "$report/lines.json" \
     "$build/src" >"$build/gcovr.log" 2>&1 || {
     tail -n 20 "$build/gcovr.log" >&2
-    echo "coverage.sh: gcovr failed, see $PWD/$build/gcovr.log" >&2
+    echo "coverage.sh: gcovr failed, see $build/gcovr.log" >&2
     exit 1
 }
 
@@ -47,7 +48,7 @@ echo "report: $PWD/$report/index.html"
 if [ "$failed" -ne 0 ]; then
     sed -n '/The following tests FAILED/,$p' "$build/tests.log" >&2
     cat "$build/sweep.log" >&2
-    echo "coverage.sh: a test failed, see $PWD/$build/tests.log and sweep.log" >&2
+    echo "coverage.sh: a test failed, see $build/tests.log and sweep.log" >&2
     exit 1
 fi
 exit "$shares"

@@ -10,7 +10,7 @@
 #   tools/fail_calls.sh --only 123      one, with all that its run wrote
 #   tools/fail_calls.sh asan ...        under the address sanitizer, which looks for what is left behind
 set -euo pipefail
-root="$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 
 preset=release
 if [ "${1-}" = asan ]; then
@@ -29,4 +29,4 @@ done
 export ASAN_OPTIONS="detect_stack_use_after_return=1:strict_string_checks=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
 export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
 # shellcheck disable=SC2086  # the words were checked above
-exec "$root/build/$preset/longrun/call_sweep" $tried
+exec "$build/$preset/longrun/call_sweep" $tried

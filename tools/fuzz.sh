@@ -7,7 +7,8 @@
 #                                          with a name of their own stay
 #   tools/fuzz.sh --dictionary             rewrites fuzz/alert.dict from the decoders' key tables
 set -euo pipefail
-cd "$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
+cd "$root"
 
 if [ "${1-}" = --dictionary ]; then
     {
@@ -44,12 +45,12 @@ tools/build.sh fuzz "${targets[@]/#/fuzz_}"
 
 # The leak checker looks once, at the end: after each input it would take a hundred times as long as the input.
 fuzz_one() {
-    local target="$1" inputs="build/fuzz/inputs/$1" log="build/fuzz/fuzz-$1.log"
+    local target="$1" inputs="$build/fuzz/inputs/$1" log="$build/fuzz/fuzz-$1.log"
     mkdir -p "$inputs"
     local options=(-max_total_time="$seconds" -timeout=60 -rss_limit_mb=4096 -max_len=65536
-        -artifact_prefix="build/fuzz/failed-$target-" -print_final_stats=1 -detect_leaks=0)
+        -artifact_prefix="$build/fuzz/failed-$target-" -print_final_stats=1 -detect_leaks=0)
     case "$target" in alert | check | native | refused_memory) options+=(-dict=fuzz/alert.dict) ;; esac
-    if "build/fuzz/fuzz/fuzz_$target" "${options[@]}" "$inputs" "fuzz/corpus/$target" >"$log" 2>&1; then
+    if "$build/fuzz/fuzz/fuzz_$target" "${options[@]}" "$inputs" "fuzz/corpus/$target" >"$log" 2>&1; then
         awk -v t="$target" '/number_of_executed_units/ { n = $2 } / cov: / { c = $0 }
             END { sub(/.* cov: /, "", c); sub(/ .*/, "", c); print "fuzz.sh: " t ": " n " inputs, " c " edges, clean" }' "$log"
     else
@@ -61,11 +62,11 @@ fuzz_one() {
 
 # The names of a merge are hashes of 40 digits. How often a place is reached does not count, or the corpora would be large.
 keep_one() {
-    local target="$1" corpus="fuzz/corpus/$1" log="build/fuzz/keep-$1.log" kept
-    kept="$(mktemp -d "build/fuzz/keep-$target-XXXXXX")"
-    mkdir -p "build/fuzz/inputs/$target"
+    local target="$1" corpus="fuzz/corpus/$1" log="$build/fuzz/keep-$1.log" kept
+    kept="$(mktemp -d "$build/fuzz/keep-$target-XXXXXX")"
+    mkdir -p "$build/fuzz/inputs/$target"
     local options=(-set_cover_merge=1 -use_counters=0 -timeout=60 -rss_limit_mb=4096 -max_len=65536 -detect_leaks=0)
-    if ! "build/fuzz/fuzz/fuzz_$target" "${options[@]}" "$kept" "$corpus" "build/fuzz/inputs/$target" >"$log" 2>&1; then
+    if ! "$build/fuzz/fuzz/fuzz_$target" "${options[@]}" "$kept" "$corpus" "$build/fuzz/inputs/$target" >"$log" 2>&1; then
         tail -n 40 "$log" >&2
         echo "fuzz.sh: $target was not merged, see $PWD/$log" >&2
         return 1
@@ -80,6 +81,7 @@ keep_one() {
     rmdir "$kept"
     echo "fuzz.sh: $target: $(find "$corpus" -type f | wc -l) files, $(du -bs "$corpus" | cut -f1) bytes"
 }
+export build
 export -f fuzz_one keep_one
 export seconds
 export ASAN_OPTIONS="detect_stack_use_after_return=1:allocator_may_return_null=1"

@@ -4,7 +4,7 @@
 #
 #   tools/host_rounds.sh [ROUNDS]    1000 by default; 20 take a few seconds
 set -euo pipefail
-root="$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 
 rounds="${1:-1000}"
 if [ $# -gt 1 ] || [[ ! "$rounds" =~ ^[1-9][0-9]{0,6}$ ]]; then
@@ -17,6 +17,6 @@ failed=0
 for library in libc.so.6 libjemalloc.so.2 libtcmalloc_minimal.so.4 libmimalloc.so.2; do
     preload="$library"
     [ "$library" != libc.so.6 ] || preload=""
-    LD_PRELOAD="$preload" "$root/build/release/longrun/host_rounds" "$rounds" "$library" || failed=1
+    LD_PRELOAD="$preload" "$build/release/longrun/host_rounds" "$rounds" "$library" || failed=1
 done
 exit "$failed"

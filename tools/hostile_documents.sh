@@ -5,7 +5,7 @@
 #
 #   tools/hostile_documents.sh [PERCENT]    of the full sizes
 set -euo pipefail
-root="$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 "$root/tools/build.sh" release hostile_documents
 export ZEL_LOG_FILE=/dev/null ZEL_LOG_LEVEL=error
-exec "$root/build/release/bench/hostile_documents" "$@"
+exec "$build/release/bench/hostile_documents" "$@"

@@ -4,6 +4,6 @@
 #
 #   tools/models.sh [SEED [STEPS]]    another seed for each run by default
 set -euo pipefail
-root="$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 "$root/tools/build.sh" release models
-exec "$root/build/release/tests/models" "${1:-$((RANDOM * 32768 + RANDOM))}" "${2:-1000000}"
+exec "$build/release/tests/models" "${1:-$((RANDOM * 32768 + RANDOM))}" "${2:-1000000}"

@@ -21,8 +21,8 @@
 # The text behind "- " must occur exactly once in the file; several such lines are one text. [asan] or [tsan] at the end of
 # the description marks a fault that only the sanitizer finds. Lines that start with # are comments.
 set -uo pipefail
-cd "$(dirname "$(readlink -f "$0")")/.."
-root="$PWD"
+source "$(dirname "$(readlink -f "$0")")/common.sh"
+cd "$root"
 
 usage() {
     echo "mutate.sh: $1 (usage: tools/mutate.sh [asan|tsan] [--list] [--jobs N] [TEXT...])" >&2
@@ -152,7 +152,7 @@ fi
 
 # --- the copies ---------------------------------------------------------------------------------------------------------
 
-work="$root/build/mutate"
+work="$build/mutate"
 preset="${sanitizer:-debug}"
 mkdir -p "$work"
 results="$work/results.$$"

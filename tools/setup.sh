@@ -45,15 +45,14 @@ ci_packages=(
     libjemalloc2        # allocators that a host may have, for tools/host_rounds.sh
     libtcmalloc-minimal4
     libmimalloc2.0
+    graphviz            # tools/draw_docs: pictures of roads, classes and locks
+    msc-generator-nox   # tools/draw_docs: pictures of sequences
 )
 coverage_packages=(
     gcovr               # tools/coverage.sh
 )
 
-fail() {
-    echo "setup.sh: $*" >&2
-    exit 1
-}
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 
 case "${1-}" in
     "") ;;
@@ -67,24 +66,42 @@ esac
 
 command -v dpkg-query >/dev/null && command -v apt-get >/dev/null || fail "this needs Debian 12: no dpkg-query or apt-get here"
 
-installed=" $(dpkg-query -W -f='${db:Status-Status}=${Package} ' "${packages[@]}" 2>/dev/null || true)"
-missing=()
-for package in "${packages[@]}"; do
-    [[ "$installed" == *" installed=$package "* ]] || missing+=("$package")
-done
+find_missing() {
+    local installed package
+    installed=" $(dpkg-query -W -f='${db:Status-Status}=${Package} ' "${packages[@]}" 2>/dev/null || true)"
+    missing=()
+    for package in "${packages[@]}"; do
+        [[ "$installed" == *" installed=$package "* ]] || missing+=("$package")
+    done
+}
+find_missing
 [ ${#missing[@]} -gt 0 ] || exit 0
 
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || fail "missing packages: ${missing[*]}; run this as root, or install sudo"
+    command -v sudo >/dev/null ||
+        fail "these Debian packages are missing, and there is no sudo here; run as root: apt-get install --no-install-recommends ${missing[*]}"
     as_root=(sudo)
 fi
 
-log="$(mktemp)"
-trap 'rm -f "$log"' EXIT
-apt() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=120 "$@" >>"$log" 2>&1; }
+# Another script of this project may just be installing the same.
+take_turn setup.lock "packages are being installed"
+find_missing
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+log="$build/setup.log"
+: >"$log"
+as_root() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive "$@" >>"$log" 2>&1; }
+apt() { as_root apt-get -q -y -o DPkg::Lock::Timeout=120 "$@"; }
 reason() { grep -m1 -E '^[WE]: Failed to fetch' "$log" || grep -m1 '^E: ' "$log" || tail -n1 "$log"; }
 
-echo "setup.sh: installing ${missing[*]}" >&2
-apt update || fail "apt-get update failed: $(reason)"
-apt install --no-install-recommends "${missing[@]}" || fail "apt-get install failed: $(reason)"
+say "installing ${#missing[@]} Debian packages, which takes some minutes; log: $log"
+say "${missing[*]}"
+if [ ${#as_root[@]} -gt 0 ]; then
+    say "by sudo, which may ask for your password"
+    sudo -v || fail "sudo gives no rights; run as root: apt-get install --no-install-recommends ${missing[*]}"
+fi
+# An installation that was cut off is brought to its end first.
+as_root dpkg --configure -a || fail "dpkg --configure -a failed: $(reason)"
+apt update || fail "apt-get update failed: $(reason); is this machine connected, and are its sources in /etc/apt right?"
+apt install --no-install-recommends "${missing[@]}" || fail "apt-get install failed: $(reason); all of its output is in $log"

@@ -5,7 +5,7 @@
 #
 #   tools/soak.sh MINUTES [asan|tsan]
 set -euo pipefail
-root="$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 
 minutes="${1-}"
 preset="${2:-release}"
@@ -17,4 +17,4 @@ fi
 export ASAN_OPTIONS="detect_stack_use_after_return=1:strict_string_checks=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
 export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
-exec "$root/build/$preset/longrun/soak" $((minutes * 60))
+exec "$build/$preset/longrun/soak" $((minutes * 60))

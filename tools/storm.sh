@@ -4,6 +4,6 @@
 #
 #   tools/storm.sh [ALERTS]
 set -euo pipefail
-root="$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 "$root/tools/build.sh" release storm
-exec "$root/build/release/longrun/storm" "${1:-100000}"
+exec "$build/release/longrun/storm" "${1:-100000}"

@@ -4,6 +4,6 @@
 #
 #   tools/verdicts.sh [DOCUMENTS [SEED]]    100 000 documents by default
 set -euo pipefail
-root="$(dirname "$(readlink -f "$0")")/.."
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 "$root/tools/build.sh" release verdicts
-exec "$root/build/release/longrun/verdicts" "${1:-100000}" "${2:-1}"
+exec "$build/release/longrun/verdicts" "${1:-100000}" "${2:-1}"

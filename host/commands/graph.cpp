@@ -83,7 +83,8 @@ Action prepare_graph(CLI::App& app) {
         ->check([](const std::string& path) {
             return picture_for(path) ? std::string() : path + " does not end in .dot .gv .svg .png .html or .htm";
         });
-    app.add_option("--guid", options->guid, "The trace of this alert; the first one if not given")->type_name("GUID");
+    app.add_option("--guid", options->guid, "The trace of this alert; the first one that has a chain if not given")
+        ->type_name("GUID");
     return [options] { return draw(*options); };
 }
 

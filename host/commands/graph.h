@@ -11,9 +11,10 @@ class vorn_trace_info;
 
 namespace zelhost {
 
-// Takes a finished trace out of the bytes of a file: the first event 770, or that with the GUID, of lines as `zelhost
-// run` writes them, or a serialised message. `source` names the file for people. Says of each line that it cannot read
-// which it is, and returns how many there were before the trace. Throws Failure when there is no such trace.
+// Takes a finished trace out of the bytes of a file: the first event 770 that has a chain, or that with the GUID, of
+// lines as `zelhost run` writes them, or a serialised message. `source` names the file for people. Says of each line
+// that it cannot read which it is, and returns how many there were before the trace. Throws Failure when there is no
+// such trace.
 size_t find_trace(std::string_view bytes, const std::string& guid, const std::string& source,
                   vorn_retrace::vorn_trace_info& trace);
 

@@ -7,9 +7,11 @@
 
 #include <limits>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "host/commands/graph.h"
+#include "host/lib/chain.h"
 #include "host/lib/chain_text.h"
 #include "host/lib/console.h"
 #include "host/lib/failure.h"
@@ -114,13 +116,17 @@ bool read_line(std::string_view text, const std::string& guid, vorn_trace_info& 
     return true;
 }
 
-// Stops at the trace: what comes behind it is of no interest, and so is what may be wrong with it.
+// Without a GUID a trace that has a chain is looked for: batches of repeated DNS hits are events 770 as well. When none
+// has one, the first is taken. Stops at the trace: what comes behind it is of no interest, and so is what may be wrong
+// with it.
 size_t find_in_lines(std::string_view text, const std::string& guid, const std::string& source,
                      vorn_trace_info& trace) {
     const std::string wanted =
         guid.empty() ? "no line of event 770" : fmt::format("no line of event 770 with the GUID {}", guid);
     size_t skipped = 0;
     size_t number = 0;
+    std::optional<size_t> skipped_before_first;
+    vorn_trace_info found;
     for (text = without_mark(text); !text.empty();) {
         const size_t end = std::min(text.find('\n'), text.size() - 1);
         const std::string_view line = text.substr(0, end + 1);
@@ -130,12 +136,17 @@ size_t find_in_lines(std::string_view text, const std::string& guid, const std::
         if (first == std::string_view::npos || line[first] == '#') continue;
         try {
             const size_t size = line.find_last_not_of(kSpaces) + 1 - first;
-            if (read_line(repair_utf8(line.substr(first, size)), guid, trace)) return skipped;
+            if (!read_line(repair_utf8(line.substr(first, size)), guid, found)) continue;
+            const bool wanted_one = !guid.empty() || !chain_of(found).vertices.empty();
+            if (wanted_one || !skipped_before_first) trace = found;
+            if (wanted_one) return skipped;
+            if (!skipped_before_first) skipped_before_first = skipped;
         } catch (const Failure& e) {
             ++skipped;
             console::say("{}, line {} skipped: {}", source, number, e.what());
         }
     }
+    if (skipped_before_first) return *skipped_before_first;
     throw Failure("{}: {} among its {} lines; zelhost run writes them", source, wanted, number);
 }
 

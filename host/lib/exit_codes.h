@@ -1,5 +1,5 @@
-// The exit statuses of zelhost. Every command takes its codes from here; help texts, manual pages and README list this
-// table.
+// The exit statuses of zelhost. Every command takes its codes from here; help texts, manual pages and
+// docs/zelhost.md list this table.
 #pragma once
 
 namespace zelhost {

@@ -18,7 +18,7 @@ constexpr int64_t kConnectMs = 2'000;
 constexpr int64_t kWriteMs = 5'000;  // a server that takes nothing for so long is given up
 constexpr int64_t kPingMs = 10'000;  // a server that is gone without a word is noticed after two of these
 constexpr int kPings = 2;
-constexpr size_t kMostCredentials = 64 * 1024;
+constexpr size_t kMostCredentials = size_t{64} * 1024;
 constexpr size_t kLongestSubject = 200;
 
 void check(natsStatus status, const char* what, const std::string& file) {

@@ -136,7 +136,7 @@ void Mixture::garbage() {
 void Mixture::no_data() {
     constexpr uint32_t kIds[] = {event_id::ioa_alert,    event_id::memory_trojan, event_id::port_scan,
                                  event_id::event_detect, event_id::kov,           event_id::trc_ex};
-    sink_.take(kIds[below(random_, std::size(kIds))], nullptr, below(random_, 2) * 100, EventSink::kNoNumber);
+    sink_.take(kIds[below(random_, std::size(kIds))], nullptr, below(random_, 2) == 0 ? 0 : 100, EventSink::kNoNumber);
 }
 
 void Mixture::fresh_hit() { hit(next_++, below(random_, 5)); }

@@ -130,7 +130,7 @@ done
 # What is committed agrees with the parser; a file that does not, and marks that are missing, are noticed.
 "$root/tools/update_docs" --check "$host" >"$work/err" 2>&1 || fail "what is made from the options is not up to date"
 mkdir -p "$work/copy/tools"
-cp "$root/tools/update_docs" "$work/copy/tools/"
+cp "$root/tools/update_docs" "$root/tools/common.sh" "$work/copy/tools/"
 cp -r "$root/README.md" "$root/docs" "$root/completions" "$work/copy/"
 echo stale >>"$work/copy/docs/man/zelhost-run.1"
 "$work/copy/tools/update_docs" --check "$host" >"$work/err" 2>&1
@@ -138,6 +138,10 @@ echo stale >>"$work/copy/docs/man/zelhost-run.1"
 sed -i '/<!-- end options run -->/d' "$work/copy/docs/zelhost.md"
 "$work/copy/tools/update_docs" --check "$host" >"$work/err" 2>&1
 [ $? -eq 1 ] && grep -q "'<!-- end options run -->'" "$work/err" || fail "a missing mark goes unnoticed"
+cp "$root/docs/man/zelhost-run.1" "$work/copy/docs/man/"
+{ cat "$root/docs/zelhost.md" && echo '<!-- section dance -->'; } >"$work/copy/docs/zelhost.md"
+"$work/copy/tools/update_docs" --check "$host" >"$work/err" 2>&1
+[ $? -eq 1 ] && grep -q "section 'dance'" "$work/err" || fail "a section of no command goes unnoticed"
 
 # roff finds nothing to warn of.
 if command -v groff >"$work/err"; then

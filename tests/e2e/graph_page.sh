@@ -46,6 +46,9 @@ expect 1 "cannot read folder" folder
 expect 1 "empty is empty" empty
 expect 1 "cut, line 1 skipped" cut
 expect 1 'the trace of alert "G" has no vertex' no_chain
+cat no_chain "$chain" >chain_behind
+expect 0 "" chain_behind
+cmp -s out chain.dot || fail "a trace without a chain hides the one behind it"
 expect 1 "no line of event 770 with the GUID X" --guid X "$chain"
 expect 1 "neither lines as zelhost run writes them nor a serialised message" "$host"
 "$host" graph "$chain" >/dev/full 2>err
