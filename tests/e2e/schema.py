@@ -143,13 +143,13 @@ print(compared, "changed documents compared with the agent's own verdict")
 with open(corpus + "/event_01.json", "rb") as file:
     base = json.loads(file.read())
 taken = set()
-for number in range(-1, 42):
+for number in [*range(-1, 64), 1000]:
     document = copy.deepcopy(base)
     document["rule"][0]["event"] = [{**every_key, "type": number}]
     if agrees(document, f"event type {number}"):
         taken.add(number)
     agrees({**base, "alert_type": number}, f"alert type {number}")
-expect(len(taken) > 30 and not taken & {0, 30, 31, 32, 33, 40}, f"event types {taken} are taken")
+expect(len(taken) > 30 and not taken & {0, 30, 31, 32, 33, 1000}, f"event types {taken} are taken")
 
 # --- lines ---
 
