@@ -183,7 +183,7 @@ TEST(Objects, NoOtherTypeIsKnown) {
         const bool known = std::ranges::count(kRows, type, &Row::type) == 1;
         ASSERT_EQ(zel::find_object_row(type) != nullptr, known) << type;
         const zel::EventType* const decoded = zel::find_event_type(type);
-        EXPECT_EQ(decoded != nullptr && decoded->dispatched, known) << type << " is decoded but not built, or built only";
+        EXPECT_EQ(decoded != nullptr && decoded->dispatched, known) << type << ": decoded or built alone";
         if (known) continue;
         EXPECT_EQ(build_event(type, {}).lines, unknown) << type;
     }
