@@ -39,7 +39,8 @@ TEST(EventRows, StandOnceAndWhatIsHandledIsBuilt) {
 
 TEST(EventRows, HaveWordsForPeopleWhenTheyAreSubscribed) {
     for (const EventRow& row : event_rows())
-        EXPECT_TRUE(!row.subscribed || *zelhost::event_name(row.id) != '\0') << row.id << " has no row in event_names.h";
+        EXPECT_TRUE(!row.subscribed || *zelhost::event_name(row.id) != '\0')
+            << row.id << " has no row in event_names.h";
 }
 
 TEST(EventRows, RefuseASizeThatLeavesNoRoomForTheEndOfTheText) {
