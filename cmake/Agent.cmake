@@ -1,6 +1,8 @@
 # The staged agent folder: each file is put where the agent has it. The target "agent" builds all of it, without tests.
 set(ZEL_AGENT_DIR ${PROJECT_BINARY_DIR}/agent)
 add_custom_target(agent)
+# All stand-ins, for programs that load them from there.
+add_custom_target(standins)
 
 foreach(file config/agent_cfg.json reshdl/config/zelreshdl.ini reshdl/config/zeltrc.ini)
   configure_file(${PROJECT_SOURCE_DIR}/agent/${file} ${ZEL_AGENT_DIR}/${file} COPYONLY)
@@ -21,5 +23,5 @@ function(zel_standin name folder)
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH "$ORIGIN;$ORIGIN/../../lib")
   zel_split_debug(${name})
-  add_dependencies(agent ${name})
+  add_dependencies(standins ${name})
 endfunction()

@@ -11,9 +11,11 @@ source "$(dirname "$(readlink -f "$0")")/common.sh"
 cd "$root"
 
 if [ "${1-}" = --dictionary ]; then
+    # Words of the code, and names of objects that are no keys as well.
+    no_key='"(error|pj[A-Z].*|bool|document|message|post_operation|scenario|scenario_holder)"'
     {
         echo '# Keys of alert documents and texts that the code compares with; made by tools/fuzz.sh --dictionary.'
-        grep -ohE '"[A-Za-z][A-Za-z0-9_]*"' src/decode/*.cpp | grep -vE '"(error|pj[A-Z].*|bool)"' | sort -u
+        grep -ohE '"[A-Za-z][A-Za-z0-9_]*"' src/decode/*.cpp | grep -vE "$no_key" | sort -u
         printf '"\\"%s\\""\n' Verbose Low Medium High Critical Enable Disable Verify Trigger XDR-IOA- host
     } >fuzz/alert.dict
     exit 0

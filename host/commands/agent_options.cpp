@@ -23,7 +23,7 @@ const Shorthand kShorthands[] = {
      "Limit of each queue, 50 to 500: zelreshdl:config:queue_max",
      {"zelreshdl", "config", "queue_max", ""}},
     {"--trc-times",
-     "Most tries of a trace, 0 to 16, 0 for no traces: zelreshdl:config:trc_times",
+     "Most attempts at a trace, 0 to 16; 0 turns tracing off: zelreshdl:config:trc_times",
      {"zelreshdl", "config", "trc_times", ""}},
 };
 

@@ -195,7 +195,7 @@ Action prepare_check(CLI::App& app) {
     options->log_level = ZEL_LOG_WARN;
     app.footer(kFooter);
     app.add_option("FILE", options->files, "Alert documents; - or none for standard input");
-    app.add_flag("--strict", options->strict, "A warning refuses the document");
+    app.add_flag("--strict", options->strict, "Refuse a document that has a warning");
     app.add_flag("--quiet", options->quiet, "Print refusals only");
     add_choice<CheckForm>(app, "--format", options->form,
                           {{"text", CheckForm::text}, {"json", CheckForm::json}, {"sarif", CheckForm::sarif}}, "FORM",

@@ -140,7 +140,7 @@ numbers as strings. Behind the known fields of an object may stand
   "unknown":[{"number":99,"type":"varint","value":"7"}]
                               what the schema does not know; bytes are a text
 An empty input is a message without any field. Of a damaged message all that
-could be read is shown, of a text that is cut off its beginning; then one line
+could be read is shown, also the beginning of a text that is cut off. One line
 on standard error names the byte, from 0, and the field at which it breaks.
 A message is damaged, too, when a text is no UTF-8.)";
 

@@ -110,7 +110,7 @@ private:
         }
         out.flush();
         if (book_.unplaced() > 0)
-            console::say("{} of {} lines could not be placed, the first: {}", book_.unplaced(), book_.lines(),
+            console::say("{} of {} lines could not be placed; the first: {}", book_.unplaced(), book_.lines(),
                          visible(book_.unplaced_example()));
         return kDone;
     }
@@ -155,14 +155,14 @@ private:
 
 constexpr const char* kFooter =
     R"(FILE is a log of the plug-in or a record of zelhost run --record. A log needs
-level debug to tell all; its times are taken to be of the local zone. Several
-files are brought into one order of time, and a log and a record of the same
-session are read as one. GUID may be the beginning of one.
+level debug to tell all; its times are taken as local times. Several files are
+brought into one order of time, and a log and a record of the same session are
+read as one.
 
 A log names neither threads nor, in most lines, alerts. Which alert a line is of
 follows from the lines before it. A line that fits no alert is counted.
-An alert whose GUID no line names, as one that was not decoded, is counted by
---all; a record names it.)";
+An alert whose GUID no line names, such as one that was not decoded, is counted
+by --all; a record names it.)";
 
 }  // namespace
 

@@ -75,7 +75,7 @@ std::string counts_text(const EndCounts& counts, const StoryBook& book, const Pa
         text += (example.why.empty() ? "" : ": " + visible(example.why)) + "\n";
     }
     if (book.unplaced() == 0) return text + "every line was placed\n";
-    return text + fmt::format("{} lines could not be placed, the first: {}\n", book.unplaced(),
+    return text + fmt::format("{} lines could not be placed; the first: {}\n", book.unplaced(),
                               visible(book.unplaced_example()));
 }
 

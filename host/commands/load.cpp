@@ -55,7 +55,7 @@ CLI::Validator from_to(double lowest, double highest) {
 }
 
 void add_events(CLI::App& app, LoadOptions& options) {
-    app.add_option("--rate", options.rate, "Events a second, of all threads together; as fast as they go if not given")
+    app.add_option("--rate", options.rate, "Events a second, of all threads together; as fast as possible if not given")
         ->type_name("N")
         ->check(from_to(0.001, 1e6));
     app.add_option_function<double>(
@@ -78,7 +78,7 @@ void add_events(CLI::App& app, LoadOptions& options) {
                    throw CLI::ValidationError("--mix", e.what());
                }
            },
-           "Shares of the kinds of events, which stand below; what is not named gets none")
+           "Shares of the kinds of events that are listed below; a kind that is not named gets none")
         ->type_name("KIND=SHARE,...");
     app.add_option("--events", options.events.per_rule,
                    "Events in each rule of an alert; as its kind says if not given")
@@ -98,8 +98,9 @@ Action prepare_load(CLI::App& app) {
            "Longest wait for the end of all events and traces, in seconds (180)")
         ->type_name("S");
     app.add_flag("--json", options->json, "One JSON object on one line, for programs");
-    app.add_flag("--no-log", options->no_log,
-                 "Do not read the plug-in's log: it is as fast as in an agent then, but the account has few checks");
+    app.add_flag(
+        "--no-log", options->no_log,
+        "Do not read the plug-in's log: the plug-in is then as fast as in an agent, but the account has few checks");
     app.add_option("--plot", options->plot,
                    "Picture of rates, latencies and queues over time, drawn by gnuplot; its name ends with .svg")
         ->type_name("FILE")

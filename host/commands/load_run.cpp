@@ -235,7 +235,8 @@ ExitCode LoadRun::run() {
         return kMaxWaitPassed;
     }
     if (options_.find_capacity && !end_.capacity && !end_.stopped) {
-        console::message("no rate was borne; see the steps of the search, and what other programs used");
+        console::message(
+            "even the lowest rate was too high; see the steps of the search, and what other programs used");
         return kFailed;
     }
     return kDone;

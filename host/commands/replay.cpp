@@ -142,9 +142,9 @@ ExitCode Replay::run() {
 }
 
 constexpr const char* kFooter =
-    R"(The plug-in of the agent folder gets what it got then: the same events and calls, and the same answers of clocks, GUIDs, files
-and the trace module, in the same order over all threads. So the same plug-in gives out the same bytes. Another one may
-depart from the record; it is said where, and from there on only the answers are those of the record.
+    R"(The plug-in of the agent folder gets what the plug-in got in the session: the same events and calls, and the same answers of
+clocks, GUIDs, files and the trace module, in the same order over all threads. So the same plug-in gives out the same bytes.
+Another plug-in may depart from the record. A line says where; from there on only the answers are those of the record.
 Settings and agent id are those of the record, and the agent folder stays as it is: a copy is used.
 With --compare messages of one kind and worker are matched in their order, and the first difference is shown field by field.)";
 
@@ -164,7 +164,7 @@ Action prepare_replay(CLI::App& app) {
                if (text != "max" && (end == text.c_str() || *end != '\0' || !(options->speed > 0)))
                    throw CLI::ValidationError("--speed", text + " is neither max nor a number above 0");
            },
-           "How many times as fast as the session went; max, as fast as it goes (max)")
+           "How many times as fast as the session was; max is as fast as possible (max)")
         ->type_name("N|max");
     app.add_option("--root", options->root, "Agent folder; the one that zelhost stands in if not given")
         ->type_name("DIR");

@@ -102,7 +102,7 @@ void Run::play_input() {
 void Run::wait_for_the_rest() {
     const bool reset_open = session_->reset_open();
     if (reset_open && session_->account().totals.waiting_traces > 0)
-        console::say("the input leaves the data store in a reset: traces that wait are not waited for");
+        console::say("the input ends in a reset period: waiting traces are not waited for");
     if (!max_wait_passed_) wait_until_idle(!reset_open);
 }
 

@@ -15,14 +15,14 @@ namespace {
 
 constexpr const char* kFooter =
     R"(Input: JSON Lines, one event or action a line; blank lines and lines that begin with # are left out.
-  {"event":ID,FORM}   an event with one form of payload: "alert" or "json" (the value's very bytes), "text", "hex",
+  {"event":ID,FORM}   an event with one form of payload: "alert" or "json" (the value's bytes as they stand), "text", "hex",
                       "message" (a vorn_trace_info in JSON form) or "data":null. Event 1281 takes "dns":{...} instead.
   {"alert_type":...}  an alert document by itself is event 1536
   {"do":"sleep","ms":100}  {"do":"wait"}  {"do":"reset_begin"}  {"do":"reset_end"}  {"do":"report"}
   {"do":"config","delay_time":"120000","queue_size":"200"}  {"do":"config","text":"..."}
   {"do":"file_trace","path":"/tmp/x","file_key":"k","kind":1,"context":7}  {"do":"process_trace","data":{...},"context":8}
 The plug-in sheds what comes faster than it works; "wait" lets it finish what it has.
-Output: JSON Lines, one for each event, callback and wanted report. A summary goes to standard error.
+Output: JSON Lines, one for each event, callback and report that was asked for. A summary goes to standard error.
 With --follow a file that was cut is read again from its start. When its name
 stands for another file, the old one is read to its end and the new one from its
 start. A named pipe waits for its next writer. A signal or --limit ends the run.
@@ -61,9 +61,7 @@ void add_output_options(CLI::App& app, RunOptions& options) {
         ->check(CLI::IsMember(std::vector<EVENT_ID>(std::begin(kOutgoing), std::end(kOutgoing))));
     add_choice(app, "--level", "LEVEL", "Show alerts of this severity and above alone", severities(), 1,
                options.filter.lowest_level);
-    app.add_option("--limit", options.limit, "End after so many shown lines")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber);
+    app.add_option("--limit", options.limit, "End after N shown lines")->type_name("N")->check(CLI::PositiveNumber);
     app.add_flag("--pretty", options.pretty,
                  "Lines for people instead of JSON, and on a terminal a line that tells how it goes");
     add_color_option(app, options.color);
@@ -72,7 +70,8 @@ void add_output_options(CLI::App& app, RunOptions& options) {
         ->type_name("FILE");
     app.add_option("--record", options.record, "Keep the session in this file, for zelhost replay and zelhost explain")
         ->type_name("FILE");
-    add_choice(app, "--summary", "FORM", "The summary at the end (text)", {"text", "json", "none"}, 0, options.summary);
+    add_choice(app, "--summary", "FORM", "Form of the summary at the end (text)", {"text", "json", "none"}, 0,
+               options.summary);
 }
 
 // Where what comes out is published.
@@ -87,10 +86,11 @@ void add_sink_options(CLI::App& app, SinkOptions& sink) {
                    "Folder that keeps messages while the server is away; sink/AGENT in the agent folder if not given")
         ->type_name("DIR");
     app.add_option("--sink-buffer-mb", sink.buffer_mb,
-                   "Most room in it, in MiB, 1 to 1000000; the oldest go first (256)")
+                   "Most room for the buffer in MiB, 1 to 1000000; the oldest messages go first (256)")
         ->type_name("N")
         ->check(CLI::Range(1, 1'000'000));
-    app.add_option("--sink-buffer-hours", sink.buffer_hours, "Longest time in it, 1 to 100000 (168)")
+    app.add_option("--sink-buffer-hours", sink.buffer_hours,
+                   "Longest time of a message in the buffer in hours, 1 to 100000 (168)")
         ->type_name("N")
         ->check(CLI::Range(1, 100'000));
     for (CLI::Option* const option : app.get_options())
@@ -104,12 +104,13 @@ void add_options(CLI::App& app, RunOptions& options) {
     app.add_option("--output", options.output, "Where the JSON lines go, - for standard output (default)")
         ->type_name("FILE");
     app.add_option("--log", options.log, "The plug-in's log; standard error if not given")->type_name("FILE");
-    app.add_option("--log-level", options.log_level, "Default: debug with --log, else warn")
+    app.add_option("--log-level", options.log_level,
+                   "Log lines that are written, each level with those before it (debug with --log, else warn)")
         ->type_name("LEVEL")
         ->check(CLI::IsMember(std::vector<std::string>(std::begin(kLogLevels), std::end(kLogLevels))));
     app.add_option_function<uint32_t>(
            "--idle-ms", [&options](const uint32_t& ms) { options.idle = std::chrono::milliseconds{ms}; },
-           "Quiet time after which the pipeline counts as idle (300)")
+           "How long nothing happens before the pipeline counts as idle, in milliseconds (300)")
         ->type_name("N");
     app.add_option_function<uint32_t>(
            "--max-wait", [&options](const uint32_t& s) { options.max_wait = std::chrono::seconds{s}; },

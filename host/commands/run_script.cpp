@@ -76,7 +76,7 @@ void Run::play_event(const JsonText& line) {
 void Run::say_answer(const char* function, int answer) const {
     if (answer == 0) return;
     console::say("line {}: {} answered {}{}", input_->number(), function, answer,
-                 answer == -2 ? ", the data store is being reset" : "; the log says why");
+                 answer == -2 ? ", since a reset period is open" : "; the log says why");
 }
 
 void Run::sleep(const JsonText& line) {

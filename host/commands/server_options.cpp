@@ -17,8 +17,9 @@ void add_server_options(CLI::App& app, const std::string& prefix, NatsAccess& ac
     const auto add = [&](const char* name, const char* help, std::string& file) {
         return app.add_option(prefix + name, file, help)->type_name("FILE");
     };
-    add("creds", "Credentials for the server: a file of its tools, or one line NAME:PASSWORD", access.creds);
-    add("ca", "Certificates that the server's one is checked with; asks for TLS", access.ca);
+    add("creds", "Credentials for the server: a file made by the server's tools, or one line NAME:PASSWORD",
+        access.creds);
+    add("ca", "Certificates to check the server's certificate with; the connection then uses TLS", access.ca);
     CLI::Option* const cert = add("cert", "This client's certificate", access.cert);
     CLI::Option* const key = add("key", "The key of this client's certificate", access.key);
     cert->needs(key);

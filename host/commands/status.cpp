@@ -135,10 +135,10 @@ const char* level_name(const zelcheck_line& line) { return line.level == ZEL_LOG
 
 Action prepare_status(CLI::App& app) {
     const auto options = std::make_shared<StatusOptions>();
-    app.footer(
-        "Settings with where each comes from, subscription and mode, libraries and their functions, flag files and "
-        "environment. Nothing is started and nothing is written. When a start would fail, the log lines that would say "
-        "so come first, and the exit code is 1.");
+    app.footer(R"(It shows the libraries and their functions, the settings and where each comes
+from, the mode and the events, the flag files and the environment. Nothing is
+started and nothing is written. When a start would fail, the log lines that
+would say so come first, and the exit status is 1.)");
     add_root_option(app, options->root);
     app.add_flag("--json", options->json, "One JSON object on one line, for programs");
     add_color_option(app, options->color);

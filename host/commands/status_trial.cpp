@@ -38,7 +38,7 @@ void try_library(const std::string& path) {
 void try_file(const std::string& path) {
     std::error_code error;
     if (std::filesystem::is_fifo(path, error))
-        throw Failure("{} is a FIFO, whoever opens it waits; put a file in its place", path);
+        throw Failure("{} is a FIFO, and whoever opens it waits; put a file in its place", path);
     if (path.ends_with(".so")) try_library(path);
 }
 

@@ -127,7 +127,7 @@ Action prepare_watch(CLI::App& app) {
         ->check(check_address)
         ->type_name("");
     app.add_flag("--once", options->once, "End after what the stream holds now, with one line for each alert");
-    app.add_option("--limit", options->limit, "End after so many lines")->type_name("N")->check(CLI::PositiveNumber);
+    app.add_option("--limit", options->limit, "End after N lines")->type_name("N")->check(CLI::PositiveNumber);
     add_server_options(app, "--", options->access);
     app.add_option("--create-stream", options->stream, "Make the stream that this file describes, if it is not there")
         ->type_name("FILE");

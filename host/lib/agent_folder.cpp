@@ -69,11 +69,11 @@ Setting parse_setting(const std::string& text) {
     const size_t second = first == std::string::npos ? first : text.find(':', first + 1);
     const size_t equals = second == std::string::npos ? second : text.find('=', second + 1);
     if (equals == std::string::npos || text.find('\n') != std::string::npos)
-        throw Failure("'{}' is not of the form FILE:SECTION:KEY=VALUE", text);
+        throw Failure("\"{}\" is not of the form FILE:SECTION:KEY=VALUE", text);
     Setting setting{text.substr(0, first), text.substr(first + 1, second - first - 1),
                     text.substr(second + 1, equals - second - 1), text.substr(equals + 1)};
     if (find_ini_file(setting.file) == nullptr)
-        throw Failure("'{}' is no settings file; known: zelreshdl, zeltrc, zel_pure_mode", setting.file);
+        throw Failure("\"{}\" is no settings file; known: zelreshdl, zeltrc, zel_pure_mode", setting.file);
     return setting;
 }
 

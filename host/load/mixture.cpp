@@ -179,7 +179,7 @@ const Mixture::Kind Mixture::kKinds[] = {
     {"memory", "memory Trojans", 10, &Mixture::memory_alert},
     {"bad", "alert documents that cannot be used", 4, &Mixture::bad_document, true},
     {"finding", "port scans, brute force and abnormal logins", 6, &Mixture::finding},
-    {"detection", "detection results, cut anywhere", 6, &Mixture::detection},
+    {"detection", "detection results, cut off at any byte", 6, &Mixture::detection},
     {"kov", "KOV alerts", 6, &Mixture::kov},
     {"expand", "requests to expand a chain", 3, &Mixture::expand},
     {"ignored", "events that are taken and ignored", 1, &Mixture::ignored, true},

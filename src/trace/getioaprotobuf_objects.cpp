@@ -293,8 +293,9 @@ bool fill_row(ST_RAW_EVENT& stEvent, threat_event* pEvent, int nContainerInitPid
 
 // The rows by uType, so that an event finds its own in one step; types without a row stay empty. A type that stands
 // twice does not compile.
-constexpr std::array<zel::ObjectRow, 40> kByType = []<size_t... index>(std::index_sequence<index...>) {
-    std::array<zel::ObjectRow, 40> rows{};
+using RowsByType = std::array<zel::ObjectRow, std::tuple_size_v<zel::EventRecords> + 1>;
+constexpr RowsByType kByType = []<size_t... index>(std::index_sequence<index...>) {
+    RowsByType rows{};
     const auto place = [&rows](const auto& row, zel::ObjectFiller* fill) {
         if (rows.at(row.kType).fill != nullptr) throw "a type stands twice";
         rows[row.kType] = {row.type, fill};

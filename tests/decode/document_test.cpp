@@ -100,7 +100,7 @@ TEST(Document, IsRefusedWithTheLinesThatSayWhy) {
     EXPECT_EQ(Decoded("[1]").log, no_value + '|' + no_value) << "no object";
     EXPECT_EQ(Decoded("{\"alert_type\":3," + members(kRootKeys) + '}').log,
               no_value + "|E GetRuleInfo failed!|" + no_value);
-    for (const int type : {0, 30, 31, 32, 33, 40}) {
+    for (const int type : {0, 30, 31, 32, 33, 1000}) {
         const std::string number = std::to_string(type);
         EXPECT_EQ(Decoded(Document{.rules = rule("", event("\"type\":" + number))}).log,
                   "E The event is unknown.event:" + number + "|E GetEventPrivateInfo error!" + kInEvent);

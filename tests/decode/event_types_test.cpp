@@ -94,7 +94,7 @@ TEST(EventTypes, AreRefusedWithoutMemoryForTheRecord) {
 }
 
 TEST(EventTypes, AnEventOfUnknownTypeKeepsItsRecord) {
-    for (const uint32_t type : {0U, 40U, 0xFFFFFFFFU}) {
+    for (const uint32_t type : {0U, 1000U, 0xFFFFFFFFU}) {
         ST_RAW_EVENT stEvent;
         stEvent.uType = type;
         stEvent.pPrivate = zel::EventPrivate(std::make_unique<ST_FILE_DELETE>());

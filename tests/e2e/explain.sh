@@ -39,7 +39,7 @@ expect 0 "" explain --all "$work/crlf.log"
 cmp -s "$work/out" "$work/all" || fail "other line ends change the answer"
 { cat "$work/demo.log"; printf 'who cares\n\xff\xfe\x1b[31m\n'; head -c 120 "$work/demo.log"; } >"$work/mixed.log"
 expect 0 "" explain --all "$work/mixed.log"
-printed 1 "lines could not be placed, the first: $work/mixed.log:"
+printed 1 "lines could not be placed; the first: $work/mixed.log:"
 ! grep -q $'\x1b' "$work/out" || fail "a terminal would obey the output"
 
 # What cannot be answered.

@@ -115,6 +115,7 @@ def agrees(document, name):
 compared = 0
 seen = set()
 every_key = {}
+seeds = set()
 for path in sorted(glob.glob(corpus + "/*.json")):
     name = os.path.basename(path)
     try:
@@ -126,6 +127,7 @@ for path in sorted(glob.glob(corpus + "/*.json")):
         continue
     events = document["rule"][0].get("event", [{}]) if isinstance(document["rule"], list) and document["rule"] else [{}]
     kind = events[0].get("type") if isinstance(events, list) and events else None
+    seeds.add(kind)
     every_key = {**(events[0] if kind else {}), **every_key}
     for change, changed in changes(document):
         # Each place once: those of an event for each type of event, those outside of rules for each type of alert.
@@ -143,13 +145,18 @@ print(compared, "changed documents compared with the agent's own verdict")
 with open(corpus + "/event_01.json", "rb") as file:
     base = json.loads(file.read())
 taken = set()
-for number in range(-1, 42):
+for number in [*range(-1, 64), 1000]:
     document = copy.deepcopy(base)
     document["rule"][0]["event"] = [{**every_key, "type": number}]
     if agrees(document, f"event type {number}"):
         taken.add(number)
     agrees({**base, "alert_type": number}, f"alert type {number}")
-expect(len(taken) > 30 and not taken & {0, 30, 31, 32, 33, 40}, f"event types {taken} are taken")
+expect(len(taken) > 30 and not taken & {0, 30, 31, 32, 33, 1000}, f"event types {taken} are taken")
+expect(taken == taken & seeds, f"event types {taken - seeds} have no document in fuzz/corpus/alert")
+with open(corpus + "/../../alert.dict", encoding="utf-8") as file:
+    dictionary = file.read()
+unknown = sorted(key for key in every_key if f'"{key}"' not in dictionary)
+expect(not unknown, f"fuzz/alert.dict lacks {unknown}; tools/fuzz.sh --dictionary writes it")
 
 # --- lines ---
 

@@ -10,6 +10,15 @@ expect 3 "2" run --input <(printf '{"event":1541,"text":"x"}\ngarbage\n{"event":
 printed 2 '{"event":769,'
 expect 4 "" run --not-ready 1 --max-wait 1 --input <(grep '^{"event":1538' "$demo")
 
+# The object of each event type has a place in the chain. The documents differ in rule and GUID, or they would be repeats.
+seeds=("$(dirname "$demo")"/../fuzz/corpus/alert/event_??.json)
+for seed in "${seeds[@]}"; do
+    number=$(basename "$seed" | tr -cd 0-9)
+    printf '{"event":1536,"alert":%s}\n{"do":"wait"}\n' "$(sed "s/R-100/R-$number/; s/-1111-/-11$number-/" "$seed")"
+done >"$work/types.jsonl"
+expect 0 "" run --input "$work/types.jsonl" --idle-ms 20 --events 770 --log-level error
+printed ${#seeds[@]} '"edge_list":[{'
+
 expect 0 "the host's own count agrees" run --input "$demo" --set zelreshdl:cache:cache_size=10 \
     --set zelreshdl:cache:die_num=100
 printed 20 '{"event":769,'

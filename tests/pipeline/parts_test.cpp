@@ -4,6 +4,7 @@
 #include <set>
 #include <thread>
 
+#include "host/lib/event_names.h"
 #include "pipeline/event_rows.h"
 #include "pipeline/rule_brake.h"
 #include "pipeline/work_queue.h"
@@ -34,6 +35,12 @@ TEST(EventRows, StandOnceAndWhatIsHandledIsBuilt) {
         EXPECT_EQ(find_event_row(row.id), &row);
     }
     EXPECT_EQ(find_event_row(1535), nullptr);
+}
+
+TEST(EventRows, HaveWordsForPeopleWhenTheyAreSubscribed) {
+    for (const EventRow& row : event_rows())
+        EXPECT_TRUE(!row.subscribed || *zelhost::event_name(row.id) != '\0')
+            << row.id << " has no row in event_names.h";
 }
 
 TEST(EventRows, RefuseASizeThatLeavesNoRoomForTheEndOfTheText) {

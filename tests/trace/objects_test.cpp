@@ -182,6 +182,8 @@ TEST(Objects, NoOtherTypeIsKnown) {
     for (uint32_t type = 0; type < 64; ++type) {
         const bool known = std::ranges::count(kRows, type, &Row::type) == 1;
         ASSERT_EQ(zel::find_object_row(type) != nullptr, known) << type;
+        const zel::EventType* const decoded = zel::find_event_type(type);
+        EXPECT_EQ(decoded != nullptr && decoded->dispatched, known) << type << ": decoded or built alone";
         if (known) continue;
         EXPECT_EQ(build_event(type, {}).lines, unknown) << type;
     }
