@@ -1,6 +1,6 @@
-# Where `cmake --install` puts what a release build made, each file in the component of its package (Packages.cmake);
-# COMPONENT.symbols has the debug information. A prefix named
-# usr has its etc beside it, as in Debian; any other has its own, so that nothing lands outside a prefix that a user chose.
+# Where `cmake --install` puts what a release build made, each file in the component of its package (Packages.cmake). COMPONENT.symbols
+# has the debug information. A prefix named usr has its etc beside it, as in Debian; any other has its own, so that nothing lands
+# outside a prefix that a user chose.
 include(GNUInstallDirs)
 set(zel_agent ${CMAKE_INSTALL_LIBDIR}/zelreshdl)
 set(zel_to_etc "if(CMAKE_INSTALL_PREFIX MATCHES \"/usr/?$\")
@@ -50,17 +50,15 @@ function(zel_install_link component place target)
     COMPONENT ${component})
 endfunction()
 
-# FILES (also a pattern), compressed without a time or a name, so that the same text gives the same bytes.
-function(zel_compress result pattern)
-  file(GLOB files CONFIGURE_DEPENDS ${pattern})
-  file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
-  foreach(file ${files})
+# Sets RESULT to compressed copies of files. They hold neither a time nor a name, so that the same text gives the same bytes.
+function(zel_compress result)
+  foreach(file ${ARGN})
     cmake_path(GET file FILENAME name)
     set(compressed ${PROJECT_BINARY_DIR}/packages/${name}.gz)
+    file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
     execute_process(COMMAND gzip -9nc ${file} OUTPUT_FILE ${compressed} COMMAND_ERROR_IS_FATAL ANY)
     list(APPEND all ${compressed})
   endforeach()
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${files})
   set(${result} ${all} PARENT_SCOPE)
 endfunction()
 
@@ -84,8 +82,10 @@ zel_install_settings(zelreshdl-standins config/agent_cfg.json)
 zel_install(zelhost zelhost)
 zel_install(zelhost zelcheck)
 zel_install_link(zelhost ${CMAKE_INSTALL_BINDIR}/zelhost ${zel_agent}/bin/zelhost)
-zel_compress(manual_pages ${PROJECT_SOURCE_DIR}/docs/man/*.1)
-install(FILES ${manual_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT zelhost)
+file(GLOB manual_pages CONFIGURE_DEPENDS docs/man/*.1)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${manual_pages})
+zel_compress(compressed_pages ${manual_pages})
+install(FILES ${compressed_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT zelhost)
 install(FILES completions/zelhost.bash RENAME zelhost
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT zelhost)
 install(FILES completions/_zelhost DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT zelhost)

@@ -2,7 +2,7 @@
 
 namespace {
 
-// Nothing reads it, so compiler and linker are told to keep it. Inside an unnamed namespace it is no symbol that others see.
+// Nothing reads it, so compiler and linker are told to keep it. It is no symbol that other files see.
 [[gnu::used, gnu::retain]] constexpr char kVersion[] = "zelreshdl " ZEL_VERSION;
 
 }  // namespace
