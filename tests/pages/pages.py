@@ -33,6 +33,8 @@ PATH = re.compile(r"[\w.-]+(/[\w.*{},+-]+)+/?|[\w.-]+/")
 MADE_BY_A_BUILD = ("build/", "agent/bin/", "agent/lib/")
 MADE_BY_A_COMPILER = (".pb.h",)
 LONGEST_COMMAND_S = 60
+# A command begins a line or follows a prompt, a pipe, a variable that is set for it, or a program that runs it.
+COMMAND = re.compile(r"(?:^|[$>|;&(] ?|/|\w=\S* |(?:sudo|time|exec|--args|--) )(?:zelhost|\./run\.sh)((?:\s+[^\s|;&()<>#]+)+)")
 
 FENCE = re.compile(r" {0,3}(```+|~~~+)")
 LIST_ITEM = re.compile(r" {0,3}([-*+]|\d+\.) ")
@@ -141,9 +143,9 @@ def loose(pattern):
 def commands_of_zelhost(text):
     """The words behind each "zelhost" or "./run.sh" of a line of code, up to the end of that command."""
     text = re.sub(r"(^|\s)# .*", "", text)
-    for found in re.finditer(r"(?:^|(?<=[(/])|(?<=\S ))(zelhost|\./run\.sh)((?:\s+[^\s|;&()<>#]+)+)", text):
+    for found in COMMAND.finditer(text):
         # What the quotes hold is the value of an option.
-        words = re.sub(r"'[^']*'|\"[^\"]*\"", "VALUE", found[2]).split()
+        words = re.sub(r"'[^']*'|\"[^\"]*\"", "VALUE", found[1]).split()
         if words[0] != "...":
             yield [word.strip("`,.:") for word in words]
 

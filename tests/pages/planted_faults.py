@@ -82,6 +82,8 @@ ON_PAGES = (
     ("`zelhost runs`", "no command 'runs'"),
     ("`zelhost run --speed 3`", "zelhost run has no option --speed"),
     ("    $ cat x | build/release/agent/bin/zelhost decode --hexx 00", "no option --hexx"),
+    ("    $ agentid=web-1 zelhost runs", "no command 'runs'"),
+    ("`echo | (zelhost runs)`", "no command 'runs'"),
     ("```sh\n./run.sh check --stric FILE\n```", "no option --stric"),
     ("    zelhost run --log x \\\n        --loglevel debug", "no option --loglevel"),
     ("1. one\n\n    `zelhost runs`", "no command 'runs'"),
@@ -103,6 +105,7 @@ WITHOUT_FAULT = """# A `heading`, with signs!
 
 `src/platform/zelreshdl.h` `platform/zelreshdl.h` `zelreshdl.h` `./test.sh` `standin/LIBRARY/` `tests/{common,decode}/` `build/release/agent/`
 `host/commands/NAME.cpp` `retrace.pb.h` `later/page.cpp` `/opt/agent` `libzelreshdl.so` `zelhost COMMAND --help` `zelhost run --log-level debug`
+`apt remove zelhost zelreshdl` `make zelhost --jobs`
 
 <!-- not there yet: later/* -->
 <!-- output of: printf 'one 1\\n2\\n3\\nfour\\n' -->
