@@ -181,7 +181,7 @@ prepare_copy() { # COPY
 }
 
 # The tests that a change in src/ can fail, and what they need; the rest of ctest is about other things.
-other_tests='^(headers|floors|settings_table|standin|zeltrc)$'
+other_tests='^(headers|floors|reference|standin|zeltrc)$'
 targets=(agent tests/all fuzz/all)
 
 run_ctest() { # COPY SELECTION...

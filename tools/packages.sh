@@ -7,7 +7,7 @@
 #
 # Exit status: 0 built and clean, 1 a build failed or lintian found something, 2 a wrong command line or a missing program.
 set -euo pipefail
-root="$(readlink -f "$(dirname "$(readlink -f "$0")")/..")"
+source "$(dirname "$(readlink -f "$0")")/common.sh"
 
 fail() { # STATUS TEXT
     echo "packages.sh: $2" >&2
@@ -16,15 +16,15 @@ fail() { # STATUS TEXT
 
 [ $# -le 1 ] && [[ "${1-}" != -* ]] || fail 2 "cannot read '$*' (usage: tools/packages.sh [FOLDER])"
 command -v lintian >/dev/null || fail 2 "there is no lintian here; tools/setup.sh --ci installs it"
-mkdir -p "${1-$root/build/packages}" || fail 2 "cannot make the folder $1"
-folder="$(readlink -f "${1-$root/build/packages}")"
+mkdir -p "${1-$build/packages}" || fail 2 "cannot make the folder $1"
+folder="$(readlink -f "${1-$build/packages}")"
 
 "$root/tools/build.sh" release agent || exit 1
 
 # CPack needs a folder for its own files; packages of an earlier version would be installed with those of this one.
 work="$(mktemp -d "$folder/making.XXXXXX")"
 trap 'rm -rf "$work"' EXIT
-cpack --config "$root/build/release/CPackConfig.cmake" -B "$work" >"$work/cpack.log" 2>&1 || {
+cpack --config "$build/release/CPackConfig.cmake" -B "$work" >"$work/cpack.log" 2>&1 || {
     tail -n 20 "$work/cpack.log" >&2
     fail 1 "cpack failed; its last lines are above"
 }

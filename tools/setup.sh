@@ -36,6 +36,8 @@ packages=(
     chromium            # tests: the page that shows a chain
     abigail-tools       # tests: the binary interface against its reference
     binutils            # tests: what the built files are made of
+    dpkg-dev            # tests: which Debian packages a library needs, for the packages
+    file                # tests: CPack asks it which files are programs
 )
 ci_packages=(
     clang-19            # compiler of the preset fuzz; checks the lock annotations
@@ -45,6 +47,8 @@ ci_packages=(
     libjemalloc2        # allocators that a host may have, for tools/host_rounds.sh
     libtcmalloc-minimal4
     libmimalloc2.0
+    lintian             # tools/packages.sh
+    mmdebstrap          # tools/packages_root.sh: a minimal Debian to install the packages in
     graphviz            # tools/draw_docs: pictures of roads, classes and locks
     msc-generator-nox   # tools/draw_docs: pictures of sequences
 )
