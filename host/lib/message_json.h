@@ -15,6 +15,7 @@ namespace zelhost {
 //   character "unknown"  what the schema does not know: {"number":99,"type":"varint","value":"7"} for each; type is
 //   varint, fixed32,
 //              fixed64, bytes, or group with a list as value; bytes are a text, with "latin1":true if they are no UTF-8
+// Throws nothing but for want of memory. Any thread.
 std::string message_json(const google::protobuf::Message& message);
 
 }  // namespace zelhost
