@@ -138,11 +138,11 @@ void SinkKeeper::send_from_store(Now now) {
 void SinkKeeper::spill() {
     std::vector<SharedMessage> messages;
     for (const auto& [number, waiting] : window_)
-        // Those that are stored are in the buffer still. They are sent again from there.
+        // Those that are stored are in the buffer still. Sending begins again with the oldest message
+        // of the buffer, so they are sent again from there.
         if (!waiting.stored) messages.push_back(waiting.message);
     window_.clear();
     window_bytes_ = stored_in_window_ = 0;
-    // Sending begins again with the oldest message of the buffer.
     cursor_ = 0;
     store(messages);
 }
