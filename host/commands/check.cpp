@@ -172,8 +172,8 @@ Columns and offsets count bytes: columns from 1 in the file's line, offsets
 from 0 in the document.)";
 
 // The parser turns the word into the value.
-template <class Value>
 // `type` is the word that stands for the value in the help text.
+template <class Value>
 CLI::Option* add_choice(CLI::App& app, const char* name, Value& value,
                         const std::vector<std::pair<std::string, Value>>& choices, const char* type, const char* help) {
     return app.add_option(name, value, help)

@@ -130,7 +130,7 @@ private:
 
 // What a result may be about. The order is that of the rules in the file, to which results refer.
 // The number of a rule is its place in the table below.
-// The numbers are the rows of the table below.
+// Results name a rule by both, so the two must keep one order.
 enum class Rule : uint8_t { refused, fatal, warning, skipped, repeat };
 struct RuleWords {
     const char* id;

@@ -13,7 +13,7 @@ namespace {
 
 // Log lines that are shown of a refusal: the first say what is wrong, the others only where the agent gave up. A level
 // that is more talkative than the usual one is asked for to see all.
-// Number of log lines.
+// Counted in lines of the log.
 constexpr size_t kLogLines = 2;
 
 // Writes one line or block for each document that has something to tell.
@@ -92,7 +92,7 @@ private:
     // The level stands before the first line of it.
     void log(const zelcheck_result& result) {
         if (result.line_count == 0) return;
-        // Two levels of one line show the change alone.
+        // All lines stand one behind the other, with a slash between them.
         std::string text;
         int32_t level = -1;
         // Whoever asks for a more talkative level wants to see all lines.
