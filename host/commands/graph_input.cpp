@@ -57,7 +57,7 @@ void repair_texts(Message& message) {
 
 // What is wrong in a text becomes U+FFFD. Under the rules of proto2 a text may hold any bytes, and the wire is the
 // same. False when the bytes are no message.
-// `trace` is filled in either case. The quick way comes first: most messages are sound.
+// The quick way comes first, because most messages are sound.
 bool parse(std::string_view bytes, vorn_trace_info& trace) {
     const google::protobuf::LogSilencer quiet;
     if (bytes.size() > std::numeric_limits<int>::max()) return false;
@@ -91,7 +91,7 @@ std::string_view without_mark(std::string_view text) {
 
 // Lines begin with a bracket or, in a script, with a comment. No message of the schema begins so, but for one whose
 // first text has the right length: a message it is, then.
-// A file of lines and a message are told apart by their first byte.
+// The first byte decides. Only where it may be that of a message, the bytes are parsed to see.
 bool are_lines(std::string_view bytes) {
     const std::string_view text = without_mark(bytes);
     const size_t first = text.find_first_not_of(kSpaces);

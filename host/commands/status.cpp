@@ -30,8 +30,8 @@ struct StatusOptions {
 };
 
 // The reason when the library or one of its functions is missing.
-template <class Record, class... Visibility>
 // `record` holds the open library afterwards, or nothing. The answer is empty when all was found.
+template <class Record, class... Visibility>
 std::string try_open(std::unique_ptr<Record>& record, const fs::path& path, Visibility... visibility) {
     // A library that would end the process is tried in a child first.
     try_file(path.string());

@@ -34,8 +34,8 @@ public:
     void flag(bool value) { writer_.Bool(value); }
     void number(uint64_t value) { writer_.Uint64(value); }
     void null() { writer_.Null(); }
-    template <class Members>
     // The braces close by themselves.
+    template <class Members>
     void object(Members members) {
         writer_.StartObject();
         members();

@@ -38,8 +38,8 @@ constexpr GivenOut kGivenOut[] = {
 };
 
 // A figure that the plug-in counts over all kinds.
-template <Figure figure>
 // A plain function for each figure, because a row of the table holds a pointer to a function.
+template <Figure figure>
 int64_t sum_of(const Totals& totals) {
     return as_signed(totals.sum(figure));
 }

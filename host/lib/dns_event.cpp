@@ -12,8 +12,8 @@ using Member = JsonText::Member;
 using Type = JsonText::Type;
 
 // All digits of a number, and nothing else.
-template <class Number>
 // A text such as "12x" is refused: all of it must be the number.
+template <class Number>
 bool parse_whole(std::string_view digits, Number& out) {
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), out);
     return result.ec == std::errc() && result.ptr == digits.data() + digits.size();

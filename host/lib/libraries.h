@@ -52,8 +52,8 @@ enum class Need { required, optional };
 void* find_function(const Library& library, const char* name, Need need);
 
 // A function of a library, looked up when the object is made. `Pointer` is a pointer to a function.
-template <class Pointer>
 // Holds an address within the library, which must stay open as long as it is called.
+template <class Pointer>
 class Function {
 public:
     Function(const Library& library, const char* name, Need need = Need::required)

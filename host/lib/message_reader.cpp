@@ -105,8 +105,8 @@ private:
         Wire wire;
     };
 
-    template <class... T>
     // Always false, so that a caller can return it at once.
+    template <class... T>
     bool fail(uint64_t offset, fmt::format_string<T...> text, T&&... values) {
         reading_.broken = Flaw{offset, path(), fmt::format(text, std::forward<T>(values)...)};
         return false;

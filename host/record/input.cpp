@@ -12,8 +12,8 @@ namespace {
 using record::Text;
 
 // Null pointers stay null: only a text that is there is set.
-template <class Set>
 // `set` gets a copy of the text.
+template <class Set>
 void set_text(const char* text, const Set& set) {
     if (text != nullptr) set(std::string(text));
 }
