@@ -86,7 +86,7 @@ private:
     // Members are made in this order and end in the opposite one. The session ends first, since its
     // threads use the others.
     const ReplayOptions options_;
-    // Read by the player alone once it is made.
+    // While the session is played, the player alone reads it.
     RecordReader reader_;
     AgentFolder folder_;
     JsonLines lines_;

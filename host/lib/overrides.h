@@ -1,6 +1,6 @@
 // Clocks, sleeps and paths of the whole process, as programs want them that wait for nothing: end-to-end tests and the
-// call sweep. The program's own definitions of the functions behind them win over
-// those of the C library, in every library that is loaded.
+// call sweep. The program's own definitions of the functions behind them win over those of the C library, in
+// every library that is loaded.
 #pragma once
 
 #include <chrono>

@@ -37,8 +37,8 @@ struct Check {
 
     bool holds() const { return at_most ? left <= right : left == right; }
 };
-// Without the log there are fewer, and when the run was not settled only those of the bus.
-// All checks, those that hold included, so that a run can say how many there were.
+// All checks, those that hold included, so that a run can say how many there were. Without the log
+// there are fewer, and when the run was not settled either, only those of the bus.
 std::vector<Check> check_account(const Account& account, const Terms& terms);
 
 // One line for each check that does not hold; empty if all hold.

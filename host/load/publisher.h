@@ -47,7 +47,7 @@ public:
 
     // How many events this publisher has published in its life.
     uint64_t published() const { return published_; }
-    // How long after its due time the latest event was published.
+    // How late an event was published at most, measured from its due time.
     Clock::duration latest() const { return latest_; }
 
 private:
