@@ -8,12 +8,14 @@ namespace zelhost {
 namespace {
 
 // An option that is short for one setting.
+// The value that is given becomes a setting like one of --set.
 struct Shorthand {
     const char* option;
     const char* help;
     Setting setting;  // without its value
 };
 // The values that are changed most often; their limits are the plug-in's, which takes its default outside of them.
+// A value outside the limits is passed on as well, so that its effect can be tried.
 const Shorthand kShorthands[] = {
     {"--not-ready",
      "How often the trace module puts an alert off: zeltrc:standin:not_ready_times",
@@ -47,6 +49,7 @@ void add_settings(CLI::App& app, std::vector<Setting>& settings) {
            "One value of an ini file, in a temporary copy of the agent folder; FILE is zelreshdl, zeltrc or "
            "zel_pure_mode. May be repeated")
         ->type_name("FILE:SECTION:KEY=VALUE");
+    // The value is parsed as a number, so a text is a wrong command line.
     for (const Shorthand& shorthand : kShorthands)
         app.add_option_function<uint32_t>(
                shorthand.option,

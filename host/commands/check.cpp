@@ -20,10 +20,13 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 // A check that is over at once shows no progress; the clock is looked at after so many documents.
+// These are the delay before the first progress line, the time between two of them, and how many
+// documents are checked between two looks at the clock.
 constexpr auto kProgressAfter = 500ms;
 constexpr auto kProgressStep = 200ms;
 constexpr uint64_t kDocumentsPerLook = 256;
 
+// The finding has its place in the document. People need the place in the file.
 CheckFinding located(const Document& document, const zelcheck_finding& finding) {
     return {finding.reason, finding.path, finding.offset, document.place(finding.offset),
             document.width(finding.offset, finding.size)};
@@ -32,12 +35,14 @@ CheckFinding located(const Document& document, const zelcheck_finding& finding) 
 // A bar that tells how much of a file has been read.
 std::string progress_text(std::string_view source, int percent, uint64_t documents) {
     if (percent < 0) return fmt::format("{}: {} documents", source, documents);
+    // The bar has this many places.
     constexpr int kWidth = 25;
     const auto filled = static_cast<size_t>(std::min(percent, 100) * kWidth / 100);
     return fmt::format("{} [{:<{}}] {} %, {} documents", source, std::string(filled, '#'), kWidth, percent, documents);
 }
 
 // One check of all files.
+// Owns everything that the check needs. The main thread alone runs it.
 class Check {
 public:
     explicit Check(const CheckOptions& options) : options_(options) {
@@ -49,8 +54,10 @@ public:
     }
 
     // What could not be read counts for more than what does not come through: the answer is not whole then.
+    // Does not throw for a file that cannot be read. It throws when the output cannot be written.
     ExitCode run() {
         report_->begin();
+        // A file that cannot be read does not keep the others from being checked.
         for (const std::string& file : options_.files) {
             if (stop_.requested()) break;
             try {
@@ -60,6 +67,7 @@ public:
                 unreadable_ = true;
             }
         }
+        // The progress line goes away before the last words.
         console::progress("");
         report_->end(totals_);
         out_.flush();
@@ -69,16 +77,19 @@ public:
     }
 
 private:
+    // The checker lives over all files, so a document may repeat one of another file.
     void check_file(const std::string& file) {
         if (file == "-" && isatty(STDIN_FILENO) == 1)
             console::say("reading documents from the terminal, one a line; Ctrl-D ends");
         Documents documents(file, stop_);
         source_ = file == "-" ? "<stdin>" : file;
         Document document;
+        // A file of comments alone is no mistake, but worth a message.
         bool any = false;
         while (documents.next(document)) {
             any = true;
             judge(document);
+            // The clock is not asked for each document: there may be a million of them.
             if (totals_.documents % kDocumentsPerLook == 0) show_progress(documents.percent());
         }
         if (!any && !stop_.requested()) console::say("{} holds no alert document", source_);
@@ -93,10 +104,12 @@ private:
         }
         const CheckedDocument checked(source_, document, *result, options_.strict);
         count(checked);
+        // Quiet means that only refusals are written. All documents are counted all the same.
         if (options_.quiet && !checked.refused()) return;
         report_->document(checked);
     }
 
+    // A refused document is counted as that and as nothing else.
     void count(const CheckedDocument& checked) {
         ++totals_.documents;
         totals_.warnings += checked.warnings.size();
@@ -109,6 +122,7 @@ private:
         if (checked.fatal()) ++totals_.fatal;
     }
 
+    // The time to the next look begins anew each time.
     void show_progress(int percent) {
         const auto now = Clock::now();
         if (now < next_look_) return;
@@ -116,13 +130,19 @@ private:
         console::progress(progress_text(source_, percent, totals_.documents));
     }
 
+    // A copy, so that the object does not depend on the parser.
     const CheckOptions options_;
+    // The signals that end the check. It is made before any other thread starts.
     StopSignal stop_;
+    // Standard output. It is flushed once at the end.
     OutputFile out_{"-"};
     std::unique_ptr<CheckReport> report_;
+    // Remembers all documents of the run, so that it knows a repeat.
     Checker checker_{options_.log_level};
+    // The name of the file at hand, for people.
     std::string source_;
     CheckTotals totals_;
+    // True when a file could not be read, which makes the answer incomplete.
     bool unreadable_ = false;
     Clock::time_point next_look_ = Clock::now() + kProgressAfter;
 };
@@ -151,6 +171,8 @@ element that is lost from a list, a post-operation that is left out.
 Columns and offsets count bytes: columns from 1 in the file's line, offsets
 from 0 in the document.)";
 
+// The parser turns the word into the value.
+// `type` is the word that stands for the value in the help text.
 template <class Value>
 CLI::Option* add_choice(CLI::App& app, const char* name, Value& value,
                         const std::vector<std::pair<std::string, Value>>& choices, const char* type, const char* help) {
@@ -164,13 +186,16 @@ CLI::Option* add_choice(CLI::App& app, const char* name, Value& value,
 CheckedDocument::CheckedDocument(std::string_view name, const Document& text, const zelcheck_result& outcome,
                                  bool strict)
     : source(name), document(text), result(outcome) {
+    // Warnings stand in the order of the document.
     for (size_t i = 0; i < result.warning_count; ++i) warnings.push_back(located(document, result.warnings[i]));
+    // Under --strict the first warning is the reason.
     if (result.refusal != nullptr)
         refusal = located(document, *result.refusal);
     else if (strict && !warnings.empty())
         refusal = warnings.front();
 }
 
+// The order of the questions matters: a document may be a repeat and still be refused by --strict.
 const char* verdict_word(const CheckedDocument& checked) {
     if (checked.refused()) return "refused";
     switch (checked.result.verdict) {

@@ -15,6 +15,7 @@
 
 namespace zelhost {
 
+// One form is for people and two are for programs.
 enum class CheckForm { text, json, sarif };
 
 // What the command line asks for.
@@ -28,15 +29,20 @@ struct CheckOptions {
 };
 
 // What is said of one place of a document.
+// Found in the document by its offset, and in the file by its place. The texts belong to the result
+// of the checker.
 struct CheckFinding {
     std::string_view reason;
     std::string_view path;
     uint64_t offset;  // in the document
     FilePlace place;
+    // 0 when no bytes are meant, as at the end of a document.
     size_t width;  // bytes of the line that are meant
 };
 
 // A document and what becomes of it. Borrows all that it speaks of.
+// Lives until the next document is read: the result of the checker and the views of the document
+// end then.
 struct CheckedDocument {
     // With `strict` a warning refuses the document.
     CheckedDocument(std::string_view source, const Document& document, const zelcheck_result& result, bool strict);
@@ -45,17 +51,22 @@ struct CheckedDocument {
     bool fatal() const { return result.verdict == ZELCHECK_FATAL; }
 
     std::string_view source;  // the file's name, for people
+    // Both belong to the caller and outlive this object.
     const Document& document;
     const zelcheck_result& result;
+    // Why the document is refused; nothing when it comes through.
     std::optional<CheckFinding> refusal;
     std::vector<CheckFinding> warnings;
 };
 
 // The words for a verdict; a document that would end the process is refused.
+// The texts live as long as the process.
 const char* verdict_word(const CheckedDocument& checked);
 const char* level_word(int32_t level);
 
 // Sums over all documents.
+// Filled while documents are checked. Each document counts as accepted, a repeat, skipped or
+// refused.
 struct CheckTotals {
     uint64_t documents = 0;
     uint64_t accepted = 0;  // without the repeats
@@ -67,19 +78,26 @@ struct CheckTotals {
 };
 
 // Writes the results in one form. Borrows the file.
+// One object writes the whole report. Called on the main thread alone. What the output throws comes
+// through.
 class CheckReport {
 public:
     explicit CheckReport(OutputFile& out) : out_(out) {}
     virtual ~CheckReport() = default;
 
+    // Before the first document.
     virtual void begin() {}
+    // Once for each document, in the order in which they are read. `checked` is valid during the
+    // call.
     virtual void document(const CheckedDocument& checked) = 0;
+    // After the last document, also when a signal has ended the check.
     virtual void end(const CheckTotals&) {}
 
 protected:
     OutputFile& out_;
 };
 
+// `out` is borrowed, and so are the options of the text report.
 std::unique_ptr<CheckReport> text_report(OutputFile& out, const CheckOptions& options);
 std::unique_ptr<CheckReport> json_report(OutputFile& out, const CheckOptions& options);
 std::unique_ptr<CheckReport> sarif_report(OutputFile& out, const CheckOptions& options);

@@ -13,6 +13,7 @@ namespace zelhost {
 namespace {
 
 // Texts of documents may hold any bytes, and JSON may not: each byte that is no UTF-8 becomes U+FFFD.
+// A wrong byte costs itself alone, so that the rest of the text stays readable.
 std::string as_utf8(std::string_view text) {
     std::string good;
     for (;;) {
@@ -25,8 +26,11 @@ std::string as_utf8(std::string_view text) {
 }
 
 // JSON in the making. A null text is null.
+// Used for one line, or for one result, at a time.
 class Json {
 public:
+    // Objects and lists are opened and closed by calls of their own, because results have different
+    // members.
     void open() { writer_.StartObject(); }
     void open(const char* key) {
         writer_.Key(key);
@@ -54,6 +58,7 @@ public:
         writer_.Key(key);
         writer_.Null();
     }
+    // Empties the buffer, so that the next line can begin.
     std::string take() {
         std::string json(buffer_.GetString(), buffer_.GetSize());
         buffer_.Clear();
@@ -68,10 +73,12 @@ private:
 
 // --- JSON Lines ---
 
+// Each document is a line by itself, so a reader need not wait for the end.
 class JsonReport : public CheckReport {
 public:
     using CheckReport::CheckReport;
 
+    // The progress line must not stand in the middle of the output.
     void document(const CheckedDocument& checked) override {
         console::progress("");
         json_.open();
@@ -82,11 +89,13 @@ public:
             json_.text("guid", checked.result.guid);
         else
             json_.null("guid");
+        // All keys are there in each line. A reader finds null where there is nothing to tell.
         if (checked.refusal) {
             finding(*checked.refusal);
         } else {
             for (const char* key : {"line", "column", "offset", "path", "reason"}) json_.null(key);
         }
+        // The log lines are those that the agent would write.
         json_.open_list("log");
         for (size_t i = 0; i < checked.result.line_count; ++i) {
             const zelcheck_line& line = checked.result.lines[i];
@@ -105,6 +114,7 @@ public:
     }
 
 private:
+    // The members of one place. They go into the object that is open.
     void finding(const CheckFinding& found) {
         json_.number("line", found.place.line);
         json_.number("column", found.place.column());
@@ -119,6 +129,8 @@ private:
 // --- SARIF ---
 
 // What a result may be about. The order is that of the rules in the file, to which results refer.
+// The number of a rule is its place in the table below.
+// Results name a rule by both, so the two must keep one order.
 enum class Rule : uint8_t { refused, fatal, warning, skipped, repeat };
 struct RuleWords {
     const char* id;
@@ -135,6 +147,8 @@ constexpr RuleWords kRules[] = {
 };
 
 // A path as a reference to a file: a relative one stays relative.
+// Bytes that a reference may hold stand as they are. All others are written as a percent sign and
+// two digits.
 std::string file_uri(std::string_view path) {
     constexpr std::string_view kPlain = "-._~/!$&'()*+,;=@";
     std::string uri = path.starts_with('/') ? "file://" : "";
@@ -147,16 +161,19 @@ std::string file_uri(std::string_view path) {
 }
 
 // SARIF has no columns of bytes.
+// Bytes that continue a character are not counted.
 uint64_t characters(std::string_view text) {
     return static_cast<uint64_t>(
         std::ranges::count_if(text, [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
 }
 
+// One document of this form holds all results. It is written piece by piece.
 class SarifReport : public CheckReport {
 public:
     using CheckReport::CheckReport;
 
     // The results follow one by one, so that none has to be kept.
+    // The tool and its rules come first, since results refer to the rules by their numbers.
     void begin() override {
         json_.open();
         json_.text("name", "zelhost");
@@ -182,9 +199,11 @@ public:
 
     void document(const CheckedDocument& checked) override {
         console::progress("");
+        // A warning that refuses the document is told as an error, and is not told twice.
         const bool by_warning = checked.result.refusal == nullptr && checked.refused();
         if (checked.refused() && !by_warning)
             result(checked, checked.fatal() ? Rule::fatal : Rule::refused, "error", *checked.refusal);
+        // What concerns a whole document is shown at its beginning.
         const CheckFinding whole{"", "", 0, checked.document.place(0), 0};
         if (checked.result.verdict == ZELCHECK_SKIPPED) result(checked, Rule::skipped, "note", whole);
         if (checked.result.verdict == ZELCHECK_REPEAT) result(checked, Rule::repeat, "note", whole);
@@ -195,6 +214,7 @@ public:
     void end(const CheckTotals&) override { out_.write("\n]}]}\n"); }
 
 private:
+    // The number of the rule stands beside its name, as the form asks for.
     void result(const CheckedDocument& checked, Rule rule, const char* level, const CheckFinding& found) {
         const RuleWords& words = kRules[static_cast<size_t>(rule)];
         json_.open();
@@ -212,6 +232,7 @@ private:
         json_.close();
         region(found);
         json_.close();
+        // Where in the document the finding is, by its keys.
         if (!found.path.empty()) {
             json_.open_list("logicalLocations");
             json_.open();
@@ -222,10 +243,12 @@ private:
         json_.close();
         json_.close_list();
         json_.close();
+        // Results are separated by commas, and none stands before the first.
         out_.write((any_ ? ",\n" : "\n") + json_.take());
         any_ = true;
     }
 
+    // Columns count from 1 and in characters; bytes are told beside them.
     void region(const CheckFinding& found) {
         const FilePlace& place = found.place;
         const uint64_t column = characters(place.text.substr(0, place.at)) + 1;
@@ -239,6 +262,7 @@ private:
     }
 
     Json json_;
+    // Whether a result was written already.
     bool any_ = false;
 };
 

@@ -12,9 +12,11 @@ class App;
 namespace zelhost {
 
 // Carries a command out, once its options are parsed.
+// Runs on the main thread. It may throw Failure, which the main function says on standard error.
 using Action = std::function<ExitCode()>;
 
 // Each adds the options and the help text of its command to `app` and returns the action, which owns the options.
+// The parser owns `app`, which lives as long as the action.
 Action prepare_completion(CLI::App& app);
 Action prepare_man(CLI::App& app);
 Action prepare_load(CLI::App& app);

@@ -22,9 +22,12 @@
 namespace zelhost {
 namespace {
 
+// The history of a capture stands in a file beside it.
 constexpr std::string_view kSideEnding = ".size";
+// No message is larger: the library counts bytes in an int. In bytes.
 constexpr size_t kLargestMessage = std::numeric_limits<int>::max();
 
+// All inputs of one command. Files and texts may be given together.
 struct DecodeOptions {
     std::vector<std::string> files;                          // "-" is standard input
     std::vector<std::pair<const char*, std::string>> texts;  // an option's name and the bytes that it gives
@@ -37,10 +40,12 @@ struct DecodeOptions {
 std::string file_name(const std::string& path) { return path == "-" ? "standard input" : path; }
 
 // One command. What is wrong with one input is said, and the others are shown all the same.
+// The main thread alone runs it.
 class Decode {
 public:
     explicit Decode(const DecodeOptions& options) : options_(options) {}
 
+    // The exit status is that of the worst input.
     ExitCode run() {
         if (options_.sizes)
             check_all_sizes();
@@ -51,6 +56,7 @@ public:
 
 private:
     // Output that stands before a failure is seen before it.
+    // The failure is counted for the exit code, and the work goes on.
     template <class... T>
     void fail(fmt::format_string<T...> text, T&&... values) {
         failed_ = true;
@@ -59,6 +65,7 @@ private:
     }
 
     void show_all() {
+        // Texts of the command line come first, then the files.
         for (const auto& [option, bytes] : options_.texts) show(option, bytes);
         std::vector<std::string> files = options_.files;
         if (files.empty() && options_.texts.empty()) files.emplace_back("-");
@@ -74,10 +81,13 @@ private:
         out_.flush();
     }
 
+    // The library's arena frees the message at once. A large one has many small parts.
     void show(const std::string& name, std::string_view bytes) {
         google::protobuf::Arena arena;
         auto& message = *google::protobuf::Arena::CreateMessage<vorn_retrace::vorn_trace_info>(&arena);
+        // A damaged message is shown as far as it could be read.
         const Reading reading = read_message(bytes, message);
+        // An empty line stands between two messages.
         if (options_.pretty) {
             const std::string size = fmt::format("{} byte{}", bytes.size(), bytes.size() == 1 ? "" : "s");
             out_.write((shown_++ > 0 ? "\n" : "") + paint_(Tint::bold, name + ": " + size) + '\n');
@@ -87,6 +97,7 @@ private:
             out_.write(message_json(message));
             out_.write("\n");
         }
+        // What is wrong is told after the message, so that the reader has seen it.
         if (reading.bad_text)
             fail("{}: wrong text at byte {}, in {}: {}{}", name, reading.bad_text->offset, reading.bad_text->path,
                  reading.bad_text->reason,
@@ -97,6 +108,7 @@ private:
     }
 
     // The side files are among the files when a pattern names all of a folder. A side file stands for its capture.
+    // A capture that is named twice is compared once.
     void check_all_sizes() {
         std::vector<std::string> checked;
         for (std::string file : options_.files) {
@@ -108,6 +120,7 @@ private:
         out_.flush();
     }
 
+    // The size is asked of the file system. The content does not matter here.
     void check_size(const std::string& file) {
         std::error_code error;
         const uint64_t size = std::filesystem::file_size(file, error);
@@ -122,10 +135,13 @@ private:
         }
     }
 
+    // A copy of the options.
     const DecodeOptions options_;
     const Paint paint_{options_.color, STDOUT_FILENO};
     OutputFile out_{"-"};
+    // How many messages were shown.
     uint64_t shown_ = 0;
+    // True when any input was damaged or could not be read.
     bool failed_ = false;
 };
 
@@ -145,6 +161,8 @@ on standard error names the byte, from 0, and the field at which it breaks.
 A message is damaged, too, when a text is no UTF-8.)";
 
 // The text's bytes join the inputs.
+// The bytes are made while the command line is parsed. So a text that is no such encoding is a
+// wrong command line.
 void add_text_option(CLI::App& app, DecodeOptions& options, const char* name, std::string (*bytes)(std::string_view),
                      const char* help) {
     app.add_option_function<std::vector<std::string>>(

@@ -8,6 +8,7 @@
 namespace zelhost {
 namespace {
 
+// A long history is shown by its end, which is the newest part.
 constexpr size_t kSizesShown = 6;
 
 // "3374, 812, 5017", or the last of them behind "... 15 earlier".
@@ -22,6 +23,7 @@ std::string shown(const std::vector<uint64_t>& history) {
 // The writer ends every line, so a line without its end was cut off, and its number with it.
 std::vector<uint64_t> parse_sizes(std::string_view text) {
     std::vector<uint64_t> sizes;
+    // One number a line.
     while (!text.empty()) {
         const size_t end = text.find('\n');
         if (end == std::string_view::npos) throw Failure("its last line, {}, is cut off", sizes.size() + 1);
@@ -35,6 +37,7 @@ std::vector<uint64_t> parse_sizes(std::string_view text) {
 }
 
 SizeCheck compare_sizes(uint64_t size, const std::vector<uint64_t>& history) {
+    // The capture is written again and again under one number. Only the last copy is there.
     const uint64_t last = history.back();
     const std::string copies =
         fmt::format("{} cop{}: {}", history.size(), history.size() == 1 ? "y" : "ies", shown(history));

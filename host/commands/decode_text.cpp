@@ -16,6 +16,8 @@ using google::protobuf::UnknownField;
 using google::protobuf::UnknownFieldSet;
 
 // What stays of a folded list and of a folded text.
+// In values of a list, and in bytes of a text.
+// Both limits hold unless all is wanted.
 constexpr int kListItems = 8;
 constexpr size_t kTextBytes = 300;
 
@@ -23,6 +25,7 @@ constexpr int64_t kLastMillisecond = 253402300799999;  // of the year 9999
 
 // The times of the schema are milliseconds since 1970 in 64 bits, and their names say that they are times. The rest of
 // the names with "time" are texts, counts or a span.
+// The unit is milliseconds in all of them.
 bool is_time(const FieldDescriptor& field) {
     const std::string& name = field.name();
     const bool wide =
@@ -32,6 +35,7 @@ bool is_time(const FieldDescriptor& field) {
 
 // Empty for what is no moment between 1970 and 9999.
 std::string date(const std::string& digits) {
+    // A number that cannot be read counts as no moment.
     int64_t ms = -1;
     std::from_chars(digits.data(), digits.data() + digits.size(), ms);
     if (ms < 0 || ms > kLastMillisecond) return {};
@@ -39,6 +43,7 @@ std::string date(const std::string& digits) {
 }
 
 // The length of the character at the beginning, at least 1; `good` tells whether it is UTF-8.
+// A byte that begins no character counts as one by itself.
 size_t character(std::string_view text, bool& good) {
     const auto first = static_cast<unsigned char>(text[0]);
     const size_t length = first < 0xc0 ? 1 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
@@ -60,8 +65,10 @@ std::string escaped(std::string_view character, bool good) {
     return control ? fmt::format("\\u{:04x}", last) : std::string(character);
 }
 
+// Fills one text. It keeps no state between two messages.
 class Printer {
 public:
+    // `paint` is borrowed for the time of one text.
     Printer(const Paint& paint, bool all) : paint_(paint), all_(all) {}
 
     std::string print(const Message& message) {
@@ -70,12 +77,14 @@ public:
     }
 
 private:
+    // The indent and the name.
     void line(int level, std::string_view name, Tint tint = Tint::place) {
         text_.append(static_cast<size_t>(level) * 2, ' ');
         text_ += paint_(tint, name);
     }
 
     // A text in quotes.
+    // A cut never goes through a character, because whole characters are taken.
     void quoted(std::string_view value) {
         text_ += '"';
         size_t at = 0;
@@ -86,14 +95,17 @@ private:
             at += length;
         }
         text_ += '"';
+        // How much is left out is told, so that nobody takes the text for complete.
         if (at == value.size()) return;
         const size_t rest = value.size() - at;
         text_ += paint_(Tint::faint, fmt::format(" ... {} more byte{}", rest, rest == 1 ? "" : "s"));
     }
 
     // One field with all its values.
+    // Each value of a list has a line of its own.
     void write(const Message& message, const FieldDescriptor& field, int level) {
         const int count = value_count(message, field);
+        // A list that is only a little longer is folded all the same.
         const int shown = all_ || count <= kListItems ? count : kListItems;
         for (int i = 0; i < shown; ++i) {
             const FieldValue value(message, field, i);
@@ -106,6 +118,7 @@ private:
     }
 
     // Behind the name.
+    // A message goes on in lines of its own.
     void write(const FieldValue& value, const FieldDescriptor& field, int level) {
         if (value.is_message()) return write_inside(value.submessage(), level);
         text_ += ": ";
@@ -114,14 +127,18 @@ private:
         } else {
             const std::string digits = value.scalar().text;
             text_ += digits;
+            // A time has its date beside it.
             const std::string moment = is_time(field) ? date(digits) : "";
             if (!moment.empty()) text_ += "  " + paint_(Tint::faint, moment);
         }
         text_ += '\n';
     }
 
+    // A message with one value is shown on the line of its name. Deep messages would take many
+    // lines otherwise.
     void write_inside(const Message& message, int level) {
         const auto fields = set_fields(message);
+        // Unknown fields need lines of their own.
         const bool all_known = message.GetReflection()->GetUnknownFields(message).empty();
         const bool single = all_known && fields.size() == 1 && value_count(message, *fields[0]) == 1;
         if (all_known && fields.empty()) {
@@ -137,18 +154,21 @@ private:
         write(message, level + 1);
     }
 
+    // Known fields come first, those that the schema does not know behind them.
     void write(const Message& message, int level) {
         for (const FieldDescriptor* field : set_fields(message)) write(message, *field, level);
         write(message.GetReflection()->GetUnknownFields(message), message.GetDescriptor(), level);
     }
 
     // `type` is null in a group. A number that the schema has comes here with another wire type than the schema's.
+    // Fields of a group are unknown as well, so groups within groups come here again.
     void write(const UnknownFieldSet& fields, const google::protobuf::Descriptor* type, int level) {
         const int shown = all_ || fields.field_count() <= kListItems ? fields.field_count() : kListItems;
         for (int i = 0; i < shown; ++i) {
             const UnknownField& field = fields.field(i);
             const FieldDescriptor* const known = type == nullptr ? nullptr : type->FindFieldByNumber(field.number());
             line(level, fmt::format("unknown {}", field.number()), Tint::warning);
+            // A number that the schema has is named, although its value is of another type.
             if (known != nullptr) text_ += fmt::format(" ({} is no {})", known->name(), wire_name(field));
             text_ += fmt::format(": {}", wire_name(field));
             if (field.type() == UnknownField::TYPE_GROUP) {
@@ -169,6 +189,7 @@ private:
     }
 
     const Paint& paint_;
+    // Without folding when it is set.
     bool all_;
     std::string text_;
 };

@@ -22,11 +22,14 @@
 namespace zelhost {
 namespace {
 
+// How many reasons the summary names.
 constexpr size_t kMostReasons = 3;
 // So many GUIDs are named when a beginning fits several.
+// More names would not help a reader to choose.
 constexpr size_t kMostNamed = 5;
 
 // GUIDs are compared without regard to case.
+// A GUID in capitals is the same GUID.
 bool begins(std::string_view guid, std::string_view beginning) {
     return guid.size() >= beginning.size() &&
            std::ranges::equal(guid.substr(0, beginning.size()), beginning, [](char a, char b) {
@@ -35,6 +38,7 @@ bool begins(std::string_view guid, std::string_view beginning) {
 }
 
 // What is missing when lines of a level were not written.
+// Each level holds its own lines and those that are more urgent.
 const char* missing_below(int32_t level) {
     switch (level) {
         case ZEL_LOG_INFO: return "when the workers took an alert, its risk level, its queue and the predictions";
@@ -43,10 +47,12 @@ const char* missing_below(int32_t level) {
     }
 }
 
+// Reads all files first and answers then. The main thread alone runs it.
 class Explain {
 public:
     explicit Explain(const ExplainOptions& options) : options_(options) {}
 
+    // Throws Failure when the alert is not found or the files cannot be read.
     ExitCode run() {
         read();
         return options_.all ? tell_all() : tell_one();
@@ -54,9 +60,11 @@ public:
 
 private:
     void read() {
+        // One thread reads, in the order of time.
         MergedEntries entries(options_.files, stop_);
         Entry entry;
         while (entries.next(entry)) book_.take(entry);
+        // A half of the files would give a wrong answer.
         if (stop_.requested()) throw Failure("stopped by a signal");
         book_.end();
         facts_ = entries.facts();
@@ -64,6 +72,7 @@ private:
     }
 
     // Says what an answer from this file cannot hold.
+    // A record has all levels. A log may lack lines.
     void look_at(const FileFacts& file) const {
         if (file.is_record) {
             if (file.damaged)
@@ -79,6 +88,7 @@ private:
                          missing_below(file.highest_level));
     }
 
+    // Every story counts here, also one without a GUID.
     ExitCode tell_all() const {
         const EndCounts counts(book_);
         print(options_.json ? counts_json(counts, book_) : counts_text(counts, book_, paint_));
@@ -86,9 +96,11 @@ private:
     }
 
     ExitCode tell_one() const {
+        // A beginning may fit several alerts.
         std::set<std::string> guids;
         for (const Story& story : book_.stories())
             if (begins(story.guid, options_.guid)) guids.insert(story.guid);
+        // A GUID that is given as a whole wins over longer ones that begin so.
         const auto whole =
             std::ranges::find_if(guids, [&](const std::string& guid) { return guid.size() == options_.guid.size(); });
         if (whole != guids.end()) guids = {*whole};
@@ -101,8 +113,10 @@ private:
         }
         OutputFile out("-");
         bool first = true;
+        // One GUID may have several stories, as when an alert came twice.
         for (const Story& story : book_.stories()) {
             if (story.guid != *guids.begin()) continue;
+            // A copy, because the words about a repeat are added to it.
             Story told = story;
             if (told.repeated) name_original(told);
             if (!options_.json && !std::exchange(first, false)) out.write("\n");
@@ -115,6 +129,7 @@ private:
         return kDone;
     }
 
+    // Only a record has the documents that can be compared.
     static void name_original(Story& repeat) {
         const Story* const original = repeated_by(repeat);
         std::string which = "a log does not tell of which alert; a record does";
@@ -125,6 +140,7 @@ private:
         repeat.why += (repeat.why.empty() ? "" : "; ") + which;
     }
 
+    // Helps with a typing mistake.
     std::string nowhere_text() const {
         std::set<std::string> guids;
         for (const Story& story : book_.stories())
@@ -144,10 +160,13 @@ private:
         return text;
     }
 
+    // A copy of the options. The book below asks it which GUIDs are wanted.
     const ExplainOptions options_;
     StopSignal stop_;
     const Paint paint_{options_.color, STDOUT_FILENO};
+    // Documents are kept only for what may be asked for. All others would fill the memory.
     StoryBook book_{options_.all ? Wanted{} : [this](std::string_view guid) { return begins(guid, options_.guid); }};
+    // What is known of each file, for messages about what an answer cannot hold.
     std::vector<FileFacts> facts_;
 };
 
@@ -167,6 +186,7 @@ by --all; a record names it.)";
 }  // namespace
 
 EndCounts::EndCounts(const StoryBook& book) : stories(book.stories().size()) {
+    // Sorted by the order of the ends.
     std::map<End, EndCount> by_end;
     std::map<End, std::map<EVENT_ID, uint64_t>> events;
     for (const Story& story : book.stories()) {
@@ -174,12 +194,14 @@ EndCounts::EndCounts(const StoryBook& book) : stories(book.stories().size()) {
         end.end = story.end;
         ++end.count;
         ++events[story.end][story.event];
+        // An example with a GUID can be looked up by the reader.
         if (end.example == nullptr || (end.example->guid.empty() && !story.guid.empty())) end.example = &story;
     }
     for (auto& [end, count] : by_end) {
         count.events.assign(events[end].begin(), events[end].end());
         ends.push_back(std::move(count));
     }
+    // The pointers lead into the list, which does not grow any more.
     for (const EndCount& end : ends)
         if (words_of(end.end).loss) reasons.push_back(&end);
     // Of equal ones the first in the list of ends.
@@ -189,6 +211,7 @@ EndCounts::EndCounts(const StoryBook& book) : stories(book.stories().size()) {
     reasons.resize(std::min(reasons.size(), kMostReasons));
 }
 
+// The kind is told by what the story knows.
 std::string kind_text(const Story& story) {
     if (story.on_demand) return "trace that the host asked for";
     if (story.event == 0) return "alert of an unknown event";
@@ -204,6 +227,7 @@ Action prepare_explain(CLI::App& app) {
     app.add_flag("--all", options->all, "Count how all alerts ended, and name the most frequent reasons of a loss");
     app.add_flag("--json", options->json, "One JSON object on one line, for programs");
     add_color_option(app, options->color);
+    // The parser takes the first word for the GUID. With --all there is none.
     app.parse_complete_callback([options] {
         if (!options->all && options->guid.empty()) throw CLI::RequiredError("GUID");
         // All that stands there are files.

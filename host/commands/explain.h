@@ -11,6 +11,7 @@
 
 namespace zelhost {
 
+// Filled by the parser. The command line has either a GUID or --all.
 struct ExplainOptions {
     std::string guid;                // or its beginning; empty with `all`
     std::vector<std::string> files;  // "-" is standard input
@@ -20,6 +21,7 @@ struct ExplainOptions {
 };
 
 // How many events ended in one way.
+// One row of the summary.
 struct EndCount {
     End end;
     uint64_t count = 0;
@@ -28,6 +30,7 @@ struct EndCount {
 };
 
 // The sums over all stories.
+// Borrows the stories of the book, which must outlive it.
 struct EndCounts {
     explicit EndCounts(const StoryBook& book);
 
@@ -37,8 +40,10 @@ struct EndCounts {
 };
 
 // Words for the kind of the event.
+// The text lives in the result. For people.
 std::string kind_text(const Story& story);
 
+// All texts end with a line end.
 std::string story_text(const Story& story, const Paint& paint);
 std::string counts_text(const EndCounts& counts, const StoryBook& book, const Paint& paint);
 // One line each.

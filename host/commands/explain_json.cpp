@@ -10,15 +10,18 @@ namespace zelhost {
 namespace {
 
 // Texts come out of logs and hold any bytes; they are shown as people see them.
+// One object on one line. The calls stand in the order of the members.
 class Json {
 public:
     std::string line() const { return std::string(buffer_.GetString(), buffer_.GetSize()) + "\n"; }
 
+    // Bytes that a terminal would obey are written as escapes.
     void text(const char* key, std::string_view text) {
         const std::string shown = visible(text);
         writer_.Key(key);
         writer_.String(shown.data(), static_cast<rapidjson::SizeType>(shown.size()));
     }
+    // Counts and ids alike.
     void number(const char* key, uint64_t value) {
         writer_.Key(key);
         writer_.Uint64(value);
@@ -33,12 +36,14 @@ public:
         writer_.Key(key);
         writer_.Bool(value);
     }
+    // The braces close by themselves.
     template <class Members>
     void object(Members members) {
         writer_.StartObject();
         members();
         writer_.EndObject();
     }
+    // Every item is an object.
     template <class Items, class Item>
     void list(const char* key, const Items& items, Item item) {
         writer_.Key(key);
@@ -54,6 +59,7 @@ private:
 
 }  // namespace
 
+// The keys are an interface.
 std::string story_json(const Story& story) {
     Json json;
     json.object([&] {
@@ -76,6 +82,7 @@ std::string story_json(const Story& story) {
     return json.line();
 }
 
+// Stories are counted, not listed.
 std::string counts_json(const EndCounts& counts, const StoryBook& book) {
     Json json;
     json.object([&] {

@@ -12,6 +12,7 @@ namespace zelhost {
 namespace {
 
 // "19:41:03.909", with the date before it when it is another one than that of the last time.
+// `date` holds the date that was shown last. A date is shown only where it changes.
 std::string clock_text(int64_t at_us, std::string& date) {
     if (at_us == kNoTime) return "-";
     const std::string text = local_time(at_us, true);
@@ -21,13 +22,16 @@ std::string clock_text(int64_t at_us, std::string& date) {
     return other ? text : text.substr(blank + 1);
 }
 
+// Seconds after the first step, with a sign.
 std::string since_text(int64_t at_us, int64_t from_us) {
     if (at_us == kNoTime || from_us == kNoTime) return "";
     return fmt::format("{:+.3f} s", static_cast<double>(at_us - from_us) / 1e6);
 }
 
+// A GUID comes from a document and may hold any bytes.
 std::string guid_or_note(const Story& story) { return story.guid.empty() ? "no GUID is told" : visible(story.guid); }
 
+// What is still open is neither good nor bad.
 Tint tint_of(End end) {
     if (words_of(end).loss) return Tint::error;
     return end == End::waiting || end == End::untold ? Tint::warning : Tint::good;
@@ -35,11 +39,13 @@ Tint tint_of(End end) {
 
 }  // namespace
 
+// One block: what it is, its steps, its end.
 std::string story_text(const Story& story, const Paint& paint) {
     std::string text =
         paint(Tint::bold, fmt::format("{}: {}{}", guid_or_note(story), kind_text(story),
                                       story.process == 0 ? "" : fmt::format(", process {}", story.process)));
     text += '\n';
+    // Times are told from the first step on.
     const int64_t from_us = story.steps.empty() ? kNoTime : story.steps.front().at_us;
     std::string date;
     for (const Step& step : story.steps)
@@ -53,6 +59,7 @@ std::string story_text(const Story& story, const Paint& paint) {
     return text + '\n';
 }
 
+// The numbers stand in a column.
 std::string counts_text(const EndCounts& counts, const StoryBook& book, const Paint& paint) {
     std::string text = fmt::format("{} alerts and other events in {} lines\n", counts.stories, book.lines());
     for (const EndCount& end : counts.ends) {
@@ -66,6 +73,7 @@ std::string counts_text(const EndCounts& counts, const StoryBook& book, const Pa
         text += ")\n";
     }
     text += counts.reasons.empty() ? "nothing was lost\n" : "most frequent reasons of a loss\n";
+    // A reason without an example would say little.
     for (const EndCount* reason : counts.reasons) {
         const Story& example = *reason->example;
         text +=

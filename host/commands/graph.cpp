@@ -18,6 +18,7 @@ namespace zelhost {
 namespace {
 
 // What the command line asks for.
+// Filled by the parser.
 struct GraphOptions {
     std::string input = "-";
     std::string output = "-";  // DOT on standard output
@@ -25,6 +26,7 @@ struct GraphOptions {
 };
 
 // One row for each ending; the help text and the failure name them, too.
+// The ending of the output chooses the format.
 struct Ending {
     std::string_view text;
     Picture picture;
@@ -35,6 +37,7 @@ constexpr Ending kEndings[] = {
 };
 
 // Standard output has no ending and takes the one format that is text for people and programs.
+// Nothing for an ending that is not in the table.
 std::optional<Picture> picture_for(const std::string& path) {
     if (path == "-") return Picture::dot;
     for (const Ending& ending : kEndings)
@@ -43,6 +46,7 @@ std::optional<Picture> picture_for(const std::string& path) {
 }
 
 // The trace is read and the picture made before the output is opened, so that a failure leaves an old picture as it is.
+// Returns the exit status. Failures are thrown.
 ExitCode draw(const GraphOptions& options) {
     const std::string source = options.input == "-" ? "standard input" : options.input;
     vorn_retrace::vorn_trace_info message;

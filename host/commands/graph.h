@@ -15,6 +15,7 @@ namespace zelhost {
 // lines as `zelhost run` writes them, or a serialised message. `source` names the file for people. Says of each line
 // that it cannot read which it is, and returns how many there were before the trace. Throws Failure when there is no
 // such trace.
+// `trace` is a new message, and holds the trace afterwards.
 size_t find_trace(std::string_view bytes, const std::string& guid, const std::string& source,
                   vorn_retrace::vorn_trace_info& trace);
 

@@ -9,6 +9,7 @@ namespace zelhost {
 
 // The page with the picture, its own style and script, and all that is known of each vertex and edge, as far as 2 MB
 // hold it. Throws Failure when the picture cannot be drawn.
+// The texts of the chain are escaped. No script but the page's own can run.
 std::string chain_page(const Chain& chain);
 
 }  // namespace zelhost

@@ -30,12 +30,14 @@ using vorn_retrace::vorn_trace_info;
 // --- texts that are no UTF-8 ---
 
 // All texts, at any depth; the schema holds no message within itself, so that the depth has a bound.
+// A message inside a message is repaired where it stands.
 void repair_texts(Message& message) {
     const auto& access = *message.GetReflection();
     std::vector<const FieldDescriptor*> fields;
     access.ListFields(message, &fields);
     for (const FieldDescriptor* const field : fields) {
         const bool text = field->cpp_type() == FieldDescriptor::CPPTYPE_STRING;
+        // Numbers cannot be wrong in this way.
         if (!text && field->cpp_type() != FieldDescriptor::CPPTYPE_MESSAGE) continue;
         if (!field->is_repeated()) {
             if (text)
@@ -55,11 +57,13 @@ void repair_texts(Message& message) {
 
 // What is wrong in a text becomes U+FFFD. Under the rules of proto2 a text may hold any bytes, and the wire is the
 // same. False when the bytes are no message.
+// The quick way comes first, because most messages are sound.
 bool parse(std::string_view bytes, vorn_trace_info& trace) {
     const google::protobuf::LogSilencer quiet;
     if (bytes.size() > std::numeric_limits<int>::max()) return false;
     const int size = static_cast<int>(bytes.size());
     if (trace.ParseFromArray(bytes.data(), size)) return true;
+    // The second schema differs in its syntax alone.
     google::protobuf::FileDescriptorProto schema;
     vorn_trace_info::descriptor()->file()->CopyTo(&schema);
     schema.set_syntax("proto2");
@@ -70,6 +74,7 @@ bool parse(std::string_view bytes, vorn_trace_info& trace) {
     const std::unique_ptr<Message> message(factory.GetPrototype(file->FindMessageTypeByName("vorn_trace_info"))->New());
     if (!message->ParseFromArray(bytes.data(), size)) return false;
     repair_texts(*message);
+    // The repaired message is sound, so the generated class can read it.
     return trace.ParseFromString(message->SerializeAsString());
 }
 
@@ -79,12 +84,14 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kSpaces = " \t\r\n";
 
 // Some editors put the mark before the first line.
+// The mark is no part of the first line.
 std::string_view without_mark(std::string_view text) {
     return text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text;
 }
 
 // Lines begin with a bracket or, in a script, with a comment. No message of the schema begins so, but for one whose
 // first text has the right length: a message it is, then.
+// The first byte decides. Only where it may be that of a message, the bytes are parsed to see.
 bool are_lines(std::string_view bytes) {
     const std::string_view text = without_mark(bytes);
     const size_t first = text.find_first_not_of(kSpaces);
@@ -94,6 +101,7 @@ bool are_lines(std::string_view bytes) {
 }
 
 // False when the line is not the one that is looked for.
+// `trace` is filled when the line is the one. Throws Failure when the line cannot be read.
 bool read_line(std::string_view text, const std::string& guid, vorn_trace_info& trace) {
     const JsonText line(text);
     const auto* const event = line.find("event");
@@ -103,6 +111,7 @@ bool read_line(std::string_view text, const std::string& guid, vorn_trace_info& 
     const auto* const message = line.find("message");
     const auto* const hex = line.find("hex");
     std::string bytes;
+    // The message as a JSON object, or its bytes.
     if (message != nullptr && message->type == JsonText::Type::object) {
         bytes = message_from_json(message->raw);
     } else if (hex != nullptr) {
@@ -119,15 +128,19 @@ bool read_line(std::string_view text, const std::string& guid, vorn_trace_info& 
 // Without a GUID a trace that has a chain is looked for: batches of repeated DNS hits are events 770 as well. When none
 // has one, the first is taken. Stops at the trace: what comes behind it is of no interest, and so is what may be wrong
 // with it.
+// The text is walked once. Nothing but the trace is kept of it.
 size_t find_in_lines(std::string_view text, const std::string& guid, const std::string& source,
                      vorn_trace_info& trace) {
+    // For the failure, which names what was looked for.
     const std::string wanted =
         guid.empty() ? "no line of event 770" : fmt::format("no line of event 770 with the GUID {}", guid);
     size_t skipped = 0;
     size_t number = 0;
+    // How many lines were skipped before the first trace; nothing until one was found.
     std::optional<size_t> skipped_before_first;
     vorn_trace_info found;
     for (text = without_mark(text); !text.empty();) {
+        // A last line without an end counts as well.
         const size_t end = std::min(text.find('\n'), text.size() - 1);
         const std::string_view line = text.substr(0, end + 1);
         text.remove_prefix(end + 1);
@@ -136,7 +149,10 @@ size_t find_in_lines(std::string_view text, const std::string& guid, const std::
         if (first == std::string_view::npos || line[first] == '#') continue;
         try {
             const size_t size = line.find_last_not_of(kSpaces) + 1 - first;
+            // Wrong bytes in the line itself are repaired before it is parsed.
             if (!read_line(repair_utf8(line.substr(first, size)), guid, found)) continue;
+            // A GUID is enough to know the trace. Without one the trace must have something to
+            // draw.
             const bool wanted_one = !guid.empty() || !chain_of(found).vertices.empty();
             if (wanted_one || !skipped_before_first) trace = found;
             if (wanted_one) return skipped;
@@ -153,6 +169,7 @@ size_t find_in_lines(std::string_view text, const std::string& guid, const std::
 }  // namespace
 
 // A file that is empty would be a valid message without anything.
+// `source` is for messages. The bytes may be those of a whole file.
 size_t find_trace(std::string_view bytes, const std::string& guid, const std::string& source, vorn_trace_info& trace) {
     if (bytes.empty()) throw Failure("{} is empty; a line of event 770 or a serialised message is needed", source);
     if (are_lines(bytes)) return find_in_lines(bytes, guid, source, trace);

@@ -35,6 +35,7 @@ plug-in's own figures say what was refused, and queues, backlog and what is shed
 are not known.
 Kinds of events, with their usual shares:)";
 
+// The kinds come from the table of the generator, so the help text has all of them.
 std::string footer() {
     std::string text = kFooter;
     for (const Mixture::Kind& kind : Mixture::kinds())
@@ -43,6 +44,7 @@ std::string footer() {
 }
 
 // A number within these limits, which are allowed themselves.
+// The parser's own check would tell its limits in another form than the other messages.
 CLI::Validator from_to(double lowest, double highest) {
     const auto check = [=](const std::string& text) -> std::string {
         double number = 0;
@@ -54,6 +56,7 @@ CLI::Validator from_to(double lowest, double highest) {
     return CLI::Validator(check, "");
 }
 
+// What is published: how fast, for how long, and of which kinds.
 void add_events(CLI::App& app, LoadOptions& options) {
     app.add_option("--rate", options.rate, "Events a second, of all threads together; as fast as possible if not given")
         ->type_name("N")

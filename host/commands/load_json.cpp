@@ -10,6 +10,7 @@ namespace {
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
+// All keys are an interface. Units stand in the names.
 void number(JsonWriter& out, const char* key, uint64_t value) {
     out.Key(key);
     out.Uint64(value);
@@ -21,6 +22,7 @@ void real(JsonWriter& out, const char* key, double value) {
     out.Double(std::round(value * 1000) / 1000);
 }
 
+// The texts of a load are this program's own or were checked by the parser, so they are UTF-8.
 void text(JsonWriter& out, const char* key, const std::string& value) {
     out.Key(key);
     out.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
@@ -28,10 +30,12 @@ void text(JsonWriter& out, const char* key, const std::string& value) {
 
 void time(JsonWriter& out, const char* key, Milliseconds value) { real(out, key, value.count()); }
 
+// Microseconds for each. Nothing was done when the count is 0.
 void per(JsonWriter& out, const char* key, int64_t nanoseconds, uint64_t count) {
     real(out, key, count == 0 ? 0 : static_cast<double>(nanoseconds) / 1000 / static_cast<double>(count));
 }
 
+// In milliseconds.
 void write_latency(JsonWriter& out, const Histogram& latencies) {
     out.Key("latency_ms");
     out.StartObject();
@@ -42,6 +46,7 @@ void write_latency(JsonWriter& out, const Histogram& latencies) {
     out.EndObject();
 }
 
+// The first three are known from the log alone.
 void write_queues(JsonWriter& out, const LoadMeasures& measures) {
     out.Key("longest_queues");
     out.StartObject();
@@ -54,6 +59,7 @@ void write_queues(JsonWriter& out, const LoadMeasures& measures) {
     out.EndObject();
 }
 
+// Means are 0 when no prediction was followed.
 void write_backlog(JsonWriter& out, const Backlog::Sums& sums) {
     const double count = sums.count == 0 ? 1 : static_cast<double>(sums.count);
     out.Key("backlog_ms");
@@ -66,6 +72,7 @@ void write_backlog(JsonWriter& out, const Backlog::Sums& sums) {
     out.EndObject();
 }
 
+// What one event or one trace costs, in microseconds of processor time.
 void write_times(JsonWriter& out, const LoadMeasures& measures) {
     out.Key("processor_us");
     out.StartObject();
@@ -78,6 +85,7 @@ void write_times(JsonWriter& out, const LoadMeasures& measures) {
 }
 
 // The members of an object that is open. What only the log tells is left out without it.
+// The same members for a whole load and for a step of the search.
 void write_measures(JsonWriter& out, const LoadMeasures& measures) {
     real(out, "asked_rate", measures.asked);
     real(out, "seconds", measures.seconds);
@@ -97,6 +105,7 @@ void write_measures(JsonWriter& out, const LoadMeasures& measures) {
     write_times(out, measures);
 }
 
+// A figure that depends on speed means little without these.
 void write_machine(JsonWriter& out, const LoadEnd& end) {
     out.Key("machine");
     out.StartObject();
@@ -107,6 +116,7 @@ void write_machine(JsonWriter& out, const LoadEnd& end) {
     out.EndObject();
 }
 
+// A search without a result has a null.
 void write_search(JsonWriter& out, const LoadEnd& end) {
     if (end.capacity) {
         real(out, "capacity", *end.capacity);
@@ -126,6 +136,7 @@ void write_search(JsonWriter& out, const LoadEnd& end) {
     out.EndArray();
 }
 
+// Only checks that do not hold are listed.
 void write_checks(JsonWriter& out, const LoadEnd& end) {
     number(out, "checks", end.checks.size());
     out.Key("failed");
@@ -146,6 +157,7 @@ void write_checks(JsonWriter& out, const LoadEnd& end) {
 
 }  // namespace
 
+// The members of the measures stand in the object itself, as those of the account do.
 std::string load_json(const LoadOptions& options, const LoadEnd& end) {
     rapidjson::StringBuffer buffer;
     JsonWriter out(buffer);

@@ -17,19 +17,23 @@
 namespace zelhost {
 namespace {
 
+// Owns the file and closes it.
 using File = std::unique_ptr<FILE, int (*)(FILE*)>;
 
+// The file has no name and is gone when it is closed.
 File temporary_file() {
     File file(tmpfile(), fclose);
     if (file == nullptr) throw Failure("cannot make a temporary file for the picture: {}", strerror(errno));
     return file;
 }
 
+// What was written is read from its beginning.
 void to_the_start(FILE* file) {
     if (fseek(file, 0, SEEK_SET) != 0)
         throw Failure("cannot use a temporary file for the picture: {}", strerror(errno));
 }
 
+// The whole file.
 std::string content(FILE* file) {
     std::string text;
     to_the_start(file);
@@ -39,17 +43,21 @@ std::string content(FILE* file) {
 }
 
 // What gnuplot makes of the script. Files stand between, so that neither side waits for the other.
+// Throws Failure when the program is missing or does not take the script.
 std::string gnuplot(const std::string& script) {
     const File in = temporary_file();
     const File out = temporary_file();
     const File errors = temporary_file();
+    // The script is complete before the program starts.
     fwrite(script.data(), 1, script.size(), in.get());
     to_the_start(in.get());
+    // The child gets the three files as its standard streams.
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, fileno(in.get()), 0);
     posix_spawn_file_actions_adddup2(&actions, fileno(out.get()), 1);
     posix_spawn_file_actions_adddup2(&actions, fileno(errors.get()), 2);
+    // The function wants texts that it may change.
     char program[] = "gnuplot";
     char* arguments[] = {program, nullptr};
     pid_t child = 0;
@@ -58,9 +66,11 @@ std::string gnuplot(const std::string& script) {
     if (error == ENOENT) throw Failure("--plot needs gnuplot, which is not there; install the package gnuplot-nox");
     if (error != 0) throw Failure("cannot run gnuplot for --plot: {}", strerror(error));
     int status = 0;
+    // A signal may come while the child runs.
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     if (status == 0) return content(out.get());
+    // The program tells its reason in several lines; the failure has one.
     std::string reason = content(errors.get());
     std::ranges::replace(reason, '\n', ' ');
     throw Failure("gnuplot failed for --plot: {}", reason.substr(0, 200));
@@ -69,20 +79,25 @@ std::string gnuplot(const std::string& script) {
 // gnuplot leaves a gap for what is not known.
 std::string number(double value) { return std::isnan(value) ? "NaN" : fmt::format("{:.4f}", value); }
 
+// Milliseconds. Nothing where no alert was reported in the time.
 std::string ms(std::optional<Histogram::Microseconds> time) {
     return number(time ? static_cast<double>(time->count()) / 1000 : NAN);
 }
 
 // One line a sample. Rates are those since the sample before, so the first sample has none and no line.
+// Columns that are not known hold a mark that the program understands.
 std::string data_block(const std::vector<LoadSample>& samples) {
     std::string text = "$load << END\n";
     for (size_t i = 1; i < samples.size(); ++i) {
+        // The two samples whose difference is the line.
         const LoadSample& before = samples[i - 1];
         const LoadSample& now = samples[i];
+        // A division by 0 is not possible, however near the two are.
         const double time = std::max(now.at - before.at, 1e-3);
         const auto rate = [&](uint64_t LoadSample::* count) {
             return number(static_cast<double>(now.*count - before.*count) / time);
         };
+        // The order of the columns is that which the script below reads.
         fmt::format_to(std::back_inserter(text), "{:.3f} {} {} {} {} {} {} {} {} {} {} {} {} {}\n", now.at,
                        rate(&LoadSample::in), rate(&LoadSample::reports), rate(&LoadSample::traces),
                        rate(&LoadSample::refused), ms(now.median), ms(now.slow), ms(now.slowest), now.event_queue,
@@ -144,8 +159,10 @@ constexpr const char* kBacklogLines =
 }  // namespace
 
 // An empty script is drawn to see whether gnuplot is there.
+// The file is only opened when the program is there.
 LoadPlot::LoadPlot(const std::string& path) : file_((gnuplot(""), path)) {}
 
+// The parts of the script that depend on what was measured.
 void LoadPlot::draw(const LoadEnd& end, const std::string& title) {
     const LoadMeasures& measures = end.measures;
     const bool backlog = measures.backlog.count > 0;
@@ -156,6 +173,7 @@ void LoadPlot::draw(const LoadEnd& end, const std::string& title) {
         fmt::format(fmt::runtime(kScript), fmt::arg("title", title), fmt::arg("right_margin", backlog ? 10 : 3),
                     fmt::arg("end", measures.seconds), fmt::arg("sleep", end.settings.idle_sleep.count()),
                     fmt::arg("refused", measures.log ? kRefused : ""), fmt::arg("queues", queues));
+    // The picture is written in one piece.
     file_.write(gnuplot(data_block(measures.samples) + script));
     file_.flush();
 }

@@ -9,6 +9,8 @@
 namespace zelhost {
 
 // A file that gets a picture at the end of a load. gnuplot draws it, in a process of its own. One thread.
+// Owns the file. The picture is made by another program, which is started twice: once to see that
+// it is there.
 class LoadPlot {
 public:
     // Before the load begins, so that a picture that cannot be drawn costs no load. Throws Failure.

@@ -14,6 +14,7 @@ namespace {
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
 // Lines with a name in front of each.
+// Names stand in one column, so that a reader finds a figure again.
 class Table {
 public:
     template <class... T>
@@ -28,21 +29,27 @@ private:
     std::string text_;
 };
 
+// Two places are enough for milliseconds.
 std::string ms(Milliseconds time) { return fmt::format("{:.2f}", time.count()); }
 
 // Of a latency, what one idle sleep cannot explain.
+// A worker that sleeps finds an event only when it wakes. That part of a latency is no cost of the
+// plug-in's work.
 std::string beyond(Histogram::Microseconds latency, std::chrono::milliseconds sleep) {
     return ms(std::max<Histogram::Microseconds>(latency - sleep, Histogram::Microseconds{0}));
 }
 
+// Microseconds of processor time for each; 0 when there was none.
 double per(int64_t nanoseconds, uint64_t count) {
     return count == 0 ? 0 : static_cast<double>(nanoseconds) / 1000 / static_cast<double>(count);
 }
 
+// In percent.
 double share(uint64_t part, uint64_t all) {
     return all == 0 ? 0 : 100 * static_cast<double>(part) / static_cast<double>(all);
 }
 
+// Latencies are those of alert documents alone.
 void write_latency(Table& table, const LoadMeasures& measures, std::chrono::milliseconds sleep) {
     const Histogram& all = measures.latencies;
     if (all.count() == 0) return table.row("latency", "no alert was reported");
@@ -54,6 +61,7 @@ void write_latency(Table& table, const LoadMeasures& measures, std::chrono::mill
               beyond(median, sleep), beyond(slow, sleep), beyond(all.highest(), sleep));
 }
 
+// A load without waiting traces has no prediction to follow.
 void write_backlog(Table& table, const Backlog::Sums& sums) {
     if (sums.count == 0) return table.row("backlog of traces", "no prediction was followed by a wait");
     const auto count = static_cast<double>(sums.count);
@@ -62,6 +70,7 @@ void write_backlog(Table& table, const Backlog::Sums& sums) {
               ms(sums.highest_measured));
 }
 
+// The rows that a step and a whole load have in common.
 void write_measures(Table& table, const LoadMeasures& measures, const QueueSettings& settings) {
     table.row("in", "{} events in {:.1f} s, {:.0f} a second{}", measures.in, measures.seconds, measures.in_rate(),
               measures.asked > 0 ? fmt::format("; at most {} ms late", ms(measures.published_late)) : "");
@@ -89,10 +98,12 @@ void write_measures(Table& table, const LoadMeasures& measures, const QueueSetti
               per(times.process - measures.publishers_time, measures.in), per(measures.publishers_time, measures.in));
 }
 
+// Memory is measured in KiB and shown in MiB.
 std::string mib(uint64_t kib) { return fmt::format("{:.1f}", static_cast<double>(kib) / 1024); }
 
 }  // namespace
 
+// The search shows a step as soon as it was tried.
 std::string step_text(const CapacityStep& step) {
     const LoadMeasures& measures = step.measures;
     const std::string queues =
@@ -101,6 +112,7 @@ std::string step_text(const CapacityStep& step) {
                        ms(measures.latencies.quantile(0.99)), queues);
 }
 
+// Also the title of the picture.
 std::string load_heading(const LoadOptions& options, const LoadEnd& end) {
     std::string text = "load: as fast as it goes";
     if (options.find_capacity)
@@ -111,6 +123,7 @@ std::string load_heading(const LoadOptions& options, const LoadEnd& end) {
                        options.mix.empty() ? "as usual" : options.mix, end.stopped ? "; stopped by a signal" : "");
 }
 
+// The heading, the table, the checks that failed, and the account of the session.
 std::string load_text(const LoadOptions& options, const LoadEnd& end) {
     Table table;
     table.row("machine", "other programs used {:.2f} of {} processors; load average {:.2f} before, {:.2f} after",

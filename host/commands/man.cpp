@@ -17,6 +17,7 @@
 namespace zelhost {
 namespace {
 
+// What makes a page of one kind.
 using Pages = std::string (*)(const CLI::App& app);
 
 struct ManOptions {
@@ -24,6 +25,7 @@ struct ManOptions {
     Pages pages = man_page;
 };
 
+// In the order of their table.
 std::vector<std::string> names_of_commands(const CLI::App& app) {
     std::vector<std::string> names;
     for (const CommandApp* command : commands_of(app)) names.push_back(command->get_name());

@@ -21,6 +21,7 @@
 namespace zelhost {
 namespace {
 
+// What the command line asks for.
 struct ReplayOptions {
     std::string record;
     std::string root;          // empty: the folder that the executable stands in
@@ -31,6 +32,8 @@ struct ReplayOptions {
 };
 
 // The main thread does what the host did; what comes back is shown and compared on the threads of the session.
+// Owns the session and all that the replay needs. The player orders the threads, and the comparison
+// has a lock.
 class Replay final : public Client {
 public:
     explicit Replay(const ReplayOptions& options)
@@ -39,6 +42,7 @@ public:
     ExitCode run();
 
 private:
+    // The settings of the record replace those of the agent folder, in a copy.
     static SettingsFiles settings_of(const record::Head& head) {
         return {head.settings().begin(), head.settings().end()};
     }
@@ -47,6 +51,7 @@ private:
     void play_all();
     ExitCode tell() const;
 
+    // Each call of the session goes to the player, which lets it wait for its turn.
     int32_t choose_next() override { return player_->next_of_bus(); }
     void on_delivery() override { player_->delivery(); }
     void on_delivered() override { player_->delivered(); }
@@ -55,6 +60,7 @@ private:
         take(output_of(record), [&] { return lines_.event(record); });
     }
     void on_memory_check(const ST_MEM_DETECT_INFO& info) override {
+        // The line is made once and used twice: to be shown and to be compared.
         const std::string line = lines_.memory_check(info);
         take(output_of(line), [&]() -> const std::string& { return line; });
     }
@@ -65,20 +71,27 @@ private:
         take(output_of(module, result, text, false), [&] { return lines_.report(module, text); });
     }
     // A report is shown when it was shown then, as far as the record tells.
+    // The line is only made when it is shown.
     template <class Line>
     void take(record::Output output, const Line& line) {
+        // Shown while it is this thread's turn, so that lines stand in the order of the record.
         player_->output([&](const record::Output* then) {
             const bool shown = !output.has_report() || (then != nullptr && then->report().shown());
             if (output_ && shown) output_->show(line());
         });
+        // Compared in any case. The command line decides what is told.
         comparison_.take(std::move(output));
     }
 
+    // Members are made in this order and end in the opposite one. The session ends first, since its
+    // threads use the others.
     const ReplayOptions options_;
+    // While the session is played, the player alone reads it.
     RecordReader reader_;
     AgentFolder folder_;
     JsonLines lines_;
     Comparison comparison_;
+    // None when only the comparison is wanted.
     std::optional<Output> output_;
     std::optional<Player> player_;
     std::optional<Session> session_;
@@ -86,6 +99,7 @@ private:
 };
 
 // The agent id is that of the record, and the log is nobody's unless it is asked for.
+// Set before the libraries are loaded, because they read it then.
 void Replay::prepare_environment() const {
     if (reader_.head().has_agent_id())
         setenv("agentid", reader_.head().agent_id().c_str(), 1);
@@ -98,6 +112,7 @@ void Replay::prepare_environment() const {
 }
 
 // In the copy of the agent folder, which goes at the end.
+// The plug-in opens it in place of a file that may not be there any more.
 std::string Replay::empty_file() const {
     const std::string path = (folder_.root() / "replayed-file").string();
     if (!std::ofstream(path)) throw Failure("cannot write {}: {}", path, strerror(errno));
@@ -105,16 +120,21 @@ std::string Replay::empty_file() const {
 }
 
 // A record whose writer was killed has no stop, also when it ends with a complete entry.
+// The main thread does what the host did then.
 void Replay::play_all() {
+    // From before the loading on, the questions of the plug-in go to the player.
     const OutsideGuard guard(folder_.plugin(), *player_);
     session_.emplace(folder_, *this);
     while (const auto input = player_->next_input()) {
         whole_ = input->has_call() && input->call() == record::STOP;
+        // What the plug-in answers is seen by the comparison.
         play(*input, *session_);
     }
+    // A record without a stop leaves the plug-in running.
     session_->stop();
 }
 
+// What is wrong with the record or with the plug-in is said first, and then the result.
 ExitCode Replay::tell() const {
     const std::string departure = player_->departure();
     if (!departure.empty())
@@ -131,12 +151,14 @@ ExitCode Replay::tell() const {
     return equal ? kDone : kFailed;
 }
 
+// Nothing is shown when only the comparison is wanted.
 ExitCode Replay::run() {
     prepare_environment();
     if (!options_.compare || options_.output != "-") output_.emplace(options_.output, 0, [] {});
     player_.emplace(reader_, options_.speed, empty_file(),
                     [this](const record::Output& output, int64_t at_us) { comparison_.expect(output, at_us); });
     play_all();
+    // The libraries are closed before the result is told. Their threads have ended by then.
     session_.reset();
     return tell();
 }

@@ -18,12 +18,14 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 // A run that is over at once shows no progress.
+// A short script would only flicker.
 constexpr auto kProgressAfter = 1s;
 constexpr auto kProgressStep = 200ms;
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 // Blank lines and lines that begin with #.
+// Such a line is counted and not played.
 bool is_comment(std::string_view line) {
     const size_t first = line.find_first_not_of(" \t\r");
     return first == std::string_view::npos || line[first] == '#';
@@ -34,11 +36,13 @@ bool is_comment(std::string_view line) {
 // --- the steps of a run ---
 
 // First of all: a wrong folder is said before a file is written.
+// Owns a copy of the folder when settings were given.
 void Run::find_agent() { folder_.emplace(options_.root, options_.settings); }
 
 // All before anything is loaded, so that a name that is wrong costs no start of the plug-in. The metrics are there from
 // now on, at zero.
 void Run::open_files() {
+    // An output that ends stops the run in the same way as a signal.
     output_.emplace(options_.output, options_.limit, [this] { stop_signal_.request(); });
     input_.emplace(options_.input, options_.follow ? LineReader::Mode::follow : LineReader::Mode::to_the_end,
                    stop_signal_);
@@ -50,6 +54,7 @@ void Run::open_files() {
         console::say("reading events from the terminal, one a line; Ctrl-D ends, zelhost run --help shows their form");
 }
 
+// The recorder must be in place before the plug-in asks its first question.
 void Run::load() {
     if (recorder_) outside_.emplace(folder_->plugin(), *recorder_);
     session_.emplace(*folder_, *this);
@@ -58,6 +63,7 @@ void Run::load() {
 // A start that fails has said why in the log, and only there: its last errors are repeated for the reader. What cannot
 // be known is said here, once, because only a start shows whether the trace module counts. The log would repeat with
 // each message that there is no agent id.
+// Returns when the plug-in runs and the ticker shows how it goes.
 void Run::start() {
     const int answer = session_->start();
     const Totals totals = session_->account().totals;
@@ -73,11 +79,14 @@ void Run::start() {
 
 // A line that cannot be understood is skipped and counted, so that the rest of a long script still runs. An output that
 // has ended ends the input, too: there is no point in going on.
+// The main thread reads the script and plays it, one line after the other.
 void Run::play_input() {
     auto shown = Clock::now() + kProgressAfter;
     std::string_view line;
     while (!max_wait_passed_ && input_->next(line)) {
+        // A reader of the progress or of the metrics sees the line at hand.
         lines_read_ = input_->number();
+        // Only the first line can have the mark.
         if (lines_read_ == 1 && line.starts_with(kByteOrderMark)) line.remove_prefix(kByteOrderMark.size());
         if (!is_comment(line)) {
             try {
@@ -88,6 +97,7 @@ void Run::play_input() {
                              input_->number(), e.what());
             }
         }
+        // The clock is looked at once a line. That costs little beside an event.
         const auto now = Clock::now();
         if (now < shown) continue;
         shown = now + kProgressStep;
@@ -107,23 +117,28 @@ void Run::wait_for_the_rest() {
 }
 
 // The first takes the trace costs over, the second reports them.
+// Without the manager's stand-in nobody collects.
 void Run::collect_last_reports() {
     if (!session_->can_collect()) return;
     session_->collect();
     session_->collect();
 }
 
+// Whatever is still on its way is drained by the session.
 void Run::stop() {
+    // The session is missing when an earlier step has failed.
     if (session_) session_->stop();
 }
 
 // A record that lacks something must not look like one that is whole.
+// The plug-in has stopped, so nothing asks the recorder any more.
 void Run::end_record() {
     outside_.reset();
     if (recorder_) recorder_->finish();
 }
 
 // After the last event, before the last figures.
+// Its wait is bounded by itself.
 void Run::close_sink() {
     if (sink_) sink_->close();
 }
@@ -135,6 +150,7 @@ void Run::check_output() {
 }
 
 // Of several reasons the first counts.
+// The text is for the summary, in both of its forms.
 const char* Run::how_it_ended() const {
     if (failed_) return "failed";
     if (output_->state() == Output::State::limit_reached) return "ended by --limit";
@@ -145,8 +161,10 @@ const char* Run::how_it_ended() const {
 
 // The session still has its libraries here, and can tell what they count. Without a start there is nothing to sum up,
 // and the failure has been said.
+// The summary goes to standard error, because standard output holds the lines.
 void Run::sum_up() {
     if (!started_ || options_.summary == Summary::none) return;
+    // The last account of the run. It does not change any more.
     const Account account = session_->account();
     const std::chrono::duration<double> took = Clock::now() - begin_;
     if (options_.summary == Summary::json) {
@@ -157,14 +175,17 @@ void Run::sum_up() {
     std::string text = fmt::format("zelhost: {} after {:.1f} s; {} lines read, {} skipped; log: {}", how_it_ended(),
                                    took.count(), lines_read_.load(), lines_skipped_.load(), log_place_);
     if (account.log) text += fmt::format(" ({} errors, {} warnings)", account.totals.errors, account.totals.warnings);
+    // After an end under load the log does not name all that was discarded.
     text += "\n" + account_text(account, cut_short() ? End::under_load : End::quiet);
     if (session_->can_collect()) text += statistics_text(account);
     if (sink_) text += sink_text(sink_->account());
     console::block(text + leftover_text(account));
 }
 
+// The libraries are closed before the copy of the folder goes.
 void Run::unload() { session_.reset(); }
 
+// The folder that the libraries were loaded from.
 void Run::remove_copy() { folder_.reset(); }
 
 // The first step that fails is the last of these; the teardown follows in any case.
@@ -186,6 +207,7 @@ const Run::Step Run::kTeardown[] = {
 };
 
 // A Failure says all by itself. Any other exception, as of the file system, gets the name of the step.
+// The step's exception ends here. The run goes on with the teardown.
 bool Run::take(const Step& step) {
     try {
         (this->*step.act)();
@@ -200,6 +222,7 @@ bool Run::take(const Step& step) {
 }
 
 // Of several things that went wrong, the worst decides.
+// The first list ends at the first failure, the second is walked to its end.
 ExitCode Run::run() {
     std::ranges::all_of(kSteps, [this](const Step& step) { return take(step); });
     for (const Step& step : kTeardown) take(step);
@@ -209,6 +232,7 @@ ExitCode Run::run() {
 }
 
 // The longest wait holds for each wait of a run. The step is short against the quiet time that is waited for.
+// Looks often enough to end soon after the quiet time, and seldom enough to cost nothing.
 void Run::wait_until_idle(bool traces) {
     const auto deadline = Clock::now() + options_.max_wait;
     const auto step = std::clamp(options_.idle / 10, 1ms, 50ms);

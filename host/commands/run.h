@@ -28,12 +28,14 @@
 
 namespace zelhost {
 
+// The form of the summary at the end.
 enum class Summary { text, json, none };
 
 // Names of the log's levels, in the order of their numbers.
 inline constexpr const char* kLogLevels[] = {"error", "warn", "info", "debug"};
 
 // What the command line asks for.
+// Filled by the parser. It does not change any more once the run has begun.
 struct RunOptions {
     std::string root;          // empty: the folder that the executable stands in
     std::string input = "-";   // "-" is standard input
@@ -58,12 +60,16 @@ struct RunOptions {
 // Client says. A ticker's thread shows meanwhile how it goes.
 class Run : public Client {
 public:
+    // Copies the options. Nothing is opened yet.
     explicit Run(const RunOptions& options);
 
+    // Does all steps and then the teardown. It does not throw: failures are said, and the exit code
+    // tells the worst.
     ExitCode run();
 
 private:
     // Set-up, in this order; each throws Failure.
+    // All steps run on the main thread.
     void find_agent();
     void prepare_log();
     void open_files();
@@ -82,20 +88,25 @@ private:
     void unload();
     void remove_copy();
 
+    // The name of a step is for messages. The function is one of those above.
     struct Step {
         const char* name;  // "cannot NAME", for a failure that does not say enough itself
         void (Run::*act)();
     };
     static const Step kSteps[];
+    // The first list is what a run does. The second is what must be done at its end in any case.
     static const Step kTeardown[];
     // Takes one step and says its failure; false when it failed.
     bool take(const Step& step);
+    // For the summary. The text lives as long as the process.
     const char* how_it_ended() const;
     // Whether something ended the run before its input and its traces did.
+    // A signal, and the limit or the end of the output, which ask for a stop in the same way.
     bool cut_short() const { return stop_signal_.requested(); }
 
     // --- the script, in run_script.cpp ---
 
+    // An action of the script: its name and the function that does it.
     struct ScriptAction;
     static const ScriptAction kActions[];
     // Does what one line of the input asks for. Throws Failure when the line cannot be understood.
@@ -103,8 +114,11 @@ private:
     // One for each form of a line. Each throws Failure for keys and values that it does not know, before it does
     // anything.
     void play_event(const JsonText& line);
+    // Says an event that nobody takes, once for each kind.
     void note(uint32_t event_id, Session::Published published);
+    // Publishes bytes; no payload is a null pointer.
     void publish_bytes(uint32_t event_id, const Payload& payload);
+    // Says an answer of an export that is not 0.
     void say_answer(const char* function, int answer) const;
     void sleep(const JsonText& line);
     void wait(const JsonText& line);
@@ -117,12 +131,16 @@ private:
 
     // Waits until the pipeline is idle, with `traces` also until no trace is open. Gives up when a signal comes or the
     // longest wait has passed, and notes the latter.
+    // The progress line shows what is waited for.
     void wait_until_idle(bool traces);
 
     // --- what is shown, in run_live.cpp ---
 
+    // From here on the ticker shows how the run goes.
     void show_from_now_on();
+    // The ticker's thread, five times a second.
     void tick();
+    // What the metrics say of the run itself. The main thread or the ticker's.
     RunProgress progress_of_run() const;
     // Nothing where the status line stands.
     void progress(const std::string& text) const;
@@ -140,6 +158,8 @@ private:
     void on_report(std::string_view module, int32_t result, std::string_view text) override;
     bool pause_publishing() override;
 
+    // Members that are set before the session is made need no lock. The atomic ones are read by the
+    // ticker meanwhile.
     const RunOptions options_;
     const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     // In the order in which they are made. The session is the last and so ends first.
@@ -166,10 +186,12 @@ private:
     bool metrics_failed_ = false;
     std::optional<Ticker> ticker_;  // looks at all of the above
 
+    // The main thread alone.
     bool started_ = false;
     bool failed_ = false;
     bool max_wait_passed_ = false;
     bool print_reports_ = false;  // while a report is collected that the script asked for
+    // Counted by the main thread and read by the ticker.
     std::atomic<uint64_t> lines_read_ = 0, lines_skipped_ = 0;
 };
 

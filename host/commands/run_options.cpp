@@ -32,6 +32,7 @@ worker and traces without a chain have lines, too; --limit does not count those.
 An output that nobody reads any more ends the run without a message.)";
 
 // An option with one of several words. `words` begins with that of the value `first`.
+// The value is the place of the word in the list, counted from `first`.
 template <class Value>
 void add_choice(CLI::App& app, const char* option, const char* type, const char* help,
                 const std::vector<std::string>& words, int first, Value& value) {
@@ -46,6 +47,7 @@ void add_choice(CLI::App& app, const char* option, const char* type, const char*
 }
 
 // The first row is no severity.
+// An option names severities as the lines show them.
 std::vector<std::string> severities() {
     std::vector<std::string> names;
     for (const Severity& severity : std::span(kSeverities).subspan(1)) names.emplace_back(severity.name);
@@ -53,6 +55,7 @@ std::vector<std::string> severities() {
 }
 
 // What is shown, and how.
+// All of these concern lines that are shown, or files beside them.
 void add_output_options(CLI::App& app, RunOptions& options) {
     app.add_flag("--follow", options.follow, "Wait for more at the end of the input");
     app.add_option("--events", options.filter.events, "Show these outgoing events alone")
@@ -75,6 +78,8 @@ void add_output_options(CLI::App& app, RunOptions& options) {
 }
 
 // Where what comes out is published.
+// The address is checked for its form while the command line is parsed. Nothing is connected yet.
+// Options of the sink need its address.
 void add_sink_options(CLI::App& app, SinkOptions& sink) {
     CLI::Option* const address = app.add_option("--sink", sink.address,
                                                 "Publish each outgoing event to a message server; several HOST:PORT "
@@ -98,6 +103,7 @@ void add_sink_options(CLI::App& app, SinkOptions& sink) {
 }
 
 // Each help text names its default, because the parser does not know what an empty value stands for.
+// The order is that of the help text.
 void add_options(CLI::App& app, RunOptions& options) {
     add_root_option(app, options.root);
     app.add_option("--input", options.input, "Script to play, - for standard input (default)")->type_name("FILE");

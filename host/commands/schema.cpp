@@ -15,12 +15,14 @@ namespace zelhost {
 namespace {
 
 // The first one is printed when none is named.
+// A row for each schema that can be asked for.
 struct Kind {
     const char* name;
     std::string (*make)();
 };
 constexpr Kind kKinds[] = {{"document", document_schema}, {"input", input_schema}, {"output", output_schema}};
 
+// The defaults print the schema of a document on standard output.
 struct SchemaOptions {
     std::string kind = kKinds[0].name;
     std::string output = "-";
@@ -35,6 +37,7 @@ The schema of the document is made of the rows by which the agent reads it: what
 keys are spelt as the engines spell them. What a schema cannot say, such as the bytes that no message may carry, zelhost
 check tells.)";
 
+// The parser has checked the name.
 ExitCode print_schema(const SchemaOptions& options) {
     const auto* const kind = std::ranges::find(kKinds, options.kind, &Kind::name);
     const std::string text = json::pretty(kind->make());
@@ -46,16 +49,19 @@ ExitCode print_schema(const SchemaOptions& options) {
 
 }  // namespace
 
+// Every schema names the version of the language that it is written in.
 json::Members schema_head(const char* title, const char* description) {
     return {{"$schema", json::text("https://json-schema.org/draft/2020-12/schema")},
             {"title", json::text(title)},
             {"description", json::text(description)}};
 }
 
+// Definitions stand in one place of each schema.
 std::string place_of(std::string_view definition) { return fmt::format("#/$defs/{}", definition); }
 
 std::string refer_to(std::string_view definition) { return json::object({{"$ref", json::text(place_of(definition))}}); }
 
+// The key must be there, and its value must fit.
 std::string has(std::string_view key, const std::string& value) {
     const std::string name(key);
     return json::object({{"properties", json::object({{name, value}})}, {"required", json::texts({name})}});

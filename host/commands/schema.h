@@ -9,6 +9,7 @@
 namespace zelhost {
 
 // An alert document, from the decoder's own rows. Throws std::bad_alloc.
+// All schemas are made anew at each call. Any thread.
 std::string document_schema();
 // A line that `run` reads, and one that it writes.
 std::string input_schema();
@@ -22,6 +23,7 @@ json::Members message_definitions(MessageForm form);
 
 // Parts of all schemas: the members with which one begins, the place of a definition and a reference to it, and the
 // condition that a key is there with a value that fits a schema.
+// The texts are constants of this program.
 json::Members schema_head(const char* title, const char* description);
 std::string place_of(std::string_view definition);
 std::string refer_to(std::string_view definition);

@@ -15,6 +15,7 @@
 namespace zelhost {
 namespace {
 
+// The tables come from the decoder's rows, through the check library.
 using json::Members;
 using Table = zelcheck_key_table;
 using Key = zelcheck_key;
@@ -29,6 +30,7 @@ constexpr const char* kAlertType = "alert_type";
 constexpr const char* kEventType = "type";
 
 // How a value is held to its kind, if the key is needed.
+// One row for each kind of value that the decoder knows.
 struct KindRow {
     zelcheck_kind kind;
     const char* type;    // of JSON; null for lists and objects
@@ -42,9 +44,11 @@ constexpr KindRow kKinds[] = {
     {ZELCHECK_OBJECTS, nullptr, nullptr},
 };
 
+// Every kind has a row.
 const KindRow& row_of(const Key& key) { return *std::ranges::find(kKinds, key.kind, &KindRow::kind); }
 
 // What is said of a key that may be missing.
+// What the decoder does with a value of another type.
 std::string optional_words(const Key& key) {
     if (key.kind == ZELCHECK_TEXTS) return "Optional; a list, in which anything but texts is passed over.";
     const char* const type = row_of(key).type;
@@ -52,6 +56,7 @@ std::string optional_words(const Key& key) {
 }
 
 // The agent cuts a number before it looks at it, so 2.7 counts as 2. `numbers` rise; neighbours become one range.
+// A range ends below the next whole number, because fractions are cut.
 Members one_of_numbers(const std::vector<uint32_t>& numbers) {
     std::vector<Members> ranges;
     for (size_t first = 0; first < numbers.size();) {
@@ -68,6 +73,7 @@ Members one_of_numbers(const std::vector<uint32_t>& numbers) {
     return {{"anyOf", json::list(parts)}};
 }
 
+// The places of the bits that are set, counted from 0.
 std::vector<uint32_t> bits_of(uint32_t bits) {
     std::vector<uint32_t> numbers;
     for (uint32_t i = 0; i < 32; ++i)
@@ -76,19 +82,23 @@ std::vector<uint32_t> bits_of(uint32_t bits) {
 }
 
 // "then" holds when the key has one of the numbers.
+// A condition of the schema: if the key has one of these numbers, then the other schema holds, too.
 std::string when(const char* key, const std::vector<uint32_t>& numbers, const std::string& then) {
     return json::object({{"if", has(key, json::object(one_of_numbers(numbers)))}, {"then", then}});
 }
 
+// Built from all tables of the decoder, and used once.
 class DocumentSchema {
 public:
     explicit DocumentSchema(std::span<const Table> tables) : tables_(tables) {
+        // Types that no table takes are left out.
         for (const Table& table : tables) {
             alert_types_ |= table.alert_types;
             if (table.event_type != 0 && table.taken != 0) event_types_.push_back(table.event_type);
         }
     }
 
+    // Definitions are added while the objects are written, since each may refer to others.
     std::string text() {
         Members schema = schema_head("Alert document", kWords);
         append(schema, object("document"));
@@ -105,12 +115,14 @@ public:
     }
 
 private:
+    // Keeps the order of the keys.
     static void append(Members& to, Members&& from) { std::ranges::move(from, std::back_inserter(to)); }
     static std::string event_name(const Table& table) { return "event_" + std::to_string(table.event_type); }
     // Tables of a document's further types and of event types hold under a condition.
     bool is_for_all(const Table& table) const { return table.event_type == 0 && table.alert_types == alert_types_; }
 
     // The numbers that a key may have which decides what else there is; none for all other keys.
+    // These two keys are numbers with a meaning. Every other number may be any.
     std::vector<uint32_t> numbers_of(const Table& table, const Key& key) const {
         const auto is = [&](const char* object, const char* name) {
             return table.event_type == 0 && table.object == std::string(object) && key.name == std::string(name);
@@ -121,8 +133,11 @@ private:
     }
 
     // An object by its name: its keys, and what further keys it has under which condition.
+    // The description, the type and the keys stand in the order in which a reader looks for them.
     Members object(const std::string& name) {
+        // Keys that every object of this name has.
         std::vector<Table> always;
+        // Keys under a condition.
         std::vector<std::string> further;
         const bool binding = is_binding(name);
         for (const Table& table : tables_) {
@@ -142,6 +157,7 @@ private:
     }
 
     // An object that nobody needs binds nobody: whatever is wrong in it, the alert comes through.
+    // What an optional object holds cannot refuse the document.
     bool is_binding(const std::string& name) const {
         if (name == "document") return true;
         return std::ranges::any_of(tables_, [&](const Table& table) {
@@ -151,6 +167,7 @@ private:
         });
     }
 
+    // With `binding` false nothing is required.
     Members keys_of(std::span<const Table> tables, bool binding = true) {
         Members members;
         Members properties;
@@ -158,6 +175,7 @@ private:
         for (const Table& table : tables) {
             if (table.event_type != 0) members.emplace_back("description", json::text(table.words));
             for (const Key& key : std::span(table.keys, table.key_count)) {
+                // A key of an event may be found under another spelling already.
                 const bool is_elsewhere = is_found_elsewhere(table, key);
                 const bool needed = binding && key.needed != 0 && !is_elsewhere;
                 std::string words = key.words;
@@ -172,6 +190,7 @@ private:
     }
 
     // A key that differs from one of every event by case alone is never missing: the agent finds the other one.
+    // Keys are compared without regard to case, as the decoder does it.
     bool is_found_elsewhere(const Table& table, const Key& key) const {
         if (table.event_type == 0) return false;
         return std::ranges::any_of(tables_, [&](const Table& each) {
@@ -181,6 +200,7 @@ private:
         });
     }
 
+    // What is said of one key: words, type, format, and what lies inside.
     std::string value_of(const Key& key, const std::string& words, bool needed, const std::vector<uint32_t>& numbers) {
         const KindRow& row = row_of(key);
         Members members = {{"description", json::text(words)}};
@@ -197,11 +217,13 @@ private:
         return json::object(members);
     }
 
+    // Notes that the object is referred to, so that it gets a definition.
     const std::string& want(const std::string& object) {
         const auto found = std::ranges::find(wanted_, object);
         return found != wanted_.end() ? *found : wanted_.emplace_back(object);
     }
 
+    // Borrowed from the library, where they are constants.
     std::span<const Table> tables_;
     uint32_t alert_types_ = 0;           // bits of all types
     std::vector<uint32_t> event_types_;  // those that are taken
@@ -210,6 +232,7 @@ private:
 
 }  // namespace
 
+// The tables are valid for the life of the process.
 std::string document_schema() {
     const Table* tables = nullptr;
     size_t count = 0;

@@ -11,6 +11,7 @@
 
 namespace zelhost::json {
 
+// The library escapes what has to be escaped.
 std::string text(std::string_view value) {
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
@@ -18,6 +19,7 @@ std::string text(std::string_view value) {
     return buffer.GetString();
 }
 
+// The values are JSON already.
 std::string object(const Members& members) {
     std::vector<std::string> parts;
     for (const auto& [key, value] : members) parts.push_back(text(key) + ':' + value);
@@ -26,12 +28,14 @@ std::string object(const Members& members) {
 
 std::string list(const std::vector<std::string>& values) { return fmt::format("[{}]", fmt::join(values, ",")); }
 
+// Each text becomes a value of the list.
 std::string texts(const std::vector<std::string>& values) {
     std::vector<std::string> quoted;
     std::ranges::transform(values, std::back_inserter(quoted), text);
     return list(quoted);
 }
 
+// Parsed and written again with indents. What is no JSON is a fault of this program.
 std::string pretty(const std::string& json) {
     rapidjson::StringStream stream(json.c_str());
     rapidjson::StringBuffer buffer;

@@ -11,6 +11,8 @@ namespace zelhost::json {
 // Keys in the order in which they are to stand, each with its value as JSON.
 using Members = std::vector<std::pair<std::string, std::string>>;
 
+// Each makes JSON of its argument: a text in quotes, an object, a list of values, a list of texts.
+// `text` must be UTF-8.
 std::string text(std::string_view value);
 std::string object(const Members& members);
 std::string list(const std::vector<std::string>& values);

@@ -15,6 +15,7 @@ namespace {
 using json::Members;
 
 // Members of a schema for a value.
+// Each is put into the schema of a value as it stands here.
 constexpr const char* kAny = "";
 constexpr const char* kNull = R"("type":"null")";
 constexpr const char* kText = R"("type":"string")";
@@ -33,9 +34,11 @@ constexpr const char* kMessageOrNull = R"("anyOf":[{"type":"null"},{"$ref":"#/$d
 constexpr const char* kDns = R"("type":"object","$ref":"#/$defs/dns")";
 constexpr const char* kMemoryCheck = R"("$ref":"#/$defs/memory_check")";
 
+// Whether a key must stand in its line.
 enum class Presence { needed, optional };
 using enum Presence;
 
+// One key of one kind of line. Rows of one line stand together.
 struct LineKey {
     std::string_view line;  // a definition
     std::string_view key;
@@ -165,9 +168,11 @@ constexpr LineKey kOutput[] = {
 // What in the input is no action.
 constexpr std::string_view kNoActions[] = {"event", "dns_event", "dns"};
 
+// A value that must be exactly this one.
 std::string constant(const std::string& value) { return json::object({{"const", value}}); }
 
 // The names of all definitions, in the order of the rows.
+// Rows of one definition stand side by side, so that one look back is enough.
 std::vector<std::string_view> names_of(std::span<const LineKey> rows) {
     std::vector<std::string_view> names;
     for (const LineKey& row : rows)
@@ -175,6 +180,7 @@ std::vector<std::string_view> names_of(std::span<const LineKey> rows) {
     return names;
 }
 
+// The words, the type, and the limit of a list.
 std::string value_of(const LineKey& row) {
     std::string members = R"("description":)" + json::text(row.words);
     if (*row.value != '\0') members += ',' + std::string(row.value);
@@ -183,11 +189,13 @@ std::string value_of(const LineKey& row) {
 }
 
 // A definition from its rows. Unknown keys are refused: `run` refuses them in its input, and writes none.
+// `properties` are those that the rows do not have.
 Members definition(std::span<const LineKey> rows, std::string_view name, Members properties = {}) {
     Members members;
     std::vector<std::string> required;
     for (const LineKey& row : rows) {
         if (row.line != name) continue;
+        // The row without a key describes the definition itself.
         if (row.key.empty()) {
             members.emplace_back("description", json::text(row.words));
             continue;
@@ -203,6 +211,7 @@ Members definition(std::span<const LineKey> rows, std::string_view name, Members
 }
 
 // Exactly one of the keys stands in the line.
+// As a list of conditions of which one must hold.
 std::string one_of(const std::vector<std::string>& keys) {
     std::vector<std::string> parts;
     std::ranges::transform(keys, std::back_inserter(parts),
@@ -210,8 +219,10 @@ std::string one_of(const std::vector<std::string>& keys) {
     return json::list(parts);
 }
 
+// All other lines of the input are called by their names.
 bool is_action(std::string_view name) { return std::ranges::find(kNoActions, name) == std::end(kNoActions); }
 
+// The definitions of messages stand behind those of the lines.
 std::string schema_text(Members head, Members&& definitions, Members&& messages) {
     std::ranges::move(messages, std::back_inserter(definitions));
     head.emplace_back("$defs", json::object(definitions));
@@ -219,6 +230,7 @@ std::string schema_text(Members head, Members&& definitions, Members&& messages)
 }
 
 // Which definition a line has is decided as `run` decides it: "event" first, then "do", then an alert document.
+// An event of the one kind has a record, all others a payload.
 Members input_lines(const std::vector<std::string>& actions, const std::string& action_rules) {
     const std::string is_dns = has("event", constant(std::to_string(event_id::ioc)));
     const std::string event =
@@ -247,11 +259,13 @@ constexpr const char* kOutputWords =
 }  // namespace
 
 std::string input_schema() {
+    // The names of the actions, and what each of them asks for.
     std::vector<std::string> actions;
     std::vector<std::string> action_rules;
     Members definitions;
     for (const std::string_view name : names_of(kInput)) {
         Members own;
+        // An action has "do" besides its own keys.
         if (is_action(name)) {
             actions.emplace_back(name);
             action_rules.push_back(
@@ -275,6 +289,7 @@ std::string input_schema() {
 }
 
 std::string output_schema() {
+    // All definitions of the output stand in the rows.
     Members definitions;
     for (const std::string_view name : names_of(kOutput))
         definitions.emplace_back(name, json::object(definition(kOutput, name)));

@@ -16,6 +16,7 @@ using json::Members;
 
 // What stands for a number, a truth value or a text, as members of a schema. Protobuf writes 64 bits as a text, since a
 // number of JSON loses digits; it reads a number and a text alike, and null as a field that is not there.
+// The two forms of a value: as it is written, and as it may be read.
 struct ValueRow {
     FieldDescriptor::CppType type;
     const char* written;
@@ -43,14 +44,17 @@ constexpr const char* kUnknown =
     R"({"description":"Fields that the message schema does not know, each with its number, its wire type and its value.",)"
     R"("type":"array","items":{"type":"object","required":["number","type","value"]}})";
 
+// Made for one form. It collects definitions until they are taken.
 class MessageDefinitions {
 public:
     explicit MessageDefinitions(MessageForm form) : is_read_(form == MessageForm::read) {}
 
     // The definitions of a message and of all that it refers to.
     void add(const Descriptor* message) {
+        // A message that is known already is not defined again. So the walk ends.
         if (!definitions_.try_emplace(message->name()).second) return;
         Members properties;
+        // All names under which a field may stand.
         std::vector<std::string> names;
         for (int i = 0; i < message->field_count(); ++i) {
             const FieldDescriptor* const field = message->field(i);
@@ -58,6 +62,7 @@ public:
             names.push_back(field->name());
             if (is_read_ && field->json_name() != field->name()) names.push_back(field->json_name());
         }
+        // Only what is written by this program has these two keys.
         if (!is_read_) {
             properties.emplace_back("latin1", kLatin1);
             properties.emplace_back("unknown", kUnknown);
@@ -72,10 +77,12 @@ public:
         definitions_[message->name()] = json::object(members);
     }
 
+    // Definitions in the order of their names.
     Members take() { return {definitions_.begin(), definitions_.end()}; }
 
 private:
     // A value that the enumeration does not name is written as its number, and a number is read.
+    // An enumeration is a list of names and any number besides.
     void add(const EnumDescriptor* enumeration) {
         std::vector<std::string> names;
         for (int i = 0; i < enumeration->value_count(); ++i) names.push_back(enumeration->value(i)->name());
@@ -87,10 +94,12 @@ private:
 
     // In the place of a list one element may be read.
     std::string value_of(const FieldDescriptor* field) {
+        // The description names the number of the field and its type.
         const char* const list_words = field->is_repeated() ? "list of " : "";
         const std::string words = fmt::format("Field {}: {}{}.", field->number(), list_words, type_name(field));
         std::string value = element_of(field);
         if (field->is_repeated()) {
+            // A list may be read from a single element.
             const std::string list = fmt::format(R"("type":"array","items":{{{}}})", value);
             value = is_read_ ? fmt::format(R"("anyOf":[{{{}}},{{{}}}])", list, value) : list;
         }
@@ -104,6 +113,7 @@ private:
 
     // Members of a schema. What a field refers to is defined on the way.
     std::string element_of(const FieldDescriptor* field) {
+        // A simple type has a row. A message or an enumeration is referred to by its name.
         for (const ValueRow& row : kValues)
             if (row.type == field->cpp_type()) return is_read_ ? row.read : row.written;
         if (field->message_type() != nullptr)
@@ -113,7 +123,9 @@ private:
         return fmt::format(R"("$ref":"#/$defs/{}")", type_name(field));
     }
 
+    // Which of the two forms is made.
     bool is_read_;
+    // By name: the schema of a message, a message within it, or an enumeration.
     std::map<std::string, std::string> definitions_;
 };
 

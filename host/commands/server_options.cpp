@@ -6,6 +6,7 @@
 
 namespace zelhost {
 
+// The parser shows the text of the failure as its own.
 std::string check_address(const std::string& text) try {
     parse_nats_address(text);
     return {};
@@ -13,6 +14,7 @@ std::string check_address(const std::string& text) try {
     return e.what();
 }
 
+// All of these are names of files. They are read when the connection is made.
 void add_server_options(CLI::App& app, const std::string& prefix, NatsAccess& access) {
     const auto add = [&](const char* name, const char* help, std::string& file) {
         return app.add_option(prefix + name, file, help)->type_name("FILE");

@@ -15,6 +15,7 @@ namespace zelhost {
 std::string check_address(const std::string& text);
 
 // Each name begins with `prefix`.
+// `access` must live as long as the parser.
 void add_server_options(CLI::App& app, const std::string& prefix, NatsAccess& access);
 
 }  // namespace zelhost

@@ -22,6 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// What the command line asks for.
 struct StatusOptions {
     std::string root;
     bool json = false;
@@ -29,8 +30,10 @@ struct StatusOptions {
 };
 
 // The reason when the library or one of its functions is missing.
+// `record` holds the open library afterwards, or nothing. The answer is empty when all was found.
 template <class Record, class... Visibility>
 std::string try_open(std::unique_ptr<Record>& record, const fs::path& path, Visibility... visibility) {
+    // A library that would end the process is tried in a child first.
     try_file(path.string());
     try {
         record.reset(new Record{Library(path, visibility...)});
@@ -40,6 +43,7 @@ std::string try_open(std::unique_ptr<Record>& record, const fs::path& path, Visi
     }
 }
 
+// Variables of the stand-in logger and the agent's id.
 std::vector<Variable> environment() {
     const auto row = [](const char* name, const char* set, const char* unset) {
         const char* const value = getenv(name);
@@ -52,11 +56,14 @@ std::vector<Variable> environment() {
     };
 }
 
+// Ends what the check library has made.
 using Folder = std::unique_ptr<const zelcheck_folder, decltype(&zelcheck_folder_close)>;
 
+// The check library calls `trial` before it opens a file. A reason ends the look.
 Folder look_at(const fs::path& root) {
     std::string reason;
     const auto trial = [](void* context, const char* path) -> const char* {
+        // The text has to live until the call has returned.
         auto& why_not = *static_cast<std::string*>(context);
         try {
             try_file(path);
@@ -74,13 +81,16 @@ Folder look_at(const fs::path& root) {
     return Folder(folder, zelcheck_folder_close);
 }
 
+// The text and the exit status that goes with it.
 struct Answer {
     std::string text;
     ExitCode code;
 };
 
 // The support library is opened first and for all, as by a session, so that the other libraries bind to it.
+// The libraries stay open until the answer is made.
 Answer look(const fs::path& root, const StatusOptions& options) {
+    // A folder that cannot be looked at is told by its own reason.
     std::error_code error;
     if (!fs::is_directory(root, error))
         throw Failure("{} is no folder; name an agent folder with --root", root.string());
@@ -88,6 +98,7 @@ Answer look(const fs::path& root, const StatusOptions& options) {
     const char* const plugin_path = "reshdl/bin/libzelreshdl.so";
     std::unique_ptr<Support> support;
     std::unique_ptr<Plugin> plugin;
+    // The agent's own libraries in the order in which it opens them.
     std::vector<AgentLibrary> libraries;
     libraries.push_back({"support functions", support_path, try_open(support, root / support_path, RTLD_GLOBAL)});
     libraries.push_back({"plug-in", plugin_path, try_open(plugin, root / plugin_path)});
@@ -98,6 +109,7 @@ Answer look(const fs::path& root, const StatusOptions& options) {
 }
 
 // A program gets an object in any case.
+// Without --json the failure goes on to the main function.
 Answer look_or_say_why_not(const StatusOptions& options) {
     const fs::path root = agent_root(options.root);
     try {
@@ -109,6 +121,7 @@ Answer look_or_say_why_not(const StatusOptions& options) {
     }
 }
 
+// The answer is written in one piece.
 ExitCode show_status(const StatusOptions& options) {
     const Answer answer = look_or_say_why_not(options);
     OutputFile output("-");
@@ -120,11 +133,13 @@ ExitCode show_status(const StatusOptions& options) {
 }  // namespace
 
 // The functions of these libraries are the agent's to look up.
+// The pointers lead into this object, which must outlive the row.
 zelcheck_library AgentLibrary::row() const {
     const bool complete = reason.empty();
     return {title, path, 1, 1, complete, complete ? nullptr : reason.c_str(), "the agent opens it", nullptr, 0};
 }
 
+// The first library that cannot be used is told. Later ones may fail because of it.
 const AgentLibrary* Status::obstacle() const {
     const auto found =
         std::ranges::find_if(agent_libraries, [](const auto& library) { return !library.reason.empty(); });

@@ -11,6 +11,7 @@
 namespace zelhost {
 
 // A library that the agent itself opens, before the plug-in opens the others.
+// Opened and closed again before the answer is shown. The texts are constants but for the reason.
 struct AgentLibrary {
     const char* title;
     const char* path;    // from the agent's root
@@ -20,12 +21,14 @@ struct AgentLibrary {
 };
 
 // A variable that changes what a start does.
+// The value is that of the environment and is not copied.
 struct Variable {
     const char* name;
     const char* value;  // null when it is not set
     const char* effect;
 };
 
+// All that is known of an agent folder. Borrows what the check library has found.
 struct Status {
     std::string root;
     std::vector<AgentLibrary> agent_libraries;
@@ -34,6 +37,7 @@ struct Status {
 
     // Why the agent cannot even call the plug-in; null when it can.
     const AgentLibrary* obstacle() const;
+    // Both must hold: the agent can call the plug-in, and the plug-in would not refuse.
     bool starts() const { return obstacle() == nullptr && folder.starts != 0; }
 };
 
@@ -44,11 +48,13 @@ inline constexpr const char* kOnlyAStartShows[] = {
     "whether there are mutexes and threads",
 };
 
+// The text lives as long as the process.
 const char* level_name(const zelcheck_line& line);
 
 // Throws Failure when whoever opens the file would wait for ever or end.
 void try_file(const std::string& path);
 
+// The text ends with a line end.
 std::string status_text(const Status& status, const Paint& paint);
 // One line each; the second is for a folder that cannot be looked at.
 std::string status_json(const Status& status);

@@ -11,6 +11,7 @@ namespace zelhost {
 namespace {
 
 // A writer with a name for each thing that the status holds.
+// One object on one line. A key is followed by exactly one value.
 class Json {
 public:
     std::string line() const { return std::string(buffer_.GetString(), buffer_.GetSize()) + "\n"; }
@@ -19,6 +20,7 @@ public:
         writer_.Key(name);
         return *this;
     }
+    // Paths and texts of files may hold any bytes.
     void text(std::string_view text) {
         const std::string shown = visible(text);
         writer_.String(shown.data(), static_cast<rapidjson::SizeType>(shown.size()));
@@ -32,6 +34,7 @@ public:
     void flag(bool value) { writer_.Bool(value); }
     void number(uint64_t value) { writer_.Uint64(value); }
     void null() { writer_.Null(); }
+    // The braces close by themselves.
     template <class Members>
     void object(Members members) {
         writer_.StartObject();
@@ -50,6 +53,7 @@ private:
     rapidjson::Writer<rapidjson::StringBuffer> writer_{buffer_};
 };
 
+// The level and the text, as the log has them.
 void put_lines(Json& json, std::span<const zelcheck_line> lines) {
     json.list(lines, [&](const zelcheck_line& line) { json.text(std::string(level_name(line)) + " " + line.text); });
 }
@@ -57,6 +61,7 @@ void put_lines(Json& json, std::span<const zelcheck_line> lines) {
 // Without the plug-in nothing logs, so there is a reason and no line.
 void put_failure(Json& json, const Status& status) {
     const AgentLibrary* const obstacle = status.obstacle();
+    // All lines that a start would log. Those from the failure on lead to its end.
     const std::span lines(status.folder.lines, status.folder.line_count);
     if (status.starts()) return json.null();
     json.object([&] {
@@ -66,6 +71,7 @@ void put_failure(Json& json, const Status& status) {
     });
 }
 
+// The keys tell the value, where it is from, and which limits it has.
 void put_setting(Json& json, const zelcheck_setting& setting) {
     constexpr const char* kOrigins[] = {"file", "default", "missing"};
     json.object([&] {
@@ -83,6 +89,7 @@ void put_setting(Json& json, const zelcheck_setting& setting) {
     });
 }
 
+// A library with all functions that the plug-in looks up in it.
 void put_library(Json& json, const zelcheck_library& library) {
     json.object([&] {
         json.key("title").text(library.title);
@@ -103,6 +110,7 @@ void put_library(Json& json, const zelcheck_library& library) {
 
 }  // namespace
 
+// The same two keys as in the other form, so that a program need not tell the forms apart.
 std::string status_json(const std::string& root, const std::string& reason) {
     Json json;
     json.object([&] {
@@ -116,6 +124,7 @@ std::string status_json(const std::string& root, const std::string& reason) {
     return json.line();
 }
 
+// The order of the members is that in which a person would ask.
 std::string status_json(const Status& status) {
     const zelcheck_folder& folder = status.folder;
     Json json;

@@ -11,21 +11,25 @@
 namespace zelhost {
 namespace {
 
+// State, path, title and need, each in a column.
 constexpr const char* kRow = "  {} {:<30} {:<18} {}\n";
 
 // Padded before it is painted, so that the codes of a colour do not count.
+// The width is counted in characters of the text.
 std::string word(const Paint& paint, Tint tint, std::string_view text, size_t width) {
     return paint(tint, fmt::format("{:<{}}", text, width));
 }
 
 std::string heading(const Paint& paint, std::string_view text) { return "\n" + paint(Tint::bold, text) + "\n"; }
 
+// The log has the level as a word.
 std::string log_line(const Paint& paint, const zelcheck_line& line) {
     return fmt::format("  {} {}\n", word(paint, line.level == 0 ? Tint::error : Tint::warning, level_name(line), 5),
                        visible(line.text));
 }
 
 // What a start brings about, on one line.
+// What would be missing although a start succeeds is told as well.
 std::string outcome(const zelcheck_folder& folder) {
     const char* const tracing = folder.tracing != 0     ? "tracing on"
                                 : folder.pure_mode != 0 ? "no tracing"
@@ -41,6 +45,7 @@ std::string outcome(const zelcheck_folder& folder) {
     return text;
 }
 
+// The first line answers the question. The others are for whoever wants to know more.
 std::string verdict(const Status& status, const Paint& paint) {
     const zelcheck_folder& folder = status.folder;
     std::string text;
@@ -52,6 +57,7 @@ std::string verdict(const Status& status, const Paint& paint) {
                            visible(obstacle->reason));
     } else {
         text = paint(Tint::error, "a start would fail") + ": the log would say\n";
+        // The lines from the failure on are those that matter.
         for (const auto& line : std::span(folder.lines, folder.line_count).subspan(folder.failure))
             text += log_line(paint, line);
     }
@@ -60,11 +66,13 @@ std::string verdict(const Status& status, const Paint& paint) {
 
 // --- libraries ---
 
+// A library may be there and lack functions that the plug-in looks up.
 std::string library_row(const zelcheck_library& library, const Paint& paint) {
     std::string lacks;
     for (const auto& function : std::span(library.functions, library.function_count))
         if (function.found == 0) lacks += std::string(lacks.empty() ? "" : ", ") + function.name;
     const char* const state = library.complete != 0 ? "found" : library.reason != nullptr ? "missing" : "lacks";
+    // The colour tells how much it matters.
     const Tint tint = library.complete != 0   ? Tint::good
                       : library.required != 0 ? Tint::error
                       : library.used != 0     ? Tint::warning
@@ -80,6 +88,7 @@ std::string library_row(const zelcheck_library& library, const Paint& paint) {
     return text;
 }
 
+// The agent's own libraries first, then those that the plug-in opens.
 std::string libraries(const Status& status, const Paint& paint) {
     std::string text = heading(paint, "libraries");
     for (const AgentLibrary& library : status.agent_libraries) text += library_row(library.row(), paint);
@@ -90,6 +99,7 @@ std::string libraries(const Status& status, const Paint& paint) {
 
 // --- settings ---
 
+// The settings come file by file.
 std::string settings(const zelcheck_folder& folder, const Paint& paint) {
     constexpr const char* kOrigins[] = {"file", "default", "missing"};
     std::string text;
@@ -107,6 +117,7 @@ std::string settings(const zelcheck_folder& folder, const Paint& paint) {
 
 // --- the rest ---
 
+// Three events stand in a line.
 std::string mode(const zelcheck_folder& folder, const Paint& paint) {
     std::string text = heading(paint, "mode and events");
     text +=
@@ -119,6 +130,7 @@ std::string mode(const zelcheck_folder& folder, const Paint& paint) {
     return text;
 }
 
+// Flag files and variables change what a start does without standing in a settings file.
 std::string surroundings(const Status& status, const Paint& paint) {
     const zelcheck_folder& folder = status.folder;
     std::string text = heading(paint, "flag files");
@@ -137,6 +149,7 @@ std::string surroundings(const Status& status, const Paint& paint) {
     return text;
 }
 
+// Without the plug-in nothing would be logged.
 std::string log_lines(const Status& status, const Paint& paint) {
     const zelcheck_folder& folder = status.folder;
     std::string text;

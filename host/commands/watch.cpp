@@ -21,12 +21,16 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kLook = 200ms;  // how late a signal may be noticed
+// The wait after a break doubles from the first to the longest.
 constexpr auto kFirstWait = 500ms;
 constexpr auto kLongestWait = 10s;
+// In bytes: what the views that are remembered may take.
 constexpr uint64_t kRoom = 256 << 20;
+// A description of a stream is small. In bytes.
 constexpr size_t kMostOfStream = size_t{64} * 1024;
 
 // What the command line asks for.
+// Filled by the parser, and only read afterwards.
 struct WatchOptions {
     std::string address;
     NatsAccess access;
@@ -36,6 +40,7 @@ struct WatchOptions {
 };
 
 // One watching. The main thread alone.
+// Owns the connection, the views and the output.
 class Watch {
 public:
     explicit Watch(const WatchOptions& options)
@@ -44,6 +49,7 @@ public:
           server_(address_, options.access, "zelhost watch"),
           output_("-", options.limit, [this] { stop_.request(); }) {}
 
+    // Views that are left are shown at the end, unless each change was shown already.
     ExitCode run() {
         if (!options_.stream.empty()) create_stream(server_, read_file(options_.stream, kMostOfStream));
         options_.once ? read_to_the_end() : follow();
@@ -56,26 +62,33 @@ public:
 
 private:
     // A view is shown when all messages are in, or when it must be forgotten before.
+    // The views of all alerts are joined first, so that each alert has one line.
     void read_to_the_end() {
+        // A stream is read from its first message on.
         StreamReader reader(server_, address_.subject, 1);
+        // What comes in meanwhile is told by each message.
         uint64_t left = reader.pending();
         while (left > 0 && !stop_.requested()) {
             const auto message = reader.next(kLook);
             if (!message) continue;
             left = message->behind;
             views_.add(*message);
+            // What must be forgotten is shown now, although more of it may come.
             while (const auto view = views_.forget(false)) output_.show(view_line(*view));
         }
     }
 
     // After a break the reading goes on behind the last message.
+    // Ends by a signal or by the limit of lines.
     void follow() {
         std::chrono::milliseconds wait = kFirstWait;
         while (!stop_.requested()) try {
+                // A new connection for each try.
                 StreamReader reader(server_, address_.subject, sequence_ + 1);
                 wait = kFirstWait;
                 while (!stop_.requested()) show(reader.next(kLook));
             } catch (const Failure& e) {
+                // A first connection that fails is most likely a wrong address.
                 if (sequence_ == 0 && wait == kFirstWait) throw;
                 console::say("{}; trying again", e.what());
                 stop_.sleep(wait);
@@ -83,14 +96,18 @@ private:
             }
     }
 
+    // Every message may change one view, and the changed view is shown.
     void show(const std::optional<StreamMessage>& message) {
+        // A reader that has gone is found even when no message comes.
         output_.look();
         if (!message) return;
         sequence_ = message->sequence;
         if (const AlertView* view = views_.add(*message)) output_.show(view_line(*view));
+        // What is forgotten was shown with its last change.
         while (views_.forget(false)) continue;
     }
 
+    // Also after a signal.
     void say_counts() const {
         const AlertViews::Counts counts = views_.counts();
         console::say(
@@ -100,8 +117,11 @@ private:
             counts.others);
     }
 
+    // Borrowed from the action, which outlives this object.
     const WatchOptions& options_;
     StopSignal stop_;
+    // Where the sinks publish, and how to reach the server. The connection is made anew after each
+    // break.
     const NatsAddress address_;
     const NatsOptions server_;
     Output output_;

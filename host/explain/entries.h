@@ -16,6 +16,7 @@
 namespace zelhost {
 
 // One thing that happened.
+// Which members are set depends on the kind. An entry that is given out is the caller's to keep.
 struct Entry {
     enum class Kind : uint8_t {
         line,       // of the plug-in's log
@@ -39,6 +40,7 @@ struct Entry {
 };
 
 // What is known of a file once it has been read.
+// It is exact once `next` has answered false. Until then it says how far the source was read.
 struct FileFacts {
     std::string path;
     bool is_record = false;
@@ -49,10 +51,12 @@ struct FileFacts {
 };
 
 // Gives out entries, each source in its own order. One thread.
+// One source is one file or standard input. The stop signal that it is given ends it early.
 class EntrySource {
 public:
     virtual ~EntrySource() = default;
     // False at the end. Throws Failure when the file cannot be read on.
+    // Of what has been read so far.
     virtual bool next(Entry& entry) = 0;
     virtual FileFacts facts() const = 0;
 };
@@ -63,11 +67,15 @@ std::unique_ptr<EntrySource> open_source(const std::string& path, const StopSign
 // Brings several sources into one order. A source keeps its own order even where its times step back by a moment: a
 // logger takes the time before it writes. Where a record and a log tell of the same line, the line comes once, with the
 // thread from the record, and the record's other entries stand around it as they did.
+// Owns the sources. The stop signal is borrowed. One thread.
 class MergedEntries {
 public:
+    // Opens all files. Throws Failure for the first that cannot be opened.
     MergedEntries(const std::vector<std::string>& paths, const StopSignal& stop);
 
+    // False at the end of all sources. Throws Failure when a file cannot be read on.
     bool next(Entry& entry);
+    // One for each path: logs before records.
     std::vector<FileFacts> facts() const;
 
 private:
@@ -80,11 +88,13 @@ private:
         int64_t process = 0;                                   // of a record: that of its lines
         bool ended = false;
 
+        // Reading ahead and giving out, as the .cpp file says at each.
         bool read();
         bool reads_to(int64_t at_us);
         Entry take();
         Entry take_of_process();
     };
+    // Null when no source has an entry left.
     static Head* earliest(std::vector<Head>& heads);
     static bool tells_of(Head& record, const Entry& line);
 

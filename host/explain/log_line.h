@@ -8,6 +8,7 @@
 namespace zelhost {
 
 // Views into the line, which has to outlive them.
+// One line of the log, taken apart. Any thread may make one; it owns nothing.
 struct LogFileLine {
     std::optional<int64_t> at_us;  // microseconds since 1970; nothing when no time stands there
     int64_t process = 0;

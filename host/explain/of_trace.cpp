@@ -8,6 +8,8 @@
 
 namespace zelhost {
 
+// Takes the lines of the trace stage. Most name their alert; the last ones are of the trace that
+// has its answer.
 bool ProcessStories::of_trace(const Told& told) {
     switch (told.row().says) {
         case Says::retry:
@@ -15,10 +17,12 @@ bool ProcessStories::of_trace(const Told& told) {
         case Says::failed:
         case Says::dropped: return answer(told);
         case Says::predicts:
+            // Milliseconds for one process of an alert: of a trunk trace and of a full one.
             trunk_ms_ = told.number(0);
             full_ms_ = told.number(1);
             return true;
         case Says::predicted: prediction_ms_ = told.number(0); return true;
+        // The text is kept until the answer comes that it explains.
         case Says::call_given_up: call_complaint_ = told.value(1); return true;
         case Says::queued_for_trace: {
             Story* const story = in_hand(told);
@@ -26,10 +30,13 @@ bool ProcessStories::of_trace(const Told& told) {
             story->event = static_cast<EVENT_ID>(told.number(0));
             story->processes = static_cast<int32_t>(told.number(1));
             story->level = static_cast<int32_t>(told.number(2));
+            // Only what was reported waits for a trace, even if the line of the report is missing.
             story->reported = true;
             step(*story, told,
                  fmt::format("waits for its trace, with {} processes and risk level {}", story->processes,
                              story->level));
+            // An alert that was put off goes back to the queue with the same line. Its tries go on
+            // then.
             if (story->stage != Stage::before_next_try) await_first_try(*story);
             return true;
         }
@@ -39,6 +46,7 @@ bool ProcessStories::of_trace(const Told& told) {
             Story* const story = find_or_open(told.guid());
             if (story == nullptr) return false;
             if (told.row().says == Says::shed) {
+                // The alert stays in its queue until its turn comes, and is dropped then.
                 story->marked_shed = true;
                 story->why =
                     fmt::format("all waiting traces together were predicted to take {} ms, and the limit is {} ms",
@@ -48,19 +56,23 @@ bool ProcessStories::of_trace(const Told& told) {
                 ++story->tries;
                 step(*story, told,
                      fmt::format("not ready at try {} of {}, the last one", told.value(0), told.value(0)));
+                // The end is told by the answer that follows.
                 story->end = End::tries_over;
             }
             return true;
         }
         default: break;
     }
+    // The line names no alert. It is of the one that the worker has just worked on.
     Story* const story = told.entry.worker == Worker::alarm || trace_hand_ == nullptr ? hand_ : trace_hand_;
     if (story == nullptr) return false;
     switch (told.row().says) {
         case Says::cost:
+            // The cost is added to the step that it belongs to.
             if (!story->steps.empty()) story->steps.back().text += fmt::format(", in {} ms", told.value(3));
             return true;
         case Says::not_completed: {
+            // The alarm worker completes a KOV alert first. Later tries are the trace worker's.
             Story& kov =
                 hand_ != nullptr && hand_->event == event_id::kov && hand_->stage != Stage::over ? *hand_ : *story;
             finish(kov, End::not_completed);
@@ -77,7 +89,9 @@ bool ProcessStories::of_trace(const Told& told) {
 
 // How much a process of the alert adds to the prediction depends on its level.
 std::string ProcessStories::shed_text(const Story& story) const {
+    // The level is not known from all lines.
     if (story.level < 0) return story.why;
+    // A level up to this limit gets a trunk trace.
     const bool trunk = story.level <= trunk_level_;
     return fmt::format("{}; its own would have taken {} ms, {} processes at {} ms ({} trace for risk level {})",
                        story.why, story.processes * (trunk ? trunk_ms_ : full_ms_), story.processes,
@@ -91,6 +105,7 @@ void ProcessStories::await_first_try(Story& story) {
 
 // The try that comes next.
 std::string ProcessStories::try_text(const Story& story) const {
+    // How many tries there are is a setting, which the log tells at the start.
     if (!most_tries_) return fmt::format("try {}", story.tries + 1);
     return fmt::format("try {} of {}", story.tries + 1, *most_tries_);
 }
@@ -100,10 +115,13 @@ Story* ProcessStories::of_answer(const Told& told) {
     Story* const known = find(told.guid());
     const bool kov_in_hand =
         hand_ != nullptr && hand_->event == event_id::kov && hand_->stage == Stage::on_alarm_worker;
+    // The line is the first to name the alert in hand.
     if (known == nullptr && kov_in_hand && hand_->guid.empty() && told.entry.worker != Worker::trace)
         return in_hand(told);
+    // A GUID that was cut may belong to any alert that begins so.
     if (known != nullptr || is_cut(told.guid())) return known;
     Story& story = *find_or_open(told.guid());
+    // An alert that nothing was told of before may be one that the host asked for by itself.
     if (file_traces_ > 0) {
         --file_traces_;
         story.on_demand = true;
@@ -125,6 +143,7 @@ bool ProcessStories::answer(const Told& told) {
     switch (told.row().says) {
         case Says::retry:
             step(story, told, fmt::format("not ready at {}; the next one is 15 seconds later", try_text(story)));
+            // The next line of the same alert will count from here.
             ++story.tries;
             story.stage = Stage::before_next_try;
             break;
@@ -132,11 +151,13 @@ bool ProcessStories::answer(const Told& told) {
         case Says::failed: answer_failed(story, told); break;
         default: answer_dropped(story, told); break;
     }
+    // A complaint explains one answer alone.
     call_complaint_.clear();
     return true;
 }
 
 void ProcessStories::answer_success(Story& story, const Told& told) {
+    // A completion is no trace. The alert will be traced after its report.
     if (story.event == event_id::kov && !story.reported) {
         step(story, told, fmt::format("completed by the trace module at {}", try_text(story)));
         return;
@@ -147,11 +168,13 @@ void ProcessStories::answer_success(Story& story, const Told& told) {
 }
 
 void ProcessStories::answer_failed(Story& story, const Told& told) {
+    // The line that all tries are over came right before this one.
     const bool over = story.end == End::tries_over;
     if (!over) {
         step(story, told, fmt::format("the trace failed at {}", try_text(story)));
         ++story.tries;
     }
+    // A KOV alert that failed to be completed is reported all the same.
     if (story.event == event_id::kov && !story.reported) return;
     std::string why = over                      ? fmt::format("not ready at any of {} tries", story.tries)
                       : call_complaint_.empty() ? "the trace module failed"
@@ -160,6 +183,7 @@ void ProcessStories::answer_failed(Story& story, const Told& told) {
 }
 
 void ProcessStories::answer_dropped(Story& story, const Told& told) {
+    // Shedding was decided earlier; this is the turn at which the alert leaves its queue.
     if (story.marked_shed) {
         step(story, told, "its turn has come: it is dropped without a trace");
         finish(story, End::shed, story.why);

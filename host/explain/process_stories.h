@@ -17,9 +17,11 @@
 namespace zelhost {
 
 // Tells which GUIDs are asked for, so that no more is kept than they need; empty when none is.
+// Called with a GUID that a line has named.
 using Wanted = std::function<bool(std::string_view guid)>;
 
 // A line with its place among all that were read and what it says.
+// It borrows the entry and the reading and lives as long as the call that gets it.
 struct Told {
     const Entry& entry;
     uint64_t order;
@@ -27,6 +29,7 @@ struct Told {
 
     const StoryText& row() const { return *reading.row; }
     std::string_view value(size_t i) const { return reading.values[i]; }
+    // The value as a number; 0 when it is none.
     int64_t number(size_t i) const;
     std::string_view guid() const {
         return row().guid < 0 ? std::string_view{} : value(static_cast<size_t>(row().guid));
@@ -43,8 +46,11 @@ public:
     ProcessStories(int64_t process, std::deque<Story>& stories, const Wanted& wanted)
         : process_(process), stories_(stories), wanted_(wanted) {}
 
+    // The lines of the process in the order of time.
     // False when the line cannot be placed.
     bool line(const Told& told);
+    // What only a record tells: an event went into the bus, the bus gives one to the plug-in, the
+    // plug-in gave one out.
     void published(const Entry& entry);
     void delivered();
     void sent(const Entry& entry, uint64_t order);
@@ -62,6 +68,7 @@ private:
         uint64_t order;
         bool settled = false;  // its end was taken for that of the other message
     };
+    // An event that was published and not delivered yet. Its data is the document, if it has one.
     struct Published {
         EVENT_ID event;
         std::string data;
@@ -75,32 +82,45 @@ private:
     bool of_trace(const Told& told);
 
     // Stories.
+    // Makes a story that begins here.
     Story& open(EVENT_ID event);
+    // From here on the story is found by its GUID.
     void set_guid(Story& story, std::string_view guid);
+    // Null when no story has this GUID.
     Story* find(std::string_view guid);
     Story* find_or_open(std::string_view guid);
+    // Whether the GUID may be the beginning of a longer one that is known.
     bool is_cut(std::string_view guid) const;
     static void step(Story& story, const Told& told, std::string text);
+    // Ends the story. `why` is for people.
     static void finish(Story& story, End end, std::string why = {});
 
     // Intake.
+    // A new event comes to the door.
     void take(const Told& told);
+    // Gives the story the document that was published for it.
     void join_document(Story& story);
+    // Takes the story out of the queue; null when it is not in it.
     Story* from_queue(EVENT_ID event);
 
     // Alarm worker.
+    // The alarm worker takes up an event, and has done with it.
     bool begin(const Told& told, EVENT_ID event);
     void leave_hand();
     Story* in_hand(const Told& told);
     Story* of_kov(const Told& told);
+    // Notes that the document was decoded, once.
     static void decode(Story& story, const Told& told);
+    // Notes that the alert has come to the repeat filter.
     void enter_filter(Story& story);
+    // Ends the story with the loss that the line tells.
     void lose(Story& story, const Told& told);
     void forget_repeats();
 
     // Sending.
     bool begin_sending(const Told& told);
     bool end_sending(const Told& told, bool made);
+    // Tells the message as what it was, once it is known whose it is.
     void settle(const Sending& sending, bool by_alarm_worker);
     void settle_others();
     void settle_hand(bool has_sent);
@@ -112,6 +132,7 @@ private:
     bool fail_sending(const Told& told);
 
     // Traces.
+    // The story that an answer of the trace module is about.
     Story* of_answer(const Told& told);
     bool answer(const Told& told);
     void answer_success(Story& story, const Told& told);

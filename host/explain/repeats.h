@@ -7,6 +7,7 @@ namespace zelhost {
 
 // The oldest alert that has the same rules and images, by the plug-in's own code; null when the documents are not
 // there, as in a log, or none of them is the one.
+// The result is one of the stories that `repeat` borrows.
 const Story* repeated_by(const Story& repeat);
 
 }  // namespace zelhost

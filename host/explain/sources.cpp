@@ -14,7 +14,10 @@ namespace zelhost {
 namespace {
 
 // So much of a line that is none of the plug-in's is kept.
+// In bytes. A foreign line is only shown as an example, so its beginning is enough.
 constexpr size_t kMostForeign = 200;
+// A step back in time that is smaller than this is taken for a logger that was late. In
+// microseconds.
 constexpr int64_t kMomentUs = 1'000'000;
 
 // Lines of other programs, of other processes and of no program at all may stand in between.
@@ -23,9 +26,11 @@ public:
     LogSource(const std::string& path, const StopSignal& stop)
         : name_(path == "-" ? "standard input" : path), reader_(path, LineReader::Mode::to_the_end, stop) {}
 
+    // The entry's text is a copy, because the view of the line ends with the next one.
     bool next(Entry& entry) override {
         std::string_view line;
         while (reader_.next(line)) {
+            // A log that was copied from another system may have line ends of two bytes.
             while (line.ends_with('\r')) line.remove_suffix(1);
             const auto parsed = parse_log_line(line);
             const bool continues = std::exchange(continues_, parsed && goes_on_behind(parsed->text));
@@ -47,6 +52,7 @@ public:
         return false;
     }
 
+    // A log file does not tell whether it was cut short.
     FileFacts facts() const override { return {.path = name_, .lines = lines_, .highest_level = highest_level_}; }
 
 private:
@@ -78,6 +84,7 @@ private:
     int32_t highest_level_ = 0;
 };
 
+// A thread that has no role of its own is one that calls the exports, like the host's.
 Worker worker_of(record::Role role) {
     switch (role) {
         case record::HOST: return Worker::host;
@@ -96,6 +103,7 @@ public:
         record::Step step;
         while (reader_.next(step)) {
             entry = Entry{};
+            // A record has the time of its beginning and the time between steps.
             entry.at_us = reader_.head().began_us() + reader_.at_us();
             entry.worker = worker_of(step.role());
             if (fill(entry, step)) return true;
@@ -123,6 +131,8 @@ private:
         }
         if (step.has_delivery()) {
             entry.kind = Entry::Kind::delivered;
+            // What the host publishes may hold the document of an alert, which no line of the log
+            // has.
             return true;
         }
         if (step.has_input() && step.input().has_publish()) {
@@ -132,6 +142,7 @@ private:
             entry.data = std::move(*publish.mutable_data());
             return true;
         }
+        // The payload of a DNS hit is a record in memory and no text. Its event id is enough here.
         if (step.has_input() && step.input().has_dns()) {
             entry.kind = Entry::Kind::published;
             entry.event = event_id::ioc;
@@ -151,6 +162,7 @@ private:
     // What stands behind a line end is a line of its own in a log file, and adds nothing here.
     static void fill_line(Entry& entry, const record::Line& line) {
         const std::string_view whole = std::string_view(line.text()).substr(0, line.text().find_first_of("\r\n"));
+        // A record keeps the level as a number beside the line.
         entry.level = static_cast<int32_t>(line.level());
         entry.text = whole;
         const auto parsed = parse_log_line(whole);
@@ -168,6 +180,7 @@ private:
 
 }  // namespace
 
+// Only a file can be looked at twice. Standard input would lose its beginning.
 std::unique_ptr<EntrySource> open_source(const std::string& path, const StopSignal& stop) {
     if (path != "-" && is_record(path)) return std::make_unique<RecordSource>(path);
     return std::make_unique<LogSource>(path, stop);

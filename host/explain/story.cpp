@@ -5,9 +5,11 @@
 namespace zelhost {
 namespace {
 
+// True for an end by which something is lost that the receiver should have had.
 constexpr bool fine = false;
 constexpr bool loss = true;
 
+// In the order of the enumeration, since words_of takes the row by its number. A test watches that.
 constexpr EndWords kEnds[] = {
     {End::waiting, "still waiting", fine},
     {End::untold, "not told by what was read", fine},

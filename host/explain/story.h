@@ -49,6 +49,7 @@ enum class End : uint8_t {
 
 // What people read of an end. Where the summary of a run counts the same, it has the same words.
 struct EndWords {
+    // The same end as the place of the row, so that a test can compare both.
     End end;
     const char* words;
     bool loss;  // the alert or its trace does not reach the receiver
@@ -56,8 +57,11 @@ struct EndWords {
 std::span<const EndWords> end_words();  // one row for each end, in their order
 const EndWords& words_of(End end);
 
+// For a step or an entry whose time is not known.
 constexpr int64_t kNoTime = INT64_MIN;
 
+// Something that happened to the alert, in words for people. Steps are shown in the order of the
+// lines that told them.
 struct Step {
     uint64_t order = 0;       // of the line among all that were read
     int64_t at_us = kNoTime;  // microseconds since 1970
@@ -65,12 +69,16 @@ struct Step {
 };
 
 // Where the alert is in the plug-in.
+// An alert goes through the stages from left to right. It may leave for `over` from each of them.
 enum class Stage : uint8_t { at_intake, in_event_queue, on_alarm_worker, before_first_try, before_next_try, over };
 
+// One alert or other event, from its place on the bus to its end. The story book owns it.
+// ProcessStories fills it, and afterwards it is only read.
 struct Story {
     std::string guid;  // empty: nothing that was read names it
     EVENT_ID event = 0;
     int64_t process = 0;  // its id
+    // When the bus gave it to the plug-in, in microseconds since 1970.
     int64_t taken_us = kNoTime;
     std::vector<Step> steps;
     Stage stage = Stage::at_intake;

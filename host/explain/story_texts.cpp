@@ -7,6 +7,7 @@
 namespace zelhost {
 namespace {
 
+// Short names keep each row of the table on one line.
 using enum Says;
 constexpr Writer bus = Writer::bus;
 constexpr Writer alarm = Writer::alarm;
@@ -238,14 +239,18 @@ constexpr std::string_view kSilent[] = {
 };
 
 // A line holds what stands before a line end in its format.
+// A logger may write line ends as they stand in the format. The rest is a line of its own in a
+// file.
 constexpr std::string_view first_line(std::string_view format) {
     return format.substr(0, format.find_first_of("\r\n"));
 }
 
 // By the first row that can have written the text.
+// Rows are tried in their order, since a line may fit several formats.
 Reading read_with(std::span<const StoryText> rows, std::string_view text, std::string_view file) {
     for (const StoryText& row : rows) {
         const std::string_view format = first_line(row.format);
+        // Most rows fall out by their first letters. The exact comparison is slower.
         if (!text.starts_with(head_of(format)) || file.find(row.file) == std::string_view::npos) continue;
         auto values = values_of(text, format, row.guid);
         if (!values || (!row.first.empty() && values->front() != row.first)) continue;
@@ -264,6 +269,7 @@ Reading read_text(std::string_view text, std::string_view file) {
     text = first_line(text);
     const std::span<const StoryText> rows(kTexts);
     if (Reading reading = read_with(rows.first(rows.size() - 1), text, file); reading.known) return reading;
+    // These texts have no values that matter, so it is enough that one fits.
     const bool silent = std::ranges::any_of(kSilent, [&](std::string_view format) {
         return text.starts_with(head_of(format)) && values_of(text, format).has_value();
     });

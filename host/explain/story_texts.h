@@ -15,8 +15,10 @@
 namespace zelhost {
 
 // The thread that writes a line.
+// Only a record tells it. In a log it is `unknown`.
 enum class Worker : uint8_t { unknown, host, bus, alarm, trace };
 // Which threads may write a text.
+// It follows from the plug-in's sources and holds for every line with that text.
 enum class Writer : uint8_t { bus, alarm, trace, either_worker, any };
 
 // What a text says.
@@ -86,6 +88,7 @@ enum class Says : uint8_t {
     shed,
 };
 
+// One row of the table. The text and all other members are constants.
 struct StoryText {
     std::string_view format;  // as it stands in the sources
     Writer writer;
@@ -96,11 +99,13 @@ struct StoryText {
     std::string_view file = {};   // if not empty, what the name of the source file that logs it must hold
 };
 
+// In the order in which they are tried. Valid for the life of the process.
 std::span<const StoryText> story_texts();
 // Formats of lines that say nothing of one alert.
 std::span<const std::string_view> silent_texts();
 
 // What a line says.
+// The values are views into the line and end with it.
 struct Reading {
     const StoryText* row = nullptr;        // null for a text that is silent or unknown
     bool known = false;                    // a text of the plug-in

@@ -6,6 +6,8 @@ namespace zelhost {
 namespace {
 
 // All events of a kind that ended at one place.
+// The sum runs over the rows of the table of log lines, so an end that is added there is counted
+// here.
 int64_t ended_at(const KindFigures& kind, Place place) {
     int64_t sum = 0;
     for (const LogText& row : log_texts())
@@ -14,6 +16,7 @@ int64_t ended_at(const KindFigures& kind, Place place) {
 }
 
 // Alert documents are counted by the plug-in apart from all other events.
+// Kinds without figures count as zeros.
 int64_t of_documents(const Totals& totals, std::initializer_list<Figure> figures) {
     int64_t sum = 0;
     for (const uint32_t id : {event_id::ioa_alert, event_id::memory_trojan})
@@ -24,6 +27,7 @@ int64_t of_documents(const Totals& totals, std::initializer_list<Figure> figures
 uint64_t expanded_chains(const Totals& totals) { return totals.of(event_id::trc_ex).reported; }
 
 // An expanded chain counts as the report of its event, but is no first report to a reader.
+// The first row must stay the first: others take it for the first reports.
 constexpr GivenOut kGivenOut[] = {
     {"first_reports", [](const Totals& t) { return t.sum(&KindFigures::reported) - expanded_chains(t); }},
     {"traces", [](const Totals& t) { return t.sum(&KindFigures::traces); }},
@@ -34,6 +38,7 @@ constexpr GivenOut kGivenOut[] = {
 };
 
 // A figure that the plug-in counts over all kinds.
+// A plain function for each figure, because a row of the table holds a pointer to a function.
 template <Figure figure>
 int64_t sum_of(const Totals& totals) {
     return as_signed(totals.sum(figure));
@@ -67,6 +72,7 @@ constexpr CommonFigure kCommonFigures[] = {
 }  // namespace
 
 // An event passes these four places in turn. What entered a place and neither ended there nor went on is still in it.
+// Published, minus what ended before the bus, minus what the plug-in's call-back has seen.
 int64_t not_taken_up(const KindFigures& kind) {
     return as_signed(kind.in) - ended_at(kind, Place::before_the_bus) - as_signed(kind.got);
 }
@@ -83,12 +89,16 @@ int64_t on_worker(const KindFigures& kind) {
     return as_signed(kind.begun) - ended_at(kind, Place::alarm_worker) - as_signed(kind.reported);
 }
 
+// While events move, the lines of two threads may be counted in the other order. A sum below 0 is
+// then shown as 0.
 uint64_t queued(const Totals& totals) {
     int64_t sum = 0;
     for (const auto& [id, kind] : totals.kinds) sum += in_queue(kind);
     return sum > 0 ? static_cast<uint64_t>(sum) : 0;
 }
 
+// In the order of the table of log lines, which is that of the road. The last two ends have no line
+// in the log.
 std::vector<OtherEnd> other_ends(const KindFigures& kind, uint64_t put_off) {
     std::vector<OtherEnd> ends;
     const auto take = [&](const char* words, int64_t count) {
@@ -111,6 +121,7 @@ int64_t chains(const Totals& totals) {
 }
 
 // A KOV alert is completed before it is reported, whether tracing is on or not.
+// An alert that no trace module could complete was never asked for.
 int64_t asked_traces(const Totals& totals) {
     const KindFigures kov = totals.of(event_id::kov);
     return as_signed(kov.begun) - as_signed(kov.no_function) + (totals.tracing_off ? 0 : chains(totals));
@@ -126,9 +137,12 @@ int64_t ended_traces(const Totals& totals) {
 Left left_of(const Totals& totals) {
     Left left;
     for (const auto& [id, kind] : totals.kinds) {
+        // Kind 0 holds what belongs to no event.
         if (id == 0) continue;
         left.at_intake += at_intake(kind);
         left.events += in_queue(kind);
+        // A KOV alert between two tries of its completion is in no queue of events. It is counted
+        // by itself.
         (id == event_id::kov ? left.kov : left.on_worker) += on_worker(kind);
         if (id == event_id::ioa_alert || id == event_id::memory_trojan)
             left.on_worker += as_signed(kind.reported) - as_signed(kind.host_alerts) - as_signed(kind.untraced);

@@ -15,9 +15,12 @@
 
 namespace zelhost {
 
+// Sums of figures are differences as well, so they are made of signed numbers.
 constexpr int64_t as_signed(uint64_t number) { return static_cast<int64_t>(number); }
 
 // Where the events of a kind are that have no end yet.
+// Each of these is made of figures that grow at different moments. They are exact only when nothing
+// moves.
 int64_t not_taken_up(const KindFigures& kind);  // published and never seen by the plug-in: in a reset or at the stop
 int64_t at_intake(const KindFigures& kind);     // with the plug-in's call-back
 int64_t in_queue(const KindFigures& kind);
@@ -33,6 +36,7 @@ int64_t ended_traces(const Totals& totals);
 uint64_t queued(const Totals& totals);
 
 // The ends of a kind without a report, in words, as far as there are any; `put_off` are completions that wait.
+// `words` lives as long as the process.
 struct OtherEnd {
     const char* words;
     int64_t count;
@@ -59,6 +63,7 @@ struct Left {
 Left left_of(const Totals& totals);
 
 // All that a session knows at one moment; exact when nothing runs.
+// A copy: it does not change any more, and any thread may read it.
 struct Account {
     lummb_counts bus{};
     std::optional<zeltrc_counts> trace;  // none when the trace module does not count

@@ -11,6 +11,7 @@ namespace {
 
 using Writer = JsonWriter;
 
+// The keys are an interface, so each stands as a literal where it is written.
 void number(Writer& out, const char* key, int64_t value) {
     out.Key(key);
     out.Int64(value);
@@ -19,6 +20,7 @@ void number(Writer& out, const char* key, int64_t value) {
 void number(Writer& out, const char* key, uint64_t value) { number(out, key, as_signed(value)); }
 
 // A path may hold bytes that are no UTF-8.
+// Such a text is written with escapes, so that the whole stays JSON.
 void text(Writer& out, const char* key, const std::string& value) {
     out.Key(key);
     const std::string written = is_utf8(value) ? value : visible(value);
@@ -28,6 +30,7 @@ void text(Writer& out, const char* key, const std::string& value) {
 void write_run(Writer& out, const RunEnd& run) {
     text(out, "result", run.result);
     out.Key("seconds");
+    // Milliseconds are enough. More digits would only differ from run to run.
     out.Double(std::round(run.seconds * 1000) / 1000);
     number(out, "lines", run.lines);
     number(out, "skipped", run.skipped);
@@ -45,6 +48,7 @@ void write_log(Writer& out, const Account& account, const std::string& place) {
     out.EndObject();
 }
 
+// What is left when all named ends are taken off should be 0. It is written all the same.
 void write_kind(Writer& out, uint32_t id, const KindFigures& kind, const Account& account) {
     out.StartObject();
     number(out, "event", uint64_t{id});
@@ -68,6 +72,7 @@ void write_kind(Writer& out, uint32_t id, const KindFigures& kind, const Account
 
 void write_traces(Writer& out, const Account& account) {
     out.Key("traces");
+    // Without the log nobody knows the ends of traces.
     if (!account.log) {
         out.Null();
         return;
@@ -85,6 +90,8 @@ void write_traces(Writer& out, const Account& account) {
 
 void write_statistics(Writer& out, const Account& account, bool collected) {
     out.Key("statistics");
+    // A run that nobody asked for statistics has none, and neither has a plug-in that gave no
+    // report.
     if (!collected || account.reports.count() == 0) {
         out.Null();
         return;
@@ -109,6 +116,7 @@ void write_sink(Writer& out, const SinkAccount& sink) {
 void write_account(JsonWriter& out, const Account& account, bool collected) {
     out.Key("events");
     out.StartArray();
+    // Kinds that the host did not publish are left out.
     for (const auto& [id, kind] : account.totals.kinds)
         if (kind.in > 0) write_kind(out, id, kind, account);
     out.EndArray();

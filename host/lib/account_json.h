@@ -13,6 +13,7 @@
 namespace zelhost {
 
 // How a run ended.
+// Filled by the command, which alone knows its input and its output.
 struct RunEnd {
     std::string result;  // in words, as the summary for people has it
     double seconds = 0;

@@ -13,6 +13,7 @@ namespace zelhost {
 namespace {
 
 // Lines under construction.
+// Ends each line by itself, so that no caller forgets it.
 class Text {
 public:
     template <class... T>
@@ -57,6 +58,7 @@ void write_events_of_the_bus(Text& out, const Totals& totals) {
 // In pure mode nobody takes what the host asks for itself.
 uint64_t named_waiting(const Account& account) {
     const Totals& totals = account.totals;
+    // A file trace of the host stays in the trc queue when no trace module takes it.
     const bool nobody = !totals.tracing_off && !account.trace_module;
     return totals.waiting_traces + (nobody ? totals.file_traces : 0);
 }
@@ -64,6 +66,8 @@ uint64_t named_waiting(const Account& account) {
 // Every trace that was asked for is finished, failed, dropped or waiting.
 void write_traces(Text& out, const Account& account, End end) {
     const Totals& totals = account.totals;
+    // After a stop under load the two are the same by definition. After a quiet end the log names
+    // what waits.
     const int64_t open = asked_traces(totals) - ended_traces(totals);
     const int64_t waiting = end == End::quiet ? as_signed(named_waiting(account)) : open;
     out.line("  traces: {} asked for{}, {} finished, {} failed, {} dropped, {} waiting at the stop; put off {} times",
@@ -79,6 +83,7 @@ void compare_statistics(Text& out, const Account& account) {
     bool agree = true;
     const auto compare = [&](std::string_view key, int64_t host) {
         const uint64_t own = account.reports.figure(key);
+        // Only a difference is worth a line. Agreement takes one line for all figures.
         if (host == as_signed(own)) return;
         agree = false;
         out.line("  {} DISAGREES: {} by the plug-in, {} by the host's count", key, own, host);
@@ -98,6 +103,7 @@ std::string account_text(const Account& account, End end) {
     for (const GivenOut& row : given_out()) {
         std::string words = row.key;
         std::ranges::replace(words, '_', ' ');
+        // People read the key with spaces in it.
         parts.push_back(fmt::format("{} {}", row.counted(totals), words));
     }
     out.line("  given out: {}", fmt::join(parts, ", "));
@@ -117,6 +123,7 @@ std::string statistics_text(const Account& account) {
     std::string line;
     for (const auto& [key, value] : account.reports.figures()) {
         const std::string item = fmt::format("  {} {}", key, value);
+        // The line is full. What it has goes out before the next figure is added.
         if (line.size() + item.size() > kWidth) out.line("{}", std::exchange(line, {}));
         line += item;
     }

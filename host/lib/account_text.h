@@ -14,6 +14,7 @@ enum class End { quiet, under_load };
 // A line for each kind of event, with what became of it, then what was given out and the traces.
 std::string account_text(const Account& account, End end);
 // The plug-in's own statistics, and where the host's count differs from them.
+// Empty values are left out. `account` must hold reports, or a line says that there are none.
 std::string statistics_text(const Account& account);
 // What should be nothing: objects that are left, and wrong calls. Empty when all is well.
 std::string leftover_text(const Account& account);

@@ -21,6 +21,7 @@ struct IniFile {
     const char* name;
     const char* path;  // from the agent's root
 };
+// These are the files that zelhost can set values in, and that a record keeps.
 constexpr IniFile kIniFiles[] = {
     {"zelreshdl", "reshdl/config/zelreshdl.ini"},
     {"zeltrc", "reshdl/config/zeltrc.ini"},
@@ -42,6 +43,7 @@ const IniFile* find_ini_file(std::string_view name) {
     return found == std::end(kIniFiles) ? nullptr : found;
 }
 
+// Makes the folders above the file, because an agent folder may lack one. Throws Failure.
 void write_file(const fs::path& path, const std::string& text, std::ios::openmode mode = std::ios::trunc) {
     fs::create_directories(path.parent_path());
     std::ofstream out(path, std::ios::out | mode);
@@ -58,6 +60,7 @@ void write_setting(const fs::path& path, const Setting& setting) {
 
 // zelhost stands in the bin folder of an agent.
 fs::path agent_root(const std::string& root) {
+    // The link of the running program gives its place, whatever its name on the command line was.
     if (root.empty()) return fs::read_symlink("/proc/self/exe").parent_path().parent_path();
     std::error_code error;
     return fs::absolute(root, error);
@@ -65,6 +68,7 @@ fs::path agent_root(const std::string& root) {
 
 // A value may hold any character but a line end; file, section and key end at the first colon or equals sign.
 Setting parse_setting(const std::string& text) {
+    // Three separators are looked for one after the other, from the left.
     const size_t first = text.find(':');
     const size_t second = first == std::string::npos ? first : text.find(':', first + 1);
     const size_t equals = second == std::string::npos ? second : text.find('=', second + 1);
@@ -79,11 +83,14 @@ Setting parse_setting(const std::string& text) {
 
 AgentFolder::AgentFolder(const std::string& root, const std::vector<Setting>& settings) {
     find(root);
+    // Without a setting the folder is used as it is, and nothing is copied.
     if (settings.empty()) return;
     copy();
     for (const Setting& setting : settings) write_setting(root_ / find_ini_file(setting.file)->path, setting);
 }
 
+// The files of a record replace those of the folder. A file that the record does not have must not
+// be there either.
 AgentFolder::AgentFolder(const std::string& root, const SettingsFiles& files) {
     find(root);
     copy();
@@ -107,6 +114,7 @@ void AgentFolder::find(const std::string& root) {
 
 SettingsFiles AgentFolder::settings_files() const {
     SettingsFiles files;
+    // Some of the files are missing in many agents, and libraries have defaults then.
     for (const char* path : settings_paths())
         if (fs::exists(root_ / path)) files[path] = read_file((root_ / path).string());
     return files;
@@ -116,6 +124,7 @@ SettingsFiles AgentFolder::settings_files() const {
 // will run.
 void AgentFolder::copy() {
     std::string name = (fs::temp_directory_path() / "zelhost-XXXXXX").string();
+    // The system makes the folder, so that two runs never get the same one.
     if (mkdtemp(name.data()) == nullptr) throw Failure("cannot make a temporary folder {}: {}", name, strerror(errno));
     copy_ = name;
     std::error_code error;

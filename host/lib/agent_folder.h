@@ -9,6 +9,7 @@
 namespace zelhost {
 
 // One value in an ini file of the agent folder.
+// The library reads the files itself, so a value is text and is not checked here.
 struct Setting {
     std::string file;  // zelreshdl, zeltrc or zel_pure_mode
     std::string section;
@@ -51,6 +52,7 @@ private:
     void find(const std::string& root);
     void copy();
 
+    // The folder that libraries are loaded from: the copy if there is one.
     std::filesystem::path root_;
     std::filesystem::path copy_;  // empty without one
 };

@@ -15,6 +15,7 @@ constexpr size_t kGuidSize = 36;
 constexpr size_t kNumberDigits = 12;
 
 // With commas between, without brackets.
+// `print` makes the text of one item.
 template <class List, class Print>
 std::string joined(const List& list, Print print) {
     std::string text;
@@ -46,11 +47,14 @@ constexpr const char* kContainerKeys =
 
 }  // namespace
 
+// The upper 16 bits go into the first group, the rest into the last. Numbers of up to 48 bits
+// differ in the last group alone.
 std::string guid_text(uint64_t number) {
     return fmt::format("{:08x}-2222-4333-8444-{:012x}", 0x11111111 + (number >> 48), number & kLow48);
 }
 
 uint64_t guid_number(std::string_view guid) {
+    // A text that is shorter than a GUID has no number.
     uint64_t number = UINT64_MAX;
     if (guid.size() < kGuidSize) return number;
     const char* const end = guid.data() + kGuidSize;
@@ -58,6 +62,8 @@ uint64_t guid_number(std::string_view guid) {
     return number;
 }
 
+// The parts that `details` asks for stand in several places of the document. An alert without them
+// is a short one.
 std::string Alert::text() const {
     const std::string scenario =
         details

@@ -19,6 +19,7 @@ struct AlertEvent {
     uint64_t pid = 4001;
     std::string image = "/opt/tool";
     std::string keys = R"("FilePath":"/tmp/gone")";  // of the type, and any further ones, as they stand in the document
+    // When the event happened, as the document tells it.
     int64_t op_time = 1000;
     std::string command = "tool -d";
     std::string guid = "g-1";
@@ -30,6 +31,7 @@ struct AlertRule {
     std::string status = "Enable";
     std::vector<AlertEvent> events = {AlertEvent{}};
     std::string keys = R"("internal_id":"i")";
+    // The decoder reads it as the score of the rule.
     int score = 5;
 };
 

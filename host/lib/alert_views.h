@@ -14,9 +14,11 @@
 namespace zelhost {
 
 // All that is known of an alert: its report, event 769, and its chains, events 770, of one agent and one GUID.
+// It lives in AlertViews until it is forgotten.
 struct AlertView {
     std::string agent, guid;  // as texts
     std::string source;       // the event that the first message stems from
+    // The ids of the messages that made it, in the order in which they came.
     std::vector<std::string> ids;
     std::optional<std::string> report;  // as JSON
     std::vector<std::string> chains;    // likewise
@@ -38,6 +40,7 @@ public:
         std::set<std::string> agents;
     };
 
+    // The limit counts the texts of all views and a fixed room for each. In bytes.
     explicit AlertViews(uint64_t limit_bytes) : limit_bytes_(limit_bytes) {}
 
     // The view that a message has changed; null when it changes none. Valid until the next call.
@@ -53,8 +56,10 @@ private:
     void count(const AlertView& view, Counts& counts) const;
 
     const uint64_t limit_bytes_;
+    // What the views take at the moment, by the same count.
     uint64_t bytes_ = 0;
     std::list<AlertView> views_;  // the one changed last is the last
+    // The key is the agent and the GUID, or the id of a message that has no GUID.
     std::unordered_map<std::string, std::list<AlertView>::iterator> by_alert_;
     Counts counts_;
 };

@@ -9,6 +9,7 @@ namespace zelhost {
 namespace {
 
 // What each character stands for in an alphabet of digits.
+// Made at compile time. A character that is no digit has the value kNone.
 class Digits {
 public:
     constexpr Digits() { values_.fill(kNone); }
@@ -32,6 +33,7 @@ constexpr std::string_view kSpace = " \t\r\n\v\f";
 
 // Collects the bits of the digits, and gives a byte whenever eight are there. What is left at the end must be less than
 // a digit and 0.
+// `bits` is how many bits a digit has: 4 for hexadecimal, 6 for base64.
 std::string collect(std::string_view text, const Digits& digits, unsigned bits, const char* name) {
     std::string bytes;
     uint32_t pending = 0;
@@ -40,12 +42,14 @@ std::string collect(std::string_view text, const Digits& digits, unsigned bits, 
         if (kSpace.find(text[i]) != std::string_view::npos) continue;
         const uint8_t value = digits[text[i]];
         if (value == Digits::kNone) throw Failure("character {} is no {} digit", i + 1, name);
+        // The bits that were given out are cut off. No more than 16 are ever needed.
         pending = (pending << bits | value) & 0xffff;
         count += bits;
         if (count < 8) continue;
         count -= 8;
         bytes += static_cast<char>(pending >> count);
     }
+    // A digit too many is half a byte, which nobody can have meant.
     if (count >= bits || (pending & ((1u << count) - 1)) != 0) throw Failure("the last byte lacks a {} digit", name);
     return bytes;
 }

@@ -23,6 +23,7 @@ constexpr size_t kShortestHighlight = 3;
 // --- texts of fields ---
 
 // Of a field that is no message; of a list the element with this number.
+// The library has one function for single fields and one for lists. Both are named at each type.
 std::string value_text(const Message& message, const FieldDescriptor& field, int element) {
     const Reflection& access = *message.GetReflection();
     const auto read = [&](auto single, auto repeated) {
@@ -54,6 +55,7 @@ std::string value_text(const Message& message, const FieldDescriptor& field, int
 }
 
 // Fills a template of a kind, without a limit of length.
+// A template without any field is a fixed text and always used.
 std::string fill(std::string_view text, const Message& message) {
     std::string filled;
     bool any_field = false;
@@ -71,6 +73,7 @@ std::string fill(std::string_view text, const Message& message) {
         const FieldDescriptor* const field = message.GetDescriptor()->FindFieldByName({name.data(), name.size()});
         any_field = true;
         any_value |= message.GetReflection()->HasField(message, field);
+        // An element below 0 means that the field is no list.
         const std::string value = value_text(message, *field, -1);
         filled += base ? value.substr(value.find_last_of("/\\") + 1) : value;
     }
@@ -78,6 +81,7 @@ std::string fill(std::string_view text, const Message& message) {
 }
 
 // Fields in the order of the schema, lists with one fact for each element. What is not set has no fact.
+// Calls itself for messages inside messages. The schema limits how deep that goes.
 void add_facts(const Message& message, const std::string& prefix, std::vector<Fact>& facts) {
     const Reflection& access = *message.GetReflection();
     std::vector<const FieldDescriptor*> fields;
@@ -95,6 +99,7 @@ void add_facts(const Message& message, const std::string& prefix, std::vector<Fa
             std::string value = value_text(message, *field, field->is_repeated() ? i : -1);
             // Times are counts of milliseconds; one as small as this was never such a count.
             constexpr int64_t kFirstTime = 100'000'000'000;
+            // A chain holds times in fields whose names end so.
             if (name.ends_with("time") && field->cpp_type() == FieldDescriptor::CPPTYPE_INT64)
                 if (const int64_t time = access.GetInt64(message, field); time > kFirstTime) value = time_text(time);
             facts.emplace_back(name, std::move(value));
@@ -105,9 +110,11 @@ void add_facts(const Message& message, const std::string& prefix, std::vector<Fa
 // --- what the rules say ---
 
 // All that rules highlight, and whom and what they name.
+// Collected once for a message, since every vertex and every edge is compared with it.
 class Rules {
 public:
     explicit Rules(const threat_alert& alert) {
+        // The malicious key is a piece of text like a highlight.
         add_text(alert.malicious_key());
         for (const threat_rule& rule : alert.alert_rule()) {
             ids_.insert(rule.rule_id());
@@ -135,6 +142,7 @@ public:
     }
 
 private:
+    // A text is cleaned as those of the vertices are. Otherwise it would not be found in them.
     void add_text(const std::string& text) {
         if (text.size() >= kShortestHighlight) texts_.insert(clean_text(text));
     }
@@ -142,6 +150,7 @@ private:
         if (!process.process_guid().empty()) guids_.insert(process.process_guid());
         starts_.emplace(process.process_id(), process.process_createtime());
     }
+    // A rule names processes in its events: the one that acts, and one that it creates.
     void add(const threat_event& event) {
         for (const string_ex& text : event.highlight()) add_text(text.str_data());
         for (const string_ex& text : event.subhighlight()) add_text(text.str_data());
@@ -152,6 +161,7 @@ private:
     std::set<std::string> ids_;
     std::set<std::string> texts_;
     std::set<std::string> guids_;
+    // Pid and start time together name a process, since pids are used again.
     std::set<std::pair<uint64_t, int64_t>> starts_;
 };
 
@@ -172,6 +182,7 @@ private:
     // Every list that a row names holds messages whose first field is the number of the vertex.
     void add_list(const ChainKind& kind) {
         const Message& chain = message_.trace_event();
+        // A test holds the table against the schema, so the field is there.
         const FieldDescriptor* const list =
             chain.GetDescriptor()->FindFieldByName({kind.list.data(), kind.list.size()});
         const int size = chain.GetReflection()->FieldSize(chain, list);
@@ -188,12 +199,14 @@ private:
             if (std::string text = fill(line, source); !text.empty()) vertex.lines.push_back(std::move(text));
         const FieldDescriptor* const highlight = source.GetDescriptor()->FindFieldByName("highlight");
         const bool highlighted = highlight != nullptr && source.GetReflection()->FieldSize(source, highlight) > 0;
+        // Only a process can be named by a rule.
         const auto* const process = dynamic_cast<const process_vertex*>(&source);
         if (highlighted || rules_.hits(vertex))
             vertex.mark = Mark::hit;
         else if (process != nullptr && rules_.names(*process))
             vertex.mark = Mark::named;
         // Of two vertices with one number the first has the edges.
+        // The engines give each vertex a number of its own. A damaged message may not keep to that.
         places_.emplace(vertex.node_id, vertices.size());
         vertices.push_back(std::move(vertex));
     }
@@ -215,12 +228,15 @@ private:
         std::ranges::sort(in_time);
         for (const auto& [time, i] : in_time) {
             const behavior_edge* const source = &list[i];
+            // An edge may begin or end at a vertex that no list holds.
             ChainEdge edge{.from = place(source->table_index_begin()), .to = place(source->table_index_end())};
             edge.word = edge_word(source->type());
+            // Both are the place in the order of time, until edges are folded.
             edge.first = edge.last = edges.size() + 1;
             edge.source = source;
             if (rules_.names(*source)) {
                 edge.mark = Mark::named;
+                // What takes part in a marked act is marked as well. A hit stays a hit.
                 for (const size_t end : {edge.from, edge.to})
                     vertices[end].mark = std::max(vertices[end].mark, Mark::named);
             }
@@ -243,6 +259,7 @@ std::string severity_of(const vorn_trace_info& message) {
 }
 
 // The span of the trace, else the time of the alert.
+// Times are milliseconds since 1970; 0 stands for none.
 std::string span_of(const vorn_trace_info& message) {
     if (message.trace_start() == 0 && message.trace_end() == 0)
         return message.threat().alert_new_time() == 0 ? "" : time_text(message.threat().alert_new_time());
@@ -252,6 +269,7 @@ std::string span_of(const vorn_trace_info& message) {
 }
 
 // The name of the alert as the title, its description below; without a name the description moves up.
+// All texts come from the host that was attacked, so all are cleaned.
 void describe(const vorn_trace_info& message, Chain& chain) {
     const threat_alert& alert = message.threat();
     chain.severity = severity_of(message);

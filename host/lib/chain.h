@@ -20,6 +20,7 @@ class vorn_trace_info;
 namespace zelhost {
 
 // How much the alert's rules say of a vertex or an edge.
+// The order counts: of several marks the greatest is taken.
 enum class Mark {
     none,
     named,  // it stands in an event of a rule
@@ -27,6 +28,7 @@ enum class Mark {
 };
 
 // All texts of a chain are clean, and as long as they came.
+// Made from one message of a list of the chain. Or it stands for several, once the chain is folded.
 struct ChainVertex {
     uint64_t node_id = 0;
     const ChainKind* kind = nullptr;
@@ -38,6 +40,7 @@ struct ChainVertex {
 };
 
 // Several edges of one kind between two vertices are one once the chain is folded.
+// What one vertex did to another.
 struct ChainEdge {
     size_t from = 0;  // places in the list of vertices
     size_t to = 0;
@@ -49,6 +52,7 @@ struct ChainEdge {
     const google::protobuf::Message* source = nullptr;  // the first
 };
 
+// It may be copied and moved. The message behind it has to live on.
 struct Chain {
     std::string severity;               // "Critical"
     std::string title;                  // what the alert is called
@@ -62,6 +66,7 @@ struct Chain {
 Chain chain_of(const vorn_retrace::vorn_trace_info& message);
 
 // Name and value of each field that is set, those of messages inside as "file_detect.risk_level". Texts are clean.
+// The order is that of the fields in the schema.
 using Fact = std::pair<std::string, std::string>;
 std::vector<Fact> facts_of(const google::protobuf::Message& message);
 

@@ -11,6 +11,7 @@
 namespace zelhost {
 namespace {
 
+// For a vertex without a parent and for a group that has no vertex yet.
 constexpr size_t kNone = SIZE_MAX;
 
 // For each vertex the number of the group that it goes into. Vertices of one group become one.
@@ -18,18 +19,21 @@ class Groups {
 public:
     explicit Groups(const Chain& chain) : chain_(chain), group_(chain.vertices.size()) { reset(); }
 
+    // How many vertices a picture would have now.
     size_t shown() const { return shown_; }
     size_t of(size_t vertex) const { return group_[vertex]; }
 
     // A leaf has edges with one other vertex alone, its parent. What a rule hits stays by itself.
     void fold_leaves(size_t at_least) {
         reset();
+        // The key is the parent and the kind, so files are never joined with addresses.
         std::vector<size_t> parent = parents();
         std::map<std::pair<size_t, std::string_view>, std::vector<size_t>> leaves;
         for (size_t i = 0; i < parent.size(); ++i)
             if (parent[i] != kNone && chain_.vertices[i].mark != Mark::hit)
                 leaves[{parent[i], chain_.vertices[i].kind->plural}].push_back(i);
         for (const auto& [key, members] : leaves)
+            // A small group is easier to read as it is.
             if (members.size() >= at_least) join(members);
     }
 
@@ -37,6 +41,7 @@ public:
     // lie.
     void keep_nearest(size_t most) {
         const auto [order, owner] = walk(most);
+        // What lies behind a kept vertex becomes one vertex beside it.
         std::map<size_t, std::vector<size_t>> behind;
         for (size_t i = most; i < order.size(); ++i) behind[owner[order[i]]].push_back(order[i]);
         reset();
@@ -63,6 +68,7 @@ private:
 
     // Of each leaf; kNone of what is none. Two leaves that have but each other are no leaves.
     std::vector<size_t> parents() const {
+        // The first neighbour is taken for the parent until another one is seen.
         std::vector<size_t> parent(chain_.vertices.size(), kNone);
         std::vector<bool> is_inner(chain_.vertices.size(), false);
         for (const ChainEdge& edge : chain_.edges)
@@ -72,6 +78,7 @@ private:
             }
         for (size_t i = 0; i < parent.size(); ++i)
             if (is_inner[i]) parent[i] = kNone;
+        // Pairs are looked up in a copy. Otherwise the first of a pair would hide the second.
         const std::vector<size_t> all = parent;
         for (size_t i = 0; i < parent.size(); ++i)
             if (all[i] != kNone && all[all[i]] == i) parent[i] = kNone;
@@ -86,6 +93,7 @@ private:
         std::vector<size_t> order, owner(neighbours.size(), kNone);
         // Of those that wait, the best marked and then the first to come is next.
         std::priority_queue<std::tuple<Mark, size_t, size_t>> waiting;
+        // Counts down, so that of equal marks the one that was met first is taken first.
         size_t turn = SIZE_MAX;
         const auto meet = [&](size_t vertex, size_t from) {
             if (owner[vertex] != kNone) return;
@@ -97,12 +105,14 @@ private:
         std::ranges::sort(seeds, {},
                           [&](size_t i) { return std::pair(-static_cast<int>(chain_.vertices[i].mark), i); });
         size_t apart = kNone;  // owns all that hangs together with nothing of the first
+        // What hangs together with nothing that is kept is put behind one vertex of its own.
         for (const size_t seed : seeds) {
             if (apart == kNone && order.size() >= most && owner[seed] == kNone) apart = seed;
             meet(seed, apart == kNone ? seed : apart);
             while (!waiting.empty()) {
                 const size_t vertex = std::get<2>(waiting.top());
                 waiting.pop();
+                // Among the first, a vertex is its own owner.
                 if (order.size() < most) owner[vertex] = vertex;
                 order.push_back(vertex);
                 for (const size_t neighbour : neighbours[vertex]) meet(neighbour, owner[vertex]);
@@ -132,12 +142,14 @@ private:
 std::vector<ChainVertex> join_vertices(Chain& chain, const Groups& groups, std::vector<size_t>& place) {
     std::vector<ChainVertex> joined;
     std::vector<size_t> size(chain.vertices.size(), 0);
+    // How many members each group has.
     for (size_t i = 0; i < size.size(); ++i) ++size[groups.of(i)];
     std::vector<size_t> made(size.size(), kNone);
     place.resize(size.size());
     for (size_t i = 0; i < size.size(); ++i) {
         const size_t group = groups.of(i);
         ChainVertex& vertex = chain.vertices[i];
+        // The place of a group is that of its first member.
         if (made[group] == kNone) made[group] = joined.size();
         place[i] = made[group];
         if (size[group] == 1) {
@@ -146,9 +158,11 @@ std::vector<ChainVertex> join_vertices(Chain& chain, const Groups& groups, std::
         }
         if (made[group] == joined.size()) {
             joined.push_back({.kind = groups.is_rest(i) ? &kMoreVertices : vertex.kind});
+            // The name says how many there are.
             joined.back().name = fmt::format("{} {}", size[group], joined.back().kind->plural);
         }
         ChainVertex& one = joined[made[group]];
+        // The group has the highest mark of its members.
         one.mark = std::max(one.mark, vertex.mark);
         one.folded.push_back(std::move(vertex.name));
     }
@@ -160,6 +174,7 @@ std::vector<ChainEdge> join_edges(const std::vector<ChainEdge>& edges, const std
     std::vector<ChainEdge> joined;
     std::map<std::tuple<size_t, size_t, std::string_view>, size_t> known;
     for (ChainEdge edge : edges) {
+        // An edge from a vertex to itself was there before and stays.
         const bool was_loop = edge.from == edge.to;
         edge.from = place[edge.from];
         edge.to = place[edge.to];
@@ -170,6 +185,7 @@ std::vector<ChainEdge> join_edges(const std::vector<ChainEdge>& edges, const std
             continue;
         }
         ChainEdge& one = joined[at->second];
+        // Edges come in the order of time, so this is the latest.
         one.last = edge.last;
         one.count += edge.count;
         one.mark = std::max(one.mark, edge.mark);
@@ -181,6 +197,8 @@ std::vector<ChainEdge> join_edges(const std::vector<ChainEdge>& edges, const std
 // out.
 size_t limit_edges(std::vector<ChainEdge>& edges, size_t vertices, size_t most) {
     if (edges.size() <= most) return 0;
+    // An edge to a vertex that no earlier edge has reached must stay. Otherwise that vertex would
+    // hang in the air.
     std::vector<bool> reached(vertices, false);
     std::vector<std::pair<int, size_t>> order;
     for (size_t i = 0; i < edges.size(); ++i) {
@@ -192,6 +210,7 @@ size_t limit_edges(std::vector<ChainEdge>& edges, size_t vertices, size_t most) 
     size_t left_out = 0;
     for (size_t i = most; i < order.size(); ++i) left_out += edges[order[i].second].count;
     order.resize(most);
+    // Back into the order of time.
     std::ranges::sort(order, {}, &std::pair<int, size_t>::second);
     std::vector<ChainEdge> kept;
     for (const auto& [rank, i] : order) kept.push_back(edges[i]);
@@ -206,6 +225,7 @@ Chain fold_chain(Chain chain, const FoldLimits& limits) {
     const size_t edges = chain.edges.size();
     Groups groups(chain);
     // Two leaves at least, so that a second attempt can still join something.
+    // The second attempt only comes when the first was not enough.
     for (const size_t at_least : {limits.leaves, size_t{2}})
         if (groups.shown() > limits.vertices) groups.fold_leaves(at_least);
     // Each that is kept may have one more vertex behind it.

@@ -7,6 +7,7 @@
 
 namespace zelhost {
 
+// Numbers for a picture that fits a screen. A caller may ask for others.
 struct FoldLimits {
     size_t vertices = 300;  // up to here every vertex is shown
     size_t edges = 600;
@@ -17,6 +18,7 @@ struct FoldLimits {
 // that is too large even so keeps what lies nearest to what the rules hit, and each of these one vertex for what lies
 // behind it. Edges of one kind between two vertices become one. The note of the result says what is not shown as it
 // was.
+// The chain is taken by value, because its texts are moved into the result.
 Chain fold_chain(Chain chain, const FoldLimits& limits = {});
 
 }  // namespace zelhost

@@ -8,6 +8,7 @@ namespace {
 using F = Family;
 
 // The name is what tells one vertex from the next; the lines below it are what an analyst asks first.
+// A test holds the rows against the schema, so that no list is missing.
 constexpr ChainKind kKinds[] = {
     {"process_list", F::process, "process", "processes", "{/process_path}", "pid {process_id}, {process_user}",
      "{process_commandline}"},
@@ -55,6 +56,7 @@ constexpr ChainKind kKinds[] = {
 };
 
 // By the number of the type.
+// The schema numbers the types without gaps.
 constexpr std::string_view kEdgeWords[] = {
     "acts on",
     "starts",
@@ -109,6 +111,7 @@ std::span<const ChainKind> chain_kinds() { return kKinds; }
 
 std::string_view edge_word(int type) {
     const auto at = static_cast<size_t>(type);
+    // A newer schema may know more types than this program.
     return at < std::size(kEdgeWords) ? kEdgeWords[at] : kEdgeWords[0];
 }
 

@@ -28,6 +28,7 @@ enum class Family {
 // A text with fields in braces: "{net_dst_ip}:{net_dst_port}". A slash before the name takes the part behind the last
 // slash or backslash of the value. A text whose fields are all empty is left out.
 struct ChainKind {
+    // All texts are constants and live as long as the process.
     std::string_view list;  // the field of vorn_trace_event; empty for what no list holds
     Family family;
     std::string_view word;    // of one

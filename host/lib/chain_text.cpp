@@ -9,6 +9,7 @@ namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 constexpr std::string_view kEllipsis = "…";
+// The pictures of control characters stand in a row, from 0x2400 on.
 constexpr uint32_t kPicturesOfControls = 0x2400;
 constexpr uint32_t kPictureOfDelete = 0x2421;
 
@@ -20,9 +21,12 @@ struct Character {
 
 // Refuses what UTF-8 refuses: an overlong form, a surrogate, a number beyond the last character.
 Character character_at(std::string_view text) {
+    // The lowest code that needs so many bytes. A lower one in the same number of bytes is an
+    // overlong form.
     static constexpr uint32_t kLowest[] = {0, 0, 0x80, 0x800, 0x10000};
     const auto first = static_cast<unsigned char>(text[0]);
     if (first < 0x80) return {first, 1};
+    // The first byte tells how many bytes the character has.
     const size_t size = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
     if (first < 0xc0 || first >= 0xf8 || text.size() < size) return {};
     uint32_t code = first & (0x7fU >> size);
@@ -73,6 +77,7 @@ std::string rewrite(std::string_view bytes, bool show_controls) {
 // All bytes of a character but the first have the same two bits in front.
 bool begins_character(char byte) { return (static_cast<unsigned char>(byte) & 0xc0) != 0x80; }
 
+// The text is valid UTF-8, so each character has one byte that begins it.
 size_t count_characters(std::string_view text) {
     size_t count = 0;
     for (const char byte : text) count += begins_character(byte);
@@ -95,6 +100,7 @@ std::string clean_text(std::string_view bytes) { return rewrite(bytes, true); }
 // A text of few bytes has few characters, which saves counting in most cases.
 std::string cut_end(std::string_view text, size_t characters) {
     if (text.size() <= characters || count_characters(text) <= characters) return std::string(text);
+    // The dots take the place of one character.
     return std::string(text.substr(0, place_of(text, characters - 1))).append(kEllipsis);
 }
 
@@ -125,6 +131,7 @@ std::string html_text(std::string_view text) {
 }
 
 std::string time_text(int64_t milliseconds) {
+    // The last moment of the year 9999.
     constexpr int64_t kLastOfFourDigits = 253402300799999;
     if (milliseconds < 0 || milliseconds > kLastOfFourDigits) return std::to_string(milliseconds);
     const time_t seconds = milliseconds / 1000;

@@ -18,6 +18,7 @@ std::string clean_text(std::string_view bytes);
 
 // At most that many characters of a clean text, with "…" for what was cut: at its end, or in its middle, where a path
 // says least.
+// `characters` must be at least 1. A character may be wider than one column.
 std::string cut_end(std::string_view text, size_t characters);
 std::string cut_middle(std::string_view text, size_t characters);
 

@@ -9,6 +9,7 @@
 namespace zelhost {
 
 // Remembers the documents that it has seen, so that it knows a repeat. One at a time, one thread.
+// Owns the checker behind it. The library is linked and not loaded from an agent folder.
 class Checker {
 public:
     // Keeps the log lines of a level and those that are more urgent. Throws Failure when there is no memory.

@@ -16,6 +16,7 @@ using Words = std::vector<std::string>;
 
 std::string joined(const Words& words) { return fmt::format("{}", fmt::join(words, " ")); }
 
+// Goes on behind what was put in, so that a text may stand in its own replacement.
 std::string replaced(std::string text, std::string_view from, std::string_view to) {
     for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
         text.replace(at, from.size(), to);
@@ -28,6 +29,7 @@ Words names_of_commands(const CLI::App& root) {
     return names;
 }
 
+// A positional argument has a name for people alone.
 Words names_of_options(const CLI::App& app) {
     Words names;
     for (const Argument& argument : arguments_of(app))
@@ -79,6 +81,7 @@ _zelhost() {
     case "$command $prev" in
 )";
 
+// Nothing is offered for a value that cannot be listed.
 std::string bash_offer(const Argument& argument) {
     switch (argument.completes) {
         case Completes::choices:
@@ -95,6 +98,7 @@ std::string bash_offer(const Argument& argument) {
 // The value of an option: a pattern of command and option, and what is offered for it.
 std::string bash_value(const CLI::App& command, const Argument& argument) {
     Words patterns;
+    // Each name of the option gets a pattern, since the shell sees the one that was typed.
     for (const std::string& name : argument.names) patterns.push_back(fmt::format("'{} {}'", command.get_name(), name));
     const std::string offer = bash_offer(argument);
     return fmt::format("        {}) {}return ;;\n", fmt::join(patterns, " | "), offer.empty() ? "" : offer + "; ");
@@ -111,6 +115,7 @@ std::string bash_command(const CLI::App& command) {
                        offer);
 }
 
+// The order matters to the shell: values of options are tried before the words of a command.
 std::string bash_script(const CLI::App& root) {
     std::string script(kBashBegin);
     for (const CommandApp* command : commands_of(root))
@@ -126,6 +131,7 @@ std::string bash_script(const CLI::App& root) {
 
 // --- zsh ---
 
+// A quote in a quoted text ends it, stands escaped, and begins it anew.
 std::string zsh_quoted(const std::string& text) { return "'" + replaced(text, "'", "'\\''") + "'"; }
 
 // Brackets and colons mean something to zsh where an argument is described.
@@ -152,6 +158,8 @@ std::string zsh_argument(const Argument& argument, const std::string& indent) {
     std::string lines;
     for (const std::string& name : argument.names) {
         std::string spec = argument.repeats ? "*" : "(" + joined(argument.names) + ")";
+        // The value of a long option may stand behind an equals sign, that of a short one right
+        // behind it.
         spec += name + (argument.value.empty() ? "" : name.starts_with("--") ? "=" : "+");
         spec += "[" + zsh_part(argument.help) + "]" + (argument.value.empty() ? "" : zsh_value(argument));
         lines += indent + zsh_quoted(spec) + " \\\n";
@@ -171,6 +179,7 @@ std::string zsh_script(const CLI::App& root) {
     for (const CommandApp* command : commands_of(root))
         script += fmt::format("                {}\n", zsh_quoted(command->get_name() + ":" + command->help_line()));
     // The words from the command on are what the second state sees.
+    // The shell numbers words anew from the command on.
     script +=
         "            )\n            _describe -t commands command commands\n            ;;\n"
         "        arguments)\n            case $words[1] in\n";
@@ -203,6 +212,7 @@ end
 complete -c zelhost -f
 )";
 
+// Backslashes go first, because the second step adds some.
 std::string fish_quoted(const std::string& text) {
     return "'" + replaced(replaced(text, "\\", "\\\\"), "'", "\\'") + "'";
 }
@@ -217,6 +227,7 @@ std::string fish_offer(const Argument& argument) {
     return "";
 }
 
+// A positional argument has no name to complete, only values.
 std::string fish_argument(const std::string& condition, const Argument& argument) {
     std::string line = "complete -c zelhost -n " + condition;
     if (argument.positional) {

@@ -19,6 +19,7 @@ using Names = std::vector<std::string>;
 
 // How many letters must change, go, come or swap with their neighbour to make one word of the other.
 size_t distance(std::string_view from, std::string_view to) {
+    // Three rows of the table are enough: the one at work and the two above it.
     std::vector<size_t> before, above, row(to.size() + 1);
     std::iota(row.begin(), row.end(), size_t{0});
     for (size_t i = 1; i <= from.size(); ++i) {
@@ -43,9 +44,11 @@ std::string_view without_dashes(std::string_view name) {
 std::string question(std::string_view given, const Names& names) {
     given = without_dashes(given);
     std::string best;
+    // A word of one letter is near to everything, so nothing is suggested for it.
     size_t best_distance = given.size() < 2 ? 0 : std::max<size_t>(given.size() / 3, 1) + 1;
     for (const std::string& name : names) {
         const std::string_view word = without_dashes(name);
+        // A name that begins with the given word wins over all others.
         const size_t found = given.size() > 1 && word.starts_with(given) ? 0 : distance(given, word);
         if (found >= best_distance) continue;
         best = name;
@@ -55,6 +58,7 @@ std::string question(std::string_view given, const Names& names) {
 }
 
 // What nothing takes: an option, a command, or an argument too many.
+// A mistake in the first word is most likely a command, later it is an argument.
 std::string unknown(const CLI::App& app, const std::string& given) {
     const bool option = given.size() > 1 && given.front() == '-';
     const bool command = !option && app.get_parent() == nullptr;
@@ -64,12 +68,14 @@ std::string unknown(const CLI::App& app, const std::string& given) {
     if (option || command)
         for (const Argument& argument : arguments_of(app))
             if (!argument.positional) names.insert(names.end(), argument.names.begin(), argument.names.end());
+    // The value behind an equals sign is no part of the name.
     const std::string name = option ? given.substr(0, given.find('=')) : given;
     const char* const what = option ? "unknown option" : command ? "unknown command" : "unexpected argument";
     return fmt::format("{} \"{}\"{}", what, name, question(name, names));
 }
 
 // The option that the parser's sentence names.
+// The parser tells the option by its name in the sentence alone.
 const CLI::Option* option_in(const CLI::App& app, const std::string& sentence) {
     for (const std::string& word : CLI::detail::split(sentence, ' '))
         if (const CLI::Option* option = app.get_option_no_throw(word.substr(0, word.find(':')))) return option;
@@ -79,6 +85,7 @@ const CLI::Option* option_in(const CLI::App& app, const std::string& sentence) {
 // A value that its option does not take.
 std::string wrong_value(const CLI::Option& option, const CLI::ParseError& error) {
     const Names choices = choices_of(option);
+    // Without choices only numbers are converted.
     for (const std::string& given : option.results()) {
         if (choices.empty() && error.get_name() == "ConversionError")
             return fmt::format("{}: \"{}\" is not a number in its range", option.get_name(), given);
@@ -90,6 +97,7 @@ std::string wrong_value(const CLI::Option& option, const CLI::ParseError& error)
 }
 
 std::string wrong_count(const CLI::Option& option) {
+    // An option that takes several values may be given several times.
     if (static_cast<int>(option.count()) > option.get_items_expected_max())
         return fmt::format("{} may be given once only", option.get_name());
     return fmt::format("{} needs a value", option.get_name());
@@ -98,6 +106,7 @@ std::string wrong_count(const CLI::Option& option) {
 // The parser stops at the first check that fails, and that is not always the check that tells most: a word that nothing
 // takes is the cause of what is missing.
 std::string complaint(const CLI::App& root, const CLI::App& app, const CLI::ParseError& error) {
+    // The parser leaves the words that nothing takes.
     for (const std::string& word : root.remaining(true))
         if (word != "--") return unknown(app, word);
     const std::string kind = error.get_name();
@@ -112,6 +121,7 @@ std::string complaint(const CLI::App& root, const CLI::App& app, const CLI::Pars
 
 }  // namespace
 
+// The parser has chosen a command as far as it came.
 std::string usage_error(const CLI::App& root, const CLI::ParseError& error) {
     const auto chosen = root.get_subcommands();
     const CLI::App& app = chosen.empty() ? root : *chosen.front();

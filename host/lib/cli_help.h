@@ -9,6 +9,7 @@
 namespace zelhost {
 
 // Lays the text out. That of a command begins with its example.
+// The parser holds it and calls it for --help.
 class HelpText : public CLI::FormatterBase {
 public:
     explicit HelpText(const Paint& paint) : paint_(paint) {}

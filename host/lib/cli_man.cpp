@@ -24,6 +24,7 @@ std::string escaped(std::string_view text) {
     std::string roff;
     for (const char c : text) {
         const auto* const row = std::ranges::find(kEscapes, c, &Escape::character);
+        // The mark has no width. It only takes the full stop from the beginning of the line.
         if (c == '.' && (roff.empty() || roff.back() == '\n')) roff += "\\&";
         if (row == std::end(kEscapes))
             roff += c;
@@ -43,6 +44,7 @@ std::string as_it_stands(std::string_view text) { return ".nf\n" + escaped(text)
 // lines.
 std::string paragraphs(std::string_view text) {
     std::string roff;
+    // Several empty lines count as one.
     for (;;) {
         text.remove_prefix(std::min(text.size(), text.find_first_not_of('\n')));
         if (text.empty()) return roff;
@@ -50,6 +52,7 @@ std::string paragraphs(std::string_view text) {
         std::string_view paragraph = text.substr(0, end);
         text.remove_prefix(end);
         if (paragraph.back() == '\n') paragraph.remove_suffix(1);
+        // An indented line is the sign of a list or of an example.
         const bool by_hand = paragraph.find("\n ") != std::string_view::npos;
         if (!roff.empty()) roff += ".PP\n";
         roff += by_hand ? as_it_stands(paragraph) : escaped(paragraph) + "\n";
@@ -62,6 +65,7 @@ std::string page_name(const CLI::App& app) {
 }
 
 // Names are bold, what stands for a value is italic; of choices, each is written as it stands.
+// Choices are what is typed, so they are not set apart.
 std::string shown(const Argument& argument) {
     if (argument.positional) return italic(argument.shown());
     std::string text;
@@ -80,6 +84,7 @@ std::string synopsis(const CLI::App& app) {
 }
 
 // The first word of a sentence in the middle of a line.
+// An abbreviation, such as two capitals at the beginning, stays as it is.
 std::string lower_first(std::string text) {
     if (text.size() > 1 && islower(static_cast<unsigned char>(text[1])) != 0)
         text[0] = static_cast<char>(tolower(static_cast<unsigned char>(text[0])));
@@ -94,12 +99,14 @@ std::string item(const std::string& tag, const std::string& text) {
 std::string cell(std::string_view text) {
     std::string markdown;
     for (const char c : text) {
+        // Only these two characters mean something in a cell.
         if (c == '|') markdown += '\\';
         markdown += c == '<' ? "&lt;" : std::string(1, c);
     }
     return markdown;
 }
 
+// Within code a bar still ends the cell.
 std::string code_cell(const std::string& text) {
     std::string markdown = "`";
     for (const char c : text) markdown += c == '|' ? "\\|" : std::string(1, c);
@@ -112,6 +119,7 @@ std::string man_page(const CLI::App& app) {
     const auto* const command = dynamic_cast<const CommandApp*>(&app);
     const CLI::App& root = command == nullptr ? app : *app.get_parent();
     std::string title = page_name(app);
+    // Titles of manual pages are written in capitals.
     for (char& c : title) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
     std::string page = ".\\\" Made from the parser's own options by tools/update_docs.\n";
     page += fmt::format(".TH \"{}\" 1 \"\" \"{}\" \"{} manual\"\n", escaped(title), root.version(), root.get_name());
@@ -130,6 +138,7 @@ std::string man_page(const CLI::App& app) {
         page += item(bold(std::to_string(status.code)), status.meaning);
     if (command != nullptr) page += ".SH EXAMPLES\n" + as_it_stands(command->example());
     page += ".SH \"SEE ALSO\"\n";
+    // A page of a command refers to that of the program, and that page to all commands.
     if (command != nullptr) return page + ".BR " + escaped(root.get_name()) + " (1)\n";
     for (const CommandApp* one : commands_of(app))
         page += fmt::format(".BR {} (1){}\n", escaped(page_name(*one)), one == commands_of(app).back() ? "" : ",");

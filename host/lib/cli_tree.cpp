@@ -27,9 +27,11 @@ struct TypeWord {
 constexpr TypeWord kTypeWords[] = {{"INT", "N"}, {"UINT", "N"}, {"FLOAT", "N"}};
 
 // The type without the words of the checks.
+// The type as pages show it: a word in capitals.
 std::string type_of(const CLI::Option& option) {
     std::string type = option.get_type_name();
     size_t end = type.size();
+    // The first check ends the type.
     for (const std::string_view check : kChecks) end = std::min(end, type.find(check));
     // A check for a file or a folder says more than the type of a text does.
     const std::string_view check = std::string_view(type).substr(end);
@@ -42,6 +44,7 @@ std::string type_of(const CLI::Option& option) {
 }
 
 // A positional argument whose values have no type of their own is known by its name.
+// Upper and lower case make no difference in such a name.
 Completes completes(const Argument& argument) {
     if (!argument.choices.empty()) return Completes::choices;
     const bool untyped = argument.value.empty() || argument.value == "TEXT";
@@ -56,6 +59,7 @@ Argument facts_of(const CLI::Option& option) {
     facts.positional = option.get_positional();
     facts.group = facts.positional ? "Arguments" : option.get_group();
     facts.required = option.get_required();
+    // Either sign says that the option may be given several times.
     facts.repeats = option.get_expected_max() >= CLI::detail::expected_max_vector_size ||
                     option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
     facts.help = option.get_description();
@@ -63,10 +67,12 @@ Argument facts_of(const CLI::Option& option) {
     for (const std::string& name : option.get_snames()) facts.names.push_back("-" + name);
     for (const std::string& name : option.get_lnames()) facts.names.push_back("--" + name);
     if (facts.positional) facts.names = {option.get_name(true)};
+    // A flag takes no value.
     if (option.get_items_expected_max() > 0) {
         facts.choices = choices_of(option);
         facts.value = facts.choices.empty() ? type_of(option) : fmt::format("{}", fmt::join(facts.choices, "|"));
         facts.delimiter = option.get_delimiter();
+        // The dots say that more values may follow the delimiter.
         if (!facts.choices.empty() && facts.delimiter != '\0') facts.value += fmt::format("{}...", facts.delimiter);
     }
     facts.completes = completes(facts);
@@ -75,6 +81,7 @@ Argument facts_of(const CLI::Option& option) {
 }
 
 // Options of an unnamed part of the tree belong to the command around it.
+// Options without a group are hidden. The help option comes last and is added by the caller.
 void collect(const CLI::App& app, std::vector<Argument>& all) {
     for (const CLI::Option* option : app.get_options())
         if (!option->get_group().empty() && option != app.get_help_ptr()) all.push_back(facts_of(*option));
@@ -95,6 +102,7 @@ std::vector<Argument> arguments_of(const CLI::App& app) {
     collect(app, all);
     if (app.get_help_ptr() != nullptr) all.push_back(facts_of(*app.get_help_ptr()));
     // Positional arguments first, then the groups in the order in which they come up.
+    // The order of the groups is that of the command's own code.
     std::vector<std::string> groups{"Arguments"};
     for (const Argument& argument : all)
         if (std::ranges::find(groups, argument.group) == groups.end()) groups.push_back(argument.group);
@@ -106,6 +114,7 @@ std::vector<Argument> arguments_of(const CLI::App& app) {
 }
 
 // The words of the check list them: "{a,b}", or "{a->0,b->1}" where they stand for values.
+// The parser has no function that lists the choices, but the type names them.
 std::vector<std::string> choices_of(const CLI::Option& option) {
     const std::string type = option.get_type_name();
     const size_t begin = type.find('{');
@@ -124,6 +133,7 @@ std::vector<const CommandApp*> commands_of(const CLI::App& app) {
     return commands;
 }
 
+// Rows without a command hold for all. Those of one code become one text.
 std::vector<ExitStatus> exit_statuses_of(const CLI::App& app) {
     const bool program = app.get_parent() == nullptr;
     std::vector<ExitStatus> statuses;
@@ -139,6 +149,7 @@ std::vector<ExitStatus> exit_statuses_of(const CLI::App& app) {
     return statuses;
 }
 
+// The tree itself would also name options, which makes long lines.
 std::string usage_of(const CLI::App& app) {
     if (app.get_parent() == nullptr) return app.get_name() + " COMMAND [OPTIONS]";
     std::string usage = fmt::format("{} {} [OPTIONS]", app.get_parent()->get_name(), app.get_name());

@@ -19,6 +19,7 @@ public:
     const std::string& example() const { return example_; }
 
 private:
+    // Both texts are copies, so the arguments of the constructor may be temporary.
     std::string help_;
     std::string example_;
 };
@@ -27,6 +28,7 @@ private:
 enum class Completes { nothing, files, folders, choices };
 
 // An option, or a positional argument.
+// What pages say of it. A copy that does not depend on the parser any more.
 struct Argument {
     std::string group;               // the heading above it
     std::vector<std::string> names;  // "-h", "--help"; a positional argument has its one name
@@ -50,6 +52,7 @@ std::vector<Argument> arguments_of(const CLI::App& app);
 std::vector<std::string> choices_of(const CLI::Option& option);
 
 // All commands of the program that `app` belongs to, in the order of their table.
+// The pointers are valid as long as the tree.
 std::vector<const CommandApp*> commands_of(const CLI::App& app);
 
 // An exit status and all that it means for a command; for the program itself each meaning names the command that it is

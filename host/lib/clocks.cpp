@@ -19,6 +19,7 @@ namespace {
 
 constexpr int64_t kSecond = 1'000'000'000;
 constexpr int64_t kLongSleepUs = 1'000'000;
+// time() follows the real-time clock. It has a course of its own, so that it can stand still alone.
 constexpr clockid_t kMachineClocks[] = {CLOCK_MONOTONIC, CLOCK_REALTIME, CLOCK_REALTIME};
 
 // What a clock shows: so much at that moment of the machine's clock, and from there so many times as fast. Constants at
@@ -29,17 +30,20 @@ struct Course {
     std::atomic<int64_t> shown_ns{0};
 };
 Course g_courses[3];
+// All of these are read by any thread on each call and set rarely.
 std::atomic<int64_t> g_longest_sleep_us{std::numeric_limits<int64_t>::max()};
 std::atomic<void (*)(uint32_t)> g_watch{nullptr};
 std::atomic<uint64_t (*)()> g_ticks{nullptr};
 std::atomic<Watch*> g_clock_watch{nullptr};
 
+// In nanoseconds, from the kernel.
 int64_t machine_ns(clockid_t clock) {
     timespec now{};
     syscall(SYS_clock_gettime, clock, &now);
     return now.tv_sec * kSecond + now.tv_nsec;
 }
 
+// A clock that stands still is not asked for the machine's time.
 int64_t shown_ns(Clock clock) {
     const Course& course = g_courses[clock];
     if (course.speed == 0) return course.shown_ns;
@@ -78,6 +82,7 @@ void replace_ticks(uint64_t (*ticks)()) { g_ticks = ticks; }
 void set_watch(Watch* watch) { g_clock_watch = watch; }
 
 void sleep(uint32_t microseconds) {
+    // In microseconds. A long sleep is shortened by as much as the clock runs faster.
     int64_t us = microseconds;
     if (us >= kLongSleepUs) us /= std::max<int64_t>(g_courses[monotonic].speed, 1);
     us = std::min<int64_t>(us, g_longest_sleep_us);
@@ -106,6 +111,7 @@ OVERRIDE int clock_gettime(clockid_t clock, timespec* now) noexcept {
 
 OVERRIDE time_t time(time_t* out) noexcept {
     int64_t now = shown_ns(whole_seconds) / kSecond;
+    // A watch may answer something else, as a replay does.
     if (Watch* const watch = g_clock_watch) now = watch->seconds(now, __builtin_return_address(0));
     if (out != nullptr) *out = now;
     return now;
@@ -122,6 +128,7 @@ OVERRIDE int usleep(useconds_t microseconds) {
 }
 
 uint64_t zel_time_get_tick_cout() {
+    // A replacement is asked alone, so that a test has the ticks in its hand.
     if (uint64_t (*const ticks)() = g_ticks) return ticks();
     const uint64_t now = static_cast<uint64_t>(shown_ns(monotonic)) / 1'000'000;
     if (Watch* const watch = g_clock_watch) return watch->ticks(now, __builtin_return_address(0));

@@ -12,9 +12,11 @@
 namespace zelhost::clocks {
 
 // CLOCK_MONOTONIC, CLOCK_REALTIME and time(). zel_time_get_tick_cout follows the first.
+// The number is the place in the table of courses.
 enum Clock { monotonic, realtime, whole_seconds };
 
 // The clock shows this from now on and moves by `advance` alone.
+// Before other threads run. In nanoseconds since the clock's own beginning.
 void stand_still(Clock clock, std::chrono::nanoseconds shown);
 // Moves all clocks, forwards or back.
 void advance(std::chrono::milliseconds by);
@@ -43,6 +45,7 @@ public:
     virtual void sleep(uint32_t microseconds, const void* caller) = 0;
 };
 // Null takes the watch off.
+// The object is borrowed. No thread may be in a call of it when it is taken off and destroyed.
 void set_watch(Watch* watch);
 // Sleeps as usleep does without a watch.
 void sleep(uint32_t microseconds);

@@ -13,6 +13,7 @@ namespace zelhost {
 enum class ColorMode { automatic, always, never };
 
 // What a piece of text means; each meaning has one colour in all commands.
+// The place in the enumeration is the row of the table of codes.
 enum class Tint { plain, error, warning, good, place, faint, bold };
 
 // Paints text for one stream. Any thread.

@@ -26,6 +26,7 @@ void block(const std::string& text);
 void progress(const std::string& text);
 
 // Writes to a terminal that may be the same one: the progress line goes away before `write` and comes back after it.
+// `write` must not call this file: the lock is held.
 void above_progress(const std::function<void()>& write);
 
 // How many characters a line of that terminal holds; 0 for anything else.

@@ -12,6 +12,7 @@ using Member = JsonText::Member;
 using Type = JsonText::Type;
 
 // All digits of a number, and nothing else.
+// A text such as "12x" is refused: all of it must be the number.
 template <class Number>
 bool parse_whole(std::string_view digits, Number& out) {
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), out);
@@ -23,6 +24,7 @@ template <class Number>
 void read(const Member& member, Number& out) {
     uint64_t large = 0;
     int64_t negative = 0;
+    // Numbers without a sign have the larger range and are tried first.
     if (parse_whole(member.raw, large))
         out = static_cast<Number>(large);
     else if (parse_whole(member.raw, negative))
@@ -48,9 +50,11 @@ void read(const Member& member, const char*& out) {
 }  // namespace
 
 // Items that are not given stay 0 or null. The list is kept, because texts point into it.
+// Each list is a JSON text of its own. Its members are read like those of the record.
 template <class Item, size_t count>
 void DnsEvent::read_list(const Member& member, Item (&out)[count]) {
     const auto& items = lists_.emplace_back(member.raw, Type::array).members();
+    // The record has a fixed number of places.
     if (items.size() > count) throw Failure("a list of at most {} items is wanted", count);
     for (size_t i = 0; i < items.size(); ++i) read(items[i], out[i]);
 }
@@ -84,12 +88,14 @@ const DnsEvent::Field DnsEvent::kFields[] = {
 
 DnsEvent::DnsEvent(std::string_view json) : fields_(json) {
     for (const Member& member : fields_.members()) {
+        // A key that is misspelt would otherwise leave its member at 0.
         if (std::ranges::find(kFields, member.key, &Field::key) != std::end(kFields)) continue;
         std::vector<std::string_view> known;
         for (const Field& field : kFields) known.push_back(field.key);
         throw Failure("\"dns\" has no field \"{}\"; known: {}", member.key, fmt::join(known, ", "));
     }
     // In the order of the table: the time goes over the head's.
+    // The kind that a line without one has.
     native_.uKind = 2;
     for (const Field& field : kFields) {
         const Member* member = fields_.find(field.key);
@@ -97,6 +103,7 @@ DnsEvent::DnsEvent(std::string_view json) : fields_(json) {
         try {
             field.read(*this, *member);
         } catch (const Failure& e) {
+            // The message names the key, since the value alone says little.
             throw Failure("\"{}\" of \"dns\": {}", field.key, e.what());
         }
     }
@@ -109,6 +116,7 @@ DnsEvent::DnsEvent(std::string_view json) : fields_(json) {
     std::ranges::copy(one_.pszTail, three_.pszTail);
     std::ranges::copy(one_.uShort, three_.uShort);
     three_.uLong = one_.uLong[0];
+    // A kind without a variant record leaves the pointer null.
     const void* const variants[] = {nullptr, &one_, &two_, &three_};
     if (with_variant_ && native_.uKind < std::size(variants)) native_.pVariant = variants[native_.uKind];
 }

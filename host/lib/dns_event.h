@@ -32,6 +32,7 @@ public:
     const char* query_name() const { return query_name_; }
 
 private:
+    // A key and the function that reads its value into the event.
     struct Field {
         std::string_view key;
         void (*read)(DnsEvent& event, const JsonText::Member& member);
@@ -41,7 +42,9 @@ private:
     template <class Item, size_t count>
     void read_list(const JsonText::Member& member, Item (&out)[count]);
 
+    // It keeps the members of the line; texts of the record point into them.
     JsonText fields_;
+    // A deque, because texts point into its elements and these must not move.
     std::deque<JsonText> lists_;
     ST_DNS_NATIVE native_{};
     // All three are filled; the kind chooses.

@@ -15,6 +15,7 @@
 namespace zelhost {
 
 // A place in a file, as an editor counts.
+// The view is valid as long as the document that it is of.
 struct FilePlace {
     uint64_t line;          // from 1
     uint64_t offset;        // of the byte in the file
@@ -24,6 +25,7 @@ struct FilePlace {
 };
 
 // A document and where it comes from. The views are valid until the next document is asked for.
+// It owns nothing. `starts` holds offsets into `lines`.
 struct Document {
     uint64_t number;                 // in its file, from 1
     uint32_t event_id;               // 1536 or 1538
@@ -76,13 +78,16 @@ private:
     bool take(const Line& line, Document& document);
 
     LineReader reader_;
+    // False until the first document was asked for.
     bool begun_ = false;
     std::optional<Line> pending_;  // read already and not taken
     Line first_{};                 // of a document that goes over lines; its text lies in `held_`
     std::string held_;
     std::vector<size_t> starts_;  // of the lines in it, but the first
     std::string value_;           // of a literal
+    // Of the next line, in bytes from the beginning of the file.
     uint64_t offset_ = 0;
+    // Documents that were given out.
     uint64_t count_ = 0;
 };
 

@@ -14,6 +14,7 @@ inline constexpr EVENT_ID kOutgoing[] = {event_id::first_report, event_id::finis
                                          event_id::mem_detect};
 
 // What is set holds together. A default filter lets everything through. Any thread may ask.
+// Set once before the session and only read afterwards.
 struct EventFilter {
     std::set<EVENT_ID> events;  // empty: all
     int lowest_level = 0;       // VORN_RISK_LEVEL of an alert

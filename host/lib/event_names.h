@@ -20,6 +20,7 @@ inline constexpr EventName kEventNames[] = {
 };
 
 // Empty for an id that is not in the table.
+// The text lives as long as the process.
 constexpr const char* event_name(EVENT_ID id) {
     for (const EventName& event : kEventNames)
         if (event.id == id) return event.name;

@@ -8,6 +8,7 @@ namespace zelhost {
 enum ExitCode { kDone = 0, kFailed = 1, kUsage = 2, kLinesSkipped = 3, kMaxWaitPassed = 4 };
 
 // What a code means. A row without commands holds for all; others say what else the code means for theirs.
+// One code may have several rows: a common one and others for single commands.
 struct ExitCodeWords {
     ExitCode code;
     const char* words;

@@ -7,6 +7,8 @@
 
 namespace zelhost {
 
+// Thrown by any part of the host. The command or the reader of the input catches it, and says its
+// text on standard error.
 class Failure : public std::runtime_error {
 public:
     template <class... T>

@@ -8,6 +8,7 @@
 namespace zelhost {
 namespace {
 
+// Short names keep each row on one line.
 constexpr Place goes_on = Place::goes_on;
 constexpr EVENT_ID nothing = LogText::none;
 constexpr EVENT_ID numbered = LogText::numbered;
@@ -52,6 +53,7 @@ constexpr LogText kLogTexts[] = {
     {"alert trace dropped, guid:", &KindFigures::dropped},
     {"alert trace retry, guid:", &KindFigures::retried},
 };
+// The four rows of answers begin with this text.
 constexpr std::string_view kTraceAnswer = "alert trace ";
 
 constexpr int kFileTraceCode = 8;  // of the result callback
@@ -64,6 +66,7 @@ std::string_view text_of(std::string_view line) {
     return end == std::string_view::npos ? std::string_view{} : line.substr(end + 3);
 }
 
+// Lines of others have an empty text and no row.
 const LogText* find_row(std::string_view text) {
     for (const LogText& row : kLogTexts)
         if (!row.text.empty() && text.starts_with(row.text)) return &row;
@@ -99,15 +102,18 @@ LogLine Figures::log_line(uint64_t thread, int32_t level, std::string_view line)
     last_sign_ = Clock::now();
     const std::string_view text = text_of(line);
     const LogText* const row = find_row(text);
+    // The line says nothing of a message. It would otherwise count as an error for each one.
     if (text == kNoAgentIdText) return {.level = level, .text = line, .body = text, .advice = true};
 
     const std::lock_guard lock(mutex_);
     totals_.errors += level == ZEL_LOG_ERROR;
     totals_.warnings += level == ZEL_LOG_WARN;
+    // The last two errors are kept, for a summary that names them.
     if (level == ZEL_LOG_ERROR && !text.empty()) {
         totals_.last_errors[0] = std::move(totals_.last_errors[1]);
         totals_.last_errors[1] = text;
     }
+    // The settings line comes at each start. Tracing is off when no try is allowed.
     if (const size_t tries = text.find(kTriesText); text.starts_with(kSettingsText) && tries != std::string_view::npos)
         totals_.tracing_off = number_at(text.substr(tries + kTriesText.size())) == 0;
     // The GUID stands between its mark and the end of the line.
@@ -117,6 +123,7 @@ LogLine Figures::log_line(uint64_t thread, int32_t level, std::string_view line)
     }
     if (row == nullptr) return {.level = level, .text = line, .body = text};
 
+    // A thread keeps its event in hand until it begins another one.
     if (row->begins != nothing)
         in_hand_[thread] = row->begins == numbered ? number_at(text.substr(row->text.size())) : row->begins;
     const auto held = in_hand_.find(thread);
@@ -125,10 +132,13 @@ LogLine Figures::log_line(uint64_t thread, int32_t level, std::string_view line)
     const std::string_view rest = text.substr(row->text.size());
     ++(totals_.kinds[event].*row->figure);
 
+    // The alarm worker has begun something else. What it knew of the last KOV alert does not count
+    // any more.
     if (row->figure == &KindFigures::begun || row->figure == &KindFigures::ignored) {
         ended_since_.reset();
         if (in_hand == event_id::kov) ended_since_.emplace();
     }
+    // The rest of such a line is the GUID.
     if (text.starts_with(kTraceAnswer)) trace_line(row->figure, in_hand, std::string(rest));
     return {.level = level, .text = line, .body = text, .row = row, .event = event, .rest = rest};
 }
@@ -146,12 +156,14 @@ void Figures::trace_line(Figure figure, EVENT_ID in_hand, const std::string& gui
     const bool on_alarm_worker = in_hand == event_id::kov;
     const auto ended_since = on_alarm_worker ? std::exchange(ended_since_, std::nullopt) : std::nullopt;
     if (figure == &KindFigures::retried) {
+        // The trace worker has no event in hand, so nothing could have been quicker than this line.
         if (!on_alarm_worker)
             put_off_.emplace(guid, in_hand);
         else if (!ended_since || !ended_since->contains(guid))
             put_off_[guid] = in_hand;
         return;
     }
+    // A GUID may stand in the list more than once. One entry goes with each end.
     if (const auto pushed = pushed_.find(guid); pushed != pushed_.end()) pushed_.erase(pushed);
     put_off_.erase(guid);
     if (ended_since_) ended_since_->insert(guid);
@@ -188,6 +200,7 @@ void Figures::sent(const ST_PB_EVENT& event) {
 
 void Figures::memory_check() {
     last_sign_ = Clock::now();
+    // Each of the following is called by the session for one thing that it has seen.
     const std::lock_guard lock(mutex_);
     ++totals_.memory_checks;
 }
@@ -210,6 +223,7 @@ void Figures::process_trace() {
 }
 
 // A trace that was pushed and then put off waits once.
+// A copy, so that the caller can work on it without the lock.
 Totals Figures::totals() const {
     const std::lock_guard lock(mutex_);
     Totals totals = totals_;

@@ -21,6 +21,7 @@
 namespace zelhost {
 
 // Figures of one kind of incoming event. Every event that was published has exactly one end, unless it still waits.
+// All numbers count events, except those in the last line, which count answers.
 struct KindFigures {
     uint64_t in = 0;        // published by the host, or meant to be
     uint64_t got = 0;       // taken up by the plug-in's call-back
@@ -44,6 +45,7 @@ struct KindFigures {
 using Figure = uint64_t KindFigures::*;
 
 // Where an event is when it ends.
+// An event that goes on has no end at that line.
 enum class Place : uint8_t { goes_on, before_the_bus, bus_thread, event_queue, alarm_worker };
 
 // One row for each text of the log that counts: what it counts, and what that means.
@@ -82,6 +84,7 @@ inline constexpr std::string_view kSettingsText = "queue max:";
 inline constexpr std::string_view kTriesText = "trc times:";
 inline constexpr std::string_view kNoAgentIdText = "get agentid from env error !";
 
+// A copy of all figures at one moment. The session makes it, and its reader owns it.
 struct Totals {
     std::map<uint32_t, KindFigures> kinds;  // by event id; 0 for what belongs to no event
     uint64_t memory_checks = 0;
@@ -110,6 +113,7 @@ public:
     // The plug-in has stopped. Its workers are gone, and a new thread that gets the number of one has nothing in hand.
     void workers_ended();
 
+    // The session calls each of these when it has seen one such thing.
     void published(uint32_t event_id);
     void not_subscribed(uint32_t event_id);
     void sent(const ST_PB_EVENT& event);
@@ -129,6 +133,7 @@ public:
 private:
     void trace_line(Figure figure, EVENT_ID in_hand, const std::string& guid);
 
+    // A lock for all, because one line may raise several figures. The tap calls from many threads.
     mutable std::mutex mutex_;
     // All under the mutex.
     Totals totals_;
@@ -139,6 +144,7 @@ private:
     // alert was put off after it has queued it, and the trace worker may have been quicker.
     std::optional<std::set<std::string>> ended_since_;
 
+    // Read without the lock by whoever waits for quiet.
     std::atomic<Clock::time_point> last_sign_{Clock::now()};
 };
 

@@ -18,6 +18,7 @@ std::string read_file(const std::string& path, size_t most = SIZE_MAX);
 struct ClosedPipe {};
 
 // A file that is written from its start, or standard output. One thread.
+// Owns the file, but for standard output, which is only flushed.
 class OutputFile {
 public:
     // Throws Failure when the file cannot be opened.
@@ -30,6 +31,7 @@ public:
 private:
     void check(bool written);
 
+    // For messages to people.
     std::string path_;
     std::unique_ptr<FILE, int (*)(FILE*)> file_;
 };

@@ -16,6 +16,7 @@ namespace {
 using rapidjson::StringBuffer;
 
 // One line in the making: an object, in which a text that is no UTF-8 is written byte by byte and its key kept.
+// Lives for one line. The library behind it writes into a buffer that the line is taken from.
 class Line {
 public:
     Line() { writer_.StartObject(); }
@@ -39,6 +40,7 @@ public:
         if (is_utf8(value)) {
             writer_.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
         } else {
+            // The library would write such bytes as they are, which makes no valid JSON.
             raw(latin1_json(value));
             latin1_.push_back(name);
         }
@@ -52,6 +54,7 @@ public:
     void message(const char* data, uint64_t size) {
         key("message");
         if (const auto json = message_to_json(data, size)) return raw(*json);
+        // Bytes of the size 0 come with a null pointer, which must not be read.
         writer_.Null();
         const auto* bytes = reinterpret_cast<const unsigned char*>(data);
         text("hex", fmt::format("{:02x}", fmt::join(bytes, bytes + (data == nullptr ? 0 : size), "")));
@@ -80,6 +83,7 @@ private:
 }  // namespace
 
 // The message is shown as JSON in full; "size" is that of its bytes on the bus.
+// An event's texts may be null pointers.
 std::string JsonLines::event(const ST_PB_EVENT& event) const {
     Line line;
     line.number("event", uint64_t{event.uEventId});

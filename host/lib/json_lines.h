@@ -5,6 +5,7 @@
 
 namespace zelhost {
 
+// Keeps no state, so several threads may ask at once.
 class JsonLines : public EventLines {
 public:
     std::string event(const ST_PB_EVENT& event) const override;

@@ -10,6 +10,7 @@ namespace {
 constexpr std::string_view kSpaces = " \t\r\n";
 
 // Behind the closing quote of a string that begins at `at`; the text's end when there is none.
+// A backslash takes the next character with it, whatever it is.
 size_t string_end(std::string_view text, size_t at) {
     for (++at; (at = text.find_first_of("\"\\", at)) != std::string_view::npos; at += 2)
         if (text[at] == '"') return at + 1;
@@ -39,6 +40,7 @@ void append_utf8(std::string& to, uint32_t code) {
 }
 
 // The number of an escape \uXXXX at `at`, or one that is no code unit.
+// Four digits are needed. Fewer are no escape.
 uint32_t code_unit(std::string_view literal, size_t at) {
     uint32_t code = UINT32_MAX;
     if (literal.substr(at, 2) != "\\u" || at + 6 > literal.size()) return code;
@@ -54,12 +56,14 @@ size_t append_unit(std::string_view literal, size_t at, std::string& to) {
         return 1;
     }
     if (literal[at + 1] != 'u') {
+        // An unknown letter stands for itself.
         constexpr std::string_view kNames = "bfnrt";
         const size_t name = kNames.find(literal[at + 1]);
         to += name == std::string_view::npos ? literal[at + 1] : "\b\f\n\r\t"[name];
         return 2;
     }
     const uint32_t first = code_unit(literal, at);
+    // Two escapes together make a character beyond 16 bits.
     if (first >= 0xD800 && first < 0xDC00) {
         const uint32_t second = code_unit(literal, at + 6);
         if (second >= 0xDC00 && second < 0xE000) {
@@ -67,6 +71,7 @@ size_t append_unit(std::string_view literal, size_t at, std::string& to) {
             return 12;
         }
     }
+    // Half of such a pair stands for no character.
     append_utf8(to, first > 0xFFFF || (first >= 0xD800 && first < 0xE000) ? kReplacement : first);
     return std::min<size_t>(6, literal.size() - at);
 }
@@ -75,6 +80,7 @@ size_t append_unit(std::string_view literal, size_t at, std::string& to) {
 template <class Stop>
 size_t walk_literal(std::string_view literal, std::string& value, Stop stop) {
     size_t at = 1;
+    // The place is that of the unit, and not of the byte in its value.
     while (at < literal.size() && literal[at] != '"') {
         const size_t size = append_unit(literal, at, value);
         if (stop(value.size())) break;
@@ -90,6 +96,7 @@ size_t walk_literal(std::string_view literal, std::string& value, Stop stop) {
 MemberScan::MemberScan(std::string_view text) : text_(text), good_(take('{')) {}
 
 bool MemberScan::next(ScannedMember& member) {
+    // A member begins with a quote.
     skip_spaces();
     if (!good_ || at_ >= text_.size() || text_[at_] != '"') return false;
     const size_t key = at_ + 1;
@@ -100,6 +107,7 @@ bool MemberScan::next(ScannedMember& member) {
     const size_t value = at_;
     if (!good_ || !skip_value()) return good_ = false;
     member.value = text_.substr(value, at_ - value);
+    // Without a comma this was the last member.
     good_ = take(',');
     return true;
 }
@@ -125,6 +133,7 @@ bool MemberScan::skip_value() {
     size_t depth = 0;
     const size_t begin = at_;
     while (at_ < text_.size()) {
+        // Within brackets only brackets and quotes matter.
         if (depth > 0) at_ = std::min(text_.find_first_of("\"{[]}", at_), text_.size());
         if (at_ == text_.size()) break;
         switch (text_[at_]) {
@@ -154,12 +163,14 @@ bool MemberScan::skip_value() {
 // --- ends ---
 
 OpenEnd open_end(std::string_view text) {
+    // The brackets that are open, from the outside in.
     std::string brackets;
     char last = '\0';
     for (size_t at = 0; (at = text.find_first_not_of(kSpaces, at)) != std::string_view::npos;) {
         last = text[at];
         if (last == '"') {
             at = string_end(text, at);
+            // A quote without its partner: the text ends within a string.
             if (at == text.size() && (at < 2 || text[at - 1] != '"')) return {true, false};
             continue;
         }
@@ -168,6 +179,8 @@ OpenEnd open_end(std::string_view text) {
         ++at;
     }
     if (brackets.empty()) return {};
+    // Behind a bracket, a comma or a colon a value is to come. Then the next line may go on with an
+    // object.
     const bool in_list = brackets.back() == '[' && (last == '[' || last == ',');
     return {true, in_list || last == ':'};
 }

@@ -9,12 +9,14 @@
 namespace zelhost {
 
 // A member of an outermost object.
+// Both views lie in the text that is scanned.
 struct ScannedMember {
     std::string_view key;    // as it stands between its quotes
     std::string_view value;  // as it stands
 };
 
 // Goes through the members of the object that a text begins with. It stops where no member can follow.
+// Keeps a view of the text, which must outlive it. It does not allocate.
 class MemberScan {
 public:
     explicit MemberScan(std::string_view text);
@@ -25,6 +27,7 @@ public:
     bool is_whole() const;
 
 private:
+    // Each of these takes a piece of the text and moves on behind it.
     bool take(char wanted);
     void skip_spaces();
     void skip_string();

@@ -14,6 +14,7 @@ namespace zelhost {
 namespace {
 
 // Notes the members of the outermost object or array and where their values begin and end.
+// The parser calls it for each value that it meets. Only those at depth 1 are members.
 class Collector : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Collector> {
 public:
     using Type = JsonText::Type;
@@ -28,6 +29,7 @@ public:
     bool Int(int value) { return number(value); }
     bool Uint(unsigned value) { return number(value); }
     bool Int64(int64_t value) { return number(value); }
+    // A number too large for a signed one is no whole number here.
     bool Uint64(uint64_t value) {
         if (value <= std::numeric_limits<int64_t>::max()) return number(static_cast<int64_t>(value));
         return scalar(Type::number);
@@ -39,6 +41,7 @@ public:
         return true;
     }
     bool Key(const char* text, Size size, bool) {
+        // The key is behind the parser. The value begins behind the colon and the spaces.
         if (depth_ == 1) members_.emplace_back().key.assign(text, size);
         if (depth_ == 1) begin_ = text_.find_first_not_of(" \t\r\n:", stream_.Tell());
         return true;
@@ -98,6 +101,7 @@ private:
 
 }  // namespace
 
+// The stream lets the collector ask how far the parser is.
 JsonText::JsonText(std::string_view text, Type outermost) {
     rapidjson::MemoryStream stream(text.data(), text.size());
     Collector collector(text, stream, outermost, members_);
@@ -126,6 +130,7 @@ bool JsonText::has_ignoring_case(std::string_view key) const {
 // A key that is misspelt would otherwise be left out silently.
 void JsonText::expect_only(std::initializer_list<std::string_view> keys) const {
     for (const Member& member : members_) {
+        // Two members with one key would leave open which of them counts.
         if (std::ranges::find(keys, member.key) == keys.end())
             throw Failure("\"{}\" is not known here; known: {}", member.key, fmt::join(keys, ", "));
         if (find(member.key) != &member) throw Failure("\"{}\" stands twice", member.key);
@@ -136,6 +141,7 @@ void JsonText::expect_only(std::initializer_list<std::string_view> keys) const {
 int64_t JsonText::whole(std::string_view key, int64_t lowest, int64_t highest, std::optional<int64_t> absent) const {
     const Member* member = find(key);
     if (member == nullptr && absent) return *absent;
+    // A number with a fraction has no whole value, so it is refused here.
     if (member == nullptr || !member->whole || *member->whole < lowest || *member->whole > highest)
         throw Failure("\"{}\" must be a whole number from {} to {}", key, lowest, highest);
     return *member->whole;

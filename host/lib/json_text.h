@@ -11,10 +11,13 @@
 
 namespace zelhost {
 
+// Owns keys and texts; the values as they stand are views. Made on one thread, and any thread may
+// read it then.
 class JsonText {
 public:
     enum class Type { null, boolean, number, string, object, array };
 
+    // One member of an object, or one item of an array.
     struct Member {
         std::string key;  // empty in an array
         Type type = Type::null;
@@ -41,6 +44,7 @@ public:
     const std::string* text(std::string_view key) const;
 
 private:
+    // In the order of the text. Members with the same key are all there.
     std::vector<Member> members_;
 };
 

@@ -11,21 +11,25 @@ namespace {
 // A leak report names no function of a library that is gone.
 constexpr int kOpenFlags = RTLD_NOW | (ZEL_ADDRESS_SANITIZER != 0 ? RTLD_NODELETE : 0);
 
+// One session at a time sets it. The overrides read it on any thread.
 std::atomic<void*> g_support = nullptr;
 
 }  // namespace
 
 Library::Library(const std::filesystem::path& path, int visibility)
     : path_(path), handle_(dlopen(path.c_str(), kOpenFlags | visibility)) {
+    // The loader's own message names the file and what it lacks.
     if (handle_ == nullptr) throw Failure("{}; is the agent folder complete?", dlerror());
 }
 
 Library::~Library() {
+    // A library that was kept has no handle any more.
     if (handle_ != nullptr) dlclose(handle_);
 }
 
 // The loader compares files, so that another spelling of the path finds the library, too.
 bool is_loaded(const std::filesystem::path& path) {
+    // This opens nothing: it only finds what is open, and counts it once more until it is closed.
     void* const handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
     if (handle != nullptr) dlclose(handle);
     return handle != nullptr;

@@ -31,6 +31,7 @@ public:
 
     // Null when there is none.
     void* symbol(const char* name) const { return dlsym(handle_, name); }
+    // The handle is valid as long as the object.
     void* handle() const { return handle_; }
     const std::string& path() const { return path_; }
     // From now on the library stays in the process for good, since something may still call into it.
@@ -44,18 +45,21 @@ private:
 // Whether a library is open in this process, whoever opened it.
 bool is_loaded(const std::filesystem::path& path);
 
+// A required function is missed when the record is made, and not in the middle of a run.
 enum class Need { required, optional };
 
 // Null when an optional function is missing. Throws Failure when a required one is.
 void* find_function(const Library& library, const char* name, Need need);
 
 // A function of a library, looked up when the object is made. `Pointer` is a pointer to a function.
+// Holds an address within the library, which must stay open as long as it is called.
 template <class Pointer>
 class Function {
 public:
     Function(const Library& library, const char* name, Need need = Need::required)
         : function_(reinterpret_cast<Pointer>(find_function(library, name, need))) {}
 
+    // True when the function is there. An optional one is asked before each call.
     explicit operator bool() const { return function_ != nullptr; }
     template <class... Arguments>
     auto operator()(Arguments... arguments) const {
@@ -67,6 +71,7 @@ private:
 };
 
 // The support functions. They are global, so that the plug-in and the other libraries bind to this very file.
+// The tap shows each log line to the host, on the thread that logs.
 struct Support {
     Library library;
     Function<decltype(&zel_log_set_tap)> set_log_tap{library, "zel_log_set_tap", Need::optional};
@@ -74,6 +79,7 @@ struct Support {
 
 // Tells which support library a session uses, for as long as this lives: who stands before its functions has to find
 // them.
+// The record is borrowed. There is one object of this kind at a time.
 class SupportInUse {
 public:
     explicit SupportInUse(const Support& support);
@@ -113,6 +119,7 @@ struct Plugin {
 };
 
 // What the trace module's stand-in counts. The module itself is loaded and unloaded by the plug-in.
+// The host opens the library once more to ask it. The plug-in's own handle is not touched.
 struct TraceModule {
     Library library;
     Function<zeltrc_get_counts_t> get_counts{library, "zeltrc_get_counts", Need::optional};

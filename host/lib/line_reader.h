@@ -33,21 +33,26 @@ public:
     int percent() const;
 
 private:
+    // What a read has brought: more bytes, the end of a line without one in the text, or a signal.
     enum class Got { more, line_end, stopped };
     Got fill();
+    // What the end of the input means for each kind of file.
     Got at_end();
     Got after_regular_file();
     Got after_named_pipe();
+    // Takes another descriptor and closes the one before.
     void replace(int descriptor);
 
     const StopSignal& stop_;
     const std::string path_;
     const Mode mode_;
     int descriptor_;
+    // Bytes that were read and not dropped yet. The line that was given out lies in it.
     std::string buffer_;
     size_t used_ = 0;  // bytes of the buffer that were given out
     bool ended_ = false;
     uint64_t number_ = 0;
+    // In bytes: what was read, and the size that the file had at the opening; 0 for what has none.
     uint64_t read_ = 0;
     uint64_t size_ = 0;
 };

@@ -15,6 +15,7 @@ std::string local_time(bool with_date) {
 std::string local_time(int64_t at_us, bool with_date) {
     const time_t second = at_us / 1'000'000;
     tm local{};
+    // The zone is that of the environment. The call is safe on several threads.
     localtime_r(&second, &local);
     char text[64];
     const size_t size = strftime(text, sizeof text, with_date ? "%Y-%m-%d %H:%M:%S" : "%H:%M:%S", &local);

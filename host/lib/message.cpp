@@ -15,6 +15,7 @@ using vorn_retrace::vorn_trace_info;
 
 std::optional<std::string> message_to_json(const char* data, uint64_t size) {
     if (data == nullptr) return {};
+    // The arena frees the whole message at once, which is quicker for a large one.
     google::protobuf::Arena arena;
     auto& message = *google::protobuf::Arena::CreateMessage<vorn_trace_info>(&arena);
     if (read_message({data, size}, message).broken) return {};
@@ -27,6 +28,7 @@ std::string message_from_json(std::string_view json) {
     vorn_trace_info message;
     const auto status = google::protobuf::util::JsonStringToMessage({json.data(), json.size()}, &message);
     if (!status.ok()) throw Failure("no vorn_trace_info: {}", std::string(status.message()));
+    // The result is in the wire format.
     return message.SerializeAsString();
 }
 

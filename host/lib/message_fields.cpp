@@ -19,6 +19,7 @@ std::vector<const FieldDescriptor*> set_fields(const Message& message) {
     return fields;
 }
 
+// A single field that is set has one value.
 int value_count(const Message& message, const FieldDescriptor& field) {
     return field.is_repeated() ? message.GetReflection()->FieldSize(message, &field) : 1;
 }
@@ -34,6 +35,7 @@ Scalar wire_number(const UnknownField& field) {
         case UnknownField::TYPE_VARINT: return {fmt::to_string(field.varint()), true};
         case UnknownField::TYPE_FIXED64: return {fmt::to_string(field.fixed64()), true};
         case UnknownField::TYPE_FIXED32: return {fmt::to_string(field.fixed32()), false};
+        // Bytes and groups are no numbers.
         default: return {"", true};
     }
 }
@@ -61,6 +63,7 @@ Scalar FieldValue::scalar() const {
         case FieldDescriptor::CPPTYPE_BOOL: return {get(&R::GetBool, &R::GetRepeatedBool) ? "true" : "false", false};
         case FieldDescriptor::CPPTYPE_FLOAT: {
             const float value = get(&R::GetFloat, &R::GetRepeatedFloat);
+            // These three words are those of protobuf's own JSON form.
             if (std::isnan(value)) return {"NaN", true};
             if (std::isinf(value)) return {value > 0 ? "Infinity" : "-Infinity", true};
             return {google::protobuf::SimpleFtoa(value), false};
@@ -68,6 +71,7 @@ Scalar FieldValue::scalar() const {
         case FieldDescriptor::CPPTYPE_ENUM: {
             const int value = get(&R::GetEnumValue, &R::GetRepeatedEnumValue);
             const EnumValueDescriptor* const named = field_.enum_type()->FindValueByNumber(value);
+            // A number that the enumeration does not have is shown as it is.
             return named != nullptr ? Scalar{named->name(), true} : Scalar{fmt::to_string(value), false};
         }
         default: return {"", true};  // a kind that the schema does not have

@@ -26,6 +26,7 @@ const char* wire_name(const google::protobuf::UnknownField& field);
 Scalar wire_number(const google::protobuf::UnknownField& field);
 
 // A value of a field that is set: in a list the one with this index, otherwise the only one. Borrows both; short-lived.
+// An object serves one value while it is shown.
 class FieldValue {
 public:
     FieldValue(const google::protobuf::Message& message, const google::protobuf::FieldDescriptor& field, int index)

@@ -25,9 +25,11 @@ struct StringStream {
     std::string text;
 };
 
+// Writes one message. Its state is the text so far.
 class Printer {
 public:
     std::string print(const Message& message) {
+        // The text leaves without a copy.
         write(message);
         return std::move(stream_.text);
     }
@@ -47,6 +49,7 @@ private:
         return good;
     }
 
+    // Calls itself for messages inside messages.
     void write(const Message& message) {
         writer_.StartObject();
         std::vector<std::string> latin1;
@@ -56,6 +59,7 @@ private:
             for (int i = 0; i < value_count(message, *field); ++i) write(FieldValue(message, *field, i), latin1);
             if (field->is_repeated()) writer_.EndArray();
         }
+        // The list stands behind the fields of its own object.
         if (!latin1.empty()) {
             key("latin1");
             writer_.StartArray();
@@ -80,6 +84,7 @@ private:
         write(value.scalar());
     }
 
+    // In the order in which they stood in the message.
     void write(const UnknownFieldSet& fields) {
         writer_.StartArray();
         for (int i = 0; i < fields.field_count(); ++i) {
@@ -105,6 +110,7 @@ private:
     }
 
     void write(const Scalar& scalar) {
+        // A number that JSON can hold goes out as its digits.
         if (scalar.quoted) return string(scalar.text);
         writer_.RawValue(scalar.text.data(), scalar.text.size(), rapidjson::kNumberType);
     }

@@ -9,6 +9,7 @@ namespace zelhost {
 
 bool parse_message(const char* data, uint64_t size, vorn_retrace::vorn_trace_info& message) {
     const google::protobuf::LogSilencer quiet;  // a refused string is shown as a result, not as a line of the library
+    // The library counts sizes in an int.
     if (data == nullptr || size > std::numeric_limits<int>::max()) return false;
     return message.ParseFromArray(data, static_cast<int>(size));
 }

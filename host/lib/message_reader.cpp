@@ -31,6 +31,8 @@ constexpr int kDeepest = 100;
 constexpr size_t kLongestCharacter = 4;
 
 // How far the message or list at hand reaches.
+// A message inside another one may be said to reach beyond it, and the buffer may be shorter than
+// either.
 struct Extent {
     uint64_t end;     // in the buffer
     uint64_t beyond;  // bytes of it that the buffer lacks
@@ -58,6 +60,7 @@ void put(Message& message, const FieldDescriptor& field,
 
 // Numbers are cut to the field's width, as protobuf does.
 void put_number(Message& message, const FieldDescriptor& field, uint64_t bits) {
+    // The bits are those of the wire. A field of 32 bits takes the lowest.
     using R = Reflection;
     using F = FieldDescriptor;
     switch (field.cpp_type()) {
@@ -77,6 +80,7 @@ void put_number(Message& message, const FieldDescriptor& field, uint64_t bits) {
 
 // One walk over the bytes. Every function that reads answers false at the break, which is noted then; the path stays as
 // it was there.
+// Fills one message and lives as long as that takes.
 class Reader {
 public:
     explicit Reader(std::string_view bytes) : bytes_(bytes) {}
@@ -94,17 +98,20 @@ private:
         const FieldDescriptor* field;  // null for what the schema does not know
         int number;                    // the index in a list, the field's number without a name; else negative
     };
+    // What the bytes before a value say: where they begin, the field's number and its wire type.
     struct Key {
         uint64_t begin;
         int number;
         Wire wire;
     };
 
+    // Always false, so that a caller can return it at once.
     template <class... T>
     bool fail(uint64_t offset, fmt::format_string<T...> text, T&&... values) {
         reading_.broken = Flaw{offset, path(), fmt::format(text, std::forward<T>(values)...)};
         return false;
     }
+    // The place in the message where the reading is.
     std::string path() const {
         std::string text;
         for (const Step& step : path_) {
@@ -118,6 +125,7 @@ private:
     }
 
     // What a piece runs over when it leaves the extent by so many bytes.
+    // The words differ because the cause does: a buffer that was cut, or a length that is wrong.
     std::string overrun(uint64_t over, const Extent& extent) const {
         if (extent.whole_buffer || over <= extent.beyond)
             return fmt::format("{} byte{} after the buffer", over, over == 1 ? "" : "s");
@@ -133,6 +141,7 @@ private:
                 return fail(begin, "the {} is cut off by the end of the {}", what,
                             extent.whole_buffer || extent.beyond > 0 ? "buffer" : "message that holds it");
             const auto byte = static_cast<unsigned char>(bytes_[at_++]);
+            // Groups of seven bits, the lowest first. Bits beyond 64 fall out.
             value |= uint64_t{byte & 0x7fu} << (7 * i);
             if (byte < 0x80) return true;
         }
@@ -143,6 +152,7 @@ private:
         if (size > extent.end - at_)
             return fail(begin, "the number ends {}", overrun(size - (extent.end - at_), extent));
         value = 0;
+        // A shorter number leaves the upper bytes 0.
         memcpy(&value, bytes_.data() + at_, size);  // the wire format is that of the machine
         at_ += size;
         return true;
@@ -157,6 +167,7 @@ private:
         key.begin = at_;
         uint64_t bits;
         if (!read_varint(bits, kKeyBytes, extent, "key of a field", key.begin)) return false;
+        // The number of the field stands above the three bits of the wire type.
         key.number = static_cast<int>(static_cast<uint32_t>(bits) >> 3);
         key.wire = static_cast<Wire>(bits & 7);
         if (key.number == 0) return fail(key.begin, "a field with the number 0");
@@ -169,6 +180,7 @@ private:
     // The extent of what is given with its length. A piece that the buffer cuts off is entered, since its beginning is
     // there; where it contradicts the message around it, nobody knows which of the two lengths is wrong.
     bool read_length(Extent& piece, const Extent& extent, const char* what, uint64_t begin) {
+        // A length of more than five bytes is refused by protobuf as well.
         uint64_t length;
         if (!read_varint(length, kLengthBytes, extent, "length", begin)) return false;
         const uint64_t there = extent.end - at_;
@@ -181,6 +193,7 @@ private:
     bool read_bytes(std::string_view& value, const Extent& extent, const char* what, uint64_t begin) {
         Extent piece;
         if (!read_length(piece, extent, what, begin)) return false;
+        // What is there of a text is used. The break is told none the less.
         value = bytes_.substr(at_, piece.end - at_);
         at_ = piece.end;
         return piece.beyond == 0 || fail(begin, "the {} ends {}", what, overrun(piece.beyond, extent));
@@ -204,6 +217,7 @@ private:
     // A list of numbers in one piece. Each has its own place in the path.
     bool read_packed(Message& message, const FieldDescriptor& field, const Extent& extent, uint64_t begin) {
         Extent list;
+        // The list itself has no index.
         path_.back().number = -1;
         if (!read_length(list, extent, "list", begin)) return false;
         while (at_ < list.end) {
@@ -218,6 +232,8 @@ private:
 
     bool read_submessage(Message& message, const FieldDescriptor& field, const Extent& extent, uint64_t begin) {
         Extent inside;
+        // The child is made before its bytes are read. A message that breaks inside still shows
+        // what came before.
         if (!read_length(inside, extent, "message", begin)) return false;
         const Reflection& reflection = *message.GetReflection();
         Message* const child =
@@ -226,6 +242,7 @@ private:
     }
 
     bool read_known(Message& message, const FieldDescriptor& field, const Key& key, const Extent& extent) {
+        // A list of numbers may come in one piece although each could come alone.
         if (key.wire != wire_of(field)) return read_packed(message, field, extent, key.begin);
         if (field.cpp_type() == FieldDescriptor::CPPTYPE_MESSAGE)
             return read_submessage(message, field, extent, key.begin);
@@ -236,6 +253,7 @@ private:
         return true;
     }
 
+    // The value is kept as it came, since nobody knows what it means.
     bool read_unknown(UnknownFieldSet& fields, const Key& key, const Extent& extent) {
         if (key.wire == kEndGroup) return fail(key.begin, "a group ends that did not begin");
         if (key.wire == kGroup)
@@ -274,6 +292,8 @@ private:
             if (!read_key(key, extent)) return false;
             const FieldDescriptor* const field = message.GetDescriptor()->FindFieldByNumber(key.number);
             const bool packed = field != nullptr && field->is_packable() && key.wire == kBytes;
+            // A field with a wire type of its own, or a list in one piece. Anything else is unknown
+            // to the schema.
             if (field != nullptr && (key.wire == wire_of(*field) || packed)) {
                 path_.push_back({field, field->is_repeated() ? reflection.FieldSize(message, field) : -1});
                 if (!read_known(message, *field, key, extent)) return false;
@@ -281,11 +301,14 @@ private:
                 path_.push_back({nullptr, key.number});
                 if (!read_unknown(*reflection.MutableUnknownFields(&message), key, extent)) return false;
             }
+            // Only a value that was read whole leaves the path. At a break the path tells the
+            // place.
             path_.pop_back();
         }
         return extent.beyond == 0 || fail(at_, "the message ends {}", overrun(extent.beyond, extent));
     }
 
+    // A limit as in protobuf's parser. Without it a hostile message could use up the stack.
     bool enter(uint64_t begin) {
         return ++depth_ <= kDeepest || fail(begin, "more than {} messages and groups inside each other", kDeepest);
     }

@@ -21,6 +21,7 @@ struct Flaw {
     std::string reason;  // for people, without a full stop
 };
 
+// The result of one reading. It owns its texts.
 struct Reading {
     // Where the buffer breaks: every field before the offset is in the message, the one that begins there is not whole.
     // A buffer that ends inside a message has the break at its end.
@@ -33,6 +34,7 @@ struct Reading {
 
 // Adds to the message, which is new, what protobuf would. What the schema does not know is among the unknown fields, as
 // is a field with another wire type than its own. Of a text that the buffer cuts off, the beginning is taken.
+// `message` must be of a type that the schema has. Any thread, with a message of its own.
 Reading read_message(std::string_view bytes, google::protobuf::Message& message);
 
 }  // namespace zelhost

@@ -19,9 +19,11 @@ namespace {
 using prometheus::ClientMetric;
 using prometheus::MetricFamily;
 using prometheus::MetricType;
+// The library's own type for name and value of a label.
 using Labels = std::vector<ClientMetric::Label>;
 
 // What the figures below are taken from.
+// Borrowed for the time of one text.
 struct Snapshot {
     const Account& account;
     const RunProgress& run;
@@ -34,6 +36,7 @@ struct Single {
     const char* name;
     const char* help;
     MetricType type;
+    // A metric of the log is left out when the log is not read. A 0 would be taken for a figure.
     bool of_the_log;  // known only where the log is read
     double (*value)(const Snapshot& snapshot);
 };
@@ -58,11 +61,13 @@ constexpr Single kSingles[] = {
      [](const Snapshot& s) { return real(s.account.totals.sum(&KindFigures::retried)); }},
 };
 
+// A metric without values yet.
 MetricFamily family(const char* name, const char* help, MetricType type) { return {name, help, type, {}}; }
 
 void add(MetricFamily& family, double value, Labels labels = {}) {
     ClientMetric metric;
     metric.label = std::move(labels);
+    // A counter only grows during a run; a gauge may fall.
     (family.type == MetricType::Counter ? metric.counter.value : metric.gauge.value) = value;
     family.metric.push_back(std::move(metric));
 }
@@ -82,6 +87,7 @@ MetricFamily given_out_by_kind(const Totals& totals) {
 }
 
 // Every end that has words, also at 0, so that a rate can be told from the first one on.
+// The words are those of the summary.
 MetricFamily unreported_by_reason(const Totals& totals) {
     MetricFamily unreported =
         family("zelhost_events_unreported_total", "Incoming events that ended without a report.", MetricType::Counter);
@@ -108,6 +114,7 @@ MetricFamily log_lines_by_level(const Totals& totals) {
 }
 
 // One row for each metric of a sink with a single value.
+// A sink has its figures apart, since most runs have none.
 struct SinkSingle {
     const char* name;
     const char* help;
@@ -147,6 +154,7 @@ void add_sink(std::vector<MetricFamily>& families, const SinkAccount& sink) {
         add(families.back(), row.value(sink));
     }
     MetricFamily shed = family("zelhost_sink_shed_total", "Messages that the sink gave up.", MetricType::Counter);
+    // Rows without a reason for shedding are of other figures.
     for (const SinkFigure& figure : kSinkFigures)
         if (figure.shed != nullptr) add(shed, real(sink.*figure.value), {{"reason", figure.shed}});
     families.push_back(std::move(shed));
@@ -154,6 +162,7 @@ void add_sink(std::vector<MetricFamily>& families, const SinkAccount& sink) {
 
 }  // namespace
 
+// The order of the families is fixed, so that two texts can be compared.
 std::string metrics_text(const Account& account, const RunProgress& run) {
     const Totals& totals = account.totals;
     const Snapshot snapshot{account, run};
@@ -182,17 +191,20 @@ MetricsFile::MetricsFile(const std::string& path) : path_(path) {
     const auto status = std::filesystem::status(path, none);
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
         throw Failure("cannot replace the metrics {}: it is no regular file; name one that may be replaced", path);
+    // A link is resolved once. Otherwise the rename would replace the link.
     if (std::filesystem::exists(status)) path_ = std::filesystem::canonical(path);
 }
 
 // Written beside its place, under a name that no collector takes up.
 void MetricsFile::replace(const std::string& text) const {
+    // The number of the process keeps two runs apart.
     const std::string fresh = fmt::format("{}.{}.tmp", path_, getpid());
     try {
         OutputFile file(fresh);
         file.write(text);
         file.flush();
     } catch (const Failure&) {
+        // Half a file is not left behind.
         unlink(fresh.c_str());
         throw;
     }

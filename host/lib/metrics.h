@@ -18,9 +18,11 @@ struct RunProgress {
 };
 
 // In the text format. What only the log tells is left out where the log is not read.
+// The text is a whole file.
 std::string metrics_text(const Account& account, const RunProgress& run);
 
 // One thread at a time.
+// Owns only the path. It is written on the thread that calls.
 class MetricsFile {
 public:
     // Throws Failure when there is something at the path that is no regular file: a replacement would destroy it.

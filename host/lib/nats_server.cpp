@@ -14,13 +14,16 @@
 namespace zelhost {
 namespace {
 
+// Milliseconds; for one server of the address.
 constexpr int64_t kConnectMs = 2'000;
 constexpr int64_t kWriteMs = 5'000;  // a server that takes nothing for so long is given up
 constexpr int64_t kPingMs = 10'000;  // a server that is gone without a word is noticed after two of these
 constexpr int kPings = 2;
+// A file of credentials has a few hundred bytes. Another file was named by mistake.
 constexpr size_t kMostCredentials = size_t{64} * 1024;
 constexpr size_t kLongestSubject = 200;
 
+// `what` and `file` are for the message.
 void check(natsStatus status, const char* what, const std::string& file) {
     if (status != NATS_OK) throw Failure("cannot use {} {}: {}", what, file, nats_reason(status));
 }
@@ -32,6 +35,7 @@ void say_objection(natsConnection* connection, natsSubscription*, natsStatus, vo
     static std::string said;
     const char* error = nullptr;
     if (natsConnection_GetLastError(connection, &error) == NATS_OK || error == nullptr) return;
+    // Threads of the library call this, perhaps at the same time.
     const std::lock_guard lock(mutex);
     if (said == error) return;
     said = error;
@@ -44,6 +48,7 @@ void set_credentials(natsOptions* options, const std::string& file) {
     if (text.find("BEGIN NATS USER JWT") != std::string::npos)
         return check(natsOptions_SetUserCredentialsFromFiles(options, file.c_str(), nullptr), "the credentials", file);
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    // A password may hold a colon, a name may not.
     const size_t colon = text.find(':');
     if (colon == std::string::npos || text.find('\n') != std::string::npos)
         throw Failure("the credentials {} are neither a file of the server's tools nor one line NAME:PASSWORD", file);
@@ -58,6 +63,7 @@ std::string nats_reason(natsStatus status) {
     if (status == NATS_NO_SERVER) return "no server answers";
     natsStatus last = NATS_OK;
     const char* const error = nats_GetLastError(&last);
+    // The library keeps the text of the last failure of each thread. It may be of another call.
     std::string_view text = last == status && error != nullptr ? error : "";
     if (const size_t end = text.find("): "); text.starts_with('(') && end != std::string_view::npos)
         text.remove_prefix(end + 3);
@@ -73,6 +79,7 @@ NatsAddress parse_nats_address(const std::string& text) {
     NatsAddress address;
     address.tls = text.starts_with("tls://");
     if (!address.tls && !text.starts_with("nats://")) fail("it begins with neither nats:// nor tls://");
+    // All servers share the scheme, so it stands once.
     const size_t begin = text.find("//") + 2;
     const size_t slash = std::min(text.find('/', begin), text.size());
     if (text.find('@') < slash) fail("a name or a password does not belong there, a file of credentials holds it");
@@ -95,6 +102,7 @@ NatsOptions::NatsOptions(const NatsAddress& address, const NatsAccess& access, c
     if (natsOptions_Create(&options) != NATS_OK) throw Failure("there is no memory for a connection");
     options_.reset(options);
     std::vector<const char*> servers;
+    // The library copies the texts.
     for (const std::string& server : address.servers) servers.push_back(server.c_str());
     check(natsOptions_SetServers(options, servers.data(), static_cast<int>(servers.size())), "the address", place_);
     natsOptions_SetName(options, name.c_str());
@@ -110,6 +118,7 @@ NatsOptions::NatsOptions(const NatsAddress& address, const NatsAccess& access, c
 
 void NatsOptions::set_access(const NatsAddress& address, const NatsAccess& access) {
     natsOptions* const options = options_.get();
+    // A file for TLS asks for TLS, whatever the address says.
     const bool tls = address.tls || !access.ca.empty() || !access.cert.empty();
     if (tls) check(natsOptions_SetSecure(options, true), "TLS with", place_);
     if (!access.ca.empty())

@@ -30,6 +30,7 @@ struct NatsAccess {
     std::string cert, key;  // of this client
 };
 
+// Ends what the library has made. The pointers below own their objects by it.
 struct NatsClose {
     void operator()(natsOptions* options) const { natsOptions_Destroy(options); }
     void operator()(natsConnection* connection) const { natsConnection_Destroy(connection); }
@@ -44,6 +45,7 @@ using Nats = std::unique_ptr<Handle, NatsClose>;
 
 // What a connection is made with. It is made once and serves every connection after a break. Throws Failure when a file
 // cannot be read.
+// Does not change any more once it is made. Any thread may connect.
 class NatsOptions {
 public:
     NatsOptions(const NatsAddress& address, const NatsAccess& access, const std::string& name);
@@ -55,6 +57,7 @@ public:
 private:
     void set_access(const NatsAddress& address, const NatsAccess& access);
 
+    // The servers, for messages.
     const std::string place_;
     Nats<natsOptions> options_;
 };

@@ -25,6 +25,7 @@ FILE* open_output(const std::string& path) {
 
 }  // namespace
 
+// A limit of 0 is never reached, since the count is compared after it has grown.
 Output::Output(const std::string& path, uint64_t limit, std::function<void()> on_end)
     : path_(path),
       limit_(limit),
@@ -50,8 +51,10 @@ void Output::write(const std::string& line) {
     const auto put = [&] {
         const bool written =
             fwrite(line.data(), 1, line.size(), file_.get()) == line.size() && fflush(file_.get()) == 0;
+        // The reason is kept before any other call can change it.
         if (!written) error = errno;
     };
+    // The progress line and the output may share the terminal.
     terminal_ ? console::above_progress(put) : put();
     if (error == EPIPE) return end(State::closed);
     if (error == 0) return;
@@ -60,6 +63,7 @@ void Output::write(const std::string& line) {
 }
 
 void Output::end(State state) {
+    // The caller holds the lock, so the callback must not ask this object.
     state_ = state;
     on_end_();
 }

@@ -12,6 +12,7 @@ namespace zelhost {
 
 // Any thread may write; lines do not mix. An output ends when its limit is reached, when nobody reads it any more, or
 // when it cannot be written. After that nothing is written.
+// Owns the file, but for standard output.
 class Output {
 public:
     enum class State { open, limit_reached, closed, failed };
@@ -27,6 +28,7 @@ public:
     // Looks whether somebody still reads, which a run that writes nothing would not learn otherwise.
     void look();
 
+    // How it stands. Once it is no longer open it stays so.
     State state() const;
     uint64_t shown() const;
     // Why the output failed.
@@ -38,10 +40,12 @@ private:
     void end(State state);
 
     const std::string path_;
+    // Lines that end the output; 0 for none.
     const uint64_t limit_;
     const std::function<void()> on_end_;
     std::unique_ptr<FILE, int (*)(FILE*)> file_;
     const bool terminal_;
+    // Held while a line is written, so that lines do not mix.
     mutable std::mutex mutex_;
     // Under the mutex.
     State state_ = State::open;

@@ -13,6 +13,7 @@ using Type = JsonText::Type;
 // A document as it stands, with its spaces and its order: what the decoder sees must be what the author wrote.
 Payload raw_bytes(const Member& member) { return std::string(member.raw); }
 
+// The value behind the escapes, as bytes.
 Payload text_bytes(const Member& member) {
     if (member.type != Type::string) throw Failure("\"{}\" must be a string", member.key);
     return member.text;
@@ -27,6 +28,7 @@ Payload hex_bytes(const Member& member) {
     }
 }
 
+// The wire form of the message that the object describes.
 Payload message_bytes(const Member& member) { return message_from_json(member.raw); }
 
 // Only null, so that nobody gives bytes under a key that would drop them.
@@ -37,6 +39,7 @@ Payload no_bytes(const Member& member) {
 }
 
 // One row a form; the header tells what each takes.
+// A key that a line may use and what makes bytes of its value.
 struct Form {
     std::string_view key;
     Payload (*read)(const Member& member);
@@ -51,6 +54,7 @@ constexpr Form kForms[] = {
 Payload read_payload(const JsonText& line) {
     const Form* chosen = nullptr;
     for (const Form& form : kForms) {
+        // A search for each form, so that two of them are noticed.
         if (line.find(form.key) == nullptr) continue;
         if (chosen != nullptr) throw Failure("\"{}\" and \"{}\" cannot stand together", chosen->key, form.key);
         chosen = &form;

@@ -18,6 +18,7 @@ using Payload = std::optional<std::string>;
 //   message       a vorn_trace_info in JSON form, serialised
 //   data          null: no bytes at all
 // Throws Failure when the line has none or two of them, or a value of another kind.
+// The bytes are a copy.
 Payload read_payload(const JsonText& line);
 
 }  // namespace zelhost

@@ -16,6 +16,7 @@ namespace {
 using vorn_retrace::threat_alert;
 using vorn_retrace::vorn_trace_info;
 
+// An empty column would make the line hard to read by columns.
 std::string or_dash(const std::string& text) { return text.empty() ? "-" : text; }
 
 std::string_view base_name(std::string_view path) { return path.substr(path.rfind('/') + 1); }
@@ -27,6 +28,7 @@ std::string joined(std::string_view outcome, std::string_view what) {
 
 // The first rule, and how many more there are.
 std::string rule_of(const vorn_trace_info& message) {
+    // A credible event has its rule in a place of its own.
     if (message.has_credible_event()) return message.credible_event().rule().rule_id();
     const auto& rules = message.threat().alert_rule();
     if (rules.empty()) return {};
@@ -46,6 +48,7 @@ std::string process_of(const vorn_trace_info& message) {
 // What the message is about: the alert's own words, or else the kind of event that it stems from.
 std::string subject_of(const vorn_trace_info& message, EVENT_ID source) {
     const threat_alert& threat = message.threat();
+    // From the most telling text to the least.
     for (const std::string* text : {&threat.alert_name(), &threat.malicious_key(), &threat.alert_desc(),
                                     &message.credible_event().rule().rule_name(), &threat.file_key()})
         if (!text->empty()) return *text;
@@ -56,6 +59,7 @@ std::string subject_of(const vorn_trace_info& message, EVENT_ID source) {
 // Every list of the chain but that of its edges holds vertices.
 std::string chain_text(const vorn_retrace::vorn_trace_event& chain) {
     const auto* const type = chain.GetDescriptor();
+    // The list of edges is taken off here, because the loop counts it as well.
     int vertices = -chain.edge_list_size();
     for (int i = 0; i < type->field_count(); ++i)
         if (type->field(i)->is_repeated()) vertices += chain.GetReflection()->FieldSize(chain, type->field(i));
@@ -71,6 +75,7 @@ std::string trace_text(const vorn_trace_info& message) {
 }
 
 std::string batch_text(const vorn_trace_info& message) {
+    // The counts are of the hits after the first one.
     uint64_t hits = 0;
     for (const auto& alert : message.dup_alerts()) hits += static_cast<uint32_t>(alert.dup_count());
     return fmt::format("{} alerts were hit again, {} times in all", message.dup_alerts_size(), hits);
@@ -80,14 +85,17 @@ std::string batch_text(const vorn_trace_info& message) {
 std::string report_text(const vorn_trace_info& message, EVENT_ID source, bool tracing) {
     const threat_alert& threat = message.threat();
     const bool document = source == event_id::ioa_alert || source == event_id::memory_trojan;
+    // The plug-in marks a repeat by this code.
     if (message.err_code() == vorn_retrace::ERROR_CODE_TRACE_FILTERED) return "not traced, repeat";
     if (document && !threat.containerid().empty() && threat.containerid() != "host")
         return fmt::format("not traced, container {}",
                            threat.containername().empty() ? threat.containerid() : threat.containername());
+    // Findings and detections are never traced.
     const bool follows = tracing && (document || source == event_id::ioc || source == event_id::kov);
     return follows ? "trace follows" : "reported";
 }
 
+// What kind of line it is, and what became of the alert.
 struct Outcome {
     const char* kind;
     std::string text;
@@ -107,6 +115,7 @@ const char* words_of(const LogText& row) {
     if (row.figure == &KindFigures::failed) return "trace failed";
     if (row.figure == &KindFigures::dropped) return "trace dropped";
     if (row.figure == &KindFigures::retried) return "trace put off";
+    // A figure that ends an event elsewhere has no line for people here.
     for (const LogText& each : log_texts())
         if (each.figure == row.figure && each.ends == Place::alarm_worker) return each.words;
     return nullptr;
@@ -122,6 +131,7 @@ std::string_view guid_of(const LogLine& line) {
 
 }  // namespace
 
+// What a line is made of. Texts are as they came, and are made visible when the line is written.
 struct PrettyLines::Columns {
     std::string_view kind;
     int level = 0;
@@ -143,10 +153,12 @@ std::string PrettyLines::line(const Columns& columns) const {
     std::string outcome = visible(columns.outcome);
     const std::string guid = visible(columns.guid.substr(0, 8));
 
+    // What stands before the outcome: the widths of the columns and the blanks between them.
     constexpr size_t kBefore = 12 + 9 + 8 + 15 + 18 + 5;
     constexpr size_t kLeast = 10;
     if (const size_t width = console::columns(descriptor_); width > 0) {
         const size_t used = kBefore + (guid.empty() ? 0 : guid.size() + 1);
+        // On a very narrow terminal the outcome keeps a few characters, and the line wraps.
         outcome = fmt::format("{:.{}}", outcome, width > used + kLeast ? width - used : kLeast);
     }
     return fmt::format("{} {} {} {} {} {}{}{}\n", paint_(Tint::faint, head), paint_(Tint::bold, kind),
@@ -158,6 +170,7 @@ std::string PrettyLines::line(const Columns& columns) const {
 std::string PrettyLines::event(const ST_PB_EVENT& event) const {
     const std::string_view guid = event.pszGuid == nullptr ? "" : event.pszGuid;
     vorn_trace_info message;
+    // A message that cannot be read has neither level nor rule.
     if (!parse_message(event.pData, event.uSize, message))
         return line({.kind = event.uEventId == event_id::first_report ? "report" : "trace",
                      .outcome = joined(fmt::format("{} bytes that are no message", uint64_t{event.uSize}),
@@ -196,6 +209,7 @@ std::string PrettyLines::report(std::string_view module, std::string_view text) 
     return line({.kind = "statistic", .rule = std::string(module), .outcome = std::string(text)});
 }
 
+// A trace that was put off comes again, so its line is faint.
 std::string PrettyLines::remark(const LogLine& logged) const {
     const char* const words = logged.row == nullptr ? nullptr : words_of(*logged.row);
     if (words == nullptr) return {};

@@ -6,6 +6,7 @@
 
 namespace zelhost {
 
+// Only reads its members once it is set up, so several threads may ask at once.
 class PrettyLines : public EventLines {
 public:
     // `descriptor` is where the lines go: on a terminal they are cut to its width.

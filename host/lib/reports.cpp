@@ -29,10 +29,12 @@ constexpr Rule kRules[] = {
 
 // A report is one JSON member: the module's name, and objects of figures in it. Text values are left out.
 void Reports::add(std::string_view text) {
+    // The module reports a member without braces around it.
     const std::string object = "{" + std::string(text) + "}";
     const JsonText whole(object);
     if (whole.members().size() != 1) throw Failure("the plug-in's report is no JSON member: {}", text);
     const JsonText report(whole.members().front().raw);
+    // A report has parts, and each part is an object of figures.
     for (const auto& part : report.members()) {
         const JsonText figures(part.raw);
         for (const auto& figure : figures.members()) {
@@ -42,6 +44,7 @@ void Reports::add(std::string_view text) {
             sum = (rule == std::end(kRules) ? sum_up : rule->join)(sum, static_cast<uint64_t>(*figure.whole));
         }
     }
+    // The plug-in's own average is of one report alone.
     if (const uint64_t successes = figure("successCount")) entry("avgCost") = figure("traceCost") / successes;
     ++count_;
 }

@@ -10,6 +10,7 @@
 namespace zelhost {
 
 // Sums over all reports of a run: each report sets the plug-in's figures to zero.
+// The session guards it by a lock. It has none of its own.
 class Reports {
 public:
     // `text` is the JSON member that a module reports. Throws Failure when it is none.
@@ -24,6 +25,7 @@ private:
     // Made with 0 when it is new.
     uint64_t& entry(std::string_view key);
 
+    // Some twenty figures, so a search is quick.
     std::vector<std::pair<std::string, uint64_t>> figures_;
     uint64_t count_ = 0;
 };

@@ -18,14 +18,18 @@ namespace {
 using namespace std::chrono_literals;
 
 // Steps are counted, not time: a long run has clocks of its own.
+// Up to 10 000 steps of a millisecond, which is ten seconds by the machine's clock.
 constexpr auto kDrainStep = 1ms;
 constexpr int kDrainSteps = 10'000;
+// How long a publisher waits before it asks a full bus again.
 constexpr auto kFullPause = 100us;
 
 // The one session of the process, for the plug-in's result callback.
+// The call-back of a trace gets no pointer of the host's, so it finds its session here.
 std::atomic<Session*> current = nullptr;
 
 // Runs what a library has called back for. No exception goes through the library's frames.
+// `what` completes the sentence "cannot ...".
 template <class Act>
 void guarded(const char* what, const Act& act) {
     try {
@@ -42,6 +46,7 @@ void open_if_there(std::optional<Record>& record, const std::filesystem::path& p
 }
 
 // Tells the client of what goes in for as long as this lives.
+// The second call comes at every return, also after an exception.
 class Told {
 public:
     Told(Client& client, const Input& input) : client_(client), input_(input) { client_.on_input(input_); }
@@ -55,6 +60,7 @@ private:
 };
 
 // What is delivered at this moment counts as waiting.
+// Both directions count: events for the plug-in, and events that it has sent.
 bool at_rest(const lummb_counts& bus) { return bus.waiting == 0 && bus.sending == 0; }
 
 }  // namespace
@@ -66,9 +72,12 @@ bool Client::pause_publishing() {
 
 // A step that fails does not keep the others from being taken.
 Undo::~Undo() {
+    // What was done last may depend on what was done before it, so it is taken back first.
     for (const auto& step : std::views::reverse(steps_)) guarded("end a session", step);
 }
 
+// Members are made in the order in which the header has them. So the support functions are there
+// before the bus and the plug-in look for them.
 Session::Session(const AgentFolder& folder, Client& client, int visibility)
     : folder_(folder),
       client_(client),
@@ -76,10 +85,12 @@ Session::Session(const AgentFolder& folder, Client& client, int visibility)
       support_in_use_(support_),
       bus_{folder_.library("liblummb.so")},
       plugin_{{folder_.plugin(), visibility}} {
+    // The second session of a process is refused before it can change anything.
     Session* none = nullptr;
     if (!current.compare_exchange_strong(none, this)) throw Failure("there is a session already in this process");
     undo_.add([] { current = nullptr; });
     watch_log();
+    // The counting library is the stand-in's. The agent's own trace module has none.
     open_if_there(trace_, folder_.library("libzelcount.so"));
     if (trace_ && trace_->set_explainer) {
         trace_->set_explainer(explain_buffer, this);
@@ -89,6 +100,7 @@ Session::Session(const AgentFolder& folder, Client& client, int visibility)
     subscribe();
 }
 
+// Without the tap, the counter knows only what crosses the bus.
 void Session::watch_log() {
     if (!support_.set_log_tap) return;
     support_.set_log_tap(take_log_line, this);
@@ -98,6 +110,7 @@ void Session::watch_log() {
 
 // The subscriptions stay over restarts of the plug-in, so that what it sends while it stops is seen, too.
 void Session::subscribe() {
+    // The token is what takes the subscription back.
     const auto take = [this](uint32_t event_id, lummb_sink_t sink) {
         const uint64_t token = bus_.subscribe(event_id, sink, static_cast<void*>(this));
         undo_.add([this, token] { bus_.unsubscribe(token); });
@@ -105,20 +118,24 @@ void Session::subscribe() {
     for (const uint32_t id : {event_id::first_report, event_id::finished_trace, event_id::credible_report})
         take(id, take_event);
     take(event_id::mem_detect, take_memory_check);
+    // The bus asks these functions before each event that it moves.
     const lummb_order order{this, take_choice, take_delivery, take_delivered, take_sending};
     bus_.set_order(&order);
+    // A null pointer gives the bus its own order back.
     undo_.add([this] { bus_.set_order(static_cast<const lummb_order*>(nullptr)); });
 }
 
 // An event that is still on the bus may call into the plug-in, which then has to stay.
 Session::~Session() {
     guarded("stop the plug-in", [this] { stop(); });
+    // The library stays in memory then. A call into a library that is gone would end the process.
     if (!at_rest(bus_.counts())) plugin_.library.keep();
 }
 
 // In pure mode no trace module is loaded, and nothing about it is missed.
 std::vector<std::string> Session::unknown() const {
     std::vector<std::string> sentences;
+    // One sentence for each library that is another one than the stand-in.
     const auto miss = [&](const char* library, const char* what) {
         sentences.push_back(fmt::format("{} is not the stand-in: {}", library, what));
     };
@@ -135,7 +152,9 @@ int Session::start() {
     const Told told(client_, {.kind = Input::start});
     started_ = true;
     const int answer = plugin_.init();
+    // Once true it stays so.
     trace_module_ = trace_module_ || is_loaded(folder_.library("libzeltrc.so"));
+    // A host that could not initialise the plug-in does not start it.
     if (answer == 0) plugin_.start();
     return answer;
 }
@@ -143,8 +162,10 @@ int Session::start() {
 // Also after a start that failed, as an agent does. The counter forgets the threads only when the bus has come to rest:
 // until then its thread may still be in the middle of an event.
 uint64_t Session::stop() {
+    // A second stop finds nothing to do.
     if (!std::exchange(started_, false)) return 0;
     const Told told(client_, {.kind = Input::stop});
+    // What was on its way at this moment may be released after the trace module was unloaded.
     const lummb_counts before = bus_.counts();
     plugin_.stop();
     plugin_.uninit();
@@ -155,6 +176,7 @@ uint64_t Session::stop() {
 
 // The plug-in formats no line then, unless its logger writes it.
 void Session::leave_log() {
+    // The tap is what makes the plug-in format lines that the logger would drop.
     support_.set_log_tap(nullptr, nullptr);
     reads_log_ = false;
 }
@@ -162,6 +184,7 @@ void Session::leave_log() {
 // --- what comes back ---
 
 // The logger's own lock makes these calls one at a time.
+// The thread's number tells the counter which event the line belongs to.
 void Session::take_log_line(void* session, int32_t level, const char* text) {
     guarded("count a log line", [&] {
         auto& self = *static_cast<Session*>(session);
@@ -170,6 +193,7 @@ void Session::take_log_line(void* session, int32_t level, const char* text) {
 }
 
 int32_t Session::take_choice(void* session) {
+    // Should the client throw, the bus decides by itself.
     int32_t choice = LUMMB_EITHER;
     guarded("choose an event", [&] { choice = static_cast<Session*>(session)->client_.choose_next(); });
     return choice;
@@ -184,6 +208,7 @@ void Session::take_delivered(void* session) {
 }
 
 void Session::take_sending(void* session, void (*enqueue)(void*), void* argument) {
+    // The function and its argument are valid during this call.
     guarded("send an event",
             [&] { static_cast<Session*>(session)->client_.on_send([enqueue, argument] { enqueue(argument); }); });
 }
@@ -191,6 +216,7 @@ void Session::take_sending(void* session, void (*enqueue)(void*), void* argument
 void Session::take_event(void* session, MbFrame::IEvent* event) {
     guarded("show an event", [&] {
         auto& self = *static_cast<Session*>(session);
+        // The event owns the record.
         const auto& record = *static_cast<const ST_PB_EVENT*>(event->GetNativeEvent());
         self.figures_.sent(record);
         self.client_.on_event(*event, record);
@@ -206,6 +232,7 @@ void Session::take_memory_check(void* session, MbFrame::IEvent* event) {
 }
 
 // The plug-in ignores the result.
+// The plug-in owns the buffer and frees it after the call.
 int Session::take_answer(int code, uint32_t context, const char* buffer, uint32_t size) {
     guarded("show the answer to a trace", [&] {
         Session& self = *current;
@@ -219,6 +246,7 @@ int Session::take_answer(int code, uint32_t context, const char* buffer, uint32_
 void Session::take_report(void* session, const char* module, int32_t result, const char* text) {
     guarded("read a report", [&] {
         auto& self = *static_cast<Session*>(session);
+        // The result 1 means that the module has written its report. An empty text has no figures.
         if (result == 1 && *text != '\0') {
             const std::lock_guard lock(self.mutex_);
             self.reports_.add(text);
@@ -229,6 +257,7 @@ void Session::take_report(void* session, const char* module, int32_t result, con
 
 // A result buffer that is out while the trace module is unloaded belongs to an event on its way through the bus, or to
 // a KOV alert whose completion failed, which the plug-in keeps.
+// True explains the buffer, and the stand-in does not report it as lost.
 int32_t Session::explain_buffer(void* session, const char*) {
     const auto& self = *static_cast<const Session*>(session);
     return self.bus_.counts().sending > 0 || self.figures_.totals().sum(&KindFigures::not_completed) > 0;
@@ -240,6 +269,7 @@ int32_t Session::explain_buffer(void* session, const char*) {
 template <class Act>
 Session::Published Session::publish_when_room(uint32_t event_id, Act publish) {
     int32_t answer;
+    // A full bus is no failure. The client decides how long to wait.
     while ((answer = publish()) == LUMMB_FULL)
         if (!client_.pause_publishing()) return Published::given_up;
     if (answer == LUMMB_OK) {
@@ -252,6 +282,8 @@ Session::Published Session::publish_when_room(uint32_t event_id, Act publish) {
 }
 
 Session::Published Session::publish(uint32_t event_id, const char* data, uint64_t size) {
+    // The client hears of it before the bus has it, so that a record has the act before what
+    // follows from it.
     const Told told(client_, {.kind = Input::publish, .number = event_id, .data = data, .size = size});
     return publish_when_room(event_id, [&] { return bus_.publish(event_id, data, size); });
 }
@@ -266,6 +298,7 @@ int Session::file_trace(const char* path, const char* file_key, int kind, uint32
     const Told told(
         client_, {.kind = Input::file_trace, .number = context, .data = path, .file_key = file_key, .file_kind = kind});
     const int result = plugin_.file_trace(take_answer, path, file_key, kind, context);
+    // Only an accepted trace is expected to be answered.
     if (result == 0) figures_.file_trace();
     return result;
 }
@@ -283,6 +316,8 @@ int Session::configure(const char* data, uint32_t size) {
 }
 
 // The count of deliveries is taken before the plug-in closes its gate, and at the end after it has opened it again.
+// Several threads may hold a reset period open. The count begins with the first and ends with the
+// last.
 void Session::reset_begin() {
     const Told told(client_, {.kind = Input::reset_begin});
     {
@@ -298,8 +333,10 @@ void Session::reset_end() {
     const Told told(client_, {.kind = Input::reset_end});
     plugin_.end_reset();
     const std::lock_guard lock(mutex_);
+    // An end without a beginning counts nothing.
     if (resets_open_ == 0) return;
     --resets_open_;
+    // One more: the event that the bus is just delivering is not in its count yet.
     if (resets_open_ == 0) delivered_in_resets_ += bus_.counts().delivered - delivered_at_reset_ + 1;
 }
 
@@ -311,6 +348,7 @@ bool Session::reset_open() const {
 void Session::collect(uint32_t buffer_size) {
     if (!can_collect()) throw Failure("the agent has no libzelbpmgr.so that a host could ask for a report");
     const Told told(client_, {.kind = Input::collect, .number = buffer_size});
+    // The manager asks on a thread of its own, and this call waits for it.
     manager_->collect(ZELBPMGR_OWN_THREAD, buffer_size, take_report, static_cast<void*>(this));
 }
 
@@ -322,6 +360,8 @@ std::optional<zeltrc_counts> Session::trace_counts() const {
     zeltrc_counts counts{};
     if (!trace_ || !trace_->get_counts) return {};
     trace_->get_counts(&counts);
+    // The stand-in counts its start. No start although a module is loaded means that another module
+    // is loaded.
     if (trace_module_ && counts.calls[ZELTRC_INIT] == 0) return {};
     return counts;
 }
@@ -330,8 +370,10 @@ std::optional<zeltrc_counts> Session::trace_counts() const {
 // alert waits where both say so, if both can be asked.
 uint64_t Session::open_traces() const {
     const std::optional<zeltrc_counts> counts = trace_counts();
+    // Without the counts of the module the log is all there is.
     if (!counts) return figures_.totals().waiting_traces;
     const uint64_t put_off = reads_log_ ? figures_.put_off_traces() : counts->waiting;
+    // The larger of the two is taken, since either side may be late.
     return std::max(figures_.pushed_traces(), counts->running + std::min(counts->waiting, put_off));
 }
 
@@ -339,12 +381,15 @@ bool Session::wait_until_idle(bool traces, std::chrono::milliseconds quiet, cons
     for (;;) {
         const uint64_t open = traces ? open_traces() : 0;
         const lummb_counts bus = bus_.counts();
+        // A quiet time is needed because an event may be between two places that are counted.
         if (open == 0 && at_rest(bus) && Figures::Clock::now() - figures_.last_sign() >= quiet) return true;
         if (!pause({open, bus.waiting + bus.sending})) return false;
     }
 }
 
 // Looks at the bus first: what it has delivered by then is in the figures that are read after it.
+// Nothing is waited for by time here: every event has its end in the account, or is one of the
+// discarded.
 bool Session::wait_until_settled(const Left& discarded, const Pause& pause) const {
     for (;;) {
         const lummb_counts bus = bus_.counts();
@@ -363,6 +408,7 @@ void Session::drain() const {
 
 // Each part is right in itself; together they are exact when nothing runs.
 Account Session::account() const {
+    // Parts are taken one after the other, each under its own lock.
     Account account;
     account.bus = bus_.counts();
     account.trace = trace_counts();

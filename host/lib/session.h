@@ -25,6 +25,7 @@
 namespace zelhost {
 
 // What goes into a session. The pointers are those of the caller, and what a kind does not need is null or 0.
+// One act of the host. It lives as long as the call that makes it.
 struct Input {
     enum Kind : uint8_t {
         start,
@@ -95,6 +96,7 @@ private:
 };
 
 // Start, stop and the waits belong to one thread; everything that says "any thread" may be called by several at once.
+// All members without a lock are written by that one thread, or before any other thread runs.
 class Session {
 public:
     // Loads everything and subscribes; the plug-in is not started. `visibility` is that of the plug-in's names. Throws
@@ -109,6 +111,7 @@ public:
     // What cannot be known because the agent's own libraries stand in the place of stand-ins: a sentence for each.
     // Empty beside the stand-ins.
     std::vector<std::string> unknown() const;
+    // False beside the agent's own manager, which no host can ask.
     bool can_collect() const { return manager_ && manager_->collect; }
 
     // Starts the plug-in; the result of plugin_init. Start and stop are called on one thread, in turn.
@@ -122,6 +125,7 @@ public:
     // the bus and what the plug-in reports. Before anything is published.
     void leave_log();
 
+    // Given up means that the client did not want to wait any longer for a full bus.
     enum class Published { accepted, not_subscribed, given_up };
     // Publish one event and count it; while the bus is full they try again. Any thread. Throw Failure when the bus
     // answers something else.
@@ -158,7 +162,9 @@ public:
 
     // Any thread, after the start.
     Account account() const;
+    // The live counter, which any thread may ask.
     const Figures& figures() const { return figures_; }
+    // For calls that need no counting. The exports allow any thread.
     Plugin& plugin() { return plugin_; }
 
 private:
@@ -178,6 +184,7 @@ private:
     void subscribe();
     // None when the trace module does not count, or when there is none.
     std::optional<zeltrc_counts> trace_counts() const;
+    // Alerts whose trace has no end yet, by the log and by the trace module.
     uint64_t open_traces() const;
     template <class Act>
     Published publish_when_room(uint32_t event_id, Act publish);
@@ -190,7 +197,10 @@ private:
     bool reads_log_ = false;
 
     mutable std::mutex mutex_;  // guards the next four
+    // Sums of all reports that were collected.
     Reports reports_;
+    // Reset periods that are open at this moment, and the bus's count of deliveries when the first
+    // of them began.
     int resets_open_ = 0;
     uint64_t delivered_at_reset_ = 0;
     uint64_t delivered_in_resets_ = 0;

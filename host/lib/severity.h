@@ -6,6 +6,7 @@
 namespace zelhost {
 
 // One row for each VORN_RISK_LEVEL, in its order; the position is the value.
+// The name is what lines and options show; the tint is its colour in every command.
 struct Severity {
     const char* name;
     Tint tint;

@@ -16,9 +16,13 @@ namespace {
 using namespace std::chrono_literals;
 
 // What may wait for the sink's thread: that thread waits for the disk at times.
+// In bytes. A burst has room in it; when the disk is slow for long, messages are shed.
 constexpr uint64_t kMostWaitingBytes = 64 << 20;
+// So many acknowledgements wake the sink's thread. Fewer wait for its next look.
 constexpr size_t kManyNews = 100;
+// How often the thread looks at the time without being woken.
 constexpr auto kTick = 200ms;
+// How long the end of a run waits for answers.
 constexpr auto kCloseWait = 5s;
 constexpr size_t kLongestAgent = 512;
 
@@ -30,6 +34,7 @@ std::string agent_token() {
     return token;
 }
 
+// Two runs of one agent never have the same word, so their messages never have the same id.
 std::string random_word() {
     std::random_device random;
     return fmt::format("{:08x}{:08x}", random(), random());
@@ -44,6 +49,7 @@ std::filesystem::path buffer_folder(const SinkOptions& options, const std::files
 }  // namespace
 
 Sink::Sink(const SinkOptions& options, const std::filesystem::path& root)
+    // Members are made in this order: whatever can fail by a wrong option comes before the threads.
     : address_(parse_nats_address(options.address)),
       agent_(agent_token()),
       run_(random_word()),
@@ -51,6 +57,7 @@ Sink::Sink(const SinkOptions& options, const std::filesystem::path& root)
       store_(buffer_folder(options, root, agent_), options.buffer_mb << 20),
       next_number_(store_.next_number()),
       link_(server_, address_.subject, [this](LinkNews news) { tell(std::move(news)); }) {
+    // The keeper is made last, since it needs both the store and the link.
     keeper_.emplace(store_, link_, std::chrono::hours(options.buffer_hours));
     account_ = keeper_->account(now());
     thread_ = std::jthread([this] { work(); });
@@ -65,6 +72,7 @@ SinkKeeper::Now Sink::now() {
 }
 
 void Sink::hand_over(const ST_PB_EVENT& event) {
+    // A null pointer is an empty message.
     const std::string_view payload = event.pData == nullptr ? "" : std::string_view(event.pData, event.uSize);
     hand_over(event.uEventId, event.uSourceEventId, event.pszGuid == nullptr ? "" : event.pszGuid, payload);
 }
@@ -73,6 +81,7 @@ void Sink::hand_over(uint32_t kind, std::string_view text) { hand_over(kind, 0, 
 
 // A GUID comes from a document and may hold any bytes. The number is added to the id later. Null without memory.
 std::shared_ptr<SinkMessage> Sink::copy(uint32_t kind, uint32_t source, std::string_view guid,
+                                        // Everything that takes long is done here, before the lock.
                                         std::string_view payload) const try {
     return std::make_shared<SinkMessage>(SinkMessage{.time_ms = now().time_ms,
                                                      .kind = kind,
@@ -88,9 +97,11 @@ std::shared_ptr<SinkMessage> Sink::copy(uint32_t kind, uint32_t source, std::str
 void Sink::hand_over(uint32_t kind, uint32_t source, std::string_view guid, std::string_view payload) {
     std::shared_ptr<SinkMessage> message = copy(kind, source, guid, payload);
     const std::lock_guard lock(mutex_);
+    // The message counts as shed until it has a place. So the account is right at every moment.
     ++handed_over_;
     ++shed_full_;  // until it is on its way
     if (message == nullptr || closing_ || message_bytes_ + payload.size() > kMostWaitingBytes) return;
+    // The number is given under the lock, so that numbers have the order of the list.
     message->number = next_number_++;
     message->id += std::to_string(message->number);
     messages_.push_back(std::move(message));
@@ -110,6 +121,7 @@ void Sink::tell(LinkNews news) {
 
 void Sink::work() {
     bool closing = false;
+    // By the machine's steady clock; set when the end begins.
     std::chrono::steady_clock::time_point deadline{};
     for (;;) {
         std::vector<SharedMessage> messages;
@@ -117,17 +129,21 @@ void Sink::work() {
         {
             std::unique_lock lock(mutex_);
             wake_.wait_for(lock, kTick, [&] { return !messages_.empty() || urgent_news_ || closing_ != closing; });
+            // Both lists are taken at once, and the lock is free while the disk is waited for.
             messages.swap(messages_);
             news.swap(news_);
             message_bytes_ = 0;
             urgent_news_ = false;
+            // What was taken is in neither list nor account until the account is made below.
             taken_ = messages.size();
             if (!std::exchange(closing, closing_) && closing) deadline = now().steady + kCloseWait;
         }
         const SinkKeeper::Now time = now();
+        // News come first: they make room for new messages.
         for (const LinkNews& each : news) keeper_->hear(each, time);
         keeper_->take(messages, time);
         keeper_->tick(time);
+        // The end waits only as long as answers can still come.
         const bool over = closing && (keeper_->is_empty() || !keeper_->has_hope(time) || time.steady >= deadline);
         if (over) keeper_->end();
         const SinkAccount account = keeper_->account(time);
@@ -140,6 +156,7 @@ void Sink::work() {
 
 void Sink::close() {
     {
+        // The thread sees it at its next look, at once if it waits.
         const std::lock_guard lock(mutex_);
         closing_ = true;
         wake_.notify_one();
@@ -152,6 +169,7 @@ SinkAccount Sink::account() const {
     SinkAccount account = account_;
     account.handed_over = handed_over_;
     account.shed_full = shed_full_;
+    // What this thread of the run has handed over and the sink's thread has not accounted for yet.
     account.in_memory += messages_.size() + taken_;
     return account;
 }

@@ -17,6 +17,8 @@
 
 namespace zelhost {
 
+// What the command line says of a sink. The room of the buffer is in MiB, the longest age of a
+// message in hours. What goes beyond either is shed, the oldest first.
 struct SinkOptions {
     std::string address;  // empty: no sink
     NatsAccess access;
@@ -50,10 +52,13 @@ public:
     SinkAccount account() const;
 
 private:
+    // All messages of the plug-in come through here. `guid` may be empty.
     void hand_over(uint32_t kind, uint32_t source, std::string_view guid, std::string_view payload);
     std::shared_ptr<SinkMessage> copy(uint32_t kind, uint32_t source, std::string_view guid,
                                       std::string_view payload) const;
+    // The body of the sink's thread.
     void work();
+    // News of the link, on one of its threads. They are only put into the list.
     void tell(LinkNews news);
     static SinkKeeper::Now now();
 
@@ -64,12 +69,15 @@ private:
     SinkStore store_;
 
     mutable std::mutex mutex_;
+    // Wakes the sink's thread.
     std::condition_variable wake_;
     // Under the mutex.
     std::vector<SharedMessage> messages_;
     uint64_t message_bytes_ = 0;
+    // In the order in which the link has told them.
     std::vector<LinkNews> news_;
     bool urgent_news_ = false;
+    // The number of the next message. It goes on from where the buffer of earlier runs ends.
     int64_t next_number_;
     uint64_t handed_over_ = 0, shed_full_ = 0;
     uint64_t taken_ = 0;  // by the sink's thread, and not yet in its account
@@ -78,6 +86,7 @@ private:
 
     // The sink's thread alone, which makes them.
     std::optional<SinkKeeper> keeper_;
+    // The link ends before the keeper, because its threads tell news as long as it lives.
     NatsLink link_;
     std::jthread thread_;
 };

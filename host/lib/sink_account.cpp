@@ -5,6 +5,7 @@
 namespace zelhost {
 
 int64_t SinkAccount::difference() const {
+    // Every end and every place is counted once. The rows with a reason are the ends by shedding.
     uint64_t ends = acknowledged + refused + in_memory + buffered;
     for (const SinkFigure& figure : kSinkFigures)
         if (figure.shed != nullptr) ends += this->*figure.value;

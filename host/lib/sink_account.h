@@ -7,6 +7,7 @@
 
 namespace zelhost {
 
+// The counts are of one run. They are made by the thread of the sink and copied for readers.
 struct SinkAccount {
     // Beginnings.
     uint64_t left_before = 0;  // found in the buffer, from earlier runs
@@ -26,6 +27,7 @@ struct SinkAccount {
     uint64_t known = 0;    // acknowledged ones that the server had already
     uint64_t spilled = 0;  // those that went into the buffer, each time
     // The state.
+    // In bytes.
     uint64_t buffer_bytes = 0;
     double oldest_seconds = 0;  // age of the oldest message in the buffer
     bool connected = false;

@@ -22,6 +22,8 @@ namespace zelhost {
 // written costs messages, which are counted.
 class SinkKeeper {
 public:
+    // The moment of a call. The steady clock measures waits, and the time of day measures the age
+    // of messages.
     struct Now {
         std::chrono::steady_clock::time_point steady;
         int64_t time_ms = 0;  // since 1970, as messages have it
@@ -29,7 +31,9 @@ public:
 
     SinkKeeper(SinkStore& store, SinkLink& link, std::chrono::hours longest_age);
 
+    // New messages, in the order of their numbers.
     void take(const std::vector<SharedMessage>& messages, Now now);
+    // One piece of news of the link.
     void hear(const LinkNews& news, Now now);
     // Once in a while, and after each of the above.
     void tick(Now now);
@@ -45,13 +49,17 @@ public:
 
 private:
     enum class State { unknown, up, down };
+    // A message that was sent and has no answer yet. `stored` says that it lies in the buffer as
+    // well.
     struct Waiting {
         SharedMessage message;
         bool stored;
         std::chrono::steady_clock::time_point sent;
     };
 
+    // Whether one more message may be sent now.
     bool has_room(Now now) const;
+    // Messages of the buffer that are neither on their way nor at their end.
     uint64_t unsent() const { return store_.count() - removals_.size() - stored_in_window_; }
     void send(const SharedMessage& message, bool stored, Now now);
     void send_from_store(Now now);
@@ -60,8 +68,10 @@ private:
     bool close(int64_t number);
     // Nothing is on its way any more: all that was goes back to, or into, the buffer.
     void spill();
+    // The server does not take messages at the moment. Nothing is sent for a while.
     void pause(const std::string& reason, Now now);
     void remove_ended();
+    // Sheds what is too old, and notices when answers are missing.
     void look_after_time(Now now);
     void say(const std::string& reason);
     void say_refusal(const std::string& reason);
@@ -73,7 +83,9 @@ private:
     SinkLink& link_;
     const std::chrono::hours longest_age_;
 
+    // Until the first news of the link it is not known whether there is a server.
     State state_ = State::unknown;
+    // Nothing is sent before this moment.
     std::chrono::steady_clock::time_point paused_until_{};
     std::chrono::steady_clock::time_point looked_{};
     bool probing_ = false;               // one message at a time, until one is acknowledged

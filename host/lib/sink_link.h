@@ -23,6 +23,7 @@ struct LinkNews {
     std::string reason{};  // for people, where something went wrong
 };
 
+// Implemented by the connection, and by tests that play one.
 class SinkLink {
 public:
     virtual ~SinkLink() = default;

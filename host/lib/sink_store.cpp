@@ -21,8 +21,10 @@ constexpr const char* kSetUp = R"(
         source INTEGER NOT NULL, agent TEXT NOT NULL, id TEXT NOT NULL, payload BLOB NOT NULL);
     BEGIN IMMEDIATE; COMMIT;)";
 
+// How many messages one step of shedding takes.
 constexpr int kShedAtOnce = 16;
 
+// A copy: the library's memory is valid only until the next step.
 std::string bytes_of(sqlite3_stmt* statement, int column) {
     const auto* const data = static_cast<const char*>(sqlite3_column_blob(statement, column));
     return data == nullptr ? std::string()
@@ -55,8 +57,10 @@ SinkStore::SinkStore(const std::filesystem::path& folder, uint64_t limit_bytes)
     sqlite3* database = nullptr;
     const int opened = sqlite3_open_v2(file_.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     database_.reset(database);
+    // What the failure says stands in the half-open database, so that is kept until then.
     if (opened != SQLITE_OK) fail("open");
     run(kSetUp, "set up");
+    // Statements are prepared once and used for every message.
     insert_ = prepare("INSERT INTO message VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7)");
     select_ = prepare("SELECT * FROM message WHERE number >= ?1 ORDER BY number LIMIT ?2");
     delete_ = prepare("DELETE FROM message WHERE number = ?1");
@@ -68,8 +72,10 @@ SinkStore::SinkStore(const std::filesystem::path& folder, uint64_t limit_bytes)
     oldest_ = prepare("SELECT time_ms FROM message ORDER BY number LIMIT 1");
     pages_ = prepare("PRAGMA page_count");
     free_pages_ = prepare("PRAGMA freelist_count");
+    // These two are asked once.
     page_bytes_ = static_cast<uint64_t>(number(prepare("PRAGMA page_size")));
     count_ = static_cast<uint64_t>(number(prepare("SELECT count(*) FROM message")));
+    // An empty table has no highest number, and numbering begins with 1.
     next_number_ = number(prepare("SELECT max(number) FROM message")) + 1;
     bytes_ = used_bytes();
 }
@@ -77,6 +83,7 @@ SinkStore::SinkStore(const std::filesystem::path& folder, uint64_t limit_bytes)
 SinkStore::~SinkStore() = default;
 
 void SinkStore::fail(const char* what) const {
+    // The library's number of the failure tells the causes that a person can do something about.
     const int code = sqlite3_errcode(database_.get());
     if (code == SQLITE_BUSY)
         throw Failure("the sink's buffer {} is in use by another run; --sink-buffer names another folder",
@@ -97,6 +104,7 @@ SinkStore::Statement SinkStore::prepare(const char* sql) const {
 }
 
 int64_t SinkStore::number(const Statement& statement) {
+    // A statement that has no row answers 0.
     const int result = sqlite3_step(statement.get());
     const int64_t value = result == SQLITE_ROW ? sqlite3_column_int64(statement.get(), 0) : 0;
     if (result != SQLITE_ROW && result != SQLITE_DONE) fail("read");
@@ -121,6 +129,7 @@ void SinkStore::step(const Statement& statement, const char* what) {
 // A disk that is full ends a change by itself, now and then.
 template <class Act>
 void SinkStore::change(Act act) {
+    // The count must be that of the file, so it goes back when the change does.
     const uint64_t count = count_;
     run("BEGIN IMMEDIATE", "write");
     try {
@@ -140,6 +149,7 @@ uint64_t SinkStore::used_bytes() { return static_cast<uint64_t>(number(pages_) -
 // In small steps, since only the pages tell how much room a message takes.
 uint64_t SinkStore::keep_limit(int64_t from) {
     uint64_t shed = 0;
+    // Pages that are free may be used again and do not count.
     while (used_bytes() > limit_bytes_) {
         sqlite3_bind_int64(delete_oldest_.get(), 1, from);
         sqlite3_bind_int64(delete_oldest_.get(), 2, kShedAtOnce);
@@ -155,6 +165,7 @@ uint64_t SinkStore::keep_limit(int64_t from) {
 uint64_t SinkStore::append(std::span<const SharedMessage> messages, int64_t from) {
     uint64_t shed = 0;
     change([&] {
+        // All messages of one call are one change: they are written together or not at all.
         for (const SharedMessage& message : messages) {
             sqlite3_stmt* const row = insert_.get();
             sqlite3_bind_int64(row, 1, message->number);
@@ -190,9 +201,12 @@ std::vector<SharedMessage> SinkStore::read(int64_t from, size_t most, size_t mos
         message->payload = bytes_of(row, 6);
         bytes += message->payload.size();
         messages.push_back(std::move(message));
+        // The last message is given out even when it goes beyond the limit. Otherwise a large one
+        // would block the way.
         if (bytes >= most_bytes) break;
     }
     const bool failed = result != SQLITE_ROW && result != SQLITE_DONE;
+    // The reason is read before the reset, which would clear it.
     if (failed) {
         sqlite3_reset(row);
         fail("read");
@@ -206,6 +220,7 @@ void SinkStore::remove(std::span<const int64_t> numbers) {
         for (const int64_t number : numbers) {
             sqlite3_bind_int64(delete_.get(), 1, number);
             step(delete_, "write");
+            // A number that is not in the file changes nothing.
             count_ -= static_cast<uint64_t>(sqlite3_changes(database_.get()));
         }
     });
@@ -221,6 +236,7 @@ uint64_t SinkStore::shed_before(int64_t time_ms, int64_t from) {
             sqlite3_bind_int64(delete_before_.get(), 2, kShedAtOnce);
             sqlite3_bind_int64(delete_before_.get(), 3, time_ms);
             step(delete_before_, "write");
+            // Fewer than asked for means that the next one is young enough.
             gone = sqlite3_changes(database_.get());
             shed += static_cast<uint64_t>(gone);
         } while (gone == kShedAtOnce);

@@ -30,12 +30,16 @@ public:
     // how many were shed.
     uint64_t append(std::span<const SharedMessage> messages, int64_t from);
     // The oldest messages from a number on, at least one if there is one.
+    // At most `most` messages; no further one is read once `most_bytes` of payload are there.
     std::vector<SharedMessage> read(int64_t from, size_t most, size_t most_bytes);
+    // Removes the messages with these numbers as one change.
     void remove(std::span<const int64_t> numbers);
     // Removes what is older than that moment, from a number on; the answer is how many were.
     uint64_t shed_before(int64_t time_ms, int64_t from);
 
+    // Messages in the file.
     uint64_t count() const { return count_; }
+    // The room that they take, in bytes of whole pages.
     uint64_t bytes() const { return bytes_; }
     // Of the oldest message, 0 when there is none.
     int64_t oldest_ms();
@@ -44,6 +48,7 @@ public:
     const std::filesystem::path& file() const { return file_; }
 
 private:
+    // Ends what the library has made.
     struct Close {
         void operator()(sqlite3* database) const;
         void operator()(sqlite3_stmt* statement) const;
@@ -60,7 +65,9 @@ private:
     // Runs `act` as one change. The count is that of before when it fails.
     template <class Act>
     void change(Act act);
+    // The room in use, by the pages of the file.
     uint64_t used_bytes();
+    // Sheds the oldest messages from `from` on, until the limit is kept.
     uint64_t keep_limit(int64_t from);
 
     const std::filesystem::path file_;

@@ -15,6 +15,8 @@ constexpr std::string_view kDots = "...";
 
 // Near the place alone: the line may have 200 MB. No cell has more bytes than columns, but for characters without
 // width; the few that fall out then are cut off.
+// A character has at most four bytes, so four times as many bytes as columns are enough on either
+// side.
 std::vector<Cell> cells_around(std::string_view line, size_t at) {
     std::vector<Cell> cells;
     const size_t end = std::min(line.size(), at + 4 * kColumns);
@@ -31,6 +33,7 @@ bool begins_word(const std::vector<Cell>& cells, size_t index) {
 }  // namespace
 
 Snippet cut_around(std::string_view line, size_t at, size_t size) {
+    // A place in the middle of a character is moved to its beginning.
     at = character_begin(line, std::min(at, line.size()));
     const std::vector<Cell> cells = cells_around(line, at);
     const auto found = std::ranges::find_if(cells, [at](const Cell& cell) { return cell.begin >= at; });
@@ -40,6 +43,7 @@ Snippet cut_around(std::string_view line, size_t at, size_t size) {
     size_t columns = 0;
     size_t first = place;
     size_t last = place;  // one behind
+    // Adds characters in front as long as the width allows.
     const auto grow_left = [&](size_t limit) {
         while (first > 0 && columns + cells[first - 1].columns <= limit) columns += cells[--first].columns;
     };
@@ -47,6 +51,7 @@ Snippet cut_around(std::string_view line, size_t at, size_t size) {
     while (last < cells.size() && columns + cells[last].columns <= kColumns) columns += cells[last++].columns;
     if (last == cells.size()) grow_left(kColumns);
     size_t begin = first;
+    // A cut in the middle of a word is moved to the next beginning of one.
     while (begin < place && !begins_word(cells, begin)) ++begin;
     if (begin < place) first = begin;
 
@@ -56,9 +61,11 @@ Snippet cut_around(std::string_view line, size_t at, size_t size) {
     for (size_t i = first; i < last; ++i) {
         snippet.text += cells[i].text;
         const bool marked = i >= place && (i == place || cells[i].begin < at + size);
+        // Marks reach as far as the marked bytes do.
         if (i <= place || marked) snippet.marks += std::string(cells[i].columns, marked ? '~' : ' ');
     }
     if (last > 0 && cells[last - 1].end < line.size()) snippet.text += kDots;
+    // The first mark is the caret.
     const size_t caret = std::min(snippet.marks.find('~'), snippet.marks.size());
     snippet.marks.replace(caret, 1, "^");
     return snippet;

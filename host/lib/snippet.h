@@ -9,6 +9,7 @@ namespace zelhost {
 
 // A cut of a line around a place, and a line of marks that stands below it: a caret under the place's first column and
 // tildes under the others.
+// Both texts have the same columns. The caller prints them one below the other.
 struct Snippet {
     std::string text;
     std::string marks;

@@ -7,6 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// Rates over a shorter time would jump from line to line.
 constexpr auto kWindow = 1s;
 
 }  // namespace
@@ -24,6 +25,7 @@ std::string StatusLine::text(Time now, uint64_t line, const Account& account) {
     const uint64_t shed =
         totals.sum(&KindFigures::queue_full) + totals.sum(&KindFigures::filtered) + totals.sum(&KindFigures::dropped);
     const Sample sample{now, totals.sum(&KindFigures::in), out, shed};
+    // The first line has no rates yet.
     if (!base_) base_ = sample;
     if (now - base_->time >= kWindow) {
         in_rate_ = per_second(base_->in, sample.in, now - base_->time);

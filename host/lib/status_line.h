@@ -20,6 +20,7 @@ public:
     std::string text(Time now, uint64_t line, const Account& account);
 
 private:
+    // What was counted at one moment.
     struct Sample {
         Time time;
         uint64_t in, out, shed;

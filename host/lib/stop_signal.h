@@ -23,6 +23,7 @@ public:
     bool sleep(std::chrono::milliseconds time) const;
 
 private:
+    // A descriptor of signals that is only polled and never read.
     int descriptor_;
 };
 

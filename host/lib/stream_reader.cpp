@@ -8,8 +8,10 @@
 namespace zelhost {
 namespace {
 
+// Milliseconds for the answer to a request.
 constexpr int64_t kRequestMs = 5'000;
 
+// Empty when the message has no such header.
 std::string header(natsMsg* message, const char* name) {
     const char* value = nullptr;
     return natsMsgHeader_Get(message, name, &value) == NATS_OK ? value : "";
@@ -43,6 +45,7 @@ StreamReader::StreamReader(const NatsOptions& server, const std::string& subject
     jsConsumerInfo* info = nullptr;
     if (natsSubscription_GetConsumerInfo(&info, subscription, nullptr, nullptr) != NATS_OK)
         throw Failure("the server does not tell how much there is to read of {}", all);
+    // What was delivered while the reader was made belongs to the beginning, too.
     pending_ = info->NumPending + info->Delivered.Consumer;
     jsConsumerInfo_Destroy(info);
 }
@@ -67,6 +70,7 @@ std::optional<StreamMessage> StreamReader::next(std::chrono::milliseconds time) 
 
 void create_stream(const NatsOptions& server, const std::string& json) {
     const JsonText stream(json);
+    // The name goes into a subject, so it must be one token.
     const std::string* const name = stream.text("name");
     if (name == nullptr || subject_token(*name) != *name)
         throw Failure("the stream has no \"name\" of letters and digits");

@@ -10,9 +10,11 @@
 
 namespace zelhost {
 
+// A message of the stream. It owns its texts.
 struct StreamMessage {
     uint64_t sequence = 0;  // in the stream
     uint64_t behind = 0;    // how many come after it at the moment
+    // As the sink has sent them; empty when a header is missing.
     std::string subject, id, source;
     std::string payload;
 };
@@ -29,6 +31,7 @@ public:
     std::optional<StreamMessage> next(std::chrono::milliseconds time);
 
 private:
+    // In the order in which they are made. They end in the opposite order.
     Nats<natsConnection> connection_;
     Nats<jsCtx> stream_;
     Nats<natsSubscription> messages_;

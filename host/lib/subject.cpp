@@ -26,6 +26,7 @@ std::string subject_token(std::string_view text) {
 // To encode the result again and to compare is the simplest test that a token is well formed.
 std::optional<std::string> text_of_token(std::string_view token) {
     if (token == "%") return std::string();
+    // Damage is not looked for here. The comparison at the end finds it.
     std::string text;
     for (size_t at = 0; at < token.size(); ++at) {
         unsigned byte = static_cast<unsigned char>(token[at]);
@@ -41,6 +42,7 @@ std::optional<std::string> text_of_token(std::string_view token) {
 }
 
 bool is_subject(std::string_view subject) {
+    // No space, no control byte and nothing beyond ASCII.
     const auto forbidden = [](char c) { return c <= ' ' || c > '~' || c == '*' || c == '>'; };
     return !subject.empty() && subject.front() != '.' && subject.back() != '.' &&
            subject.find("..") == std::string_view::npos && std::ranges::none_of(subject, forbidden);

@@ -12,6 +12,7 @@ namespace zelhost {
 // Owns its thread, which ends with the object. `act` runs on that thread alone and must not throw.
 class Ticker {
 public:
+    // The first call of `act` comes after one period.
     Ticker(std::chrono::milliseconds period, std::function<void()> act);
 
 private:

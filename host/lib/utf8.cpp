@@ -10,6 +10,7 @@ namespace zelhost {
 using rapidjson::UTF8;
 
 size_t utf8_prefix(std::string_view text) {
+    // The library wants to write somewhere while it checks.
     struct Nowhere {
         void Put(char) {}
     } nowhere;
@@ -32,6 +33,7 @@ std::string latin1_json(std::string_view bytes) {
     std::string json = "\"";
     for (const char character : bytes) {
         const auto byte = static_cast<unsigned char>(character);
+        // These characters have a short escape each.
         if (const size_t at = kShort.find(character); at != std::string_view::npos)
             (json += '\\') += kLetters[at];
         else if (byte < 0x20 || byte >= 0x80)

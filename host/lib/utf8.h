@@ -13,6 +13,7 @@ inline bool is_utf8(std::string_view text) { return utf8_prefix(text) == text.si
 
 // The bytes as a JSON string, one byte as one character, written as \u0000 to \u00ff where it is not ASCII. Whoever
 // writes one names its key in a list "latin1" beside it, so that a reader can take the bytes back.
+// Any thread, like all functions of this file.
 std::string latin1_json(std::string_view bytes);
 
 }  // namespace zelhost

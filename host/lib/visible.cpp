@@ -17,6 +17,7 @@ namespace {
 int columns_of(wchar_t character) {
     static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     if (utf8 == nullptr) return -1;
+    // The locale is set for this thread alone and taken back at once.
     const locale_t former = uselocale(utf8);
     const int columns = wcwidth(character);
     uselocale(former);
@@ -48,6 +49,7 @@ size_t character_size(std::string_view text) {
     return size <= text.size() && is_utf8(text.substr(0, size)) ? size : 1;
 }
 
+// The bytes are valid UTF-8 here.
 wchar_t decoded(std::string_view character) {
     auto code = static_cast<uint32_t>(static_cast<unsigned char>(character.front()));
     if (character.size() > 1) code &= 0x7Fu >> character.size();
@@ -61,6 +63,7 @@ Cell cell_at(std::string_view line, size_t at) {
     const std::string_view character = line.substr(at, character_size(line.substr(at)));
     const size_t end = at + character.size();
     const auto byte = static_cast<unsigned char>(character.front());
+    // Printable ASCII is nearly all of most texts and needs no look-up.
     if (byte >= 0x20 && byte < 0x7F) return {at, end, std::string(character), 1};
     const wchar_t code = decoded(character);
     const int columns = character.size() == 1 || is_hidden(code) ? -1 : columns_of(code);
@@ -71,6 +74,7 @@ Cell cell_at(std::string_view line, size_t at) {
 }
 
 size_t character_begin(std::string_view line, size_t at) {
+    // A character has at most three bytes before any byte of it.
     for (size_t back = std::min<size_t>(at, 3); back > 0; --back)
         if (character_size(line.substr(at - back)) > back) return at - back;
     return at;

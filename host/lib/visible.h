@@ -12,6 +12,7 @@ struct Cell {
     size_t begin;  // in the text
     size_t end;    // likewise, one behind
     std::string text;
+    // Columns on a terminal; 0 for a character that is drawn onto the one before it.
     size_t columns;
 };
 

@@ -10,8 +10,11 @@ namespace zelhost {
 namespace {
 
 // The objects of the event types that a document mixes, with the keys that the decoder of each type asks for.
+// One type of event with what a document says of its object. The keys stand as JSON text without
+// the braces around them.
 struct Object {
     int type;
+    // What the decoder asks of each rule beside the keys that Alert writes itself.
     const char* keys;
 };
 constexpr Object kObjects[] = {
@@ -25,6 +28,8 @@ constexpr Object kObjects[] = {
 constexpr const char* kRuleKeys = R"("internal_id":"i","tags":["linux","shell"],"risk_tag":"r","confidence":80)";
 
 // Pids and images repeat within a document, as they do in a real one.
+// The command line has the number of the alert and so differs between alerts. The GUIDs of
+// processes repeat: there are 64 of them.
 AlertEvent event(uint64_t number, int index) {
     const Object& object = kObjects[static_cast<size_t>(index) % std::size(kObjects)];
     return {.type = object.type,
@@ -37,6 +42,8 @@ AlertEvent event(uint64_t number, int index) {
 }
 
 // Scores differ from rule to rule, so that the best rule is not always the first.
+// The events of all rules are counted through, so that the rules of an alert do not have the same
+// events.
 AlertRule rule(const AlertForm& form, int index) {
     AlertRule rule{
         .id = index == 0 && !form.rule_id.empty() ? form.rule_id : fmt::format("R-{}-{}", form.number, index),
@@ -57,6 +64,8 @@ std::string alert_text(const AlertForm& form) {
                 .rules = {},
                 .level = form.level};
     for (int i = 0; i < form.rules; ++i) alert.rules.push_back(rule(form, i));
+    // Type 2 asks for memory checks of the processes of its scenario. One process is enough to
+    // start that.
     if (form.type == 2) alert.process_set = {event(form.number, 0)};
     return alert.text();
 }

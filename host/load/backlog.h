@@ -18,6 +18,7 @@ public:
     using Clock = std::chrono::steady_clock;
     using Milliseconds = std::chrono::duration<double, std::milli>;
 
+    // Takes a line of the log. `now` is when it came.
     void line(const LogLine& line, Clock::time_point now);
 
     // Of the predictions that were followed to their end.
@@ -34,12 +35,15 @@ public:
     const std::optional<Pair>& last() const { return last_; }
 
 private:
+    // An alert whose trace has not ended, with the prediction that was made when it was the last
+    // one to wait. `predicted` sinks when a pass sheds traces.
     struct Followed {
         std::string guid;
         Clock::time_point since;
         Milliseconds predicted;
     };
 
+    // The trace of the alert with this GUID has ended.
     void end(std::string_view guid, Clock::time_point now);
 
     std::string waiting_last_;  // GUID of the alert that was pushed last; empty when it does not wait any more

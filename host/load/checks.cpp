@@ -10,9 +10,11 @@ namespace {
 // Collects the checks.
 class Checks {
 public:
+    // The left and the right number must be the same.
     void equal(std::string what, int64_t left, int64_t right) {
         list_.push_back({std::move(what), left, right, false});
     }
+    // The left number must not be above the right one. It may be any number below.
     void at_most(std::string what, int64_t left, int64_t right) {
         list_.push_back({std::move(what), left, right, true});
     }
@@ -31,6 +33,7 @@ private:
 // Nothing is lost between host, bus and plug-in. Every incoming event and every reference is given back.
 void check_bus(Checks& checks, const Account& account, const Terms& terms) {
     const Totals& totals = account.totals;
+    // The events that the bus accepted and the plug-in never saw.
     int64_t unhandled = 0;
     for (const auto& [id, kind] : totals.kinds) unhandled += not_taken_up(kind);
     checks.equal("accepted by the bus / published by the host", as_signed(account.bus.published),
@@ -46,7 +49,10 @@ void check_bus(Checks& checks, const Account& account, const Terms& terms) {
 void check_stages(Checks& checks, const Account& account, const Terms& terms) {
     for (const auto& [id, kind] : account.totals.kinds) {
         if (kind.in == 0) continue;
+        // Nothing waits at the intake: the bus thread hands an event on before it takes the next.
         checks.equal(fmt::format("{}: ends at the intake short", id), at_intake(kind), 0);
+        // After a run that has settled the queue is empty. Otherwise a stop may have discarded all
+        // that was in it.
         const int64_t discarded = terms.settled ? 0 : as_signed(terms.longest_event_queue);
         checks.between(fmt::format("{}: discarded from the queue", id), 0, in_queue(kind), discarded);
         const int64_t put_off = id == event_id::kov && !terms.settled ? as_signed(kind.retried) : 0;
@@ -54,6 +60,8 @@ void check_stages(Checks& checks, const Account& account, const Terms& terms) {
     }
     checks.at_most("events discarded from the queue / longest queue seen", account.left.events,
                    terms.settled ? 0 : as_signed(terms.longest_event_queue));
+    // Without a trace module the plug-in cannot complete KOV alerts. These have no trace that could
+    // wait.
     const int64_t no_function = as_signed(account.totals.of(event_id::kov).no_function);
     const int64_t named = as_signed(account.totals.waiting_traces);
     if (terms.settled) {
@@ -74,6 +82,8 @@ void check_traces(Checks& checks, const Account& account, const Terms& terms) {
     // On the trace worker no event is in hand: what it could not send belongs to no kind.
     const int64_t results = as_signed(totals.sum(&KindFigures::traces) + totals.file_answers + totals.of(0).unsent);
     const int64_t succeeded = as_signed(totals.sum(&KindFigures::succeeded));
+    // A failure that comes with a result is given out without being a success. So there may be more
+    // results.
     if (terms.partial_results)
         checks.at_most("successes of the trace stage / results given out", succeeded, completed + results);
     else
@@ -95,6 +105,8 @@ void check_reports(Checks& checks, const Account& account) {
     };
     const Totals& totals = account.totals;
     for (const CommonFigure& figure : common_figures()) agrees(figure.key, figure.counted(totals));
+    // The plug-in counts each attempt, those that were put off included. It does not count the
+    // completions of KOV alerts.
     agrees("sentToTrcCount", ended_traces(totals) + as_signed(totals.sum(&KindFigures::retried)) -
                                  as_signed(account.trace.value_or(zeltrc_counts{}).calls[ZELTRC_COMPLETION]));
 }
@@ -112,12 +124,15 @@ void check_without_log(Checks& checks, const Account& account) {
                    figure("eventQueueTotalCount") + figure("eventQueueOverflowCount") + figure("hotCacheHitCount"),
                    figure("recvAlarmCount"));
     checks.equal("sentToMbCount / reports of documents seen by the host", figure("sentToMbCount"),
+                 // The plug-in counts the reports of alert documents alone. Other reports have no
+                 // figure there.
                  as_signed(totals.of(event_id::ioa_alert).reported + totals.of(event_id::memory_trojan).reported));
 }
 
 // What the host sees on the bus, and what became of the objects there.
 void check_events(Checks& checks, const Account& account) {
     const Totals& totals = account.totals;
+    // Each event that the plug-in sends is of one of these four kinds.
     checks.equal("events sent on the bus / seen by the host", as_signed(account.bus.sent),
                  as_signed(totals.sum(&KindFigures::reported) + totals.sum(&KindFigures::traces) +
                            totals.duplicate_batches + totals.memory_checks));
@@ -131,6 +146,8 @@ void check_events(Checks& checks, const Account& account) {
 std::vector<Check> check_account(const Account& account, const Terms& terms) {
     Checks checks;
     check_events(checks, account);
+    // Only the log tells what a stop has discarded. Without it nothing more can be checked of a run
+    // that has not settled.
     if (!account.log) {
         if (terms.settled) check_without_log(checks, account);
         return checks.take();
@@ -138,6 +155,7 @@ std::vector<Check> check_account(const Account& account, const Terms& terms) {
     check_bus(checks, account, terms);
     check_stages(checks, account, terms);
     check_traces(checks, account, terms);
+    // The plug-in's own figures are exact only when no report was collected while threads counted.
     if (terms.settled) check_reports(checks, account);
     return checks.take();
 }

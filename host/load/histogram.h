@@ -23,11 +23,14 @@ public:
 
 private:
     static constexpr uint64_t kSteps = 64;  // buckets between a power of two and the next
+    // Enough for every number of 64 bits: the first 64 numbers have the first 64 buckets, and each
+    // of the 58 powers of two above has 64 more.
     static constexpr size_t kBuckets = 59 * kSteps;
 
     static size_t bucket_of(uint64_t time);
     static uint64_t top_of(size_t bucket);
 
+    // How many times fell into each bucket.
     std::array<uint64_t, kBuckets> buckets_{};
     uint64_t count_ = 0;
     Microseconds highest_{0};

@@ -14,6 +14,7 @@
 namespace zelhost {
 namespace {
 
+// The processor time of a thread that runs, in nanoseconds; 0 when the system does not tell.
 int64_t cpu_ns(std::thread& thread) {
     clockid_t clock{};
     timespec time{};
@@ -41,6 +42,8 @@ Load::Load(Session& session, const LoadPlan& plan, DueTimes* due_times, std::fun
     : session_(session), plan_(plan), now_and_then_(std::move(now_and_then)) {
     for (uint32_t number = 1; number <= plan.publishers; ++number)
         publishers_.push_back(std::make_unique<Publisher>(session, plan.events, number, due_times));
+    // A thread that cannot be started ends those that run already. The destructor does not run for
+    // an object whose constructor throws.
     try {
         for (const auto& publisher : publishers_)
             threads_.emplace_back(&Load::publish, this, std::ref(*publisher), static_cast<uint32_t>(threads_.size()));
@@ -66,10 +69,14 @@ void Load::stop() {
 }
 
 void Load::work(const Worker& worker, uint32_t seed) {
+    // Each thread has a seed of its own, which follows from the seed of the load and from the
+    // number of the thread.
     Random random(plan_.events.seed * 64 + seed);
     while (enter() != 0) {
         (this->*worker.turn)(random);
         leave();
+        // The rest is of random length, so that the calls of different threads meet at ever new
+        // moments.
         std::this_thread::sleep_for(std::chrono::microseconds(below(random, worker.longest_rest_us)));
     }
 }
@@ -80,8 +87,12 @@ void Load::publish(Publisher& publisher, uint32_t seed) {
     Random random(plan_.events.seed * 64 + seed);
     uint64_t round = 0;
     while (const uint64_t now = enter()) {
+        // The load has gone on after a pause. The time of the pause is not made up for: the pace
+        // begins anew.
         if (std::exchange(round, now) != now)
             publisher.begin({plan_.pace.per_second / plan_.publishers, plan_.pace.bursts});
+        // An exception that left the thread would end the process. The publisher goes on with the
+        // next turn instead.
         try {
             publisher.turn();
             if (now_and_then_ && below(random, 8) == 0) now_and_then_();
@@ -98,6 +109,8 @@ void Load::publish(Publisher& publisher, uint32_t seed) {
 uint64_t Load::enter() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return stopped_ || !paused_; });
+    // Both are decided under one lock: a turn is either counted before a pause looks at the count,
+    // or it does not begin.
     running_ += stopped_ ? 0 : 1;
     return stopped_ ? 0 : rounds_;
 }
@@ -112,6 +125,7 @@ void Load::leave() {
 void Load::pause() {
     std::unique_lock lock(mutex_);
     paused_ = true;
+    // The publishers may still be asleep between two turns. They meet the pause when they wake.
     changed_.wait(lock, [this] { return running_ == 0; });
 }
 
@@ -136,6 +150,7 @@ Publisher::Clock::duration Load::latest() const {
 
 int64_t Load::publishers_cpu_ns() {
     int64_t sum = 0;
+    // The publishers are the first threads, in their order.
     for (size_t i = 0; i < publishers_.size(); ++i) sum += cpu_ns(threads_[i]);
     return sum;
 }
@@ -193,6 +208,8 @@ void Load::trace(Random& random) {
 // A report that fits sets the figures to zero. Only some rounds can bear that while calls are running.
 void Load::collect(Random& random) {
     static constexpr uint32_t kSizes[] = {0, 1, 2, 64, 65536};
+    // All sizes but the last are too small for a report. The plug-in then refuses and keeps its
+    // figures.
     constexpr uint32_t kAll = std::size(kSizes);
     session_.collect(kSizes[below(random, plan_.reports_at_any_time ? kAll : kAll - 1)]);
 }

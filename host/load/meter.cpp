@@ -12,8 +12,10 @@
 namespace zelhost {
 namespace {
 
+// The share of alerts that are quicker than the time that a sample calls slow.
 constexpr double kSlow = 0.99;
 
+// The clock of a thread can be read from any thread, as long as that thread lives.
 clockid_t clock_of_this_thread() {
     clockid_t clock = CLOCK_THREAD_CPUTIME_ID;
     pthread_getcpuclockid(pthread_self(), &clock);
@@ -27,6 +29,7 @@ int64_t time_of(std::optional<clockid_t> clock) {
     return time.tv_sec * 1'000'000'000L + time.tv_nsec;
 }
 
+// 0 when the name is not in the text.
 uint64_t number_behind(std::string_view text, std::string_view name) {
     uint64_t number = 0;
     if (const size_t at = text.find(name); at != std::string_view::npos)
@@ -34,12 +37,15 @@ uint64_t number_behind(std::string_view text, std::string_view name) {
     return number;
 }
 
+// The first row of the table is that of first reports.
 uint64_t first_reports(const Totals& totals) { return given_out().front().counted(totals); }
 
 }  // namespace
 
 void Meter::begin() {
     const std::lock_guard lock(mutex_);
+    // The longest event queue and the settings stay: they are of the whole session. Alerts that are
+    // on their way stay noted as well, and count when their reports come.
     begin_ = Clock::now();
     latencies_ = {};
     since_sample_ = {};
@@ -52,6 +58,7 @@ void Meter::begin() {
 
 void Meter::on_log_line(const LogLine& line) {
     const std::lock_guard lock(mutex_);
+    // A size counts for the peaks since the begin, for the next sample, and for the whole session.
     QueuePeaks told;
     if (told.line(line)) {
         queues_.line(line);
@@ -59,6 +66,7 @@ void Meter::on_log_line(const LogLine& line) {
         longest_event_queue_ = std::max(longest_event_queue_, told.event);
         return;
     }
+    // The plug-in logs its settings once at each start.
     if (line.body.starts_with(kSettingsText))
         settings_ = {number_behind(line.body, kSettingsText),
                      std::chrono::milliseconds(number_behind(line.body, "interval:"))};
@@ -67,8 +75,10 @@ void Meter::on_log_line(const LogLine& line) {
 
 // First reports alone: a finished trace has the GUID, too.
 void Meter::on_event(const ST_PB_EVENT& event) {
+    // The time is taken first. Waiting for a lock must not count as latency.
     const auto now = Clock::now();
     if (event.uEventId != event_id::first_report || event.pszGuid == nullptr) return;
+    // DueTimes has a lock of its own, which is never taken together with this one.
     const auto due = due_times.take(guid_number(event.pszGuid));
     const std::lock_guard lock(mutex_);
     if (!bus_thread_) bus_thread_ = clock_of_this_thread();
@@ -80,6 +90,7 @@ void Meter::on_event(const ST_PB_EVENT& event) {
 
 LoadSample Meter::sample(const Account& account) {
     const Totals& totals = account.totals;
+    // The trc queue has no line of its own. What waits for a trace and was not put off is in it.
     const int64_t in_trc_queue = account.left.traces - as_signed(totals.put_off_traces);
     LoadSample sample{.in = totals.sum(&KindFigures::in),
                       .reports = first_reports(totals),
@@ -90,8 +101,11 @@ LoadSample Meter::sample(const Account& account) {
                       .trc_queue = static_cast<uint64_t>(std::max<int64_t>(in_trc_queue, 0)),
                       .delay_queue = totals.put_off_traces,
                       .resident_kib = resident_kib(Trim::no)};
+    // The account was made before. What comes in between is in the next sample.
     const std::lock_guard lock(mutex_);
     sample.at = std::chrono::duration<double>(Clock::now() - begin_).count();
+    // Between two samples the queue may have grown and shrunk. From here on the longest is counted
+    // anew, beginning with what is in the queue now.
     sample.event_queue = std::exchange(longest_since_sample_, queued(totals));
     queues_.trc = std::max(queues_.trc, sample.trc_queue);
     queues_.delay = std::max(queues_.delay, sample.delay_queue);
@@ -101,6 +115,7 @@ LoadSample Meter::sample(const Account& account) {
         sample.slowest = since_sample_.highest();
         since_sample_ = {};
     }
+    // A pair is shown once, in the first sample after it was complete.
     if (std::exchange(pairs_seen_, backlog_.sums().count) != backlog_.sums().count) sample.backlog = backlog_.last();
     samples_.push_back(sample);
     return sample;

@@ -18,6 +18,8 @@
 namespace zelhost {
 
 // What a load shows at one moment.
+// The figures below count events that came in, first reports and chains that went out, events that
+// a full queue refused, and alerts or traces that the plug-in dropped on purpose.
 struct LoadSample {
     double at = 0;                                                    // seconds since the meter began
     uint64_t in = 0, reports = 0, traces = 0, refused = 0, shed = 0;  // since the session began
@@ -30,13 +32,17 @@ struct LoadSample {
 };
 
 // Processor time, in nanoseconds.
+// Of all threads together, and of three threads of the plug-in; 0 for one that does not run or is
+// not known yet.
 struct ThreadTimes {
     int64_t process = 0, alarm_worker = 0, trace_worker = 0, bus_thread = 0;
 };
 
 // What the settings line of the log says.
 struct QueueSettings {
+    // The most entries that a queue may hold, from the key queue_max.
     uint64_t queue_max = 0;
+    // How long a worker sleeps when its queue is empty.
     std::chrono::milliseconds idle_sleep{0};
 };
 
@@ -46,6 +52,7 @@ public:
     using Clock = std::chrono::steady_clock;
 
     // Publishers note in it when an alert was due.
+    // It has a lock of its own and may be used without the meter's.
     DueTimes due_times;
 
     explicit Meter(uint32_t publishers) : due_times(publishers) {}
@@ -54,10 +61,13 @@ public:
     void begin();
 
     // For the functions of a Client with such names.
+    // Called on the threads that log.
     void on_log_line(const LogLine& line);
+    // Called on the bus thread.
     void on_event(const ST_PB_EVENT& event);
 
     // A sample of this moment. The thread that takes samples is the only one to do so.
+    // The account is that of this moment. The caller makes it, since only the session can.
     LoadSample sample(const Account& account);
 
     // Since the last begin.
@@ -72,6 +82,7 @@ public:
     ThreadTimes times() const;
 
 private:
+    // Threads that log, the bus thread and the thread that takes samples meet here.
     mutable std::mutex mutex_;
     // All under the mutex.
     Clock::time_point begin_ = Clock::now();
@@ -80,6 +91,7 @@ private:
     uint64_t longest_event_queue_ = 0;
     QueuePeaks queues_;
     Backlog backlog_;
+    // How many predictions had been followed to their end when the last sample was taken.
     uint64_t pairs_seen_ = 0;
     std::vector<LoadSample> samples_;
     QueueSettings settings_;

@@ -17,16 +17,21 @@ namespace {
 // One field of a serialised message: its number, which must be below 16, and its bytes. Written by hand, because a long
 // run must also send what a protobuf library would not.
 std::string field(uint32_t number, std::string_view bytes) {
+    // The 2 says that a length and so many bytes follow.
     std::string text(1, static_cast<char>(number << 3 | 2));
     uint64_t size = bytes.size();
+    // The length stands in groups of seven bits, the lowest first. The highest bit of a byte says
+    // that more follow.
     for (; size >= 0x80; size >>= 7) text += static_cast<char>((size & 0x7f) | 0x80);
     text += static_cast<char>(size);
     return text.append(bytes);
 }
 
 // In vorn_trace_info and threat_alert.
+// The numbers of the fields in the schema.
 constexpr uint32_t kAgentId = 1, kTaskId = 2, kThreat = 8, kAlertGuid = 2;
 
+// The first is no level that the plug-in knows.
 constexpr const char* kLevels[] = {"none", "Verbose", "Low", "Medium", "High", "Critical"};
 
 }  // namespace
@@ -38,6 +43,7 @@ Mixture::Mixture(EventSink& sink, uint32_t seed, uint32_t number, const Mix& mix
       mix_(mix),
       shares_(std::accumulate(mix.begin(), mix.end(), 0u)),
       events_(events) {
+    // Seed and number together make the random numbers, so that two mixtures of one load differ.
     std::seed_seq both{seed, number};
     random_.seed(both);
 }
@@ -48,8 +54,11 @@ void Mixture::send(uint32_t id, const std::string& data, uint64_t number) {
 
 void Mixture::send_alert(AlertForm form, uint32_t id) {
     // The number makes the GUID, so no two alerts have the same one.
+    // Every document gets a number, a repeated alert as well: what makes it a repeat are its rule
+    // and images.
     form.number = next_++;
     form.level = kLevels[below(random_, std::size(kLevels))];
+    // A load may fix the number of events of each rule for all kinds.
     if (events_ > 0) form.events = events_;
     send(id, alert_text(form), form.number);
 }
@@ -97,6 +106,8 @@ void Mixture::bad_document() {
         case 0: text.resize(below(random_, static_cast<uint32_t>(text.size()))); break;
         case 1: text.replace(text.find("risk_level"), 4, "RISK"); break;
         case 2: text.replace(text.find("\"Guid\""), 6, "\"guid-\""); break;
+        // The escape stands for a control character, which the decoder takes and the builder
+        // refuses.
         case 3: text.replace(text.find("tool -d"), 1, "\\u0001"); break;  // no message may carry it
         default: text.replace(text.find("\"version\""), 4, "\"V");
     }
@@ -104,6 +115,8 @@ void Mixture::bad_document() {
 }
 
 // The plug-in does not read the text, so one that is no text does as well.
+// The number is not passed on: the damage may lie in the GUID, and then no report with this number
+// comes.
 void Mixture::finding() {
     const char* const text = below(random_, 5) == 0 ? "\x01 not a text" : R"({"src_ip":"198.51.100.7","count":614})";
     send(event_id::port_scan + below(random_, 3), text);
@@ -111,6 +124,7 @@ void Mixture::finding() {
 
 // The message is cut at any byte; the plug-in sends what it can read of it.
 void Mixture::detection() {
+    // The shortest cut leaves one byte, since an event without data is a kind of its own.
     const std::string message = field(kAgentId, "elsewhere");
     send(event_id::credible_event + below(random_, 2),
          message.substr(0, 1 + below(random_, static_cast<uint32_t>(message.size()))));
@@ -127,6 +141,7 @@ void Mixture::garbage() {
     constexpr uint32_t kIds[] = {event_id::unprocessed,   event_id::ioa_alert,      event_id::unassigned_1537,
                                  event_id::memory_trojan, event_id::credible_event, event_id::event_detect,
                                  event_id::kov,           event_id::trc_ex,         4242};
+    // The byte 7 is no valid tag of a message and no beginning of a JSON text.
     std::string bytes(1 + below(random_, 300), '\x07');
     for (size_t i = 1; i < bytes.size(); ++i) bytes[i] = static_cast<char>(below(random_, 256));
     send(kIds[below(random_, std::size(kIds))], bytes);
@@ -144,7 +159,10 @@ void Mixture::fresh_hit() { hit(next_++, below(random_, 5)); }
 void Mixture::repeated_hit() { hit(below(random_, 20), 2); }
 
 // Kinds 1, 2 and 3 have a variant record of their own; the others have none.
+// The host name is made from the number. The same number gives the same name, and so a hit that the
+// hot cache knows.
 void Mixture::hit(uint64_t number, uint32_t kind) {
+    // The texts of the record live on this stack. The sink copies what it needs during the call.
     const std::string domain = fmt::format("host-{}.bad.example", number);
     const ST_DNS_VARIANT_1 one{
         static_cast<uint32_t>(number), 900, {"guid", "/usr/bin/curl", "", "", "curl"}, {"a"}, {}, {}};
@@ -159,6 +177,7 @@ void Mixture::hit(uint64_t number, uint32_t kind) {
     const void* const variants[] = {nullptr, &one, &two, &three, nullptr};
     ST_DNS_NATIVE record{};
     record.uKind = kind;
+    // The time of the hit is in milliseconds.
     record.ullHead[12] = 1715000000000 + below(random_, 100000);
     record.pszText[0] = "repository";
     record.pVariant = variants[kind];
@@ -193,6 +212,8 @@ std::span<const Mixture::Kind> Mixture::kinds() { return kKinds; }
 
 // A kind gets as many of the numbers as its share says.
 void Mixture::make_one() {
+    // The number that is drawn falls into one kind's part of the sum. The last kind gets what all
+    // others leave.
     uint32_t at = below(random_, shares_);
     const Kind* kind = std::begin(kKinds);
     for (auto share = mix_.begin(); share != mix_.end() - 1 && at >= *share; ++share, ++kind) at -= *share;
@@ -233,6 +254,7 @@ void parse_part(std::string_view part, Mix& mix) {
 }  // namespace
 
 Mix parse_mix(std::string_view text) {
+    // A kind that the text does not name gets no share at all.
     Mix mix(Mixture::kinds().size(), 0);
     for (size_t begin = 0; begin <= text.size();) {
         const size_t end = std::min(text.find(',', begin), text.size());

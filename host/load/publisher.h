@@ -13,6 +13,7 @@ class DueTimes;
 
 // How fast one thread publishes.
 struct Pace {
+    // Events a second. With bursts it is the mean over many groups.
     double per_second = 0;  // 0: as fast as the bus takes the events
     // In groups of random size, each with a rest of random length behind it. A group that took long is not made up for.
     bool bursts = false;
@@ -33,6 +34,7 @@ class Publisher : private EventSink {
 public:
     using Clock = std::chrono::steady_clock;
 
+    // The borrowed objects must outlive the publisher.
     // Borrows the session and, if there are any, the due times. `number` is that of the mixture.
     Publisher(Session& session, const Events& events, uint32_t number, DueTimes* due_times = nullptr);
 
@@ -43,17 +45,22 @@ public:
     // Sleeps until the next turn, or for a moment if that is far away.
     void rest() const;
 
+    // How many events this publisher has published in its life.
     uint64_t published() const { return published_; }
-    // How long after its due time the latest event was published.
+    // How late an event was published at most, measured from its due time.
     Clock::duration latest() const { return latest_; }
 
 private:
+    // How long a turn may become, in events.
     static constexpr uint64_t kMostInATurn = 400;
 
+    // What the mixture makes is published at once, on the caller's thread.
     void take(uint32_t event_id, const char* data, uint64_t size, uint64_t number) override;
     void take(const ST_DNS_NATIVE& record, const char* query_name) override;
     // How many events are due, and what becomes of the pace once they are published.
+    // How many events should have been published by now and are not.
     uint64_t due() const;
+    // Draws the size of a group and the rest behind it.
     uint64_t draw_group();
     Clock::time_point due_time() const;
 
@@ -63,8 +70,10 @@ private:
     Random random_;
     Pace pace_;
     Clock::time_point begin_;
+    // Events since the last begin. Due times are counted from it.
     uint64_t since_begin_ = 0;
     uint64_t published_ = 0;
+    // The longest delay since the last begin, of any event.
     Clock::duration latest_{};
     std::chrono::microseconds rest_{};  // behind a group
 };

@@ -11,6 +11,7 @@ namespace {
 void raise_to(uint64_t& peak, std::string_view text, std::string_view name) {
     const size_t at = text.find(name);
     uint64_t size = 0;
+    // The name may be missing, since not every line has all three sizes.
     if (at != std::string_view::npos) std::from_chars(text.data() + at + name.size(), text.data() + text.size(), size);
     peak = std::max(peak, size);
 }
@@ -19,10 +20,12 @@ void raise_to(uint64_t& peak, std::string_view text, std::string_view name) {
 
 bool QueuePeaks::line(const LogLine& line) {
     if (line.row == nullptr) return false;
+    // The line of an append ends with the size of the queue after it.
     if (line.row->figure == &KindFigures::queued) {
         raise_to(event, line.rest, " : ");
         return true;
     }
+    // The line of a refusal has the sizes of all three queues.
     if (line.row->figure != &KindFigures::queue_full) return false;
     raise_to(event, line.rest, "Event queue:");
     raise_to(trc, line.rest, "trc queue:");

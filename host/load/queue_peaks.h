@@ -14,6 +14,7 @@ public:
     bool line(const LogLine& line);
 
     // Each append to the event queue has a line. The other two are seen when an event is refused.
+    // In entries. An instance that has read no line has 0 for each.
     uint64_t event = 0, trc = 0, delay = 0;
 };
 

@@ -20,8 +20,10 @@ constexpr size_t kMostLines = 20;  // of one difference
 // What differs, a line each, as "FIELD: RECORD -> NOW".
 using Lines = std::vector<std::string>;
 
+// Texts may hold any bytes; the line on the terminal must not.
 std::string shown(std::string_view text) { return fmt::format("\"{}\"", visible(text)); }
 
+// The text of the record stands on the left of the arrow, the one of this replay on the right.
 void compare_texts(const char* field, std::string_view record, std::string_view now, Lines& lines) {
     if (record != now) lines.push_back(fmt::format("{}: {} -> {}", field, shown(record), shown(now)));
 }
@@ -37,6 +39,8 @@ void add_report(const std::string& report, Lines& lines) {
         lines.push_back(visible(report.substr(at, end - at)));
 }
 
+// Messages that parse are compared field by field. Messages that do not are compared by their
+// bytes. The same holds for two messages that differ in bytes alone.
 void compare_messages(const std::string& record, const std::string& now, Lines& lines) {
     if (record == now) return;
     vorn_retrace::vorn_trace_info first;
@@ -54,6 +58,8 @@ void compare_messages(const std::string& record, const std::string& now, Lines& 
 
 // The line of a memory check is an object in an object, with members of plain values.
 void compare_checks(const std::string& record, const std::string& now, Lines& lines) {
+    // A member that the replay has and the record does not is found by the last line when nothing
+    // else differs: the whole texts are shown then.
     constexpr const char* kCheck = "memory_check";
     try {
         const JsonText first(record);
@@ -72,6 +78,7 @@ void compare_checks(const std::string& record, const std::string& now, Lines& li
     if (lines.empty()) compare_texts(kCheck, record, now, lines);
 }
 
+// One kind of message has one set of fields. Whatever is left is an event.
 Lines differences(const record::Output& record, const record::Output& now) {
     Lines lines;
     if (record.has_memory_check()) {
@@ -93,6 +100,7 @@ Lines differences(const record::Output& record, const record::Output& now) {
     return lines;
 }
 
+// Only an event knows its alert. Other messages add nothing to the line.
 std::string guid_of(const record::Output& output) {
     return output.event().guid().empty() ? std::string() : ", alert " + visible(output.event().guid());
 }
@@ -102,8 +110,11 @@ std::string guid_of(const record::Output& output) {
 // Chains come from the trace worker, all other events from the alarm worker: batches of repeats, which have no GUID,
 // and the answers to requests for an expansion are events 770, too.
 Comparison::Stream Comparison::stream_of(const record::Output& output) {
+    // A memory check is asked for while the alarm worker has the alert in hand.
     if (output.has_memory_check()) return {"alarm worker", "2305"};
     if (output.has_call_back()) {
+        // This code of the result call-back stands for a file trace, which the trace worker makes.
+        // Other traces are made on the host's own thread.
         constexpr int kFileTrace = 8;
         return {output.call_back().code() == kFileTrace ? "trace worker" : "host", "callback"};
     }
@@ -134,9 +145,11 @@ void Comparison::match(const Stream& stream, Matches& matches) {
     while (!matches.expected.empty() && !matches.taken.empty()) {
         const auto& [record, at_us] = matches.expected.front();
         Lines lines = differences(record, matches.taken.front());
+        // Counts from 1 within the stream, as a reader would count the lines of the output.
         const uint64_t number = matches.equal + matches.different + 1;
         ++(lines.empty() ? matches.equal : matches.different);
         if (!lines.empty() && first_.empty()) {
+            // A message may have thousands of fields. The first ones tell what is wrong.
             if (lines.size() > kMostLines) {
                 const size_t more = lines.size() - kMostLines;
                 lines.resize(kMostLines);
@@ -152,6 +165,7 @@ void Comparison::match(const Stream& stream, Matches& matches) {
 }
 
 bool Comparison::equal(bool cut_short) const {
+    // A record that was cut ends before the plug-in did. So what comes beyond it is no difference.
     const std::lock_guard lock(mutex_);
     return std::ranges::all_of(streams_, [cut_short](const auto& entry) {
         const Matches& matches = entry.second;

@@ -14,6 +14,8 @@
 namespace zelhost {
 
 // Any thread.
+// Holds everything that waits for its counterpart, and counts per stream what was equal and what
+// differed. A difference is kept in words only for the first pair that differs.
 class Comparison {
 public:
     // What the record has, with its time in microseconds since the record began.
@@ -28,15 +30,22 @@ public:
     std::string text(bool cut_short) const;
 
 private:
+    // Messages of one stream come in the same order in every replay. Messages of two streams do
+    // not, so they are matched apart.
     // Worker and kind, in words.
     using Stream = std::pair<std::string, std::string>;
+    // What is known of one stream. At least one of the two queues is empty: as soon as both have a
+    // message, the pair is compared and leaves.
     struct Matches {
         uint64_t equal = 0, different = 0;
         std::deque<std::pair<record::Output, int64_t>> expected;
         std::deque<record::Output> taken;
     };
 
+    // Which stream a message belongs to follows from the message alone, so the record and the
+    // replay agree on it.
     static Stream stream_of(const record::Output& output);
+    // Compares pairs until one side has no more. The lock is held.
     void match(const Stream& stream, Matches& matches);
 
     mutable std::mutex mutex_;  // guards all below

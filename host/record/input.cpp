@@ -12,24 +12,30 @@ namespace {
 using record::Text;
 
 // Null pointers stay null: only a text that is there is set.
+// `set` gets a copy of the text.
 template <class Set>
 void set_text(const char* text, const Set& set) {
     if (text != nullptr) set(std::string(text));
 }
 
+// A text of the native record as the file keeps it.
 Text text_of(const char* text) {
     Text out;
     if (text != nullptr) out.set_bytes(text);
     return out;
 }
 
+// The pointer is valid as long as `text`.
 const char* pointer_of(const Text& text) { return text.has_bytes() ? text.bytes().c_str() : nullptr; }
 
+// Every place of the array gets an entry, an empty one for a null pointer. So each text keeps its
+// place.
 template <size_t count, class Field>
 void add_texts(const char* const (&texts)[count], Field* field) {
     for (const char* text : texts) *field->Add() = text_of(text);
 }
 
+// Wider in the file than in the record, so that no number is cut.
 template <class Numbers, class Field>
 void add_numbers(const Numbers& numbers, Field* field) {
     for (const auto number : numbers) field->Add(number);
@@ -41,6 +47,8 @@ void get_texts(const Field& field, const char* (&texts)[count]) {
     for (int i = 0; i < std::min(field.size(), static_cast<int>(count)); ++i) texts[i] = pointer_of(field[i]);
 }
 
+// The numbers fit, since they were written from members of the same type. Those of a damaged record
+// are cut.
 template <size_t count, class Number, class Field>
 void get_numbers(const Field& field, Number (&numbers)[count]) {
     for (int i = 0; i < std::min(field.size(), static_cast<int>(count)); ++i)
@@ -49,6 +57,7 @@ void get_numbers(const Field& field, Number (&numbers)[count]) {
 
 // --- the native record of a DNS hit ---
 
+// One function for each of the three variant records. They share some members and differ in others.
 void keep_variant(const ST_DNS_VARIANT_1& variant, record::DnsVariant& out) {
     out.set_pid(variant.uPid);
     out.set_create_time(variant.llCreateTime);
@@ -84,6 +93,7 @@ record::Dns dns_of(const ST_DNS_NATIVE& native, const char* query_name) {
     *dns.mutable_query_name() = text_of(query_name);
     if (native.pVariant == nullptr) return dns;
     record::DnsVariant& variant = *dns.mutable_variant();
+    // The kind says which variant record the pointer leads to.
     if (native.uKind == 1) keep_variant(*static_cast<const ST_DNS_VARIANT_1*>(native.pVariant), variant);
     if (native.uKind == 2) keep_variant(*static_cast<const ST_DNS_VARIANT_2*>(native.pVariant), variant);
     if (native.uKind == 3) keep_variant(*static_cast<const ST_DNS_VARIANT_3*>(native.pVariant), variant);
@@ -98,6 +108,8 @@ void publish(const record::Dns& dns, Session& session) {
     get_numbers(dns.uhead(), native.uHead);
     get_texts(dns.texts(), native.pszText);
     const record::DnsVariant& kept = dns.variant();
+    // All three variants are filled from the same fields, and the kind chooses the one that the
+    // record points to. Filling one alone would need the same lines three times.
     ST_DNS_VARIANT_1 one{};
     ST_DNS_VARIANT_2 two{};
     ST_DNS_VARIANT_3 three{};
@@ -115,6 +127,8 @@ void publish(const record::Dns& dns, Session& session) {
     get_numbers(kept.shorts(), three.uShort);
     get_numbers(kept.longs(), one.uLong);
     if (kept.longs_size() > 0) three.uLong = kept.longs(0);
+    // A record of an unknown kind may have had a pointer, too. It gets one that is not null and
+    // leads to memory that may be read.
     const void* const variants[] = {&native, &one, &two, &three};
     if (dns.has_variant()) native.pVariant = variants[native.uKind < std::size(variants) ? native.uKind : 0];
     session.publish(native, pointer_of(dns.query_name()));
@@ -122,6 +136,7 @@ void publish(const record::Dns& dns, Session& session) {
 
 // --- calls ---
 
+// Only what the host can call without arguments. A newer record may hold more.
 void play(record::Call call, Session& session) {
     switch (call) {
         case record::START: session.start(); break;
@@ -132,6 +147,7 @@ void play(record::Call call, Session& session) {
     }
 }
 
+// Whatever has no case of its own in input_to_record comes here.
 record::Call call_of(Input::Kind kind) {
     switch (kind) {
         case Input::start: return record::START;
@@ -145,6 +161,7 @@ record::Call call_of(Input::Kind kind) {
 
 record::Input input_to_record(const Input& input) {
     record::Input out;
+    // A null pointer may come with a size, and then nothing is read.
     const auto bytes = [&] { return std::string(input.data, input.data == nullptr ? 0 : input.size); };
     switch (input.kind) {
         case Input::publish: {
@@ -155,6 +172,7 @@ record::Input input_to_record(const Input& input) {
         }
         case Input::dns: *out.mutable_dns() = dns_of(*input.record, input.query_name); break;
         case Input::configure: {
+            // The size stands beside the data: a host may name a size that does not fit.
             auto& configure = *out.mutable_configure();
             if (input.data != nullptr) configure.set_data(bytes());
             configure.set_size(static_cast<uint32_t>(input.size));
@@ -175,6 +193,7 @@ record::Input input_to_record(const Input& input) {
             trace.set_context(input.number);
             break;
         }
+        // The size of the host's buffer decides whether the plug-in can report at all.
         case Input::collect: out.mutable_collect()->set_buffer_size(input.number); break;
         default: out.set_call(call_of(input.kind));
     }
@@ -185,6 +204,8 @@ void play(const record::Input& input, Session& session) {
     switch (input.what_case()) {
         case record::Input::kPublish: {
             const auto& publish = input.publish();
+            // A null pointer has the size 0 here, whatever the host said then. The bus copies the
+            // data.
             session.publish(publish.event_id(), publish.has_data() ? publish.data().data() : nullptr,
                             publish.data().size());
             break;
@@ -209,6 +230,7 @@ void play(const record::Input& input, Session& session) {
         }
         case record::Input::kCall: play(input.call(), session); break;
         case record::Input::kCollect:
+            // An agent folder without the manager's stand-in has nothing that collects reports.
             if (session.can_collect()) session.collect(input.collect().buffer_size());
             break;
         default: throw Failure("the record has an input that this zelhost does not know");

@@ -7,6 +7,7 @@
 
 namespace zelhost {
 
+// `input` is what the session tells of an act of the host; its pointers are valid during the call.
 record::Input input_to_record(const Input& input);
 
 // Does again what a record says. What the plug-in answers is not looked at: its log and what it gives out tell enough.

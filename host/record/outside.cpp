@@ -30,13 +30,17 @@ using record::Question;
 using Answer = Outside::Answer;
 
 // Whose questions go where. The addresses are those of the plug-in's segments, and 0 until it asks for the first time.
+// These are global because the functions at the end of this file have no object to belong to.
 std::atomic<Outside*> g_outside{nullptr};
 std::string g_plugin;  // its file
 std::atomic<uintptr_t> g_plugin_begin{0}, g_plugin_end{0};
 
+// Called by the loader for each library of the process. A result other than 0 ends the walk.
 int note_if_plugin(dl_phdr_info* library, size_t, void*) {
     std::error_code error;
     if (!std::filesystem::equivalent(library->dlpi_name, g_plugin, error)) return 0;
+    // A library is loaded in several segments. From the first to the last of them is taken as its
+    // own.
     uintptr_t begin = UINTPTR_MAX;
     uintptr_t end = 0;
     for (int i = 0; i < library->dlpi_phnum; ++i) {
@@ -56,6 +60,8 @@ int note_if_plugin(dl_phdr_info* library, size_t, void*) {
 Outside* outside_of(const void* caller) {
     Outside* const outside = g_outside;
     if (outside == nullptr) return nullptr;
+    // The first question may come before dlopen has returned. So the addresses are looked up here
+    // and not by the guard.
     if (g_plugin_end == 0) dl_iterate_phdr(note_if_plugin, nullptr);
     const auto address = reinterpret_cast<uintptr_t>(caller);
     return address >= g_plugin_begin && address < g_plugin_end ? outside : nullptr;
@@ -63,6 +69,7 @@ Outside* outside_of(const void* caller) {
 
 // --- clocks and sleeps ---
 
+// The clocks of the process show their time to this object before the caller gets it.
 class ClockQuestions final : public clocks::Watch {
 public:
     int64_t monotonic_ns(int64_t shown, const void* caller) override { return ask(record::MONOTONIC, shown, caller); }
@@ -73,6 +80,8 @@ public:
     void sleep(uint32_t microseconds, const void* caller) override {
         Outside* const outside = outside_of(caller);
         if (outside == nullptr) return clocks::sleep(microseconds);
+        // How long a sleep takes is no answer. It is real in a recording, and the player decides in
+        // a replay.
         outside->ask(record::SLEEP, [microseconds] {
             clocks::sleep(microseconds);
             return Answer{};
@@ -80,6 +89,7 @@ public:
     }
 
 private:
+    // Any caller but the plug-in sees the clock as it is shown.
     static int64_t ask(Question question, int64_t shown, const void* caller) {
         Outside* const outside = outside_of(caller);
         return outside == nullptr ? shown : outside->ask(question, [shown] { return Answer{shown}; }).number;
@@ -95,10 +105,13 @@ class SupportFunction {
 public:
     explicit constexpr SupportFunction(const char* name) : name_(name) {}
 
+    // A program may open one session after the other, each with a library of its own. So the
+    // address is kept together with the library that it is from.
     template <class... Arguments>
     auto operator()(Arguments... arguments) {
         void* const library = support_library();
         if (library != library_.load(std::memory_order_acquire)) {
+            // Without a session the function is looked for in the libraries behind the program.
             function_ = reinterpret_cast<Pointer>(dlsym(library != nullptr ? library : RTLD_NEXT, name_));
             library_.store(library, std::memory_order_release);
         }
@@ -110,16 +123,20 @@ private:
     std::atomic<void*> library_{this};  // no library's handle
     std::atomic<Pointer> function_{nullptr};
 };
+// The functions of the support library that the program stands before.
 SupportFunction<decltype(&zel_mutex_lock)> g_mutex_lock("zel_mutex_lock");
 SupportFunction<decltype(&get_agent_path)> g_agent_path("get_agent_path");
 SupportFunction<decltype(&zel_dll_get_addr)> g_dll_address("zel_dll_get_addr");
 
 // What the plug-in is told of the file that this thread has asked for last.
+// Set by get_agent_path and read by lseek. The plug-in calls both on one thread, one right after
+// the other.
 thread_local std::optional<int64_t> g_told_size;
 
 // As the plug-in will look at the file: bytes of a file or folder, -1 for what is none or does not open, -2 for one
 // that has no size.
 int64_t size_of(const char* path) {
+    // A named pipe without a writer must not block the plug-in, hence O_NONBLOCK.
     const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (descriptor < 0) return -1;
     struct stat status{};
@@ -141,17 +158,24 @@ struct TraceFunction {
 };
 extern TraceFunction g_trace_functions[7];
 
+// The number of a function is its place in the table below. Stand-ins are plain functions, so each
+// knows its number as a template argument.
 template <class Pointer>
 Pointer real_function(size_t index) {
     return reinterpret_cast<Pointer>(g_trace_functions[index].real.load());
 }
 
 // Results that were made here: they are not the module's to release.
+// Results of the player are allocated here. The plug-in gives them back like those of the module,
+// on any thread.
 std::mutex g_results_mutex;
 std::set<char*> g_results;
 
+// The plug-in reads no more than the size. The one byte more makes an empty result a pointer that
+// is not null.
 char* make_result(const std::string& data) {
     auto* const result = static_cast<char*>(malloc(data.size() + 1));
+    // Leaves by an exception only when there is no memory.
     if (result == nullptr) throw std::bad_alloc();
     memcpy(result, data.data(), data.size());
     const std::lock_guard lock(g_results_mutex);
@@ -162,6 +186,7 @@ char* make_result(const std::string& data) {
 // The module itself is asked at most once, and its own buffer goes on then.
 template <size_t index>
 int32_t work(const char* input, uint32_t input_size, char** result, uint32_t* result_size) {
+    // The four functions that make a result have the same arguments.
     const auto real = real_function<trace_event_work_t>(index);
     Outside* const outside = g_outside;
     if (outside == nullptr) return real(input, input_size, result, result_size);
@@ -169,8 +194,10 @@ int32_t work(const char* input, uint32_t input_size, char** result, uint32_t* re
     const Answer answer = outside->ask(g_trace_functions[index].question, [&] {
         asked = true;
         const int32_t code = real(input, input_size, result, result_size);
+        // The buffer goes on to the plug-in as it is, so the recorder gets a copy.
         return *result == nullptr ? Answer{code} : Answer{code, std::string(*result, *result_size)};
     });
+    // Nothing was asked of the module: the answer comes from the record.
     if (!asked) {
         *result = answer.data ? make_result(*answer.data) : nullptr;
         *result_size = answer.data ? static_cast<uint32_t>(answer.data->size()) : 0;
@@ -178,6 +205,7 @@ int32_t work(const char* input, uint32_t input_size, char** result, uint32_t* re
     return static_cast<int32_t>(answer.number);
 }
 
+// The start and the end of the module have no arguments.
 template <size_t index>
 int32_t call() {
     const auto real = real_function<trace_event_init_t>(index);
@@ -188,6 +216,7 @@ int32_t call() {
 }
 
 int32_t release(char* buffer) {
+    // A buffer that is not of this file is the module's own.
     {
         const std::lock_guard lock(g_results_mutex);
         if (g_results.erase(buffer) > 0) {
@@ -220,6 +249,8 @@ using Guid = unsigned char[16];
 
 // The library is opened once more and stays, so that its address does.
 void real_guid(Guid& out) {
+    // The program's own uuid_generate stands before the library's, so the library is asked by its
+    // handle.
     static const auto generate = [] {
         void* const library = dlopen("libuuid.so.1", RTLD_NOW);
         return library == nullptr ? nullptr
@@ -232,8 +263,10 @@ void real_guid(Guid& out) {
 
 OutsideGuard::OutsideGuard(const std::filesystem::path& plugin, Outside& outside) {
     g_plugin = plugin.string();
+    // Each session loads the plug-in anew, perhaps at another address.
     g_plugin_begin = g_plugin_end = 0;
     g_outside = &outside;
+    // The clocks come last: from here on questions may be asked, and the object must be in place.
     clocks::set_watch(&g_clock_questions);
 }
 
@@ -244,6 +277,7 @@ OutsideGuard::~OutsideGuard() {
 
 record::Role role_of_this_thread() {
     static thread_local const record::Role role = [] {
+        // A thread keeps its role for life, so the answer is found once.
         if (getpid() == gettid()) return record::HOST;
         char name[16] = {};
         pthread_getname_np(pthread_self(), name, sizeof name);
@@ -274,6 +308,7 @@ OVERRIDE int32_t zel_dll_get_addr(void* module, const char* name, void** out) {
         if (strcmp(function.name, name) != 0) continue;
         function.real = *out;
         *out = function.stand_in;
+        // This is the function that the plug-in looks up last, by the order of its own table.
         if (&function == std::end(g_trace_functions) - 1) outside->ask(record::TRACE_FOUND, [] { return Answer{}; });
     }
     return result;
@@ -283,8 +318,10 @@ OVERRIDE int32_t zel_dll_get_addr(void* module, const char* name, void** out) {
 OVERRIDE int32_t get_agent_path(const char* path, uint32_t length, int32_t init_pid, char* out, uint32_t size) {
     const int32_t result = g_agent_path(path, length, init_pid, out, size);
     Outside* const outside = outside_of(__builtin_return_address(0));
+    // A buffer of size 0 holds no path that could be looked at.
     if (outside == nullptr || size == 0) return result;
     const int64_t bytes = outside->ask(record::FILE_SIZE, [out] { return Answer{size_of(out)}; }).number;
+    // In a recording there is no place, and the plug-in opens the file itself.
     const std::optional<std::string> place = outside->place_of_file(bytes);
     g_told_size = place ? std::optional(bytes) : std::nullopt;
     if (place) snprintf(out, size, "%s", place->c_str());
@@ -293,11 +330,13 @@ OVERRIDE int32_t get_agent_path(const char* path, uint32_t length, int32_t init_
 
 // The size of a file is where its end is.
 OVERRIDE off_t lseek(int descriptor, off_t offset, int whence) noexcept {
+    // A size of -2 means that the seek fails, which the plug-in sees as -1.
     if (g_told_size && outside_of(__builtin_return_address(0)) != nullptr) return std::max<off_t>(*g_told_size, -1);
     return syscall(SYS_lseek, descriptor, offset, whence);
 }
 
 OVERRIDE void uuid_generate(unsigned char* out) {
+    // The outside is asked for the bytes, so that a record has them and a replay gives them again.
     Outside* const outside = outside_of(__builtin_return_address(0));
     Guid guid{};
     if (outside == nullptr) {

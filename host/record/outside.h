@@ -16,6 +16,8 @@
 
 namespace zelhost {
 
+// Implemented by the recorder, which asks the real outside and notes the answer, and by the player,
+// which answers from the record. All threads of the plug-in may ask at once.
 class Outside {
 public:
     // What record.proto says of an answer. Without data it is a null pointer.
@@ -26,6 +28,7 @@ public:
     // Asks the outside itself.
     using Real = std::function<Answer()>;
 
+    // The guard borrows the object and does not destroy it.
     virtual ~Outside() = default;
 
     // On the thread of the plug-in that asks. Must not throw.
@@ -39,7 +42,10 @@ public:
 // is loaded, since it looks at the clock then, until it has stopped. There is one at a time.
 class OutsideGuard {
 public:
+    // `plugin` is the file of the plug-in. Callers are known by whether their code lies in it.
     OutsideGuard(const std::filesystem::path& plugin, Outside& outside);
+    // From here on every question is answered by the libraries again. No thread of the plug-in may
+    // be asking then.
     ~OutsideGuard();
     OutsideGuard(const OutsideGuard&) = delete;
     OutsideGuard& operator=(const OutsideGuard&) = delete;

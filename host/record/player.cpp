@@ -22,6 +22,8 @@ constexpr auto kPatience = 10s;
 constexpr auto kHostFirst = 20ms;
 constexpr auto kWorkersCome = 1s;
 
+// By the numbers of record::Role and record::Question in record.proto. They are read when a
+// departure is told.
 constexpr const char* kRoles[] = {"host", "bus", "alarm worker", "trace worker", "another thread"};
 constexpr const char* kQuestions[] = {"a mutex",
                                       "a sleep",
@@ -56,6 +58,8 @@ std::string words(const Step& step) { return words(step.what_case(), step.answer
 // Nanoseconds in a unit of the clock; 0 for what is no clock.
 int64_t unit_of(Question question) {
     switch (question) {
+        // The record keeps what the clock's own function gives: whole seconds, milliseconds or
+        // nanoseconds.
         case record::SECONDS: return 1'000'000'000;
         case record::TICKS: return 1'000'000;
         case record::MONOTONIC: return 1;
@@ -77,6 +81,7 @@ Outside::Answer answer_of(const record::Answer& answer) {
 
 Player::Player(RecordReader& reader, double speed, std::filesystem::path empty_file, OnOutput on_output)
     : reader_(reader), speed_(speed), empty_file_(std::move(empty_file)), on_output_(std::move(on_output)) {
+    // The first step is read at once. So the front is known before any thread asks.
     advance();
 }
 
@@ -87,6 +92,8 @@ void Player::advance() {
     front_.reset();
     for (Step step; reader_.next(step);) {
         if (step.has_line()) continue;
+        // What came out is told as soon as it is reached. The comparison then has it before the
+        // replay gives out its own.
         if (step.has_output()) on_output_(step.output(), reader_.at_us());
         front_at_us_ = reader_.at_us();
         front_ = std::move(step);
@@ -95,12 +102,14 @@ void Player::advance() {
 }
 
 Player::Clock::time_point Player::due() const {
+    // As fast as it goes: every step is due already.
     if (speed_ == 0) return began_;
     const std::chrono::duration<double, std::micro> played(static_cast<double>(front_at_us_) / speed_);
     return began_ + std::chrono::duration_cast<Clock::duration>(played);
 }
 
 bool Player::is_wanted(const Want& want) const {
+    // Answers to different questions are different steps. All other kinds have one form each.
     return front_->what_case() == want.what && (!front_->has_answer() || front_->answer().question() == want.question);
 }
 
@@ -119,6 +128,7 @@ bool Player::is_flag_set_next() const {
 // A worker that has taken its last step before the flag must have looked at the flag. It has when it waits for its
 // next.
 void Player::let_workers_come(std::unique_lock<std::mutex>& lock) {
+    // The time is limited, because a worker may sit in a call that ends only after the host's act.
     changed_.wait_until(lock, Clock::now() + kWorkersCome, [this] {
         return !delivering_ && std::ranges::all_of(waiting_, [](const auto& role) {
             return role.second > 0 || (role.first != record::ALARM && role.first != record::TRACE);
@@ -129,7 +139,9 @@ void Player::let_workers_come(std::unique_lock<std::mutex>& lock) {
 // Waits until a step was taken. A thread that does not come for its step ends the order.
 void Player::wait_for_others(std::unique_lock<std::mutex>& lock) {
     // Whoever reads what comes out may take any time.
+    // The reader may be a pipe whose end nobody reads for a while. That is no departure.
     if (in_turn_ && front_->has_output()) return changed_.wait(lock);
+    // The patience begins when the step was due or when the last one was taken, whichever is later.
     changed_.wait_until(lock, std::max(last_taken_, due()) + kPatience);
     if (front_ && departure_.empty() && Clock::now() >= std::max(last_taken_, due()) + kPatience)
         depart(fmt::format("the {} does not come for {}", words(kRoles, front_->role()), words(*front_)));
@@ -137,6 +149,7 @@ void Player::wait_for_others(std::unique_lock<std::mutex>& lock) {
 
 // Waits for what must come before this thread's step can be taken; false when it need not wait.
 bool Player::wait(const Want& want, std::unique_lock<std::mutex>& lock) {
+    // Another thread is first, or one is just acting.
     if (front_->role() != want.role || in_turn_) {
         wait_for_others(lock);
         return true;
@@ -146,6 +159,7 @@ bool Player::wait(const Want& want, std::unique_lock<std::mutex>& lock) {
                            words(want.what, want.question), words(*front_)));
         return true;
     }
+    // The host is not held up by its own head start.
     const auto when = want.role == record::HOST ? due() : std::max(due(), host_first_until_);
     if (Clock::now() >= when) return false;
     changed_.wait_until(lock, when);
@@ -158,12 +172,14 @@ int32_t Player::next_of_bus() {
     changed_.notify_all();
     while (front_ && departure_.empty() && front_->role() != record::BUS) wait_for_others(lock);
     --waiting_[record::BUS];
+    // Nobody orders the lists any more, and the bus takes whichever has an event.
     if (!front_ || !departure_.empty()) return LUMMB_EITHER;
     return front_->has_delivery() ? LUMMB_INCOMING : LUMMB_SENT;
 }
 
 std::optional<Step> Player::take(const Want& want, const Real& act) {
     std::unique_lock lock(mutex_);
+    // The host has come back, so what it had begun is done. Others need not wait for it any longer.
     if (want.role == record::HOST) host_first_until_ = {};
     ++waiting_[want.role];
     changed_.notify_all();
@@ -171,6 +187,8 @@ std::optional<Step> Player::take(const Want& want, const Real& act) {
     }
     const bool host = want.role == record::HOST;
     if (front_ && departure_.empty() && host && is_flag_set_next()) let_workers_come(lock);
+    // The act runs without the lock: taking a mutex of the plug-in may block until another thread
+    // has had its step.
     if (act && front_ && departure_.empty()) {
         in_turn_ = true;
         lock.unlock();
@@ -179,14 +197,17 @@ std::optional<Step> Player::take(const Want& want, const Real& act) {
         in_turn_ = false;
     }
     --waiting_[want.role];
+    // A departure may have come while this thread acted.
     if (!front_ || !departure_.empty()) return {};
     Step step = std::move(*front_);
     if (step.has_delivery()) delivering_ = true;
+    // Any act of the host other than a stop ends the state of a stop.
     if (step.has_input())
         stop_ = step.input().has_call() && step.input().call() == record::STOP ? Stop::begun : Stop::no;
     if (host && stop_ == Stop::begun && step.has_answer() && step.answer().question() == record::LOCK)
         stop_ = Stop::done;
     last_taken_ = Clock::now();
+    // The others give the host a moment, so that what it does next is seen by them as it was then.
     if (host) host_first_until_ = last_taken_ + kHostFirst;
     advance();
     changed_.notify_all();
@@ -196,11 +217,15 @@ std::optional<Step> Player::take(const Want& want, const Real& act) {
 Outside::Answer Player::ask(Question question, const Real& real) {
     const Role role = role_of_this_thread();
     // What has an order is done in its turn: otherwise a thread whose turn comes later could be the first.
+    // The answer of the outside itself, for questions that are done for real.
     std::optional<Answer> done;
     const Real act = [&done, &real] { return *(done = real()); };
     const std::optional<Step> step = take({role, What::kAnswer, question}, is_done_for_real(question) ? act : Real{});
     if (!step) {
+        // The turn was lost while the act was done. Its answer counts, since it must not be done
+        // twice.
         if (done) return *done;
+        // Nothing has been done yet. These questions need no answer from the record.
         if (is_done_for_real(question) || question == record::SLEEP) return real();
         const std::lock_guard lock(mutex_);
         return late_answer(role, question, real);
@@ -208,6 +233,7 @@ Outside::Answer Player::ask(Question question, const Real& real) {
     Answer answer = answer_of(step->answer());
     if (unit_of(question) != 0) {
         const std::lock_guard lock(mutex_);
+        // If the plug-in departs later, the clock goes on from here.
         clocks_[question] = {answer.number, Clock::now()};
     }
     return answer;
@@ -222,6 +248,7 @@ void Player::delivered() {
 }
 
 void Player::send(const std::function<void()>& enqueue) {
+    // Queueing the event is the act, so that events stand in the bus in the order of the record.
     ask(record::SEND, [&enqueue] {
         enqueue();
         return Answer{};
@@ -236,6 +263,7 @@ void Player::output(const std::function<void(const record::Output* then)>& show)
         shown = true;
         return Answer{};
     });
+    // Nobody waits for turns. The message is shown at once, without a counterpart.
     if (!shown) show(nullptr);
 }
 
@@ -246,6 +274,7 @@ std::optional<record::Input> Player::next_input() {
 }
 
 std::optional<std::string> Player::place_of_file(int64_t size) {
+    // The size is told by lseek. A file that could not be opened then must fail to open now, too.
     // Nothing lies below a file.
     return (size == -1 ? empty_file_ / "none" : empty_file_).string();
 }
@@ -256,12 +285,14 @@ void Player::depart(const std::string& how) {
     departure_ = fmt::format("at {:.3f} s {}", static_cast<double>(front_at_us_) / 1e6, how);
     departed_ = Clock::now();
     departed_at_us_ = front_at_us_;
+    // The front and all steps behind it are kept by role. Log lines were skipped before.
     keep(std::move(*front_));
     for (advance(); front_; advance()) keep(std::move(*front_));
     changed_.notify_all();
 }
 
 void Player::keep(Step step) {
+    // Deliveries and outputs have no answer that anybody could ask for later.
     if (step.has_input()) late_inputs_.emplace_back(std::move(*step.mutable_input()), front_at_us_);
     if (step.has_answer()) late_answers_[{step.role(), step.answer().question()}].push_back(answer_of(step.answer()));
 }
@@ -270,6 +301,7 @@ void Player::keep(Step step) {
 Outside::Answer Player::late_answer(Role role, Question question, const Real& real) {
     if (const int64_t unit = unit_of(question); unit != 0) {
         const auto found = clocks_.find(question);
+        // A clock that was never asked has no value to run on from.
         if (found == clocks_.end()) return real();
         const auto& [shown, when] = found->second;
         return {shown + std::chrono::nanoseconds(Clock::now() - when).count() / unit};
@@ -289,8 +321,11 @@ std::optional<record::Input> Player::late_input(std::unique_lock<std::mutex>& lo
     if (late_inputs_.empty()) return {};
     auto [input, at_us] = std::move(late_inputs_.front());
     late_inputs_.pop_front();
+    // At full speed the inputs come at the pace of the record. Without an order they would come all
+    // at once.
     const std::chrono::duration<double, std::micro> since(static_cast<double>(at_us - departed_at_us_) /
                                                           (speed_ == 0 ? 1 : speed_));
+    // The wait has no condition that could end it early. Its lock is free meanwhile.
     changed_.wait_until(lock, departed_ + std::chrono::duration_cast<Clock::duration>(since), [] { return false; });
     return input;
 }

@@ -23,6 +23,8 @@
 
 namespace zelhost {
 
+// One object plays one record. Threads of the plug-in, the bus and the host call it at the same
+// time. It borrows the reader, which nobody else may use meanwhile.
 class Player final : public Outside {
 public:
     // Sees what the record has of what was given out, with its time; it runs under the player's lock.
@@ -57,6 +59,8 @@ private:
     using What = record::Step::WhatCase;
 
     // What a thread comes for.
+    // A thread tells by this what it is about to do. The step of the record must say the same, or
+    // the plug-in departs.
     struct Want {
         record::Role role;
         What what;
@@ -64,29 +68,42 @@ private:
     };
 
     // Waits for the turn of this thread, does `act` in it, and takes the step; nothing when nobody waits any more.
+    // Role, kind of step and question are compared with the front. `act` runs without the lock and
+    // may take as long as it likes.
     std::optional<record::Step> take(const Want& want, const Real& act = {});
     // All of the following are called under the lock.
+    // Whether the front is what the thread has come for.
     bool is_wanted(const Want& want) const;
+    // Waits once for whatever is in the way. True means that the caller looks again.
     bool wait(const Want& want, std::unique_lock<std::mutex>& lock);
+    // Makes the next step of the record the front.
     void advance();
+    // Whether the step at the front sets something that the workers look at without a lock.
     bool is_flag_set_next() const;
     void let_workers_come(std::unique_lock<std::mutex>& lock);
     void wait_for_others(std::unique_lock<std::mutex>& lock);
+    // Ends the order for good, and keeps the rest of the record for answers out of turn.
     void depart(const std::string& how);
     void keep(record::Step step);
+    // Answers without an order. Clocks run on, and each thread gets its own answers one after the
+    // other.
     Answer late_answer(record::Role role, record::Question question, const Real& real);
     std::optional<record::Input> late_input(std::unique_lock<std::mutex>& lock);
+    // When the front may be taken, by the speed of the replay.
     Clock::time_point due() const;
 
     RecordReader& reader_;
     const double speed_;
     const std::filesystem::path empty_file_;
+    // Called with the lock held, so it must not call the player.
     const OnOutput on_output_;
+    // Steps are timed from here.
     const Clock::time_point began_ = Clock::now();
 
     mutable std::mutex mutex_;  // guards all below
     std::condition_variable changed_;
     std::optional<record::Step> front_;  // the next step that a thread has to take; none at the end
+    // When the front happened, in microseconds since the record began.
     int64_t front_at_us_ = 0;
     bool in_turn_ = false;  // a thread acts; the front is its step
     // What the host has begun, others wait for until it asks again: nothing tells when the plug-in has set a flag of
@@ -104,6 +121,7 @@ private:
     std::string departure_;
     std::map<std::pair<record::Role, record::Question>, std::deque<Answer>> late_answers_;
     std::deque<std::pair<record::Input, int64_t>> late_inputs_;
+    // When the departure came, by the clock of this process and by the record.
     Clock::time_point departed_;
     int64_t departed_at_us_ = 0;
 };

@@ -10,6 +10,8 @@ namespace zelhost {
 namespace {
 
 // Limits and the reset period.
+// Only these set what workers read without a lock. Other acts are ordered by the plug-in's own
+// mutexes.
 bool sets_flag(const Input& input) {
     return input.kind == Input::configure || input.kind == Input::reset_begin || input.kind == Input::reset_end;
 }
@@ -23,6 +25,7 @@ record::Head head_of(const AgentFolder& folder, const char* agent_id) {
         std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
             .count());
     if (agent_id != nullptr) head.set_agent_id(agent_id);
+    // The files are kept whole. A replay writes them into a copy of the agent folder.
     for (auto& [path, text] : folder.settings_files()) (*head.mutable_settings())[path] = text;
     return head;
 }
@@ -66,6 +69,7 @@ record::Output output_of(std::string_view module, int32_t result, std::string_vi
 }
 
 void Recorder::add(record::Step step) {
+    // The thread that calls is the one that the step belongs to.
     step.set_role(role_of_this_thread());
     writer_.add(std::move(step));
 }
@@ -73,6 +77,7 @@ void Recorder::add(record::Step step) {
 void Recorder::input(const Input& input) {
     record::Step step;
     *step.mutable_input() = input_to_record(input);
+    // The step must stand behind every delivery before it and before every delivery after it.
     if (sets_flag(input)) flags_.lock();
     add(std::move(step));
 }
@@ -82,6 +87,7 @@ void Recorder::input_done(const Input& input) {
 }
 
 void Recorder::delivery() {
+    // The lock is held until delivered, on the same thread.
     flags_.lock();
     record::Step step;
     step.mutable_delivery();
@@ -122,6 +128,7 @@ void Recorder::send(const std::function<void()>& enqueue) {
 
 void Recorder::finish() {
     writer_.flush();
+    // A record that is short is worth a message, but only once the session is over.
     if (const std::string error = writer_.error(); !error.empty()) throw Failure("{}", error);
 }
 

@@ -17,16 +17,24 @@ namespace zelhost {
 record::Head head_of(const AgentFolder& folder, const char* agent_id);
 
 // Any thread. A session's client passes on what it sees.
+// Owns the file. It is an Outside that asks the real one, and the session's client hands over all
+// that it sees. The order of the calls is the order of the steps.
 class Recorder final : public Outside {
 public:
     // Makes the file. Throws Failure.
     Recorder(const std::string& path, const record::Head& head) : writer_(path, head) {}
 
+    // The act of the host begins, and has ended. Both calls come on the host's thread.
     void input(const Input& input);
     void input_done(const Input& input);
+    // The bus is about to give an event to the plug-in, and has given it. Both calls come on the
+    // bus thread.
     void delivery();
     void delivered() { flags_.unlock(); }
+    // Calls `enqueue`, which puts an event of the plug-in into the bus.
     void send(const std::function<void()>& enqueue);
+    // The rest is called on the thread on which the thing happened. What the arguments point to is
+    // copied.
     void log_line(const LogLine& line);
     void event(const ST_PB_EVENT& event);
     void memory_check(const ST_MEM_DETECT_INFO& info);
@@ -37,6 +45,7 @@ public:
     void finish();
 
     Answer ask(record::Question question, const Real& real) override;
+    // A recording changes nothing: the plug-in opens its file itself.
     std::optional<std::string> place_of_file(int64_t) override { return {}; }
 
 private:
@@ -48,6 +57,7 @@ private:
     // guards: a replay could not tell otherwise which was first.
     std::mutex flags_;
     std::mutex sending_;  // one event at a time, so that the steps are in the order of the events
+    // Makes the line of a memory check, which the record keeps as text.
     JsonLines lines_;
 };
 
