@@ -7,7 +7,8 @@
 #
 # Exit status: 0 all as it should be, 1 a step failed, 2 a wrong command line, a missing program or no packages.
 set -euo pipefail
-project="$(readlink -f "$(dirname "$(readlink -f "$0")")/..")"
+source "$(dirname "$(readlink -f "$0")")/common.sh"
+project="$root"
 
 fail() { # STATUS TEXT
     echo "packages_root.sh: $2" >&2
@@ -17,7 +18,7 @@ fail() { # STATUS TEXT
 [ $# -le 1 ] && [[ "${1-}" != -* ]] || fail 2 "cannot read '$*' (usage: tools/packages_root.sh [FOLDER])"
 [ "$(id -u)" -eq 0 ] || fail 2 "run this as root: it makes the root of another system"
 command -v mmdebstrap >/dev/null || fail 2 "there is no mmdebstrap here; tools/setup.sh --ci installs it"
-folder="${1-$project/build/packages}"
+folder="${1-$build/packages}"
 for package in zelreshdl zelreshdl-standins zelhost; do
     compgen -G "$folder/${package}_*.deb" >/dev/null || fail 2 "there is no package $package in $folder; tools/packages.sh makes it"
 done
@@ -28,8 +29,8 @@ page="$project/docs/install.md"
 mapfile -t commands < <(sed -n '/^<!-- three commands -->$/,/^<!-- end three commands -->$/s/^    //p' "$page")
 [ ${#commands[@]} -eq 3 ] || fail 1 "$page has ${#commands[@]} commands between the marks 'three commands' instead of 3"
 
-mkdir -p "$project/build"
-work="$(mktemp -d "$project/build/packages_root.XXXXXX")"
+mkdir -p "$build"
+work="$(mktemp -d "$build/packages_root.XXXXXX")"
 root="$work/root"
 trap 'rm -rf --one-file-system "$work"' EXIT
 
