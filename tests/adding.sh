@@ -13,7 +13,7 @@ fail() {
 
 "$check" --pages 2>"$work/err" || fail "a page of docs/add does not agree with its example"
 "$check" --pages nothing 2>"$work/err"
-[ $? -eq 2 ] && grep -q "unknown example 'nothing'" "$work/err" || fail "an unknown example goes unnoticed"
+[ $? -eq 2 ] && grep -q "unknown page 'nothing'" "$work/err" || fail "an unknown page goes unnoticed"
 
 # spoiled TEXT CHANGE FILE: with the sed script CHANGE on that file the check fails and says so.
 spoiled() {
@@ -28,4 +28,6 @@ spoiled 'lists src/nothing.cpp, which the example does not touch' '$a - `src/not
 spoiled 'the page shows a line that the example does not add' 's/"busy_val", 50, 1,/"busy_val", 50, 2,/' setting.md
 spoiled 'the example does not apply' 's/^ (.*"trc_time", )15/ \116/;s/^ (.*"trace_val", )50/ \151/' examples/setting.patch
 spoiled 'no command of the page runs a test' '/^\$ ctest/d' setting.md
+spoiled 'docs/add/examples/setting.patch is missing or empty' 'd' examples/setting.patch
+spoiled 'docs/add/setting.md is missing or empty' 'd' setting.md
 exit $failed
