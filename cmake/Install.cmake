@@ -69,7 +69,9 @@ zel_install_settings(zelreshdl reshdl/config/zeltrc.ini)
 zel_install_link(zelreshdl ${zel_agent}/config \${etc}/zelreshdl)
 zel_install_link(zelreshdl ${zel_agent}/reshdl/config \${etc}/zelreshdl)
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT zelreshdl)
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT zelreshdl PATTERN man EXCLUDE)
+# Pages for users; what developers read is in the project.
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT zelreshdl
+  PATTERN man EXCLUDE PATTERN add EXCLUDE PATTERN drawings EXCLUDE)
 
 # The stand-ins. agent_cfg.json is the agent's own file, not the plug-in's.
 foreach(target lumutil lummb odaipc zel_bpsdk zelbpmgr zelcount zelds zellxadapter zeltrc)
