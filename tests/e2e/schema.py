@@ -150,9 +150,12 @@ for number in [*range(-1, 64), 1000]:
     document["rule"][0]["event"] = [{**every_key, "type": number}]
     if agrees(document, f"event type {number}"):
         taken.add(number)
+    # All keys of all documents are there, so a key that is missing is that of a type without a document.
+    reason = refusal(document)
+    expect("is missing" not in reason, f"event type {number} has no document in fuzz/corpus/alert: {reason}")
     agrees({**base, "alert_type": number}, f"alert type {number}")
 expect(len(taken) > 30 and not taken & {0, 30, 31, 32, 33, 1000}, f"event types {taken} are taken")
-expect(taken == taken & seeds, f"event types {taken - seeds} have no document in fuzz/corpus/alert")
+expect(taken <= seeds, f"event types {taken - seeds} have no document in fuzz/corpus/alert")
 with open(corpus + "/../../alert.dict", encoding="utf-8") as file:
     dictionary = file.read()
 unknown = sorted(key for key in every_key if f'"{key}"' not in dictionary)

@@ -77,7 +77,10 @@ own() { sed -i "s/$2/$3/g" "$1"; }
 lib=reshdl/lib
 pure='printf "[advthreats_module]\nenable=%s\n" 0 >config/zel_pure_mode.ini'
 
-row "whole folder" 0 "a start would succeed: full operation, 13 subscriptions, tracing on" true
+# One for each row of the table that the bus is given, and one for each key of the files as they are staged.
+subscriptions=$(sed -n '/kNormalTable\[\]/,/^};/p' "$(dirname "$0")/../../src/plugin/zelreshdl_engine.cpp" | grep -c event_id::)
+settings=$(cat "$whole/reshdl/config/zelreshdl.ini" "$whole/reshdl/config/zeltrc.ini" | sed '/^\[standin\]/,$d' | grep -c '^[a-z_]*=')
+row "whole folder" 0 "a start would succeed: full operation, $subscriptions subscriptions, tracing on" true
 unset agentid
 row "no agent id" 0 "ERROR get agentid from env error !" true
 export agentid=A-1
@@ -174,7 +177,7 @@ cp -a "$whole" "$root"
 (cd "$root" && rm $lib/libzelds.so && ini zelreshdl config 'queue_max=\0377"' trc_times=99)
 "$host" status --json --root "$root" >"$work/out"
 [ $? -eq 1 ] || fail "the exit code is not 1"
-python3 - "$work/out" <<'PYTHON' || fail "not as expected"
+python3 - "$work/out" "$subscriptions" "$settings" <<'PYTHON' || fail "not as expected"
 import json, sys
 status = json.loads(open(sys.argv[1], encoding="utf-8").read())
 setting = {row["key"]: row for row in status["settings"]}
@@ -182,11 +185,11 @@ library = {row["path"]: row for row in status["agent_libraries"] + status["libra
 assert not status["starts"] and status["root"].endswith("/agent") and not status["pure_mode"] and status["tracing"]
 assert status["failure"]["log"] == ["ERROR ds dll open failed!0x84ce0015", "ERROR load moudle failed!"], status["failure"]
 assert status["failure"]["reason"] == "ds dll open failed!0x84ce0015"
-assert status["subscription"][:3] == [1536, 1793, 1281] and len(status["subscription"]) == 13
+assert status["subscription"][:3] == [1536, 1793, 1281] and len(status["subscription"]) == int(sys.argv[2])
 assert setting["queue_max"]["text"] == '\\xff"' and setting["queue_max"]["from"] == "default"
 assert (setting["trc_times"]["value"], setting["trc_times"]["from"]) == (8, "default")
 assert (setting["interval"]["value"], setting["interval"]["from"], setting["interval"]["reason"]) == (5, "file", "")
-assert len(setting) == 13
+assert len(setting) == int(sys.argv[3])
 store, trace = library["reshdl/lib/libzelds.so"], library["reshdl/lib/libzeltrc.so"]
 assert store["required"] and not store["complete"] and "No such file" in store["reason"]
 assert trace["complete"] and trace["reason"] is None and len(trace["functions"]) == 7
