@@ -35,7 +35,7 @@ explain_failure() {
 }
 
 first=
-[ -e "$build/$preset/build.ninja" ] || first=", which takes some $((20 / jobs + 2)) minutes the first time"
+[ -e "$build/$preset/build.ninja" ] || first=", which takes some $((16 / jobs + 2)) minutes the first time"
 say "building '$preset'$first; log: $log"
 cd "$root"
 cmake --preset "$preset" -B "$build/$preset" >>"$log" 2>&1 || explain_failure
