@@ -44,6 +44,7 @@ std::string byte_words(unsigned char byte) {
 
 // --- what is wrong ---
 
+// Explains one document. It is used once: run() moves the result out.
 class Explainer {
 public:
     Explainer(std::string_view text, const Observation& seen, Way way) : text_(text), seen_(seen), way_(way) {}
@@ -57,6 +58,8 @@ public:
         if (whole) collect_unread();
         if (whole) collect_escaped();
         match_texts();
+        // All nodes that a finding may name are known by now, so the text is walked only once. Numbers stored as 0 are
+        // needed only when the process would end: a file time of 0 can be the cause.
         locate(process_end.empty() ? std::vector<const cJSON*>() : seen_.zeros);
         explain_refusal(process_end);
         warn_of_the_end();
@@ -74,6 +77,7 @@ public:
 private:
     // --- places ---
 
+    // Looks up the places of all nodes that a finding may point at, and those of `more`.
     void locate(const std::vector<const cJSON*>& more) {
         std::vector<const cJSON*> nodes = more;
         for (const Refusal& refusal : seen_.refusals) nodes.push_back(refusal.node);
@@ -84,6 +88,7 @@ private:
         places_ = find_places(text_, seen_.tree.get(), nodes);
     }
 
+    // A finding at the place of the node. Without a place it is about the whole document.
     Finding at(const cJSON* node, std::string reason) const {
         const auto found = places_.find(node);
         if (found == places_.end()) return {std::move(reason), "", 0, 0};
@@ -91,6 +96,7 @@ private:
         return {std::move(reason), place.path, place.offset, place.size};
     }
 
+    // The value as it stands in the document, with its quotes and escapes. Empty when its place is not known.
     std::string_view literal(const cJSON* node) const {
         const auto found = places_.find(node);
         return found == places_.end() ? "" : text_.substr(found->second.offset, found->second.size);
@@ -105,6 +111,8 @@ private:
         return {error.reason, "", error.offset, error.size};
     }
 
+    // The parser stops behind the outermost value, and at the first NUL byte in any case. It accepts the document then,
+    // so nothing else tells a person that the rest is lost.
     void warn_of_the_end() {
         const size_t nul = text_.find('\0');
         const std::string_view read = text_.substr(0, nul);
@@ -123,6 +131,8 @@ private:
     // What is wrong in a post-operation costs only the post-operation.
     static bool is_tolerated(const Finding& finding) { return strcasestr(finding.path.c_str(), "PostOpr") != nullptr; }
 
+    // A missing key comes with a key that looks like it and that nothing has read. That is often the same key with a
+    // wrong letter.
     Finding refusal_of(const Refusal& refusal) const {
         switch (refusal.kind) {
             case Refusal::Kind::missing: {
@@ -146,6 +156,8 @@ private:
         return at(refusal.node, "the agent takes no event of type " + number + ", so the alert is lost");
     }
 
+    // The first refusal that counts is the cause, because decoding stops there. A text that the builder refused and the
+    // end of the process come later on the road, so each of them takes the place of what was found before.
     void explain_refusal(std::string_view process_end) {
         std::optional<Finding> cause;
         for (const Refusal& refusal : seen_.refusals) {
@@ -188,7 +200,8 @@ private:
                         note_if_same(refused, item, value);
     }
 
-    // The GUID is cut before it is checked. Names that are no names of texts in a message are left out.
+    // The GUID is cut before it is checked. The values of "risk_level" and "status" are left out, because a message has
+    // them as numbers. "Name" is left out, because a post-operation chooses a process by it.
     void note_if_same(const RefusedText& refused, const cJSON* node, const cJSON* named) {
         if (!cJSON_IsString(node) || named->string == nullptr) return;
         const auto is = [named](const char* name) { return strcasecmp(named->string, name) == 0; };
@@ -210,6 +223,9 @@ private:
         return first;
     }
 
+    // A text without a node is taken for one of an earlier document: the decoder's scratch state can hold a rule's name
+    // and description from a document that was refused. The finding points at the bad byte and not at the whole text.
+    // An escape can stand for several bytes, so the byte's place is counted in the literal.
     Finding bad_text(const RefusedText& refused, const cJSON* node) const {
         if (node == nullptr)
             return {"a text that an earlier refused document left holds bytes that no message may carry", "", 0, 0};
@@ -248,6 +264,8 @@ private:
         return status == nullptr || strcmp(status, "Trigger") != 0;
     }
 
+    // The cause is a file time of 0 in an event that would have been built. When there is none, the finding has no
+    // place.
     Finding end_of_process(std::string_view process_end) const {
         const std::string ends = "the agent's process would end here: " + std::string(process_end);
         for (const cJSON* node : seen_.zeros) {
@@ -260,6 +278,8 @@ private:
 
     // --- warnings ---
 
+    // Members that nothing read, of objects in which the decoder looked for keys. It did not look into an unread
+    // object, so what such an object holds is not named member by member.
     void collect_unread() {
         for (const cJSON* object : seen_.objects)
             for (const cJSON* child = object->child; child != nullptr; child = child->next)
@@ -269,6 +289,8 @@ private:
                 }
     }
 
+    // cJSON finds the first member of a name whatever its case. So an unread member either has a name that nobody looks
+    // for, or it stands behind another one of the same name.
     void warn_of_unread(const cJSON* node) {
         const cJSON* const first = cJSON_GetObjectItem(owners_.at(node), node->string);
         if (first == node || !seen_.read.contains(first))
@@ -296,6 +318,8 @@ private:
         warn(std::move(finding));
     }
 
+    // Whole numbers are compared as text, because above 2^53 different numbers can be the same double. Other numbers
+    // are compared as doubles. A text that is no whole number always gets the warning.
     void warn_of_number(const Stored& number) {
         const cJSON& value = *number.value;
         const std::string stored =
@@ -320,13 +344,14 @@ private:
         return (negative ? "-" : "") + std::string(digits);
     }
 
+    // Borrowed from the caller until run() returns, like `seen_`.
     std::string_view text_;
     const Observation& seen_;
     Way way_;
-    std::vector<const cJSON*> unread_;
-    std::vector<const cJSON*> escaped_;
-    std::map<const cJSON*, const cJSON*> owners_;  // the objects of the unread members
-    std::vector<std::pair<const RefusedText*, const cJSON*>> text_nodes_;
+    std::vector<const cJSON*> unread_;                                     // members that nothing looked for
+    std::vector<const cJSON*> escaped_;                                    // texts that may hold an escape for a NUL
+    std::map<const cJSON*, const cJSON*> owners_;                          // the objects of the unread members
+    std::vector<std::pair<const RefusedText*, const cJSON*>> text_nodes_;  // where a refused text may stand
     Places places_;
     Explanation result_;
 };

@@ -7,10 +7,11 @@
 
 namespace zel::check {
 
+// The words for one key, or for an object as a whole. The rows are constant.
 struct KeyWords {
     std::string_view object;  // "object" for what events acted upon, "object 34" for that of one event type
     std::string_view key;     // empty: the words are about the object itself
-    const char* words;
+    const char* words;        // one sentence
 };
 
 // All rows, for a test that none is left over.

@@ -19,6 +19,7 @@ static_assert(std::pair(Kind{ZELCHECK_TEXT}, Kind{ZELCHECK_OBJECTS}) ==
                   std::pair(static_cast<Kind>(ValueKind::text), static_cast<Kind>(ValueKind::objects)),
               "both enumerations go from texts to lists of objects");
 
+// Bit N stands for alert type N. A table without a condition holds for all of them.
 uint32_t alert_types(bool (*holds_for)(int32_t type)) {
     uint32_t bits = 0;
     for (int32_t type = 1; type <= alert_type::highest; ++type)
@@ -38,6 +39,7 @@ public:
     const std::vector<zelcheck_key_table>& all() const { return tables_; }
 
 private:
+    // A key without words gets an empty text here.
     void add(const KeyTable& table, uint32_t event_type = 0, bool taken = true) {
         const auto words = [&](const char* key) {
             const KeyWords* const row = find_key_words(table.object, event_type, key);
@@ -58,6 +60,7 @@ private:
 }  // namespace
 }  // namespace zel::check
 
+// When memory runs out while the tables are made, the next call tries again.
 int32_t zelcheck_keys(const zelcheck_key_table** tables, size_t* count) {
     try {
         static const zel::check::KeyTables kept;

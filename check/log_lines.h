@@ -7,12 +7,14 @@
 
 namespace zel::check {
 
+// One line. It is kept until the next clear().
 struct LogLine {
-    int32_t level;
+    int32_t level;     // ZEL_LOG_ERROR to ZEL_LOG_DEBUG
     std::string text;  // behind the prefix
 };
 
-// The lines of a level and those that are more urgent, since the last clear().
+// The lines of a level and those that are more urgent, since the last clear(). A smaller number is more urgent. With
+// level -1 no line is kept.
 class LogLines {
 public:
     void set_level(int32_t level) { level_ = level; }

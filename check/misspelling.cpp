@@ -15,7 +15,8 @@ bool same_letter(char a, char b) {
     return tolower(static_cast<unsigned char>(a)) == tolower(static_cast<unsigned char>(b));
 }
 
-// How many letters must be added, removed or replaced, whatever their case.
+// How many letters must be added, removed or replaced, whatever their case. The usual table of distances needs only its
+// last row, so one row is kept and overwritten from left to right.
 size_t distance(std::string_view a, std::string_view b) {
     std::vector<size_t> row(b.size() + 1);
     for (size_t i = 0; i <= b.size(); ++i) row[i] = i;

@@ -10,7 +10,7 @@
 namespace zel::check {
 
 // The member of the object whose name differs least from `key`; null when none is near. Members that were read are
-// meant as they are.
+// meant as they are. The answer is the name inside the node and lives as long as the tree.
 const char* nearest_key(const cJSON* object, std::string_view key, const NodeSet& read);
 
 }  // namespace zel::check

@@ -11,6 +11,8 @@ void NodeSet::clear() {
     count_ = 0;
 }
 
+// Addresses of nodes are alike in most bits; the multiplication spreads them over the slots. The search ends at a slot
+// that is free in this round, and there always is one, because grow() keeps half of them free.
 size_t NodeSet::find(const cJSON* node) const {
     const size_t mask = slots_.size() - 1;
     size_t slot = (reinterpret_cast<uintptr_t>(node) * 0x9E3779B97F4A7C15U >> 20) & mask;

@@ -18,6 +18,7 @@ public:
     bool contains(const cJSON* node) const { return slots_[find(node)].round == round_; }
 
 private:
+    // Counts as free when `round` is not the number of the present round.
     struct Slot {
         const cJSON* node;
         uint64_t round;
@@ -29,7 +30,7 @@ private:
     static constexpr size_t kFirstSize = 1024;  // a power of two, as every size
 
     std::vector<Slot> slots_ = std::vector<Slot>(kFirstSize, Slot{nullptr, 0});
-    size_t count_ = 0;
+    size_t count_ = 0;  // nodes of the present round; at most half of the slots
     uint64_t round_ = 1;
 };
 

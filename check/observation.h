@@ -17,7 +17,8 @@ struct TreeDeleter {
     void operator()(cJSON* tree) const { cJSON_Delete(tree); }
 };
 
-// Why a part of the document is refused.
+// Why a part of the document is refused. Noted in the order in which it happens. Whether it costs the document is
+// judged when the document is explained.
 struct Refusal {
     enum class Kind { missing, mistyped, unknown_number };
     Kind kind;
@@ -30,14 +31,17 @@ struct Refusal {
 struct Stored {
     const cJSON* value;
     bool is_signed;
-    uint64_t bits;
+    uint64_t bits;  // of the number as it was stored
 };
 
+// A text that a builder would not put into a message. It is a copy, because the builder's own text ends before the
+// document is explained.
 struct RefusedText {
     std::string text;
     size_t bad;  // the byte
 };
 
+// What is known of one document. All nodes in it belong to `tree`.
 struct Observation {
     // Forgets the last document. Sets keep their storage.
     void clear();

@@ -27,6 +27,7 @@ void note_number(const cJSON* value, bool is_signed, uint64_t bits, double store
 
 }  // namespace
 
+// The lists point into the tree, so they are emptied with it.
 void Observation::clear() {
     tree.reset();
     parsed = false;
@@ -66,6 +67,8 @@ cJSON* parse(const char* text) {
 // The observer is the owner: a document is explained when the decoder is done with it.
 void done_with(cJSON*) {}
 
+// Many keys of one object are looked up in a row. So the comparison with the last object saves most questions to the
+// set.
 void looked_up(const cJSON* object, const cJSON* value) {
     check::Observation& seen = observation();
     if (cJSON_IsObject(object) && (seen.objects.empty() || seen.objects.back() != object) &&

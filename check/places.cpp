@@ -37,6 +37,7 @@ public:
         if (text_.starts_with(kByteOrderMark)) at_ = kByteOrderMark.size();
     }
 
+    // A node that was found is no longer wanted, so the walk can end early.
     void value(const cJSON* node) {
         skip_spaces();
         const size_t begin = at_;
@@ -75,6 +76,7 @@ private:
         ++at_;
     }
 
+    // A number or a word ends at a blank, a comma or a closing bracket.
     void scalar() {
         if (byte() == '"') return string();
         while (at_ < text_.size() && !is_space(text_[at_]) &&
@@ -82,6 +84,7 @@ private:
             ++at_;
     }
 
+    // The byte behind a backslash belongs to the escape, so an escaped quote does not end the text.
     void string() {
         for (++at_; at_ < text_.size() && text_[at_] != '"'; ++at_)
             if (text_[at_] == '\\') ++at_;
@@ -94,9 +97,9 @@ private:
     char byte() const { return at_ < text_.size() ? text_[at_] : '\0'; }
 
     std::string_view text_;
-    std::unordered_set<const cJSON*> wanted_;
+    std::unordered_set<const cJSON*> wanted_;  // those that were not found yet
     size_t at_ = 0;
-    std::string path_;
+    std::string path_;  // of the value in hand
     Places found_;
 };
 
@@ -122,6 +125,7 @@ size_t unit_size(std::string_view literal, size_t at) {
     return escaped_size(literal.substr(at)) == 4 ? 2 * kEscapeSize : kEscapeSize;
 }
 
+// Counts the bytes of the value along the literal. An escape by number can stand for several of them.
 size_t byte_in_literal(std::string_view literal, size_t index) {
     size_t at = 1;
     for (size_t value = 0; at < literal.size(); at += unit_size(literal, at)) {

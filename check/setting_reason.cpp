@@ -8,6 +8,7 @@
 
 namespace zel::check {
 
+// A folder is asked for first, because it can be opened like a file.
 std::string why_unreadable(const std::string& path) {
     std::error_code error;
     if (std::filesystem::is_directory(path, error)) return "it is a folder";
@@ -15,6 +16,7 @@ std::string why_unreadable(const std::string& path) {
     return file != nullptr ? "" : strerror(errno);
 }
 
+// The default may replace a value from the file or a missing one, so this is asked first.
 zelcheck_origin origin_of(const SettingSource& source) {
     if (source.replaced) return ZELCHECK_FROM_DEFAULT;
     return source.found == SettingSource::in_file ? ZELCHECK_FROM_FILE : ZELCHECK_FROM_ZERO;

@@ -29,7 +29,8 @@
 namespace zel::check {
 namespace {
 
-// Owns all that the record leads to.
+// Owns all that the record leads to. The record is this object itself, and its pointers lead into the members. They are
+// set when all members are complete.
 class Look final : public zelcheck_folder {
 public:
     Look(const char* root, zelcheck_trial_t trial, void* context)
@@ -69,13 +70,13 @@ private:
     const std::filesystem::path root_;
     const zelcheck_trial_t trial_;
     void* const context_;
-    std::deque<std::string> texts_;
+    std::deque<std::string> texts_;  // a deque, since records point to the texts
     std::vector<LogLine> log_;
     std::vector<zelcheck_line> lines_;
     std::vector<uint32_t> subscription_;
     std::vector<zelcheck_setting> settings_;
     std::vector<zelcheck_library> libraries_;
-    std::deque<FoundLibrary> found_;
+    std::deque<FoundLibrary> found_;  // a deque, since libraries_ points into it
     std::vector<zelcheck_flag> flags_;
 };
 
@@ -97,6 +98,8 @@ bool Look::may_open(const char* path) const {
     return trial_(context_, std::filesystem::path(module_path(path)).lexically_normal().c_str()) == nullptr;
 }
 
+// Only the file of the mode has been opened by now. All others that a start opens are tried before one of them is
+// opened, since opening a FIFO would hold the look up.
 bool Look::may_start() const {
     const char* const files[] = {kPluginSettings, kSkipLevel.file, kAgentConfig, kCaptureFlag};
     return std::ranges::all_of(files, [this](const char* path) { return may_open(path); }) &&
@@ -127,6 +130,7 @@ void Look::read_mode() {
 
 // --- the steps of a start ---
 
+// The plug-in keeps these libraries open. A look closes them again.
 bool Look::open_reporting() {
     ZelBpSdkApi::Binding binding;
     binding.open_sdk();
@@ -140,6 +144,7 @@ bool Look::open_reporting() {
     return true;
 }
 
+// A start logs one line for each report that it cannot register.
 bool Look::open_manager() {
     ZelbpmgrApi manager;
     manager.Init();
@@ -148,6 +153,7 @@ bool Look::open_manager() {
     return true;
 }
 
+// The plug-in opens the bus and looks its function up before it attaches. A look ends there.
 bool Look::find_bus() {
     Dll bus;
     MbFrame::DllGetClassObject_t function = nullptr;
@@ -156,12 +162,13 @@ bool Look::find_bus() {
     return false;
 }
 
-// The bus calls back for these.
+// The plug-in reads these while it attaches to the bus.
 bool Look::read_cache_settings() {
     ResHdlCache::CFifoQueue(0).LoadCacheSettings();
     return true;
 }
 
+// Only the log lines count here. The values are read once more for the answer, with their sources.
 bool Look::read_settings() {
     ::Settings().load();
     return true;
@@ -174,6 +181,7 @@ bool Look::read_level() {
     return true;
 }
 
+// `failure` is set before each step. So after a step that fails it leads to the first line that this step has written.
 void Look::take_steps() {
     LogLines& log = log_lines();
     log.clear();
@@ -200,6 +208,8 @@ void Look::add_setting(const Setting& row, unsigned long value, const SettingSou
                          row.lowest, row.highest, row.base});
 }
 
+// A start does not keep where a value comes from, so each key is read here once more. Traces are made outside pure
+// mode, and only when "trc_times" is above 0.
 void Look::add_settings() {
     const auto read = [this](const Setting& row) {
         SettingSource source;
@@ -237,6 +247,7 @@ void Look::add_flags() {
                capture ? "copies of alerts and traces are written beside it" : "no copies are written"}};
 }
 
+// Comes last: a list that grows moves what the record points to.
 void Look::give_out() {
     for (const LogLine& line : log_) lines_.push_back({line.level, line.text.c_str()});
     lines = lines_.data();

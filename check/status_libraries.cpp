@@ -32,7 +32,8 @@ bool FoundLibrary::complete() const {
     return reason.empty() && std::ranges::all_of(functions, [](const auto& function) { return function.found == 1; });
 }
 
-// The loader takes an empty path for the program itself.
+// The loader takes an empty path for the program itself. All functions are looked up, also behind one that is missing,
+// so that people see all that is wrong.
 FoundLibrary find_library(const zel::LibraryRow& row, zelcheck_trial_t trial, void* context) {
     FoundLibrary found;
     const std::string path = row.where();

@@ -17,6 +17,7 @@ enum class Need {
     alerts,          // opened at the first alert, which goes on without it
 };
 
+// One library. The rows are constant and live as long as this library.
 struct StatusLibrary {
     const zel::LibraryRow& row;
     const char* title;

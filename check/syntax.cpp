@@ -32,6 +32,8 @@ public:
 private:
     // Each of the following is false once something is wrong.
 
+    // `value_read` says that a value has just ended, so that a comma or a closing bracket is due. The last open bracket
+    // says which of them fit.
     bool read_document() {
         for (bool value_read = false; !value_read || !open_.empty();) {
             if (!value_read) {
@@ -104,6 +106,7 @@ private:
         return true;
     }
 
+    // Like the parser, it takes all bytes that can occur in a number and lets strtod say where the number ends.
     bool read_number() {
         if (byte() != '-' && (byte() < '0' || byte() > '9')) return fail("a value is needed here");
         const size_t end = std::min(text_.find_first_not_of("0123456789+-eE.", at_), text_.size());
@@ -182,6 +185,8 @@ unsigned code_unit(std::string_view escape) {
     return static_cast<unsigned>(strtoul(digits.c_str(), nullptr, 16));
 }
 
+// A fault in front of the end is the reason as it stands. A fault at the end has one of three causes: a NUL byte, an
+// empty document, or one that was cut off. When no fault is found, only the parser's own place is known.
 SyntaxError find_syntax_error(std::string_view text, size_t stopped_at) {
     const size_t end = std::min(text.find('\0'), text.size());
     const auto error = Reader(text.substr(0, end)).run();

@@ -7,10 +7,11 @@
 
 namespace zel::check {
 
+// One fault of the text. The reason is a constant text.
 struct SyntaxError {
     const char* reason;
-    size_t offset;
-    size_t size;
+    size_t offset;  // of the first byte that is wrong, from 0
+    size_t size;    // in bytes; 0 at the end of the text
 };
 
 // For a text that the parser has refused; it takes the text up to the first NUL byte. `stopped_at` is the parser's own

@@ -52,6 +52,7 @@ zelcheck_finding view_of(const Finding& finding) {
     return {finding.reason.c_str(), finding.path.c_str(), finding.offset, finding.size};
 }
 
+// From the tree, because the node is gone by now. A longer text loses its end, as in the node.
 std::optional<std::string> guid_of(const Observation& seen) {
     const char* const guid = cJSON_GetStringValue(cJSON_GetObjectItem(seen.tree.get(), "Guid"));
     if (guid == nullptr) return std::nullopt;
@@ -60,7 +61,8 @@ std::optional<std::string> guid_of(const Observation& seen) {
 
 }  // namespace
 
-// A pipeline that was never started: without workers, without modules, with tracing turned off.
+// A pipeline that was never started: without workers, without modules, with tracing turned off. The record that is
+// given out points into the members, so they stay unchanged until the next document.
 struct zelcheck {
     CReshdlWork work;
     std::optional<std::string> guid;
@@ -77,6 +79,7 @@ struct zelcheck {
 
 namespace {
 
+// Event 1536 has a native record of its own. Event 1538 comes in the common one.
 NodePtr make_node(const EventRow& row, std::string_view text) {
     char* const data = const_cast<char*>(text.data());  // the native records are C structures; nobody writes there
     Incoming incoming;
@@ -88,6 +91,7 @@ NodePtr make_node(const EventRow& row, std::string_view text) {
 
 uint64_t value(const std::atomic<uint64_t>& counter) { return counter.load(std::memory_order_relaxed); }
 
+// A document that was not decoded and one that was not built are the same to the agent: no alert is reported.
 zelcheck_verdict verdict_of(Way way, bool repeated) {
     switch (way) {
         case Way::reported: return repeated ? ZELCHECK_REPEAT : ZELCHECK_ACCEPTED;
@@ -99,7 +103,9 @@ zelcheck_verdict verdict_of(Way way, bool repeated) {
 
 }  // namespace
 
-// The plug-in's own counters tell how far the document came.
+// The plug-in's own counters tell how far the document came. They are compared with their values before, because they
+// run on from document to document. The way is asked for from the end of the road: a document that was reported was
+// also decoded.
 void zelcheck::run(const EventRow& row, std::string_view text) {
     Observation& seen = observation();
     seen.clear();
@@ -129,6 +135,7 @@ void zelcheck::run(const EventRow& row, std::string_view text) {
     publish_result(verdict_of(way, value(g_statistics.alertEventFilterCount) != repeats));
 }
 
+// The result is filled last, since the lists move while they grow.
 void zelcheck::publish_result(zelcheck_verdict verdict) {
     warnings.clear();
     for (const Finding& warning : explanation.warnings) warnings.push_back(view_of(warning));
@@ -164,6 +171,7 @@ void zelcheck_close(zelcheck* checker) {
     delete checker;
 }
 
+// Any other id is taken for 1536.
 int32_t zelcheck_document(zelcheck* checker, uint32_t event_id, const char* text, uint64_t size,
                           const zelcheck_result** result) {
     const EventRow* const row = find_event_row(event_id == event_id::memory_trojan ? event_id : event_id::ioa_alert);

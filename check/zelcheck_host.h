@@ -72,6 +72,7 @@ enum zelcheck_origin {
     ZELCHECK_FROM_ZERO = 2      // 0, since file or key is missing
 };
 
+// One key of a settings file, and what it would mean at a start.
 struct zelcheck_setting {
     const char* file;  // from the agent's root
     const char* section;
@@ -86,6 +87,7 @@ struct zelcheck_setting {
     int32_t base;  // 0: decimal, hexadecimal and octal forms; 10: decimal alone
 };
 
+// One function that the plug-in looks up in a library.
 struct zelcheck_function {
     const char* name;
     int32_t found;  // 1 or 0
@@ -104,6 +106,7 @@ struct zelcheck_library {
     size_t function_count;
 };
 
+// A file whose presence alone changes what the plug-in does.
 struct zelcheck_flag {
     const char* path;
     int32_t present;
@@ -179,8 +182,8 @@ struct zelcheck_key_table {
     size_t key_count;
 };
 
-// The keys that the agent reads, by its own tables, with the event types behind all others. The tables stay as they
-// are.
+// The keys that the agent reads, by its own tables, with the event types behind all others. The tables never change,
+// and they are valid until the library is closed.
 int32_t zelcheck_keys(const struct zelcheck_key_table** tables, size_t* count);
 
 #ifdef __cplusplus

@@ -20,6 +20,7 @@ void CltCommon::FileTimeToString(std::string& strTime, uint64_t uTime) {
     strTime.clear();
 }
 
+// This clock does not jump when somebody sets the time.
 uint64_t GetTickMs() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);

@@ -8,6 +8,7 @@
 
 namespace zel {
 
+// malloc may answer null for a size of 0, and that would look like a lack of memory.
 MallocBuffer malloc_buffer(uint64_t size) { return MallocBuffer(static_cast<char*>(malloc(size > 0 ? size : 1))); }
 
 MallocBuffer copy_bytes(const char* data, uint64_t size) {

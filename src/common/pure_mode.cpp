@@ -5,6 +5,7 @@
 #include "common/ini_file.h"
 #include "common/module_path.h"
 
+// Two threads may read the file at the same time. The later answer is kept.
 bool zel::PureMode::enabled() {
     int answer = answer_.load(std::memory_order_relaxed);
     if (answer == kUnknown) {
@@ -14,6 +15,7 @@ bool zel::PureMode::enabled() {
     return answer == 1;
 }
 
+// The key says whether the full work is enabled. Pure mode is the opposite.
 int CheckAdvthreatsEnable(const char* pszSection, zel::SettingSource* source) {
     zel::note_found(source, zel::SettingSource::no_file);
     const zel::IniFile ini = zel::load_ini(zel::module_path(zel::kPureModeFile).c_str());

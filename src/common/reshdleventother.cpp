@@ -35,6 +35,7 @@ void FreeMemDetectInfo(ST_MEM_DETECT_INFO& stInfo) {
 
 namespace ReshdlEventTrace {
 
+// The texts belong to the event only when there is one.
 CReshdlEventOther* CReshdlEventOther::New(uint32_t uEventId, const ST_MEM_DETECT_INFO* pInfo) {
     ZEL_ASSERT(pInfo);
     auto* event = new (std::nothrow) CReshdlEventOther(uEventId, *pInfo);

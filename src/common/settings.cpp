@@ -27,6 +27,7 @@ unsigned long read_number(const char* section, const char* key, const char* file
     return strtoul(text, nullptr, base);
 }
 
+// The source gets the number that was tested, also when the default is used in its place.
 unsigned long within(unsigned long value, unsigned long lowest, unsigned long highest, unsigned long otherwise,
                      zel::SettingSource* source) {
     const bool is_within = value >= lowest && value <= highest;

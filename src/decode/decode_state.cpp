@@ -30,6 +30,7 @@ void Scratch::note_rule(const ST_RULE& rule) {
     nBestScore = rule.nScore;
 }
 
+// The alert type stays: the next document sets it before anything reads it.
 void Scratch::hand_over(ST_BUF_DATA& data) {
     data.llEarliestOpTime = std::exchange(llEarliestOpTime, 0);
     data.llLatestOpTime = std::exchange(llLatestOpTime, 0);
@@ -43,12 +44,14 @@ void SpareEvents::take(std::vector<ST_RAW_EVENT>& list, size_t more) {
     for (size_t i = 0; i < count_ && list.capacity() == 0; ++i) {
         if (lists_[i].capacity() < needed) continue;
         list.swap(lists_[i]);
+        // The last spare list fills the gap, so those with storage stay together at the front.
         lists_[i].swap(lists_[--count_]);
     }
     list.reserve(needed);
 }
 
 void SpareEvents::give(std::vector<ST_RAW_EVENT>& list) {
+    // A very large list is freed. It would hold its memory for as long as the library lives.
     list.clear();
     if (list.capacity() > 0 && list.capacity() <= kMostEvents && count_ < kMostLists)
         list.swap(lists_[count_++]);

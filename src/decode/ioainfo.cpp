@@ -33,6 +33,7 @@ bool decode_record(const JsonObject& object, ST_RAW_EVENT& event, std::span<cons
         return false;
     }
     const bool read = zel::read_fields(object, *record, fields, Words::not_type, where);
+    // An older record of the event ends here, also when the new one could not be read.
     event.pPrivate = read ? zel::EventPrivate(std::move(record)) : zel::EventPrivate();
     return read;
 }

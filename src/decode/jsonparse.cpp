@@ -141,7 +141,8 @@ bool read_rule(const JsonObject& object, ST_RULE& rule) {
     return true;
 }
 
-// A failed record fails the event. What is wrong in a post-operation does not.
+// A failed record fails the event. What is wrong in a post-operation does not. The time is noted even when the record
+// fails afterwards.
 bool read_event(const JsonObject& object, ST_RAW_EVENT& event) {
     if (!zel::read_fields(object, event, kSubjectFields, Words::not_type)) return false;
     CEventHandle::GetHighlightInfo(object, event.vecHighlight, kHighlightKey.name);
@@ -162,6 +163,8 @@ void zel::append_texts(const cJSON& array, std::vector<std::string>& texts) {
         if (item->valuestring != nullptr) texts.emplace_back(item->valuestring);
 }
 
+// The parser reads up to the first NUL byte. The node has a spare one behind its data, so a text without any ends
+// there.
 bool CEventHandle::GetJsonInfo(ST_QUEQE_NODE* pNode, ST_BUF_DATA& stData) {
     if (pNode->pData == nullptr) return false;
     stData.tree.reset(zel::observe::parse(pNode->pData.get()));
@@ -182,6 +185,8 @@ bool CEventHandle::GetJsonInfo(ST_QUEQE_NODE* pNode, ST_BUF_DATA& stData) {
     return decoded;
 }
 
+// The first thing that is wrong ends the reading, so the order decides which one the log names. The container is kept
+// as soon as it is known: memory checks describe it even when the rules fail.
 bool CEventHandle::GetJsonInfoEx(const JsonObject& pjRoot, ST_BUF_DATA& stData) {
     ZEL_ASSERT(pjRoot);
     if (!read_alert_type(pjRoot, stData)) return false;
@@ -254,6 +259,8 @@ bool CEventHandle::GetRawEventInfo(const JsonObject& pjRuleArray, std::vector<ST
     return events_under(pjRuleArray, kEventKey, vecEvent);
 }
 
+// An event that fails ends the list, and the events before it stay. The process of the last event is selected only when
+// the whole list passes.
 bool CEventHandle::GetRawEventInfoEx(const cJSON* pjRawEvent, std::vector<ST_RAW_EVENT>& vecEvent) {
     ZEL_ASSERT(pjRawEvent);
     zel::decode_state().spare_events.take(vecEvent, expected(*pjRawEvent));
@@ -275,6 +282,7 @@ bool CEventHandle::GetHighlightInfo(const JsonObject& pjRawEventArray, std::vect
     return true;
 }
 
+// For all other alert types the key is not looked at, whether it is there or not.
 bool CEventHandle::GetExtenedInfo(const JsonObject& pjRoot, ST_BUF_DATA& stData) {
     ZEL_ASSERT(pjRoot);
     const bool scenario = alert_type::has_scenario(stData.nAlertType);

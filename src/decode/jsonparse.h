@@ -64,6 +64,7 @@ public:
     static EventDecoder GetProcessTamperingInfo, GetDllInjectInfo, GetReflectiveInjectInfo, GetInjectReportInfo;
 
 private:
+    // For rules and process sets alike: a missing key and a bad event have the same lines in both.
     static bool events_under(const zel::JsonObject& object, const zel::Key& key, std::vector<ST_RAW_EVENT>& events);
 };
 

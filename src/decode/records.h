@@ -22,8 +22,8 @@ inline constexpr uint32_t object = 2;
 
 // One behaviour event with its subject, the process that acted. It owns its record, so it moves and cannot be copied.
 struct ST_RAW_EVENT {
-    uint32_t uVersion = 0;
-    uint32_t uType = 0;
+    uint32_t uVersion = 0;  // of the event's form; passed on
+    uint32_t uType = 0;     // the key into the table of event types
     uint32_t uPid = 0;
     uint32_t uTid = 0;
     std::string strImage;
@@ -53,7 +53,7 @@ struct ST_RULE {
     std::string strRuleDesc;
     std::string strRuleName;
     std::string strRiskTag;
-    int32_t nConfidence = 0;
+    int32_t nConfidence = 0;  // 0 when the engine gives none
     std::string strStatus;
     std::string strVersion;
     std::vector<ST_RAW_EVENT> vecEvent;
@@ -110,8 +110,8 @@ struct ST_BUF_DATA : zel::ContainerTexts {
     std::string strScenarioId;   // alert type 2, as the two lists
     std::vector<ST_RAW_EVENT> vecProcessSet;
     std::vector<ST_LINK_SET> vecLinkSet;  // no road fills it
-    std::string strRiskLevel;
-    uint32_t uThreatScore = 0;
+    std::string strRiskLevel;             // a word, from "Verbose" to "Critical"
+    uint32_t uThreatScore = 0;            // the scores are passed on
     uint32_t uTotalScore = 0;
     uint32_t uVerifyScore = 0;
     uint32_t uVerifyTotalScore = 0;

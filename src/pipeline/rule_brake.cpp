@@ -34,6 +34,7 @@ bool RuleBrake::is_within(const std::string& strRuleId, uint64_t limit) const {
     return (found == m_mapIoaMatch.end() ? 0 : found->second) <= limit;
 }
 
+// The list goes first, because its elements lead into the map.
 void RuleBrake::clear() {
     m_listIoaMatch.clear();
     m_mapIoaMatch.clear();

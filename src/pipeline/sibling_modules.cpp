@@ -167,6 +167,7 @@ void SiblingModules::reload() {
         table->trace_event_init();
 }
 
+// The share keeps the library open during the call, also when another thread unloads it meanwhile.
 void SiblingModules::update_data_store() const {
     const auto table = m_dsModule.get();
     if (table != nullptr && table->ds_update_db != nullptr) table->ds_update_db();

@@ -49,6 +49,7 @@ void ZelbpmgrApi::Close() {
     m_hBpMgr = nullptr;
 }
 
+// A null callback takes the registration back.
 bool ZelbpmgrApi::Register(const char* module, zel_report_cb_t callback) const {
     if (m_register_report_cb == nullptr) return false;
     m_register_report_cb(module, callback);

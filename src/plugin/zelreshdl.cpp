@@ -110,6 +110,7 @@ int plugin_configuration_update(const char* data, uint32_t size) {
     return exported([&] { return update_configuration(data, size); });
 }
 
+// Both traces look at the reset period first. So wrong arguments have no line and another answer while it lasts.
 int reshdl_file_trace(fn_server_ret_t fun, const char* path, const char* file_key, int kind, uint32_t context) {
     return exported([&] {
         if (is_resetting()) return kInReset;

@@ -23,6 +23,8 @@ uint32_t number(const char* text) { return static_cast<uint32_t>(strtol(text, nu
 
 }  // namespace
 
+// The data are read as a terminated text; the size is only tested and shown. Both keys are needed before one of them
+// takes effect.
 int update_configuration(const char* data, uint32_t size) {
     if (data == nullptr || size == 0) {
         LOG_ERROR("invalid param");

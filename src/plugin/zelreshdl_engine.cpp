@@ -94,6 +94,7 @@ int32_t CResultProcEngine::GetPluginKind(uint32_t* out) {
     return 0;
 }
 
+// A library that is open means that the bus is attached: a failed attachment closes it again.
 bool CResultProcEngine::LoadMbDll() {
     if (m_hMbModule.handle() != nullptr) return true;
     if (!open_bus(m_hMbModule)) return false;
@@ -140,6 +141,7 @@ bool CResultProcEngine::attach(MbFrame::DllGetClassObject_t get_class_object) {
     return true;
 }
 
+// The frame goes before its library, whose code the last call runs.
 void CResultProcEngine::Detach() {
     if (m_hMbModule.handle() == nullptr) return;
     if (m_pRtmFrame != nullptr) {
@@ -203,6 +205,7 @@ void CResultProcEngine::handle_dns_hit(MbFrame::IEvent& event) {
     count(g_statistics.hotCacheHitCount);
 }
 
+// Borrowed from the event. Only ids whose native data is a buffer may be read as one.
 void* CResultProcEngine::GetNativeEventData(MbFrame::IEvent* Evt) {
     ZEL_ASSERT(Evt);
     const EVENT_ID id = Evt->GetEventId();

@@ -59,6 +59,7 @@ constexpr auto kSubject = std::make_tuple(text(&process_vertex::mutable_process_
 
 }  // namespace
 
+// Alarm worker only. The document loses its records and may lose texts: what went into the message is not needed again.
 uint64_t CGetProtobuf::GetComProtobuf(ST_BUF_DATA& stData, bool bRepeated, zel::MallocBuffer& buffer,
                                       int& nProcessCount, int& nRiskLevel, uint32_t uEventId) {
     const zel::TraceInfo info;
@@ -73,6 +74,7 @@ uint64_t CGetProtobuf::GetComProtobuf(ST_BUF_DATA& stData, bool bRepeated, zel::
     return SerializeTraceInfo(*info, buffer);
 }
 
+// The first refused text ends the alert, so the order decides which text the log names.
 bool CGetProtobuf::GetThreatAlertInfo(ST_BUF_DATA& stData, threat_alert* pAlert, int& nProcessCount, int& nRiskLevel) {
     pAlert->set_alert_type(static_cast<VORN_RISK_TYPE>(stData.nAlertType));
     if (!CheckDsStr(stData.strGuid)) return false;
@@ -152,6 +154,7 @@ void CGetProtobuf::SetEventHighlight(const ST_RAW_EVENT& stEvent, threat_event* 
         zel::add_texts(stEvent.vecSubHighlight, pEvent->mutable_subhighlight());
 }
 
+// The row of the type fills the object from the event's record and sets the type by which a reader finds it.
 bool CGetProtobuf::SetEventPrivateInfo(ST_RAW_EVENT& stEvent, threat_event* pEvent, int nContainerInitPid) {
     ZEL_ASSERT(pEvent);
     const zel::ObjectRow* row = zel::find_object_row(stEvent.uType);

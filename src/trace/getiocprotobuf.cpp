@@ -73,6 +73,7 @@ zel::ContainerTexts container_of(const ST_IOC_MSG& msg) {
 
 }  // namespace
 
+// The risk level, the score and the confidence are the same for every hit.
 uint64_t CGetProtobuf::GetIocProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& buffer) {
     const zel::TraceInfo info;
     threat_alert* alert = info->mutable_threat();
@@ -83,6 +84,7 @@ uint64_t CGetProtobuf::GetIocProtobuf(ST_QUEQE_NODE& stNode, zel::MallocBuffer& 
     return SerializeTraceInfo(*info, buffer);
 }
 
+// The key of the hot cache goes along: it is by this key that the later batch of repeats names the hit.
 bool CGetProtobuf::GetIocThreatAlertInfo(const ST_QUEQE_NODE& stNode, threat_alert* pAlert) {
     const ST_IOC_MSG& msg = *stNode.pIocMsg;
     pAlert->set_alert_type(VORN_RISK_IOC);
@@ -118,6 +120,7 @@ bool CGetProtobuf::SetIocEventInfo(const ST_IOC_MSG& stMsg, threat_alert* pAlert
     return SetIocObjectInfo(area, event);
 }
 
+// The process id is widened with its sign, so an id above INT32_MAX becomes a very large number.
 bool CGetProtobuf::SetSubjectInfo(const IocVariant2& stArea, threat_event* pEvent) {
     process_vertex* subject = pEvent->mutable_subject_process();
     if (!zel::passed(subject != nullptr, "mutable_subject_process failed!")) return false;
@@ -128,6 +131,7 @@ bool CGetProtobuf::SetSubjectInfo(const IocVariant2& stArea, threat_event* pEven
     return true;
 }
 
+// The line of a failure names another object. Operators know it so.
 bool CGetProtobuf::SetIocObjectInfo(const IocVariant2& stArea, threat_event* pEvent) {
     dns_query_vertex* object = pEvent->mutable_object_dns_query();
     if (!zel::passed(object != nullptr, "mutable_object_file_rename failed!")) return false;

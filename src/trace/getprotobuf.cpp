@@ -63,6 +63,7 @@ bool passed(bool ok, const char* failure, std::source_location where) {
     return ok;
 }
 
+// The element is added before its text is checked. So a list that ends at a refused text has an empty element there.
 bool add_texts(const std::vector<std::string>& texts, google::protobuf::RepeatedPtrField<string_ex>* list,
                std::source_location where) {
     for (const std::string& text : texts) {

@@ -64,6 +64,7 @@ const char* zel::refused_byte(const char* text, size_t length) {
 
 bool IsUtf8Text(const char* text, size_t length) { return length > 0 && zel::refused_byte(text, length) == nullptr; }
 
+// Most texts are ASCII, so that is asked first.
 bool CheckDsStr(const std::string& text, std::source_location where) {
     if (IsAsciiText(text.data(), text.size())) return true;
     LOG_INFO_AT(where, "[ds]str: %s not Ascii", text.c_str());
