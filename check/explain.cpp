@@ -201,11 +201,11 @@ private:
     }
 
     // The GUID is cut before it is checked. The values of "risk_level" and "status" are left out, because a message has
-    // them as numbers. "Name" is left out, because a post-operation chooses a process by it.
+    // them as numbers. A list "Name" is left out, because a post-operation chooses processes by it.
     void note_if_same(const RefusedText& refused, const cJSON* node, const cJSON* named) {
         if (!cJSON_IsString(node) || named->string == nullptr) return;
         const auto is = [named](const char* name) { return strcasecmp(named->string, name) == 0; };
-        if (is("risk_level") || is("status") || is("Name")) return;
+        if (is("risk_level") || is("status") || (is("Name") && cJSON_IsArray(named))) return;
         const std::string_view value = node->valuestring;
         const bool same = is("Guid") ? value.substr(0, kGuidSize) == refused.text : value == refused.text;
         if (same) text_nodes_.emplace_back(&refused, node);

@@ -109,6 +109,7 @@ TEST_F(CheckTest, RefusesWithPlaceAndReason) {
         {__LINE__, with("tool -d", R"(\n\u00e4\ud83d\ude00\u0001)"), {subject + ".SubjectCmd", R"(\u0001)", R"("SubjectCmd" holds the byte 0x01, which no message may carry)"}},
         {__LINE__, with("tool -d", "\xC3\xA4\xE4\xB8z"), {subject + ".SubjectCmd", "\xE4", R"("SubjectCmd" holds the byte 0xe4)" + no_utf8}},
         {__LINE__, with("/tmp/gone", "\x80"), {subject + ".FilePath", "\x80", R"("FilePath" holds the byte 0x80)" + no_utf8}},
+        {__LINE__, of_event(17, R"("Namespace":"","Name":"f)" "\x80" R"(","Query":"","User":"")"), {subject + ".Name", "\x80", R"("Name" holds the byte 0x80)" + no_utf8}},
         {__LINE__, with("8444-0", "8444-\x7F"), {"Guid", "\x7F", R"("Guid" holds the byte 0x7f, which no message may carry)"}},
         {__LINE__, with(R"("high")", R"("\u0002")", with(R"(:"e")", R"(:"\u0002")")),
          {"engine_ver", R"(\u0002)", R"("engine_ver" holds the byte 0x02, which no message may carry)"}},
