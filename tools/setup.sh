@@ -36,6 +36,7 @@ packages=(
     chromium            # tests: the page that shows a chain
     abigail-tools       # tests: the binary interface against its reference
     binutils            # tests: what the built files are made of
+    patch               # tests: the examples of docs/add still apply
     dpkg-dev            # tests: which Debian packages a library needs, for the packages
     file                # tests: CPack asks it which files are programs
 )
