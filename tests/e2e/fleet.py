@@ -186,7 +186,7 @@ def check_reader(address, expected, messages, *options):
     """Each alert of `expected`, pairs of agent and GUID, is there, and the stream holds so many messages, none of them twice."""
     views, words = watch(address, "--once", *options)
     got = {(view["agent"], view["guid"]) for view in views}
-    check(got == set(expected), f"{len(set(expected) - got)} alerts are missing, {len(got - set(expected))} are strange")
+    check(got == set(expected), f"{len(set(expected) - got)} alerts are missing, {len(got - set(expected))} are strange: {words}")
     ids = [identity for view in views for identity in view["ids"]]
     check(len(ids) == len(set(ids)) and ", 0 of them twice" in words, f"a message came twice: {words}")
     total = int(words.split()[1]) + int(words.split()[-3])

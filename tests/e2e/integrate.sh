@@ -19,10 +19,14 @@ block() { sed -n "/^<!-- $1 -->\$/,/^<!-- end $1 -->\$/s/^    //p" "$root/docs/i
 # The texts of a log as the page shows them: without time, process and place, and with the folder of the page.
 texts() { sed -E "s/^.*\[zelreshdl\] \[[^]]*\] //; s|$2|/opt/agent|" "$1"; }
 
+# The size of a message depends on a file of the machine, whose size it tells.
+without_sizes() { sed -i -E 's/^(invoke buf size:)[0-9]+$/\1/' "$@"; }
+
 # comes_in_order BLOCK FILE: every line of the block is in the file, in the order of the page.
 comes_in_order() {
     block "$1" >"$work/page"
     [ -s "$work/page" ] || fail "the page has no block '$1'"
+    without_sizes "$work/page" "$2"
     awk 'FNR == NR { page[++lines] = $0; next } $0 == page[next_line + 1] { next_line++ }
         END { if (next_line < lines) { print "no line: " page[next_line + 1]; exit 1 } }' "$work/page" "$2" >&2 ||
         fail "the block '$1' is not what comes out"
