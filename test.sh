@@ -32,6 +32,10 @@ export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
 # Python keeps what it has compiled beside its source otherwise.
 export PYTHONDONTWRITEBYTECODE=1
+# What a test leaves when it is killed lies in the build folder, and the next run takes it away.
+export TMPDIR="$build/$preset/tmp"
+rm -rf -- "$TMPDIR"
+mkdir -p -- "$TMPDIR"
 say "running the tests of '$preset', which takes some minutes"
 if ctest --test-dir "$build/$preset" --no-tests=error --output-on-failure -j "${ZEL_JOBS:-$(nproc)}"; then
     say "all tests passed. CONTRIBUTING.md tells how to go on, docs/architecture.md how the code works"

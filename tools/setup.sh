@@ -100,7 +100,7 @@ as_root() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive "$@" >>"$log" 2>&
 apt() { as_root apt-get -q -y -o DPkg::Lock::Timeout=120 "$@"; }
 reason() { grep -m1 -E '^[WE]: Failed to fetch' "$log" || grep -m1 '^E: ' "$log" || tail -n1 "$log"; }
 
-say "installing ${#missing[@]} Debian packages, which takes some minutes; log: $log"
+say "installing Debian packages (${#missing[@]}), which takes some minutes; log: $log"
 say "${missing[*]}"
 if [ ${#as_root[@]} -gt 0 ]; then
     say "by sudo, which may ask for your password"
