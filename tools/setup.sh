@@ -82,11 +82,11 @@ find_missing() {
 find_missing
 [ ${#missing[@]} -gt 0 ] || exit 0
 
-as_root=()
+by=()
 if [ "$(id -u)" -ne 0 ]; then
     command -v sudo >/dev/null ||
         fail "these Debian packages are missing, and there is no sudo here; run as root: apt-get install --no-install-recommends ${missing[*]}"
-    as_root=(sudo)
+    by=(sudo)
 fi
 
 # Another script of this project may just be installing the same.
@@ -96,13 +96,13 @@ find_missing
 
 log="$build/setup.log"
 : >"$log"
-as_root() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive "$@" >>"$log" 2>&1; }
+as_root() { "${by[@]}" env DEBIAN_FRONTEND=noninteractive "$@" >>"$log" 2>&1; }
 apt() { as_root apt-get -q -y -o DPkg::Lock::Timeout=120 "$@"; }
 reason() { grep -m1 -E '^[WE]: Failed to fetch' "$log" || grep -m1 '^E: ' "$log" || tail -n1 "$log"; }
 
 say "installing Debian packages (${#missing[@]}), which takes some minutes; log: $log"
 say "${missing[*]}"
-if [ ${#as_root[@]} -gt 0 ]; then
+if [ ${#by[@]} -gt 0 ]; then
     say "by sudo, which may ask for your password"
     sudo -v || fail "sudo gives no rights; run as root: apt-get install --no-install-recommends ${missing[*]}"
 fi
